@@ -1,0 +1,21 @@
+#pragma once
+// Each verb of the command line lives in its own file and registers itself on the app here.
+#include <CLI/CLI.hpp>
+
+namespace kestrin::cli {
+
+// Exit codes: 0 done, 1 bad usage or unreadable source, 2 cancelled, 3 finished with read errors.
+enum ExitCode : int { kExitOk = 0, kExitUsage = 1, kExitCancelled = 2, kExitReadErrors = 3 };
+
+// The verb's action runs after parsing; it stores its exit code here.
+struct VerbResult {
+    int exitCode = kExitOk;
+};
+
+void AddPartitionsVerb(CLI::App& app, VerbResult& result);
+void AddScanVerbs(CLI::App& app, VerbResult& result);     // scan, ls, drives
+void AddCatVerb(CLI::App& app, VerbResult& result);       // cat
+void AddSignaturesVerb(CLI::App& app, VerbResult& result); // signatures
+void AddRecoverVerbs(CLI::App& app, VerbResult& result);  // recover, image
+
+} // namespace kestrin::cli

@@ -1,0 +1,45 @@
+// kestrin: the command-line front end. Verbs register themselves (Verbs.h); this file only
+// parses and turns exceptions into clear messages and exit codes.
+#include <cstdio>
+#include <exception>
+#include <iostream>
+
+#include "cli/Verbs.h"
+
+int main(int argc, char** argv) {
+    using namespace kestrin::cli;
+    CLI::App app{"Kestrin: recovers files from NTFS, FAT and exFAT volumes, lost partitions and raw sectors.\n"
+                 "Sources are opened read-only, always.",
+                 "kestrin"};
+    app.set_version_flag("--version", std::string("kestrin ") + KESTRIN_VERSION);
+    app.require_subcommand(1);
+    VerbResult result;
+#ifdef KESTRIN_HAVE_PARTITIONS_VERB
+    AddPartitionsVerb(app, result);
+#endif
+#ifdef KESTRIN_HAVE_SCAN_VERBS
+    AddScanVerbs(app, result);
+#endif
+#ifdef KESTRIN_HAVE_CAT_VERB
+    AddCatVerb(app, result);
+#endif
+#ifdef KESTRIN_HAVE_SIGNATURES_VERB
+    AddSignaturesVerb(app, result);
+#endif
+#ifdef KESTRIN_HAVE_RECOVER_VERBS
+    AddRecoverVerbs(app, result);
+#endif
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        int rc = app.exit(e);
+        return rc == 0 ? kExitOk : kExitUsage;
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "kestrin: out of memory\n");
+        return kExitUsage;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "kestrin: %s\n", e.what());
+        return kExitUsage;
+    }
+    return result.exitCode;
+}

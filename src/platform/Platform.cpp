@@ -1,0 +1,312 @@
+#include "platform/Platform.h"
+
+#include <cerrno>
+#include <cstring>
+
+#ifdef _WIN32
+#include <windows.h>
+#include <io.h>
+#else
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace kestrin::platform {
+
+uint32_t SysCodeFromErrno(int err, bool forFolder) {
+    switch (err) {
+    case 0: return kErrSuccess;
+    case ENOENT:
+    case ENOTDIR: return kErrPathNotFound;
+    case EACCES:
+    case EPERM:
+    case EROFS: return kErrAccessDenied;
+    case ENODEV:
+    case ENXIO:
+#ifdef ENOMEDIUM
+    case ENOMEDIUM:
+#endif
+        return kErrDeviceGone;
+    case EEXIST: return forFolder ? kErrAlreadyExists : kErrFileExists;
+    case EINVAL: return kErrInvalidParameter;
+    case EILSEQ: return kErrInvalidName;
+    case ENAMETOOLONG: return kErrFilenameTooLong;
+    case ENOSPC: return kErrDiskFull;
+    case EIO: return 23; // data error (cyclic redundancy check)
+    default: return 31;   // a device attached to the system is not functioning
+    }
+}
+
+std::string SysErrorText(uint32_t code) {
+    switch (code) {
+    case kErrSuccess: return "The operation completed successfully.";
+    case kErrPathNotFound: return "The system cannot find the path specified.";
+    case kErrAccessDenied: return "Access is denied.";
+    case kErrNotReady: return "The device is not ready.";
+    case 23: return "Data error (cyclic redundancy check).";
+    case 31: return "A device attached to the system is not functioning.";
+    case kErrDeviceGone: return "The specified network resource or device is no longer available.";
+    case kErrFileExists: return "The file exists.";
+    case kErrInvalidParameter: return "The parameter is incorrect.";
+    case kErrDiskFull: return "There is not enough space on the disk.";
+    case kErrInvalidName: return "The filename, directory name, or volume label syntax is incorrect.";
+    case kErrAlreadyExists: return "Cannot create a file when that file already exists.";
+    case kErrFilenameTooLong: return "The filename or extension is too long.";
+    default: return "failed to retrieve system error";
+    }
+}
+
+#ifdef _WIN32
+NativeHandle InvalidHandle() { return INVALID_HANDLE_VALUE; }
+#else
+NativeHandle InvalidHandle() { return -1; }
+#endif
+
+File::~File() { Close(); }
+File::File(File&& o) noexcept : m_handle(o.m_handle), m_path(std::move(o.m_path)), m_lastError(o.m_lastError) {
+    o.m_handle = InvalidHandle();
+}
+File& File::operator=(File&& o) noexcept {
+    if (this != &o) {
+        Close();
+        m_handle = o.m_handle;
+        m_path = std::move(o.m_path);
+        m_lastError = o.m_lastError;
+        o.m_handle = InvalidHandle();
+    }
+    return *this;
+}
+bool File::IsOpen() const { return m_handle != InvalidHandle(); }
+
+#ifdef _WIN32
+
+static std::wstring Wide(const std::string& s) {
+    int n = MultiByteToWideChar(CP_UTF8, 0, s.c_str(), -1, nullptr, 0);
+    std::wstring w(n > 0 ? n - 1 : 0, L'\0');
+    if (n > 1) MultiByteToWideChar(CP_UTF8, 0, s.c_str(), -1, w.data(), n);
+    return w;
+}
+
+bool File::OpenRead(const std::string& path, bool direct) {
+    Close();
+    m_path = path;
+    DWORD flags = direct ? FILE_FLAG_NO_BUFFERING : FILE_ATTRIBUTE_NORMAL;
+    m_handle = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                           OPEN_EXISTING, flags, nullptr);
+    if (m_handle == INVALID_HANDLE_VALUE && direct)
+        m_handle = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    m_lastError = IsOpen() ? 0 : GetLastError();
+    return IsOpen();
+}
+bool File::OpenWrite(const std::string& path, bool exclusive) {
+    Close();
+    m_path = path;
+    m_handle = CreateFileW(Wide(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                           exclusive ? CREATE_NEW : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    m_lastError = IsOpen() ? 0 : GetLastError();
+    return IsOpen();
+}
+void File::Close() {
+    if (IsOpen()) CloseHandle(m_handle);
+    m_handle = InvalidHandle();
+}
+long long File::ReadAt(void* buf, size_t len, uint64_t offset) {
+    OVERLAPPED ov{};
+    ov.Offset = DWORD(offset);
+    ov.OffsetHigh = DWORD(offset >> 32);
+    DWORD got = 0;
+    if (!ReadFile(m_handle, buf, DWORD(len), &got, &ov)) {
+        m_lastError = GetLastError();
+        if (m_lastError == ERROR_HANDLE_EOF) return 0;
+        return -1;
+    }
+    return got;
+}
+long long File::WriteAt(const void* buf, size_t len, uint64_t offset) {
+    OVERLAPPED ov{};
+    ov.Offset = DWORD(offset);
+    ov.OffsetHigh = DWORD(offset >> 32);
+    DWORD put = 0;
+    if (!WriteFile(m_handle, buf, DWORD(len), &put, &ov)) {
+        m_lastError = GetLastError();
+        return -1;
+    }
+    return put;
+}
+uint64_t File::Size() const {
+    LARGE_INTEGER li;
+    if (GetFileSizeEx(m_handle, &li)) return uint64_t(li.QuadPart);
+    return 0;
+}
+bool File::IsBlockDevice() const { return GetFileType(m_handle) != FILE_TYPE_DISK ? false : Size() == 0; }
+uint32_t File::DeviceSectorSize() const { return 0; }
+
+std::string ProgramFolder() {
+    wchar_t buf[MAX_PATH];
+    DWORD n = GetModuleFileNameW(nullptr, buf, MAX_PATH);
+    std::wstring p(buf, n);
+    for (int i = 0; i < 2; ++i) {
+        auto cut = p.find_last_of(L"\\/");
+        if (cut == std::wstring::npos) break;
+        p.resize(cut);
+    }
+    int len = WideCharToMultiByte(CP_UTF8, 0, p.c_str(), int(p.size()), nullptr, 0, nullptr, nullptr);
+    std::string out(len, '\0');
+    WideCharToMultiByte(CP_UTF8, 0, p.c_str(), int(p.size()), out.data(), len, nullptr, nullptr);
+    return out;
+}
+std::string RuntimeFolder() {
+    wchar_t buf[MAX_PATH];
+    DWORD n = GetTempPathW(MAX_PATH, buf);
+    std::wstring p(buf, n);
+    int len = WideCharToMultiByte(CP_UTF8, 0, p.c_str(), int(p.size()), nullptr, 0, nullptr, nullptr);
+    std::string out(len, '\0');
+    WideCharToMultiByte(CP_UTF8, 0, p.c_str(), int(p.size()), out.data(), len, nullptr, nullptr);
+    return out;
+}
+uint32_t InstanceLock::Acquire(const std::string& name) {
+    m_handle = CreateMutexW(nullptr, TRUE, Wide(name).c_str());
+    DWORD err = GetLastError();
+    if (!m_handle) return err ? err : 31;
+    return err;
+}
+InstanceLock::~InstanceLock() {
+    if (m_handle && m_handle != InvalidHandle()) CloseHandle(m_handle);
+}
+bool IsTerminal(int fd) { return _isatty(fd) != 0; }
+
+#else
+
+bool File::OpenRead(const std::string& path, bool direct) {
+    Close();
+    m_path = path;
+    int flags = O_RDONLY | O_CLOEXEC;
+#ifdef O_DIRECT
+    if (direct) {
+        m_handle = ::open(path.c_str(), flags | O_DIRECT);
+        if (m_handle >= 0) {
+            m_lastError = 0;
+            return true;
+        }
+    }
+#else
+    (void)direct;
+#endif
+    m_handle = ::open(path.c_str(), flags);
+    m_lastError = m_handle >= 0 ? 0 : SysCodeFromErrno(errno);
+    return m_handle >= 0;
+}
+
+bool File::OpenWrite(const std::string& path, bool exclusive) {
+    Close();
+    m_path = path;
+    int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | (exclusive ? O_EXCL : O_TRUNC);
+    m_handle = ::open(path.c_str(), flags, 0644);
+    m_lastError = m_handle >= 0 ? 0 : SysCodeFromErrno(errno);
+    return m_handle >= 0;
+}
+
+void File::Close() {
+    if (m_handle >= 0) ::close(m_handle);
+    m_handle = -1;
+}
+
+long long File::ReadAt(void* buf, size_t len, uint64_t offset) {
+    size_t got = 0;
+    auto* p = static_cast<uint8_t*>(buf);
+    while (got < len) {
+        ssize_t n = ::pread(m_handle, p + got, len - got, off_t(offset + got));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            m_lastError = SysCodeFromErrno(errno);
+            return got ? (long long)got : -1;
+        }
+        if (n == 0) break;
+        got += size_t(n);
+    }
+    return (long long)got;
+}
+
+long long File::WriteAt(const void* buf, size_t len, uint64_t offset) {
+    size_t put = 0;
+    auto* p = static_cast<const uint8_t*>(buf);
+    while (put < len) {
+        ssize_t n = ::pwrite(m_handle, p + put, len - put, off_t(offset + put));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            m_lastError = SysCodeFromErrno(errno);
+            return -1;
+        }
+        put += size_t(n);
+    }
+    return (long long)put;
+}
+
+uint64_t File::Size() const {
+    struct stat st;
+    if (m_handle < 0 || fstat(m_handle, &st) != 0) return 0;
+    if (S_ISBLK(st.st_mode)) {
+        uint64_t bytes = 0;
+        if (ioctl(m_handle, BLKGETSIZE64, &bytes) == 0) return bytes;
+        return 0;
+    }
+    return S_ISREG(st.st_mode) ? uint64_t(st.st_size) : 0;
+}
+
+bool File::IsBlockDevice() const {
+    struct stat st;
+    return m_handle >= 0 && fstat(m_handle, &st) == 0 && S_ISBLK(st.st_mode);
+}
+
+uint32_t File::DeviceSectorSize() const {
+    int ss = 0;
+    if (IsBlockDevice() && ioctl(m_handle, BLKSSZGET, &ss) == 0 && ss > 0) return uint32_t(ss);
+    return 0;
+}
+
+std::string ProgramFolder() {
+    char buf[4096];
+    ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
+    if (n <= 0) return ".";
+    std::string p(buf, size_t(n));
+    for (int i = 0; i < 2; ++i) {
+        auto cut = p.find_last_of('/');
+        if (cut == std::string::npos) return ".";
+        p.resize(cut);
+    }
+    return p.empty() ? "/" : p;
+}
+
+std::string RuntimeFolder() {
+    if (const char* d = getenv("XDG_RUNTIME_DIR"); d && *d) return d;
+    if (const char* t = getenv("TMPDIR"); t && *t) return t;
+    return "/tmp";
+}
+
+uint32_t InstanceLock::Acquire(const std::string& name) {
+    std::string path = RuntimeFolder() + "/" + name + ".lock";
+    m_handle = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (m_handle < 0) return SysCodeFromErrno(errno);
+    if (flock(m_handle, LOCK_EX | LOCK_NB) != 0) {
+        int e = errno;
+        ::close(m_handle);
+        m_handle = -1;
+        return e == EWOULDBLOCK ? kErrAlreadyExists : SysCodeFromErrno(e);
+    }
+    return kErrSuccess;
+}
+
+InstanceLock::~InstanceLock() {
+    if (m_handle >= 0) ::close(m_handle);
+}
+
+bool IsTerminal(int fd) { return isatty(fd) != 0; }
+
+#endif
+
+} // namespace kestrin::platform

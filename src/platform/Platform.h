@@ -1,0 +1,90 @@
+#pragma once
+// The thin platform layer: everything that differs between Windows and POSIX lives here, so the
+// engines only see sector reads and system error codes.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace kestrin::platform {
+
+// Windows system error codes the program reasons about; POSIX errno values are mapped onto them.
+enum SysCode : uint32_t {
+    kErrSuccess = 0,
+    kErrPathNotFound = 3,
+    kErrAccessDenied = 5,
+    kErrNotReady = 21,
+    kErrDeviceGone = 55,
+    kErrFileExists = 80,
+    kErrInvalidParameter = 87,
+    kErrDiskFull = 112,
+    kErrInvalidName = 123,
+    kErrAlreadyExists = 183,
+    kErrFilenameTooLong = 206,
+};
+
+// errno → system code. `forFolder` picks 183 over 80 for EEXIST, as folder creation reports it.
+uint32_t SysCodeFromErrno(int err, bool forFolder = false);
+// The system's text for a code; "failed to retrieve system error" when there is none.
+std::string SysErrorText(uint32_t code);
+
+#ifdef _WIN32
+using NativeHandle = void*;
+#else
+using NativeHandle = int;
+#endif
+NativeHandle InvalidHandle();
+
+// A file or device opened by path. Reads and writes are positioned (no shared file pointer).
+class File {
+public:
+    File() = default;
+    ~File();
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    File(File&& o) noexcept;
+    File& operator=(File&& o) noexcept;
+
+    // Read-only. `direct` asks for unbuffered access (devices); when the system refuses it the
+    // file is opened buffered instead, so alignment rules never make a source unreadable.
+    bool OpenRead(const std::string& path, bool direct = false);
+    // Create or truncate for writing (image files being created).
+    bool OpenWrite(const std::string& path, bool exclusive);
+    bool IsOpen() const;
+    void Close();
+    // Number of bytes read, or -1 with LastError() set. Short only at the end of the file.
+    long long ReadAt(void* buf, size_t len, uint64_t offset);
+    long long WriteAt(const void* buf, size_t len, uint64_t offset);
+    // Byte size of a regular file or block device; 0 when unknown.
+    uint64_t Size() const;
+    bool IsBlockDevice() const;
+    // Logical sector size reported by a block device, 0 when unknown.
+    uint32_t DeviceSectorSize() const;
+    uint32_t LastError() const { return m_lastError; }
+    const std::string& Path() const { return m_path; }
+
+private:
+    NativeHandle m_handle = InvalidHandle();
+    std::string m_path;
+    uint32_t m_lastError = 0;
+};
+
+// Parent of the folder holding the running executable: the program folder.
+std::string ProgramFolder();
+// Folder for per-user runtime files (lock files); falls back to the temp folder.
+std::string RuntimeFolder();
+
+// Single-instance guard: holds an exclusive lock on a file named after `name` while alive.
+class InstanceLock {
+public:
+    // Returns kErrSuccess when this process now holds the lock, kErrAlreadyExists when another
+    // instance does, any other code when the lock could not be made.
+    uint32_t Acquire(const std::string& name);
+    ~InstanceLock();
+
+private:
+    NativeHandle m_handle = InvalidHandle();
+};
+
+bool IsTerminal(int fd);
+
+} // namespace kestrin::platform

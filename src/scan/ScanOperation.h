@@ -1,0 +1,107 @@
+#pragma once
+// The record one long operation shares between the worker (engines write done, total and the
+// final state) and the front end (reads progress, writes the cancel state).
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+namespace kestrin {
+
+enum OperationKind : uint32_t {
+    kKindFileSystemScan = 0,
+    kKindSave = 1,
+    kKindPartitionSearch = 2,
+    kKindSmartScan = 3,
+    kKindSignatureScan = 4,
+    kKindCreateImage = 6,
+};
+
+enum OperationState : uint32_t {
+    kStateFinished = 0,
+    kStateStopFollowOn = 1, // stops the follow-on signature scan; the signature loop writes it when it stops early
+    kStateRunning = 3,
+    kStateCancel = 4,
+};
+
+enum RecoveryMode : uint32_t {
+    kModeDeletedFiles = 1019,
+    kModeLostFiles = 1020,
+    kModePartition = 1021,
+    kModeFormatted = 1022,
+    kModeDeletedPhotos = 1037,
+    kModeLostPhotos = 1038,
+};
+
+struct ScanOperation {
+    std::atomic<uint32_t> kind{0};
+    std::atomic<uint32_t> state{0};
+    std::atomic<int64_t> done{0};
+    std::atomic<int64_t> total{0};
+    std::atomic<uint8_t> deletedOnly{0};
+    // Scan control block of the signature loop: current sector (written before each chunk)
+    // and end sector (written once at the start).
+    std::atomic<uint64_t> currentSector{0};
+    std::atomic<uint64_t> endSector{0};
+};
+
+// Stands in for suspending the worker thread: while closed, every state poll of the engines
+// blocks, so the worker cannot advance under an open question.
+class PauseGate {
+public:
+    void Close() {
+        std::lock_guard lk(m_mutex);
+        m_closed = true;
+    }
+    void Open() {
+        {
+            std::lock_guard lk(m_mutex);
+            m_closed = false;
+        }
+        m_cv.notify_all();
+    }
+    // Blocks while closed. Cheap when open (one relaxed load).
+    void Wait() {
+        if (!m_closedFlag()) return;
+        std::unique_lock lk(m_mutex);
+        m_waiting = true;
+        m_cv.wait(lk, [&] { return !m_closed; });
+        m_waiting = false;
+    }
+    bool IsClosed() {
+        std::lock_guard lk(m_mutex);
+        return m_closed;
+    }
+    // True while the worker sits in Wait (tests use it to prove the worker is held).
+    bool WorkerWaiting() {
+        std::lock_guard lk(m_mutex);
+        return m_waiting;
+    }
+
+private:
+    bool m_closedFlag() {
+        std::lock_guard lk(m_mutex);
+        return m_closed;
+    }
+    std::mutex m_mutex;
+    std::condition_variable m_cv;
+    bool m_closed = false;
+    bool m_waiting = false;
+};
+
+// The worker's side of the progress window: the three messages it sends.
+class IScanEvents {
+public:
+    virtual ~IScanEvents() = default;
+    // 0x8001: the stage list is done (status text may be empty).
+    virtual void OnEnd() = 0;
+    // 0x8002: done/total changed (sent after each batch).
+    virtual void OnProgress() = 0;
+    // 0x8003: the signature scan starts.
+    virtual void OnSignatureScanStart() = 0;
+    // A new status line (language text already looked up).
+    virtual void OnStatus(const std::string& /*text*/) {}
+};
+
+} // namespace kestrin

@@ -1,0 +1,78 @@
+#pragma once
+// Where a media's bytes come from: one file or device, a split image (name.001, name.002, ...)
+// or memory (tests and fuzzing). All reads are positioned.
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Platform.h"
+
+namespace kestrin {
+
+class ByteSource {
+public:
+    virtual ~ByteSource() = default;
+    // Bytes read (short only at the end), or -1 on failure with LastError() set.
+    virtual long long ReadAt(void* buf, size_t len, uint64_t offset) = 0;
+    virtual long long WriteAt(const void*, size_t, uint64_t) { return -1; }
+    virtual uint64_t Size() const = 0;
+    virtual uint32_t LastError() const { return 0; }
+    // True when reads must be whole aligned sectors (unbuffered devices).
+    virtual bool NeedsAlignment() const { return false; }
+};
+
+class FileSource final : public ByteSource {
+public:
+    explicit FileSource(platform::File f, bool aligned = false) : m_file(std::move(f)), m_aligned(aligned) {}
+    long long ReadAt(void* buf, size_t len, uint64_t offset) override { return m_file.ReadAt(buf, len, offset); }
+    long long WriteAt(const void* buf, size_t len, uint64_t offset) override { return m_file.WriteAt(buf, len, offset); }
+    uint64_t Size() const override { return m_file.Size(); }
+    uint32_t LastError() const override { return m_file.LastError(); }
+    bool NeedsAlignment() const override { return m_aligned; }
+    platform::File& GetFile() { return m_file; }
+
+private:
+    platform::File m_file;
+    bool m_aligned;
+};
+
+// name.001, name.002, ... read as one run of bytes.
+class SplitFileSource final : public ByteSource {
+public:
+    // Opens `firstPath` (ending in .001) and every following part that exists.
+    static std::unique_ptr<SplitFileSource> Open(const std::string& firstPath, uint32_t& error);
+    long long ReadAt(void* buf, size_t len, uint64_t offset) override;
+    uint64_t Size() const override { return m_total; }
+    uint32_t LastError() const override { return m_lastError; }
+    size_t PartCount() const { return m_parts.size(); }
+
+private:
+    struct Part {
+        platform::File file;
+        uint64_t start, size;
+    };
+    std::vector<Part> m_parts;
+    uint64_t m_total = 0;
+    uint32_t m_lastError = 0;
+};
+
+class MemorySource final : public ByteSource {
+public:
+    explicit MemorySource(std::vector<uint8_t> data) : m_data(std::move(data)) {}
+    MemorySource(const uint8_t* p, size_t n) : m_data(p, p + n) {}
+    long long ReadAt(void* buf, size_t len, uint64_t offset) override;
+    long long WriteAt(const void* buf, size_t len, uint64_t offset) override;
+    uint64_t Size() const override { return m_data.size(); }
+    std::vector<uint8_t>& Data() { return m_data; }
+    // Byte offsets at which every read fails (tests of read-error handling).
+    void FailReadsAt(uint64_t offset, uint64_t len) { m_failStart = offset; m_failLen = len; }
+    uint32_t LastError() const override { return m_error; }
+
+private:
+    std::vector<uint8_t> m_data;
+    uint64_t m_failStart = 0, m_failLen = 0;
+    uint32_t m_error = 0;
+};
+
+} // namespace kestrin

@@ -1,0 +1,126 @@
+#include "storage/CPhysicalDisk.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "platform/Platform.h"
+#include "util/Text.h"
+
+namespace kestrin {
+
+CPhysicalDisk::CPhysicalDisk() : CStorageMedia(nullptr, 0, 0, 0) { m_partitions.resize(1); }
+
+CPhysicalDisk::~CPhysicalDisk() {
+    m_partitions.clear();
+    m_secondPartitions.clear();
+    m_handle.reset();
+}
+
+std::vector<std::string> CPhysicalDisk::ListDiskNames() {
+    std::vector<std::string> names;
+#ifndef _WIN32
+    std::error_code ec;
+    for (auto& e : std::filesystem::directory_iterator("/sys/block", ec)) {
+        std::string n = e.path().filename().string();
+        // Whole disks only: loop, ram and device-mapper nodes are not disks a user recovers from,
+        // except loop devices with something attached, which stand for disk images.
+        if (n.starts_with("ram") || n.starts_with("zram") || n.starts_with("dm-")) continue;
+        if (n.starts_with("loop")) {
+            std::error_code ec2;
+            if (!std::filesystem::exists(e.path() / "loop" / "backing_file", ec2)) continue;
+        }
+        names.push_back(n);
+    }
+    std::sort(names.begin(), names.end());
+#endif
+    return names;
+}
+
+bool CPhysicalDisk::Open(const std::u16string& path) {
+    m_path = path;
+    if (path.empty()) return false;
+    char16_t first = path[0];
+    std::string device;
+    std::string p8 = ToUtf8(path);
+    if (first >= u'0' && first <= u'9') {
+#ifdef _WIN32
+        device = "\\\\.\\PHYSICALDRIVE" + p8;
+#else
+        auto disks = ListDiskNames();
+        size_t n = 0;
+        for (char c : p8) {
+            if (c < '0' || c > '9' || n > 100000) return false;
+            n = n * 10 + size_t(c - '0');
+        }
+        if (n >= disks.size()) return false;
+        device = "/dev/" + disks[n];
+#endif
+        m_deviceKind = kPhysicalDrive;
+    } else if ((first | 0x20) >= u'a' && (first | 0x20) <= u'z') {
+#ifdef _WIN32
+        device = "\\\\.\\" + p8;
+#else
+        device = "/dev/" + p8;
+#endif
+        m_deviceKind = kVolume;
+#ifndef _WIN32
+    } else if (first == u'/') {
+        // Full device paths are the natural way to name a volume on this platform.
+        device = p8;
+        m_deviceKind = kVolume;
+#endif
+    } else {
+        return false;
+    }
+    platform::File f;
+    if (!f.OpenRead(device, true)) {
+        // The recorded error stays 0, so this text is that of code 0; it is not shown.
+        (void)ErrorText(m_lastError);
+        return false;
+    }
+    m_devicePath = device;
+    uint64_t bytes = f.Size();
+    Attach(std::make_unique<FileSource>(std::move(f), true));
+    if (!ProbeSectorSize()) return false;
+    m_sectorCount = m_sectorSize ? bytes / m_sectorSize : 0;
+    m_firstSector = 0;
+    return true;
+}
+
+bool CPhysicalDisk::AttachImageFile(const std::string& path, uint32_t sectorSize) {
+    std::unique_ptr<ByteSource> src;
+    if (path.size() > 4 && path.compare(path.size() - 4, 4, ".001") == 0) {
+        uint32_t err = 0;
+        auto split = SplitFileSource::Open(path, err);
+        if (!split) {
+            m_lastError = err;
+            return false;
+        }
+        src = std::move(split);
+    } else {
+        platform::File f;
+        if (!f.OpenRead(path, false)) {
+            m_lastError = f.LastError();
+            return false;
+        }
+        src = std::make_unique<FileSource>(std::move(f), false);
+    }
+    m_path = ToUtf16(path);
+    m_deviceKind = kNotByName;
+    m_sectorSize = sectorSize ? sectorSize : 512;
+    m_sectorCount = src->Size() / m_sectorSize;
+    m_firstSector = 0;
+    Attach(std::move(src));
+    return true;
+}
+
+void CPhysicalDisk::SelectPartition(const PartitionRecord& p, SourceKind kind) {
+    m_params = p;
+    m_fsKind = p.fsKind;
+    m_partitionFlag = p.partitionFlag;
+    m_sourceKind = kind;
+    m_firstSector = p.startSector;
+    m_sectorCount = p.length;
+}
+
+} // namespace kestrin

@@ -1,0 +1,36 @@
+#pragma once
+// One partition found on a disk: where it lies, which file system its boot sector showed, and
+// the geometry read from that boot sector.
+#include <cstdint>
+
+namespace kestrin {
+
+enum FsKind : uint8_t { kFsNone = 0, kFsFat16 = 1, kFsFat32 = 2, kFsNtfs = 3, kFsExFat = 4 };
+
+enum PartitionFlag : uint8_t { kTableOnly = 1, kValidated = 2 };
+
+struct PartitionRecord {
+    uint64_t startSector = 0;
+    // MBR: the table's sector count (FAT16 with a validated boot sector: its total sectors).
+    // GPT: the entry's last sector, not a count.
+    uint64_t length = 0;
+    uint64_t volumeSerial = 0;
+    uint64_t fatStart = 0;   // FAT: reserved sectors; exFAT: FAT offset
+    uint64_t secondArea = 0; // FAT: second FAT sector; NTFS: MFT cluster
+    uint64_t thirdArea = 0;  // FAT16: root dir sector; FAT32: first data sector; exFAT: root dir sector; NTFS: mirror cluster
+    uint32_t fatSize = 0;
+    uint32_t indexRecordSize = 0;
+    uint16_t mftRecordSize = 0;
+    uint8_t sectorsPerMftRecord = 0;
+    uint8_t sectorsPerIndexRecord = 0;
+    uint32_t clusterCount = 0;
+    uint32_t bytesPerCluster = 0; // NTFS and exFAT only
+    uint16_t bytesPerSector = 0;  // NTFS and exFAT only
+    uint8_t sectorsPerCluster = 0;
+    uint8_t fsKind = kFsNone;
+    uint8_t partitionFlag = 0;
+    // Set by the lost-partition search for records it found (not part of the table).
+    bool found = false;
+};
+
+} // namespace kestrin
