@@ -1,0 +1,31 @@
+#pragma once
+// Boot-sector recognition for NTFS, exFAT, FAT32 and FAT16, and the filling of a partition record
+// with the geometry a recognised boot sector carries. The four tests are deliberately lenient in
+// places (a FAT32 sector size of 0 passes, an exFAT cluster shift is treated like a count); those
+// rules are part of how volumes are found and must not be tightened here. Code that later divides
+// or loops by a filled field checks it at that point.
+#include <cstdint>
+#include <span>
+
+#include "storage/CStorageMedia.h"
+#include "storage/PartitionRecord.h"
+
+namespace kestrin {
+
+// Each test reads only the given bytes (one sector; fields outside the span make it fail).
+bool IsNtfsBootSector(CStorageMedia& media, std::span<const uint8_t> sector);
+bool IsExFatBootSector(CStorageMedia& media, std::span<const uint8_t> sector);
+bool IsFat32BootSector(CStorageMedia& media, std::span<const uint8_t> sector);
+// A FAT16 volume whose total sector count fits in 16 bits fails this test on purpose.
+bool IsFat16BootSector(CStorageMedia& media, std::span<const uint8_t> sector);
+
+// Fill a record's geometry from its boot sector. They set the fields of their file system only;
+// kind, start and flag are the caller's. `record.length` must hold the table's length first:
+// FAT16 replaces it with the boot sector's total, FAT32 computes its cluster count from it.
+void FillFat16Record(std::span<const uint8_t> sector, PartitionRecord& record);
+void FillFat32Record(std::span<const uint8_t> sector, PartitionRecord& record);
+// NTFS and exFAT fall back to the media's sector size when the boot sector gives none.
+void FillNtfsRecord(CStorageMedia& media, std::span<const uint8_t> sector, PartitionRecord& record);
+void FillExFatRecord(CStorageMedia& media, std::span<const uint8_t> sector, PartitionRecord& record);
+
+} // namespace kestrin

@@ -1,0 +1,308 @@
+#include "storage/PartitionTable.h"
+
+#include <algorithm>
+#include <array>
+#include <cinttypes>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <unordered_set>
+
+#include "storage/BootSector.h"
+#include "storage/Ldm.h"
+#include "storage/SourceLayout.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr size_t kTableBytes = 512; // only the first 512 bytes of a table sector are examined
+constexpr size_t kEntriesOffset = 446;
+constexpr size_t kEntrySize = 16;
+constexpr uint16_t kTableSignature = 0xAA55;
+
+// The probe accepts sectors up to 66,048 bytes; anything else in the media is not a sector size
+// a table can be read with.
+constexpr uint32_t kMaxSectorSize = 66048;
+
+// An extended-partition chain links each EBR to the next. A damaged or forged chain can point
+// back at an earlier EBR (an endless loop) or keep pointing at new sectors; real disks carry at
+// most a few dozen logical partitions, so the walk stops at a repeated sector, at the disk's end
+// (nothing can be read there) and after this many links.
+constexpr size_t kMaxEbrLinks = 1024;
+
+// Partitioning tools write 128 entries of 128 bytes (16 KiB). A header can claim up to 2^32
+// entries of up to 4 GiB each; the array read is bounded so a forged header cannot make us read
+// and walk more than this.
+constexpr uint64_t kMaxGptArrayBytes = 1 << 20;
+
+constexpr size_t kGptHeaderBytes = 92;
+
+// A GPT type GUID as stored: a little-endian 32-bit and two 16-bit parts, then 8 bytes as is.
+struct GptGuid {
+    uint32_t data1;
+    uint16_t data2, data3;
+    std::array<uint8_t, 8> data4;
+    bool Matches(Bytes entry) const {
+        return ReadLe32(entry, 0) == data1 && ReadLe16(entry, 4) == data2 && ReadLe16(entry, 6) == data3 &&
+               MatchAt(entry, 8, data4.data(), data4.size());
+    }
+};
+constexpr GptGuid kBasicDataGuid{0xEBD0A0A2, 0xB9E5, 0x4433, {0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7}};
+constexpr GptGuid kLdmMetadataGuid{0x5808C8AA, 0x7E8F, 0x42E0, {0x85, 0xD2, 0xE1, 0xE9, 0x04, 0x34, 0xCF, 0xB3}};
+constexpr GptGuid kLdmDataGuid{0xAF9B60A0, 0x1431, 0x4F62, {0xBC, 0x68, 0x33, 0x11, 0x71, 0x4A, 0x69, 0xAD}};
+
+// The LDM private header: its metadata size on every dynamic disk, and the big-endian numeric
+// fields (offset, width) that are converted before the hand-off.
+constexpr uint64_t kLdmConfigSectors = 2048;
+constexpr std::array<std::pair<size_t, size_t>, 14> kPrivheadNumbers{{
+    {0x0C, 2},  {0x0E, 2},  {0x10, 8},  {0x11B, 8}, {0x123, 8}, {0x12B, 8}, {0x133, 8},
+    {0x13B, 8}, {0x143, 8}, {0x14B, 4}, {0x14F, 4}, {0x153, 8}, {0x15B, 8}, {0x163, 4},
+}};
+
+// First sector past the end of the source: reads there return nothing. Unknown sizes do not
+// bound anything.
+uint64_t DiskEndSector(const CStorageMedia& media) {
+    uint32_t ss = media.GetSectorSize();
+    if (ss && media.ByteSize()) return media.ByteSize() / ss;
+    uint64_t end = media.GetFirstSector() + media.GetSectorCount();
+    return end >= media.GetFirstSector() && end ? end : std::numeric_limits<uint64_t>::max();
+}
+
+// One sector into `buf`, which is zeroed first: a failed or short read leaves zeros, and zeros
+// fail every signature and boot-sector test, which is how a bad read ends a walk quietly.
+bool ReadOneSector(CStorageMedia& media, std::vector<uint8_t>& buf, uint64_t sector, uint64_t diskEnd) {
+    std::fill(buf.begin(), buf.end(), 0);
+    if (sector >= diskEnd) return false;
+    return media.ReadSectors(buf.data(), uint32_t(buf.size()), sector, true);
+}
+
+bool IsExtendedType(uint8_t type) { return type == 0x05 || type == 0x0F || type == 0x85; }
+
+// The boot-sector test and fill of an MBR data type; kind 0 for types that are not data.
+struct MbrDataType {
+    uint8_t kind;
+    bool (*test)(CStorageMedia&, std::span<const uint8_t>);
+};
+MbrDataType DataTypeOf(uint8_t type) {
+    switch (type) {
+    case 0x07: return {kFsNtfs, IsNtfsBootSector}; // exFAT in an 0x07 slot is not tried: NTFS, flag 1
+    case 0x0B: case 0x0C: return {kFsFat32, IsFat32BootSector};
+    case 0x04: case 0x06: case 0x0E: return {kFsFat16, IsFat16BootSector};
+    default: return {kFsNone, nullptr};
+    }
+}
+
+void FillByKind(CStorageMedia& media, Bytes boot, PartitionRecord& r) {
+    switch (r.fsKind) {
+    case kFsFat16: FillFat16Record(boot, r); break;
+    case kFsFat32: FillFat32Record(boot, r); break;
+    case kFsNtfs: FillNtfsRecord(media, boot, r); break;
+    case kFsExFat: FillExFatRecord(media, boot, r); break;
+    default: break;
+    }
+}
+
+// The MBR and its EBR chain. `table` holds sector 0, already checked.
+void WalkMbrChain(CPhysicalDisk& disk, std::array<uint8_t, kTableBytes> table, std::vector<uint8_t>& buf,
+                  uint64_t diskEnd) {
+    auto& list = disk.Partitions();
+    list[0] = PartitionRecord{};
+    uint64_t current = 0, next = 0, extendedBase = 0;
+    std::unordered_set<uint64_t> visited{0};
+    for (size_t links = 0;; ++links) {
+        for (size_t i = 0; i < 4; ++i) {
+            const uint8_t* e = table.data() + kEntriesOffset + i * kEntrySize;
+            uint8_t type = e[4];
+            uint32_t start = Le32(e + 8);
+            if (IsExtendedType(type)) {
+                // Every link is relative to the first extended partition; the last one wins.
+                next = start + extendedBase;
+                continue;
+            }
+            MbrDataType data = DataTypeOf(type);
+            if (!data.test) continue;
+            PartitionRecord r;
+            r.startSector = start + current; // data partitions are relative to their own table
+            r.length = Le32(e + 12);
+            r.fsKind = data.kind;
+            r.partitionFlag = kTableOnly;
+            ReadOneSector(disk, buf, r.startSector, diskEnd);
+            Bytes boot(buf.data(), kTableBytes);
+            if (data.test(disk, boot)) {
+                r.partitionFlag = kValidated;
+                FillByKind(disk, boot, r);
+            }
+            list.push_back(r);
+        }
+        if (extendedBase == 0) extendedBase = next;
+        current = next;
+        next = 0;
+        // A table without an extended entry ends the chain.
+        if (current == 0 || current >= diskEnd || links + 1 >= kMaxEbrLinks || !visited.insert(current).second)
+            break;
+        ReadOneSector(disk, buf, current, diskEnd);
+        Bytes t(buf.data(), kTableBytes);
+        if (ReadLe16(t, 510) != kTableSignature || t[kEntriesOffset + 4] == 0) break;
+        std::copy_n(buf.begin(), kTableBytes, table.begin());
+    }
+}
+
+// A dynamic disk behind an MBR: find the private header, check it, hand it over.
+void HandOffMbrDynamicDisk(CPhysicalDisk& disk, std::vector<uint8_t>& buf, uint64_t diskEnd) {
+    static constexpr char kMagic[8] = {'P', 'R', 'I', 'V', 'H', 'E', 'A', 'D'};
+    ReadOneSector(disk, buf, 6, diskEnd);
+    if (!MatchAt(buf, 0, kMagic, 8)) {
+        // The second place looked at is one past the media's range (first + count); on a whole
+        // disk that is past its end, so only a media narrowed below the device finds it there.
+        ReadOneSector(disk, buf, disk.GetFirstSector() + disk.GetSectorCount(), diskEnd);
+        if (!MatchAt(buf, 0, kMagic, 8)) return;
+    }
+    std::array<uint8_t, kPrivheadBytes> privhead;
+    std::copy_n(buf.begin(), kPrivheadBytes, privhead.begin());
+    for (auto [at, width] : kPrivheadNumbers) SwapBytes(privhead.data() + at, width);
+    // After the swap the numbers read as little-endian.
+    uint64_t diskStart = Le64(&privhead[0x11B]);
+    uint64_t diskSize = Le64(&privhead[0x123]);
+    uint64_t configStart = Le64(&privhead[0x12B]);
+    uint64_t configSize = Le64(&privhead[0x133]);
+    if (configSize != kLdmConfigSectors || diskSize == 0) return;
+    // The logical disk must end before the configuration starts (checked without overflow).
+    if (diskStart > configStart || diskSize > configStart - diskStart) return;
+    ReadLdmDatabase(disk, privhead.data(), nullptr);
+}
+
+} // namespace
+
+void SwapBytes(void* field, size_t width) {
+    auto* p = static_cast<uint8_t*>(field);
+    for (size_t i = 0, j = width; i + 1 < j; ++i, --j) std::swap(p[i], p[j - 1]);
+}
+
+bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout, std::vector<GptUnrecognisedEntry>* unrecognised) {
+    if (layout) *layout = Layout::None;
+    auto& list = disk.Partitions();
+    if (list.empty()) return false;
+    list.resize(1);
+    uint32_t ss = disk.GetSectorSize();
+    if (ss < kTableBytes || ss > kMaxSectorSize) return true;
+    uint64_t diskEnd = DiskEndSector(disk);
+    try {
+        std::vector<uint8_t> buf(ss);
+        ReadOneSector(disk, buf, 0, diskEnd);
+        Bytes t(buf.data(), kTableBytes);
+        uint8_t firstType = t[kEntriesOffset + 4];
+        if (ReadLe16(t, 510) != kTableSignature || firstType == 0) return true;
+
+        if (firstType == 0xEE) {
+            if (layout) *layout = Layout::Gpt;
+            // The header lies at the protective entry's start (normally 1), relative to sector 0.
+            uint64_t headerSector = Le32(&t[kEntriesOffset + 8]);
+            ReadOneSector(disk, buf, headerSector, diskEnd);
+            if (!MatchAt(buf, 0, "EFI PART", 8)) return true;
+            std::array<uint8_t, kGptHeaderBytes> header;
+            std::copy_n(buf.begin(), kGptHeaderBytes, header.begin());
+            ReadGptEntries(disk, header, unrecognised);
+            return true;
+        }
+        if (firstType == 0x42) {
+            if (layout) *layout = Layout::Ldm;
+            HandOffMbrDynamicDisk(disk, buf, diskEnd);
+            return true;
+        }
+        if (layout) *layout = Layout::Mbr;
+        std::array<uint8_t, kTableBytes> table;
+        std::copy_n(buf.begin(), kTableBytes, table.begin());
+        WalkMbrChain(disk, table, buf, diskEnd);
+    } catch (const std::bad_alloc&) {
+        // The walk ends; records already appended stay.
+    }
+    return !list.empty();
+}
+
+bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::vector<GptUnrecognisedEntry>* unrecognised) {
+    auto arrayStart = ReadLe64(header, 72);
+    auto entryCount = ReadLe32(header, 80);
+    auto entrySize = ReadLe32(header, 84);
+    if (!arrayStart || !entryCount || !entrySize) return false;
+    // Entries are 128 bytes or a multiple; a size of 0 would never advance the walk.
+    if (*entrySize == 0 || *entrySize % 128 != 0) return false;
+    uint32_t ss = disk.GetSectorSize();
+    if (ss < kTableBytes || ss > kMaxSectorSize) return false;
+    uint64_t diskEnd = DiskEndSector(disk);
+    if (*arrayStart >= diskEnd) return true;
+
+    // Both factors are below 2^32, so the product fits in 64 bits. The array is cut at the
+    // disk's end and at a sane maximum, then to whole entries.
+    uint64_t arrayBytes = uint64_t(*entryCount) * *entrySize;
+    uint64_t sectorsLeft = diskEnd - *arrayStart;
+    if (sectorsLeft < kMaxGptArrayBytes / ss + 1) arrayBytes = std::min(arrayBytes, sectorsLeft * ss);
+    arrayBytes = std::min(arrayBytes, kMaxGptArrayBytes);
+    arrayBytes -= arrayBytes % *entrySize;
+    if (arrayBytes == 0) return true;
+
+    std::vector<uint8_t> array, buf;
+    try {
+        // Whole sectors, as unbuffered devices require; one read for the whole array.
+        array.assign((arrayBytes + ss - 1) / ss * ss, 0);
+        buf.assign(ss, 0);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    if (!disk.ReadSectors(array.data(), uint32_t(array.size()), *arrayStart, true))
+        std::fill(array.begin(), array.end(), 0);
+
+    auto& list = disk.Partitions();
+    uint64_t metadataStart = 0, metadataSectors = 0;
+    for (uint64_t at = 0; at < arrayBytes; at += *entrySize) {
+        Bytes entry(array.data() + at, 56);
+        uint64_t first = Le64(&entry[32]);
+        uint64_t last = Le64(&entry[40]);
+        if (kLdmMetadataGuid.Matches(entry)) {
+            metadataStart = first;
+            metadataSectors = last - first + 1;
+        } else if (kBasicDataGuid.Matches(entry)) {
+            ReadOneSector(disk, buf, first, diskEnd);
+            Bytes boot(buf.data(), kTableBytes);
+            PartitionRecord r;
+            r.startSector = first;
+            r.length = last; // the last sector, not a count
+            r.partitionFlag = kValidated;
+            if (IsNtfsBootSector(disk, boot)) r.fsKind = kFsNtfs;
+            else if (IsExFatBootSector(disk, boot)) r.fsKind = kFsExFat;
+            else if (IsFat32BootSector(disk, boot)) r.fsKind = kFsFat32;
+            else if (IsFat16BootSector(disk, boot)) r.fsKind = kFsFat16;
+            if (r.fsKind == kFsNone) {
+                if (unrecognised) unrecognised->push_back({first, last});
+                continue;
+            }
+            FillByKind(disk, boot, r);
+            list.push_back(r);
+        } else if (kLdmDataGuid.Matches(entry)) {
+            // Without its metadata entry seen first, a data entry ends the walk: the array's
+            // order matters, and entries behind it are not examined.
+            if (metadataSectors != kLdmConfigSectors || last == 0 || first <= metadataStart) break;
+            LdmGptAreas areas{metadataStart, metadataSectors, first, last};
+            ReadLdmDatabase(disk, nullptr, &areas);
+        }
+    }
+    return true;
+}
+
+void DumpPartitionList(const CPhysicalDisk& disk, std::FILE* out) {
+    for (const PartitionRecord& r : disk.Partitions()) {
+        switch (r.fsKind) {
+        case kFsFat16: std::fputs("FAT16 partition==>\n", out); break;
+        case kFsFat32: std::fputs("FAT32 partition==>\n", out); break;
+        case kFsNtfs: std::fputs("NTFS partition==>\n", out); break;
+        // An exFAT record prints both headings.
+        case kFsExFat: std::fputs("ExFAT partition==>\nNTFS partition==>\n", out); break;
+        default: break;
+        }
+        std::fprintf(out, "start sector:%" PRIu64 "\nEnd sector:%" PRIu64 "\nBPS:%u\nSPC:%u\n", r.startSector,
+                     r.length, unsigned(r.bytesPerSector), unsigned(r.bytesPerCluster));
+    }
+}
+
+} // namespace kestrin

@@ -1,0 +1,152 @@
+#include "storage/SourceLayout.h"
+
+#include <vector>
+
+#include "storage/BootSector.h"
+#include "storage/PartitionTable.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr size_t kBootBytes = 512;
+
+bool IsKnownMediaDescriptor(uint8_t v) { return v == 0xF0 || v >= 0xF8; }
+
+// A FAT16 boot sector judged by its own fields, without the two rules that make
+// IsFat16BootSector reject small volumes (a non-zero high half of the 32-bit total, exactly 512
+// root entries). The FAT type follows from the cluster count, as FAT drivers decide it, unless
+// the type text says FAT16.
+bool LooksLikeFat16Volume(Bytes s) {
+    if (ReadLe16(s, 510) != uint16_t(0xAA55)) return false;
+    uint16_t bps = ReadLe16(s, 11).value_or(0);
+    if (bps != 512 && bps != 1024 && bps != 2048 && bps != 4096) return false;
+    uint8_t spc = ReadU8(s, 13).value_or(0);
+    if (spc == 0 || (spc & (spc - 1)) != 0) return false;
+    uint16_t reserved = ReadLe16(s, 14).value_or(0);
+    uint8_t fats = ReadU8(s, 16).value_or(0);
+    uint16_t rootEntries = ReadLe16(s, 17).value_or(0);
+    uint16_t fatSize = ReadLe16(s, 22).value_or(0);
+    uint16_t total16 = ReadLe16(s, 19).value_or(0);
+    uint64_t total = total16 ? total16 : ReadLe32(s, 32).value_or(0);
+    if (reserved == 0 || (fats != 1 && fats != 2) || rootEntries == 0 || fatSize == 0 || total == 0) return false;
+    if (!IsKnownMediaDescriptor(ReadU8(s, 21).value_or(0))) return false;
+    if (MatchAt(s, 54, "FAT16", 5)) return true;
+    uint64_t rootSectors = (uint64_t(rootEntries) * 32 + bps - 1) / bps;
+    uint64_t meta = reserved + uint64_t(fats) * fatSize + rootSectors;
+    if (total <= meta) return false;
+    uint64_t clusters = (total - meta) / spc;
+    return clusters >= 4085 && clusters < 65525;
+}
+
+// exFAT by its name and sane shifts: sectors of 512 to 4,096 bytes, clusters up to 32 MiB.
+bool LooksLikeExFatVolume(Bytes s) {
+    if (!MatchAt(s, 3, "EXFAT   ", 8) || ReadLe16(s, 510) != uint16_t(0xAA55)) return false;
+    uint8_t bpsShift = ReadU8(s, 108).value_or(0), spcShift = ReadU8(s, 109).value_or(0xFF);
+    return bpsShift >= 9 && bpsShift <= 12 && spcShift <= 25 - bpsShift;
+}
+
+} // namespace
+
+const char* LayoutName(Layout layout) {
+    switch (layout) {
+    case Layout::Mbr: return "mbr";
+    case Layout::Gpt: return "gpt";
+    case Layout::Ldm: return "ldm";
+    case Layout::Volume: return "volume";
+    default: return "none";
+    }
+}
+
+const char* FsKindName(uint8_t fsKind) {
+    switch (fsKind) {
+    case kFsFat16: return "FAT16";
+    case kFsFat32: return "FAT32";
+    case kFsNtfs: return "NTFS";
+    case kFsExFat: return "exFAT";
+    default: return "unknown";
+    }
+}
+
+std::optional<PartitionRecord> RecogniseVolume(CStorageMedia& media, std::span<const uint8_t> s, uint64_t length) {
+    PartitionRecord r;
+    r.length = length;
+    r.partitionFlag = kValidated;
+    // NTFS and exFAT also need their name: the NTFS test alone and, even more, the exFAT test
+    // alone (three bytes and two shifts) also pass some MBR boot code.
+    if (MatchAt(s, 3, "NTFS    ", 8) && IsNtfsBootSector(media, s)) {
+        r.fsKind = kFsNtfs;
+        FillNtfsRecord(media, s, r);
+        return r;
+    }
+    bool exFatStrict = MatchAt(s, 3, "EXFAT   ", 8) && IsExFatBootSector(media, s);
+    if (exFatStrict || LooksLikeExFatVolume(s)) {
+        r.fsKind = kFsExFat;
+        if (!exFatStrict) r.partitionFlag = kTableOnly;
+        FillExFatRecord(media, s, r);
+        return r;
+    }
+    if (IsFat32BootSector(media, s)) {
+        r.fsKind = kFsFat32;
+        FillFat32Record(s, r);
+        return r;
+    }
+    bool fat16Strict = IsFat16BootSector(media, s);
+    if (fat16Strict || LooksLikeFat16Volume(s)) {
+        r.fsKind = kFsFat16;
+        if (!fat16Strict) r.partitionFlag = kTableOnly;
+        FillFat16Record(s, r);
+        return r;
+    }
+    return std::nullopt;
+}
+
+Layout ReadSourceLayout(CPhysicalDisk& disk) {
+    auto& list = disk.Partitions();
+    if (list.empty()) list.resize(1);
+    disk.SecondPartitions().clear();
+    uint32_t ss = disk.GetSectorSize();
+    if (ss < kBootBytes || ss > 66048) return Layout::None;
+
+    // A volume image must be recognised before the table walk: a volume's boot sector ends in
+    // the same 0xAA55 signature as an MBR, and its boot code lies exactly where the partition
+    // entries would be, so the walk would read that code as a table and list garbage.
+    std::vector<uint8_t> buf(ss, 0);
+    if (disk.GetSectorCount() > 0) disk.ReadSectors(buf.data(), ss, 0, true);
+    if (auto volume = RecogniseVolume(disk, Bytes(buf.data(), kBootBytes), disk.GetSectorCount())) {
+        list.resize(1);
+        list[0] = PartitionRecord{};
+        list.push_back(*volume);
+        return Layout::Volume;
+    }
+
+    Layout layout = Layout::None;
+    std::vector<GptUnrecognisedEntry> unrecognised;
+    ReadPartitionTable(disk, &layout, &unrecognised);
+    // GPT entries the strict tests reject are still listed when their boot sector is clearly a
+    // volume: an exFAT volume with 8-sector clusters (4 KiB on 512-byte sectors, a common
+    // default) fails the exFAT test's shift rule, and would otherwise be invisible.
+    for (const auto& e : unrecognised) {
+        std::fill(buf.begin(), buf.end(), 0);
+        if (e.firstSector >= disk.GetSectorCount()) continue;
+        disk.ReadSectors(buf.data(), ss, e.firstSector, true);
+        if (auto r = RecogniseVolume(disk, Bytes(buf.data(), kBootBytes), e.lastSector)) {
+            r->startSector = e.firstSector;
+            r->partitionFlag = kTableOnly;
+            disk.SecondPartitions().push_back(*r);
+        }
+    }
+    return layout;
+}
+
+std::vector<PartitionRecord> ListPartitions(CPhysicalDisk& disk, Layout& layout) {
+    layout = ReadSourceLayout(disk);
+    const auto& table = disk.Partitions();
+    std::vector<PartitionRecord> out;
+    if (table.size() > 1) out.assign(table.begin() + 1, table.end());
+    out.insert(out.end(), disk.SecondPartitions().begin(), disk.SecondPartitions().end());
+    return out;
+}
+
+} // namespace kestrin
