@@ -1,6 +1,9 @@
 #pragma once
 // Language files and settings: every user-visible text is looked up by an "IDS_" identifier in
 // the current language file under the program folder.
+//
+// All functions are safe to call from any thread. Text() initialises from the running
+// executable's folder on first use when InitLanguage() was not called.
 #include <string>
 #include <string_view>
 
@@ -8,6 +11,15 @@ namespace kestrin::app {
 
 inline constexpr const char* kSection = "Kestrin Windows";
 inline constexpr const char* kLanguageNames[5] = {"English", "French", "German", "Italian", "Spanish"};
+inline constexpr int kLanguageCount = 5;
+// Settings key holding the language index.
+inline constexpr const char* kLanguageKey = "IDS_LANGUAGE";
+// Menu command of language 0; language i is kLanguageMenuFirst + i.
+inline constexpr int kLanguageMenuFirst = 40043;
+// Buffer sizes of the profile reads, in characters including the terminator: the settings value
+// keeps at most 99 characters, a text at most 999.
+inline constexpr size_t kSettingsBufferChars = 100;
+inline constexpr size_t kTextBufferChars = 1000;
 
 // Program folder, settings file and language file of this process.
 struct AppPaths {
@@ -21,11 +33,21 @@ struct AppPaths {
 // `programFolder` empty means the running executable's.
 AppPaths& InitLanguage(const std::string& programFolder = {});
 AppPaths& CurrentPaths();
-// Text of `id` in the current language file; empty when missing.
+// Text of `id` in the current language file; empty when missing. UTF-8.
 std::string Text(std::string_view id);
-// Menu command 40043 + index. Returns false when nothing changed (same language).
+// Menu command 40043 + index. Returns false when nothing changed (same language, or an index
+// outside the language table).
 bool ChangeLanguage(int index);
-// Chooses a language by name ("German") for this process only (command line --lang).
+// Chooses a language by name ("German", any case) for this process only (command line --lang);
+// the settings file is left alone. False for an unknown name.
 bool UseLanguageByName(std::string_view name);
+
+// The language index as start-up reads it from the settings value: leading spaces, an optional
+// sign and digits, like the C runtime's string-to-integer conversion; 0 when there is no number.
+int ParseLanguageIndex(std::string_view value);
+
+// True when a typed answer to a yes/no question means yes: "y" in any case, or the letter the
+// current language offers for yes in "IDS_CLI_YES_NO" (the one after "(", as in " (j/N) ").
+bool IsYesAnswer(std::string_view answer);
 
 } // namespace kestrin::app

@@ -10,6 +10,7 @@ namespace kestrin {
 
 class CNode;
 struct SignatureRecord;
+class IRecordSearchHook;
 
 struct ScanContext {
     ScanOperation& op;
@@ -20,6 +21,9 @@ struct ScanContext {
     CNode* top = nullptr;
     // Ticked rows of the signature list, in row order (signature scan only).
     const std::vector<SignatureRecord>* signatures = nullptr;
+    // The MFT-record test the signature loop runs on every sector for scan kinds 1 and 3;
+    // supplied by the NTFS side, null when that test is not part of this scan.
+    IRecordSearchHook* recordSearch = nullptr;
 
     // Every state poll goes through here: it blocks while the front end has a question open.
     uint32_t PollState() {
@@ -30,7 +34,9 @@ struct ScanContext {
         uint32_t s = PollState();
         return s == kStateCancel || s == kStateStopFollowOn;
     }
+    // Waits at the gate too: an open question must not see the display change under it.
     void Progress(int64_t done, int64_t total) {
+        gate.Wait();
         op.done.store(done, std::memory_order_relaxed);
         op.total.store(total, std::memory_order_relaxed);
         events.OnProgress();

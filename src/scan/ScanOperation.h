@@ -2,6 +2,7 @@
 // The record one long operation shares between the worker (engines write done, total and the
 // final state) and the front end (reads progress, writes the cancel state).
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -53,19 +54,22 @@ public:
     void Close() {
         std::lock_guard lk(m_mutex);
         m_closed = true;
+        m_closedFast.store(true, std::memory_order_release);
     }
     void Open() {
         {
             std::lock_guard lk(m_mutex);
             m_closed = false;
+            m_closedFast.store(false, std::memory_order_release);
         }
         m_cv.notify_all();
     }
-    // Blocks while closed. Cheap when open (one relaxed load).
+    // Blocks while closed. Cheap when open (one atomic load): engines poll it per sector.
     void Wait() {
-        if (!m_closedFlag()) return;
+        if (!m_closedFast.load(std::memory_order_acquire)) return;
         std::unique_lock lk(m_mutex);
         m_waiting = true;
+        m_cv.notify_all();
         m_cv.wait(lk, [&] { return !m_closed; });
         m_waiting = false;
     }
@@ -78,14 +82,16 @@ public:
         std::lock_guard lk(m_mutex);
         return m_waiting;
     }
+    // Waits up to `ms` milliseconds for the worker to arrive at the closed gate.
+    bool WaitForWorkerHeld(int ms) {
+        std::unique_lock lk(m_mutex);
+        return m_cv.wait_for(lk, std::chrono::milliseconds(ms), [&] { return m_waiting; });
+    }
 
 private:
-    bool m_closedFlag() {
-        std::lock_guard lk(m_mutex);
-        return m_closed;
-    }
     std::mutex m_mutex;
     std::condition_variable m_cv;
+    std::atomic<bool> m_closedFast{false};
     bool m_closed = false;
     bool m_waiting = false;
 };
@@ -102,6 +108,9 @@ public:
     virtual void OnSignatureScanStart() = 0;
     // A new status line (language text already looked up).
     virtual void OnStatus(const std::string& /*text*/) {}
+    // A remark the user should still see after the operation, such as a stage this build cannot
+    // run. Shown as the status line unless the front end keeps remarks apart.
+    virtual void OnNotice(const std::string& text) { OnStatus(text); }
 };
 
 } // namespace kestrin

@@ -1,0 +1,51 @@
+#pragma once
+// The signature scan's one way to the media: the loop's read-ahead and the scanners' own reads
+// all pass through here, one at a time, because the media object keeps a file position and has
+// no lock of its own.
+#include <cstdint>
+#include <mutex>
+
+namespace kestrin {
+
+class CPhysicalDisk;
+
+class CSectorReader {
+public:
+    explicit CSectorReader(CPhysicalDisk& media);
+
+    // `byteCount` bytes at absolute sector `sector` (seek read). False on failure, with the
+    // system code of the failure in LastError().
+    bool Read(void* buffer, uint32_t byteCount, uint64_t sector);
+    // System code of the last failed read (5 access denied, 55 device gone, ...).
+    uint32_t LastError() const { return m_lastError; }
+    uint32_t SectorSize() const { return m_sectorSize; }
+    // First sector past the source: scanners never walk beyond it.
+    uint64_t EndSector() const { return m_endSector; }
+    // Bytes the source holds from absolute byte `offset` on (0 at or past the end).
+    uint64_t BytesFrom(uint64_t offset) const { return offset < m_byteSize ? m_byteSize - offset : 0; }
+    // Reads that failed inside scanners (kept for the end-of-scan summary).
+    uint64_t ScannerReadFailures() const { return m_scannerFailures; }
+    void CountScannerFailure() { ++m_scannerFailures; }
+    CPhysicalDisk& Media() { return m_media; }
+
+    // What the compound-document directory walk found from one hit sector. The Word, Excel and
+    // PowerPoint scanners walk the same sectors and differ only in the stream they look for, so
+    // one walk answers all three (bit i set: stream i found; `sector` is the hit it belongs to).
+    struct DirectoryWalk {
+        uint64_t sector = UINT64_MAX;
+        uint8_t found = 0;
+    };
+    DirectoryWalk& CompoundDirectoryWalk() { return m_directoryWalk; }
+
+private:
+    CPhysicalDisk& m_media;
+    std::mutex m_mutex;
+    uint32_t m_sectorSize;
+    uint64_t m_byteSize;
+    uint64_t m_endSector;
+    uint32_t m_lastError = 0;
+    uint64_t m_scannerFailures = 0;
+    DirectoryWalk m_directoryWalk;
+};
+
+} // namespace kestrin

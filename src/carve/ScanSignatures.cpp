@@ -1,0 +1,258 @@
+#include "carve/ScanSignatures.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "carve/CChunkPrefetcher.h"
+#include "carve/CSectorReader.h"
+#include "carve/RecordSearchHook.h"
+#include "carve/ScannerSet.h"
+#include "fs/CNode.h"
+#include "platform/Platform.h"
+#include "scan/ScanContext.h"
+#include "storage/CPhysicalDisk.h"
+#include "util/Text.h"
+
+namespace kestrin {
+
+namespace {
+
+// Streams that would yield a flood of false hits inside themselves are jumped over. The list is
+// compared case-sensitively: ".Mp3" is not in it.
+constexpr std::string_view kSkippedStreams[] = {".MP3", ".mp3", ".MPG", ".mpg", ".MOV", ".mov",
+                                                 ".MTS", ".mts", ".M2TS", ".m2ts", ".ARJ", ".arj"};
+
+bool IsSkippedStream(std::string_view extension) {
+    return std::find(std::begin(kSkippedStreams), std::end(kSkippedStreams), extension) != std::end(kSkippedStreams);
+}
+
+bool IsStop(uint32_t state) { return state == kStateStopFollowOn || state == kStateCancel; }
+
+// Picks the scanners that may accept a sector from the bytes at their header offsets: one
+// 256-entry table of scanner indices per distinct offset. Scanners without a deciding byte are
+// candidates for every sector. Candidates come out in set order, so the first scanner still wins.
+class CandidateIndex {
+public:
+    CandidateIndex(const ScannerSet& set, uint32_t sectorSize) {
+        for (uint16_t i = 0; i < set.size(); ++i) {
+            auto key = set[i].scanner->HeaderKey();
+            if (!key) {
+                m_always.push_back(i);
+                continue;
+            }
+            if (key->first >= sectorSize) continue; // its header can never fit in a sector
+            auto g = std::find_if(m_groups.begin(), m_groups.end(), [&](const Group& x) { return x.offset == key->first; });
+            if (g == m_groups.end()) {
+                m_groups.push_back({key->first, {}});
+                g = m_groups.end() - 1;
+            }
+            g->byByte[key->second].push_back(i);
+        }
+        m_merged.reserve(set.size());
+    }
+
+    // Candidates for `sector` (valid until the next call).
+    std::span<const uint16_t> For(const uint8_t* sector) {
+        if (m_groups.size() == 1 && m_always.empty()) return m_groups[0].byByte[sector[m_groups[0].offset]];
+        m_merged.clear();
+        for (const Group& g : m_groups) {
+            const auto& list = g.byByte[sector[g.offset]];
+            m_merged.insert(m_merged.end(), list.begin(), list.end());
+        }
+        m_merged.insert(m_merged.end(), m_always.begin(), m_always.end());
+        if (m_merged.size() > 1) std::sort(m_merged.begin(), m_merged.end());
+        return m_merged;
+    }
+
+private:
+    struct Group {
+        uint32_t offset;
+        std::array<std::vector<uint16_t>, 256> byByte;
+    };
+    std::vector<Group> m_groups;
+    std::vector<uint16_t> m_always;
+    std::vector<uint16_t> m_merged;
+};
+
+std::u16string Decimal(uint64_t v) { return ToUtf16(std::to_string(v)); }
+
+} // namespace
+
+void AddCarvedHit(CNode* fileTypes, CScanner& scanner, uint64_t sector, uint64_t fileSize, uint64_t embeddedSize) {
+    std::string_view ext = scanner.Extension();
+    std::u16string typeName = ToUtf16(ext.empty() ? ext : ext.substr(1));
+    CNode* typeFolder = FindChild(fileTypes, typeName);
+    if (!typeFolder && !(typeFolder = AddFolder(fileTypes, typeName))) return;
+
+    uint64_t count = GetCount(typeFolder);
+    std::string bare;
+    for (char ch : ext)
+        if (ch != '.') bare += ch;
+    uint64_t base = count / 1000 * 1000;
+    std::u16string rangeName = ToUtf16(bare) + u"[" + Decimal(base + 1) + u"-" + Decimal(base + 1000) + u"]";
+    CNode* rangeFolder = FindChild(typeFolder, rangeName);
+    if (!rangeFolder && !(rangeFolder = AddFolder(typeFolder, rangeName))) return;
+
+    // Numbers are printed as 32-bit values, as the names have always been.
+    std::u16string number = Decimal(uint32_t(count + 1));
+    if (fileSize != 0 && AddCarvedFile(rangeFolder, u"file#" + number + ToUtf16(ext), sector, fileSize, 0)) {
+        IncrementCount(typeFolder);
+        IncrementCount(rangeFolder);
+    }
+    if (embeddedSize > 0 && embeddedSize < kMaxEmbeddedSize) {
+        uint32_t offset = scanner.GetEmbeddedOffset();
+        std::u16string name = u"file_RAW#" + number + std::u16string(scanner.GetEmbeddedExtension());
+        AddCarvedFile(rangeFolder, name, scanner.GetEmbeddedSector(), embeddedSize + offset, offset);
+    }
+}
+
+namespace {
+
+bool StartsWithEightZeros(const uint8_t* p) {
+    uint64_t v;
+    std::memcpy(&v, p, 8);
+    return v == 0;
+}
+
+} // namespace
+
+uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSector, uint64_t endSector,
+                        ScanContext& ctx) {
+    ctx.events.OnSignatureScanStart();
+    const bool records = scanKind == kScanRecordsOnly || scanKind == kScanRecordsAndSignatures;
+    const bool signatures = scanKind == kScanSignaturesOnly || scanKind == kScanRecordsAndSignatures;
+    IRecordSearchHook* hook = records ? ctx.recordSearch : nullptr;
+    if (hook) hook->Prepare(media, firstSector, endSector, ctx);
+
+    CNode* fileTypes = nullptr;
+    if (signatures && ctx.top) fileTypes = AddFolder(ctx.top, u"File Types");
+
+    CSectorReader reader(media);
+    const uint32_t bps = reader.SectorSize();
+    ScannerSet set;
+    if (signatures && fileTypes && ctx.signatures) set = BuildScannerSet(*ctx.signatures);
+    for (auto& e : set) e.scanner->SetReader(&reader);
+    CandidateIndex candidates(set, bps);
+
+    ctx.op.endSector.store(endSector);
+    ctx.op.total.store(int64_t(endSector));
+    uint64_t current = firstSector;
+    uint64_t skipUntil = 0;
+    bool endedByError = false;
+    // A sector needs at least the eight bytes of the zero test.
+    CChunkPrefetcher chunks(reader, firstSector, bps >= 8 ? endSector : firstSector, kSignatureChunkSectors);
+
+    while (current < endSector && bps >= 8) {
+        if (IsStop(ctx.PollState())) {
+            ctx.op.state.store(kStateStopFollowOn);
+            break;
+        }
+        ctx.op.currentSector.store(current);
+        ctx.op.done.store(int64_t(current));
+        ctx.events.OnProgress();
+        CChunkPrefetcher::Chunk chunk = chunks.Next();
+        if (!chunk.data || chunk.sectors == 0) break;
+        if (!chunk.ok) {
+            if (chunk.error == platform::kErrAccessDenied || chunk.error == platform::kErrDeviceGone) {
+                ctx.events.OnStatus(CStorageMedia::ErrorText(chunk.error));
+                endedByError = true;
+                break;
+            }
+            current += chunk.sectors; // never offered to a scanner
+            continue;
+        }
+        const size_t chunkBytes = size_t(chunk.sectors) * bps;
+        bool stop = false;
+        for (uint32_t i = 0; i < chunk.sectors && !stop; ++i, ++current) {
+            if (IsStop(ctx.PollState())) {
+                stop = true;
+                break;
+            }
+            const uint8_t* p = chunk.data + size_t(i) * bps;
+            if (hook && hook->OfferSector(current, {p, chunkBytes - size_t(i) * bps})) continue;
+            if (!signatures || skipUntil > current) continue;
+            // Deliberate: a sector that opens with eight zero bytes is never offered, not even
+            // to a signature that stands further into the sector.
+            if (StartsWithEightZeros(p)) continue;
+            std::span<const uint8_t> sector(p, bps);
+            for (uint16_t index : candidates.For(p)) {
+                if (IsStop(ctx.PollState())) {
+                    stop = true;
+                    break;
+                }
+                CScanner& s = *set[index].scanner;
+                if (!s.IsHeader(sector) || s.Verify(current, sector) != 1) continue;
+                uint64_t fileSize = s.FindFileSize(current, sector);
+                uint64_t embeddedSize = s.GetEmbeddedSize();
+                if (fileSize == 0 && embeddedSize == 0) continue;
+                // The last two sectors of a jumped-over stream are offered again. (Kept from
+                // wrapping below zero for a stream shorter than two sectors at the start.)
+                if (IsSkippedStream(s.Extension())) {
+                    uint64_t to = fileSize / bps + current;
+                    skipUntil = to >= 2 ? to - 2 : 0;
+                }
+                AddCarvedHit(fileTypes, s, current, fileSize, embeddedSize);
+                break;
+            }
+        }
+        if (stop) {
+            ctx.op.state.store(kStateStopFollowOn);
+            break;
+        }
+    }
+
+    set.clear();
+    if (hook) hook->Finish(ctx);
+    return endedByError ? 0 : ctx.op.state.load();
+}
+
+ContentResult CarvedWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
+    ContentResult result;
+    uint32_t bps = media.GetSectorSize();
+    if (bps == 0 || node.location > UINT64_MAX / bps) return result;
+    CSectorReader reader(media);
+    // Runs of 2 MiB, whole sectors, starting at the item's first sector.
+    const uint32_t runSectors = std::max<uint32_t>(1, (2u << 20) / bps);
+    std::vector<uint8_t> buf(size_t(runSectors) * bps);
+    uint64_t begin = node.startOffset;
+    uint64_t end = node.size;
+    uint64_t sector = node.location;
+    uint64_t available = reader.BytesFrom(node.location * bps);
+    result.ok = true;
+    for (uint64_t runStart = 0; runStart < end; runStart += buf.size(), sector += runSectors) {
+        uint64_t runEnd = std::min<uint64_t>(runStart + buf.size(), end);
+        if (runEnd <= begin) continue;
+        if (runStart >= available) {
+            result.beyondVolume += end - std::max(runStart, begin);
+            result.ok = false;
+            break;
+        }
+        uint32_t want = uint32_t(std::min<uint64_t>(runEnd - runStart, available - runStart));
+        uint32_t wantSectors = (want + bps - 1) / bps;
+        bool readOk = reader.Read(buf.data(), wantSectors * bps, sector);
+        if (!readOk) std::memset(buf.data(), 0, buf.size());
+        size_t from = size_t(std::max(runStart, begin) - runStart);
+        size_t len = size_t(std::min<uint64_t>(runEnd, runStart + want) - runStart) - from;
+        if (!readOk) {
+            result.unreadable += len;
+            result.ok = false;
+        }
+        if (!sink(buf.data() + from, len)) {
+            result.ok = false;
+            return result;
+        }
+        result.written += len;
+        if (runEnd > runStart + want) {
+            result.beyondVolume += runEnd - (runStart + want);
+            result.ok = false;
+            break;
+        }
+    }
+    return result;
+}
+
+} // namespace kestrin

@@ -1,0 +1,221 @@
+#include "carve/SignatureFile.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+
+#include "carve/SignatureList.h"
+#include "platform/Platform.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr char kMagic[4] = {'K', 'S', 'T', '3'};
+constexpr char kTrailer[4] = {'3', 'T', 'S', 'K'};
+constexpr uint64_t kMaxFileBytes = 64ull << 20;
+
+// Sequential reader over the file's bytes; every read either fits or fails as a short read.
+class Cursor {
+public:
+    explicit Cursor(std::span<const uint8_t> b) : m_b(b) {}
+    bool Take(size_t n, std::span<const uint8_t>& out) {
+        if (!Fits(m_b, m_at, n)) return false;
+        out = m_b.subspan(m_at, n);
+        m_at += n;
+        return true;
+    }
+    template <class T>
+    bool Le(T& v) {
+        std::span<const uint8_t> s;
+        if (!Take(sizeof(T), s)) return false;
+        v = 0;
+        for (size_t i = sizeof(T); i-- > 0;) v = T(v << 8 | s[i]);
+        return true;
+    }
+    // A length-prefixed text or byte string. The length is a claim: it must fit in what the
+    // file still holds, so a length of 10^12 is a short read and never an allocation.
+    bool Blob(std::span<const uint8_t>& out) {
+        uint64_t n;
+        if (!Le(n) || n > m_b.size() - m_at) return false;
+        return Take(size_t(n), out);
+    }
+
+private:
+    std::span<const uint8_t> m_b;
+    size_t m_at = 0;
+};
+
+std::string_view Text(std::span<const uint8_t> s) { return {reinterpret_cast<const char*>(s.data()), s.size()}; }
+
+void PutLe(std::vector<uint8_t>& out, uint64_t v, size_t bytes) {
+    for (size_t i = 0; i < bytes; ++i) out.push_back(uint8_t(v >> (8 * i)));
+}
+
+void PutBlob(std::vector<uint8_t>& out, const void* p, size_t n) {
+    PutLe(out, n, 8);
+    auto* b = static_cast<const uint8_t*>(p);
+    out.insert(out.end(), b, b + n);
+}
+
+bool AnyEmpty(const SignatureFields& f) {
+    return f.size.empty() || f.header.empty() || f.extension.empty() || f.offset.empty() || f.description.empty();
+}
+
+void ApplyFields(SignatureRecord& r, const SignatureFields& f) {
+    r.fixedSize = ApplySizeUnit(uint64_t(ParseDecimal64(f.size)), f.unitIndex);
+    r.header = ParseHeaderHex(f.header);
+    r.extension = ExtensionWithDot(f.extension);
+    r.headerOffset = uint32_t(ParseDecimal64(f.offset));
+    r.secondValue = f.secondValue;
+    r.description = f.description;
+    r.category = f.category ? f.category : uint8_t(kCategoryUserDefault);
+}
+
+} // namespace
+
+SignatureLoad ParseSignatureFile(std::span<const uint8_t> bytes) {
+    SignatureLoad load;
+    Cursor c(bytes);
+    std::span<const uint8_t> magic;
+    if (!c.Take(4, magic)) {
+        load.status = SignatureLoadStatus::kShortRead;
+        return load;
+    }
+    if (std::memcmp(magic.data(), kMagic, 4) != 0) {
+        load.status = SignatureLoadStatus::kBadMagic;
+        return load;
+    }
+    if (!c.Le(load.declaredCount)) {
+        load.status = SignatureLoadStatus::kShortRead;
+        return load;
+    }
+    for (uint32_t i = 0; i < load.declaredCount; ++i) {
+        SignatureRecord r;
+        std::span<const uint8_t> header, ext, desc;
+        bool ok = c.Blob(header) && c.Blob(ext) && c.Le(r.headerOffset) && c.Le(r.secondValue) && c.Le(r.fixedSize) &&
+                  c.Blob(desc) && c.Le(r.typeId) && c.Le(r.userDefined) && c.Le(r.category);
+        if (!ok) {
+            load.status = SignatureLoadStatus::kShortRead;
+            break;
+        }
+        // The in-memory header length is an 8-bit count: a longer stored header keeps only the
+        // bytes that count names.
+        r.header.assign(header.begin(), header.begin() + (header.size() & 0xFF));
+        r.extension = std::string(Text(ext));
+        r.description = std::string(Text(desc));
+        load.records.push_back(std::move(r));
+    }
+    return load;
+}
+
+SignatureLoad LoadSignatureFile(const std::string& folder) {
+    SignatureLoad load;
+    platform::File f;
+    if (!f.OpenRead(folder + "/" + kSignatureFileName)) {
+        load.status = SignatureLoadStatus::kMissing;
+        load.systemText = platform::SysErrorText(f.LastError());
+        return load;
+    }
+    uint64_t size = std::min(f.Size(), kMaxFileBytes);
+    std::vector<uint8_t> bytes(static_cast<size_t>(size));
+    long long got = size ? f.ReadAt(bytes.data(), bytes.size(), 0) : 0;
+    uint32_t error = got < 0 ? f.LastError() : 0;
+    bytes.resize(got > 0 ? size_t(got) : 0);
+    load = ParseSignatureFile(bytes);
+    if (load.status == SignatureLoadStatus::kShortRead) load.systemText = platform::SysErrorText(error);
+    return load;
+}
+
+std::vector<uint8_t> SerializeSignatureFile(const std::vector<SignatureRecord>& records) {
+    std::vector<uint8_t> out(kMagic, kMagic + 4);
+    PutLe(out, records.size(), 4);
+    for (const SignatureRecord& r : records) {
+        PutBlob(out, r.header.data(), std::min<size_t>(r.header.size(), 255));
+        PutBlob(out, r.extension.data(), r.extension.size());
+        PutLe(out, r.headerOffset, 4);
+        PutLe(out, r.secondValue, 4);
+        PutLe(out, r.fixedSize, 8);
+        PutBlob(out, r.description.data(), r.description.size());
+        PutLe(out, r.typeId, 4);
+        PutLe(out, r.userDefined, 4);
+        PutLe(out, r.category, 1);
+    }
+    out.insert(out.end(), kTrailer, kTrailer + 4);
+    return out;
+}
+
+SignatureSaveStatus SaveSignatureFile(const std::string& folder, const std::vector<SignatureRecord>& records) {
+    std::string target = folder + "/" + kSignatureFileName;
+    std::string temp = folder + "/" + kSignatureTempName;
+    {
+        platform::File f;
+        if (f.OpenWrite(temp, /*exclusive=*/true)) {
+            std::vector<uint8_t> bytes = SerializeSignatureFile(records);
+            f.WriteAt(bytes.data(), bytes.size(), 0);
+        }
+    }
+    std::error_code ec;
+    std::filesystem::remove(target, ec);
+    std::filesystem::rename(temp, target, ec);
+    return ec ? SignatureSaveStatus::kRenameFailed : SignatureSaveStatus::kSaved;
+}
+
+std::vector<uint8_t> ParseHeaderHex(std::string_view text) {
+    std::vector<uint8_t> out;
+    auto nibble = [](char ch) {
+        unsigned char u = static_cast<unsigned char>(std::toupper(static_cast<unsigned char>(ch)));
+        return u < 'A' ? u - 48 : u - 55;
+    };
+    for (size_t i = 0; i + 1 < text.size(); i += 2) out.push_back(uint8_t(nibble(text[i]) << 4 | nibble(text[i + 1])));
+    return out;
+}
+
+int64_t ParseDecimal64(std::string_view text) {
+    size_t i = 0;
+    while (i < text.size() && (text[i] == ' ' || text[i] == '\t')) ++i;
+    bool negative = false;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+    uint64_t v = 0;
+    for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) v = v * 10 + uint64_t(text[i] - '0');
+    return negative ? -int64_t(v) : int64_t(v);
+}
+
+uint64_t ApplySizeUnit(uint64_t size, int unitIndex) {
+    if (unitIndex < 0) return size;
+    return unitIndex == 0 ? size << 10 : size << 20;
+}
+
+std::string ExtensionWithDot(std::string extension) {
+    if (extension.find('.') == std::string::npos) extension.insert(extension.begin(), '.');
+    return extension;
+}
+
+SignatureEditResult AddUserSignature(std::vector<SignatureRecord>& records, const SignatureFields& fields) {
+    if (AnyEmpty(fields)) return SignatureEditResult::kEmptyField;
+    SignatureRecord r;
+    ApplyFields(r, fields);
+    r.userDefined = 1;
+    r.typeId = uint32_t(records.size()) + kFirstUserTypeId;
+    records.push_back(std::move(r));
+    return SignatureEditResult::kDone;
+}
+
+SignatureEditResult EditUserSignature(std::vector<SignatureRecord>& records, size_t row, const SignatureFields& fields) {
+    if (row >= records.size()) return SignatureEditResult::kNoSuchRow;
+    if (records[row].userDefined != 1) return SignatureEditResult::kNotUserDefined;
+    if (AnyEmpty(fields)) return SignatureEditResult::kEmptyField;
+    ApplyFields(records[row], fields);
+    return SignatureEditResult::kDone;
+}
+
+SignatureEditResult DeleteUserSignature(std::vector<SignatureRecord>& records, size_t row) {
+    if (row >= records.size()) return SignatureEditResult::kNoSuchRow;
+    if (records[row].userDefined != 1) return SignatureEditResult::kNotUserDefined;
+    records.erase(records.begin() + ptrdiff_t(row));
+    return SignatureEditResult::kDone;
+}
+
+} // namespace kestrin

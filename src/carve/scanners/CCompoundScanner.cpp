@@ -1,0 +1,139 @@
+#include "carve/scanners/CCompoundScanner.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "carve/CSectorReader.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+constexpr uint8_t kMagic[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
+constexpr uint32_t kFreeSector = 0xFFFFFFFF;
+constexpr size_t kHeaderEntries = 109;
+constexpr size_t kHeaderEntriesAt = 76;
+constexpr size_t kDirectoryEntrySize = 128;
+constexpr std::u16string_view kRootEntry = u"Root Entry";
+// The format knows 512- and 4096-byte sectors; anything from 128 bytes to 64 KiB is taken, more
+// would make the size rule's shifts meaningless.
+constexpr uint16_t kMinSectorShift = 7;
+constexpr uint16_t kMaxSectorShift = 16;
+
+// Length in units of the zero-terminated wide name that opens a directory entry (at most 32).
+size_t EntryNameLength(const uint8_t* entry) {
+    size_t n = 0;
+    while (n < 32 && (entry[2 * n] | entry[2 * n + 1]) != 0) ++n;
+    return n;
+}
+
+bool EntryNameIs(const uint8_t* entry, std::u16string_view name) {
+    if (EntryNameLength(entry) != name.size()) return false;
+    for (size_t i = 0; i < name.size(); ++i)
+        if (Le16(entry + 2 * i) != name[i]) return false;
+    return true;
+}
+} // namespace
+
+bool CCompoundScanner::IsHeader(std::span<const uint8_t> sector) { return MatchAt(sector, 0, kMagic, sizeof kMagic); }
+
+// The size the allocation tables describe. With no extra index sectors: every table sector but
+// the last covers (C / 4) container sectors, and the last one is counted up to its first free
+// entry. That last table sector is read at its sector number counted from the start of the
+// source, not from the hit: the rule is kept as it stands, so a file that does not begin at the
+// start of the source usually gets the size from an unrelated sector.
+uint64_t CCompoundScanner::SizeFromAllocationTable(std::span<const uint8_t> sector) {
+    auto shift = ReadLe16(sector, 30);
+    auto extra = ReadLe32(sector, 72);
+    if (!shift || !extra || *shift < kMinSectorShift || *shift > kMaxSectorShift) return 0;
+    if (!Fits(sector, kHeaderEntriesAt, kHeaderEntries * 4)) return 0;
+    uint64_t c = uint64_t(1) << *shift;
+    if (*extra != 0) return c * ((uint64_t(*extra) << 14) + 0x3680);
+
+    size_t k = 0;
+    while (k < kHeaderEntries && Le32(sector.data() + kHeaderEntriesAt + 4 * k) != kFreeSector) ++k;
+    if (k == 0) return 0; // no table sector at all: nothing to count
+    uint64_t before = uint64_t(k - 1) * (c / 4) * c;
+    uint32_t last = Le32(sector.data() + kHeaderEntriesAt + 4 * (k - 1));
+
+    CSectorReader* r = Reader();
+    uint32_t bps = r->SectorSize();
+    uint64_t at = (uint64_t(last) + 1) * c / bps;
+    if (at >= r->EndSector()) return 0;
+    m_buffer.assign(size_t(c), 0);
+    if (!r->Read(m_buffer.data(), uint32_t(c), at)) {
+        r->CountScannerFailure();
+        return 0;
+    }
+    uint64_t present = r->BytesFrom(at * bps);
+    if (present < c) std::memset(m_buffer.data() + present, 0, size_t(c - present));
+    size_t j = k; // the count goes on from the header's entries
+    while (j < c / 4 && Le32(m_buffer.data() + 4 * j) != kFreeSector) ++j;
+    return before + j * c + c;
+}
+
+// Walks forward from the hit one sector at a time, looking at the first 128 bytes of each as a
+// directory entry, until an entry names the stream (or a root entry is followed closely by one).
+// Another compound header on the way, 20 MiB walked or the end of the source end the walk
+// without success. The walk is done once per hit for all three streams: each stream's answer
+// is the one its own walk would give, since the walks differ only in when they succeed.
+bool CCompoundScanner::DirectoryNamesStream(uint64_t sectorNumber) {
+    CSectorReader::DirectoryWalk& memo = Reader()->CompoundDirectoryWalk();
+    if (memo.sector != sectorNumber) {
+        memo.found = WalkDirectory(sectorNumber);
+        memo.sector = sectorNumber;
+    }
+    return memo.found >> m_streamIndex & 1;
+}
+
+uint8_t CCompoundScanner::WalkDirectory(uint64_t sectorNumber) {
+    constexpr uint8_t kAll = 7;
+    uint8_t found = 0;
+    CSectorReader* r = Reader();
+    uint32_t bps = r->SectorSize();
+    if (bps < kDirectoryEntrySize) return 0;
+    uint64_t maxSectors = kMaxDirectoryDistance / bps;
+    uint64_t endSector = r->EndSector();
+    m_buffer.resize(size_t(kReadSectors) * bps);
+    for (uint64_t walked = 0; walked < maxSectors;) {
+        uint64_t current = sectorNumber + walked;
+        if (current >= endSector) return found;
+        uint32_t n = uint32_t(std::min<uint64_t>(kReadSectors, endSector - current));
+        uint32_t bytes = n * bps;
+        if (!r->Read(m_buffer.data(), bytes, current)) {
+            r->CountScannerFailure();
+            return found;
+        }
+        uint64_t present = r->BytesFrom(current * bps);
+        if (present < bytes) std::memset(m_buffer.data() + present, 0, bytes - size_t(present));
+        for (uint32_t i = 0; i < n && walked + i < maxSectors; ++i) {
+            const uint8_t* s = m_buffer.data() + size_t(i) * bps;
+            if (walked + i > 0 && IsHeader({s, bps})) return found;
+            size_t len = EntryNameLength(s);
+            for (int k = 0; k < 3; ++k)
+                if (len == kStreams[k].size() && EntryNameIs(s, kStreams[k])) found |= uint8_t(1 << k);
+            if (len == kRootEntry.size() && EntryNameIs(s, kRootEntry)) {
+                // Fewer than 4 sectors left in this read: taken as success without looking.
+                if (n - i < kRootLookahead) return kAll;
+                const uint8_t* end = s + size_t(kRootLookahead) * bps;
+                for (const uint8_t* e = s + kDirectoryEntrySize; e + kDirectoryEntrySize <= end; e += kDirectoryEntrySize)
+                    for (int k = 0; k < 3; ++k)
+                        if (EntryNameIs(e, kStreams[k])) found |= uint8_t(1 << k);
+                // No success from this root entry for a stream not named near it; the walk goes
+                // on (a stream can hold the text "Root Entry").
+            }
+            if (found == kAll) return found;
+        }
+        walked += n;
+    }
+    return found;
+}
+
+uint64_t CCompoundScanner::FindFileSize(uint64_t sectorNumber, std::span<const uint8_t> sector) {
+    if (!Reader() || Reader()->SectorSize() == 0) return 0;
+    uint64_t size = SizeFromAllocationTable(sector);
+    if (size == 0 || !DirectoryNamesStream(sectorNumber)) return 0;
+    return size;
+}
+
+} // namespace kestrin

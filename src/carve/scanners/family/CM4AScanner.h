@@ -1,0 +1,12 @@
+#pragma once
+// MPEG-4 audio: the major brand "M4A ". Size from the shared box walk.
+#include "carve/scanners/family/CIsoMediaScanner.h"
+
+namespace kestrin {
+
+class CM4AScanner final : public CIsoMediaScanner {
+protected:
+    bool AcceptsBrands(std::span<const uint8_t> sector) const override;
+};
+
+} // namespace kestrin

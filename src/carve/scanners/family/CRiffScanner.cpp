@@ -1,0 +1,34 @@
+#include "carve/scanners/family/CRiffScanner.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+bool CRiffScanner::Contains(std::span<const uint8_t> head, std::initializer_list<const char*> tags) {
+    if (head.size() < 4) return false;
+    for (size_t i = 0; i + 4 <= head.size(); ++i)
+        for (const char* t : tags)
+            if (std::memcmp(head.data() + i, t, 4) == 0) return true;
+    return false;
+}
+
+uint64_t CRiffScanner::Walk(std::span<const uint8_t> sector) {
+    if (!MatchAt(sector, 0, "RIFF", 4) || !MatchAt(sector, 8, m_form, 4)) return 0;
+    uint64_t size = uint64_t(Le32(sector.data() + 4)) + 8;
+    if (size < 12 || size > Available()) return 0;
+    if (!Accepts(Upto(0, uint32_t(std::min<uint64_t>(size, kHeadBytes))))) return 0;
+    if (!m_continuations) return size;
+    for (int i = 0; i < kMaxContinuations; ++i) {
+        auto next = At(size, 12);
+        if (next.empty() || !MatchAt(next, 0, "RIFF", 4) || !MatchAt(next, 8, "AVIX", 4)) break;
+        uint64_t length = uint64_t(Le32(next.data() + 4)) + 8;
+        if (length > Available() - size) break;
+        size += length;
+    }
+    return size;
+}
+
+} // namespace kestrin

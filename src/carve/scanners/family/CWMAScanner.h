@@ -1,0 +1,14 @@
+#pragma once
+// Windows Media audio: an ASF file with audio streams and no video stream. Size from the shared
+// header walk. No type id selects this class; it never
+// takes part in a scan.
+#include "carve/scanners/family/CAsfFamilyScanner.h"
+
+namespace kestrin {
+
+class CWMAScanner final : public CAsfFamilyScanner {
+protected:
+    bool Accepts(bool hasAudio, bool hasVideo) const override;
+};
+
+} // namespace kestrin

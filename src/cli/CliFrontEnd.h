@@ -1,0 +1,68 @@
+#pragma once
+// The command line's side of a running operation: the progress display on stderr (a bar on a
+// terminal, periodic plain lines otherwise, nothing when quiet), Ctrl-C, and the Yes/No
+// questions. It plays the part of the progress window for the scan driver.
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "scan/ProgressRule.h"
+#include "scan/ScanOperation.h"
+
+namespace kestrin {
+class CScanDriver;
+}
+
+namespace kestrin::cli {
+
+class CliFrontEnd final : public IScanEvents {
+public:
+    // `sectorSize` turns the signature scan's sectors into bytes per second.
+    CliFrontEnd(bool quiet, uint32_t sectorSize);
+    ~CliFrontEnd() override;
+
+    // True when questions can be asked: standard input and standard error are a terminal.
+    static bool HaveTerminal();
+    // Asks `question` with " (y/N) " on the terminal; false on anything but yes, on end of input
+    // and when there is no terminal. A Ctrl-C while asked counts as yes.
+    bool Ask(const std::string& question);
+
+    // Runs the started operation of `driver` to its end: repaints the display, turns Ctrl-C into
+    // the cancel question (terminal) or an immediate cancel (no terminal).
+    void RunToEnd(CScanDriver& driver);
+    // Clears the bar line (before other output).
+    void ClearLine();
+    // Remarks collected during the run (stages not available and the like).
+    std::vector<std::string> Notices();
+    double ElapsedSeconds() const;
+
+    void OnEnd() override;
+    void OnProgress() override;
+    void OnSignatureScanStart() override;
+    void OnStatus(const std::string& text) override;
+    void OnNotice(const std::string& text) override;
+
+private:
+    void Paint(CScanDriver& driver, bool force);
+
+    bool m_quiet;
+    bool m_bar;
+    uint32_t m_sectorSize;
+    std::mutex m_mutex;
+    std::string m_status;
+    std::vector<std::string> m_notices;
+    std::atomic<bool> m_signatureStage{false};
+    std::atomic<bool> m_questionOpen{false};
+    ProgressRule m_rule;
+    std::chrono::steady_clock::time_point m_start;
+    std::chrono::steady_clock::time_point m_stageStart;
+    std::chrono::steady_clock::time_point m_lastPaint;
+    bool m_painted = false;
+    bool m_paintedSignatureStage = false;
+    size_t m_lastWidth = 0;
+};
+
+} // namespace kestrin::cli

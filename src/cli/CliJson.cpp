@@ -1,0 +1,96 @@
+#include "cli/CliJson.h"
+
+#include <cstdio>
+#include <vector>
+
+#include "fs/CNode.h"
+#include "util/DosDate.h"
+#include "util/Text.h"
+
+namespace kestrin::cli {
+
+std::string JsonString(const std::string& utf8) {
+    // Names come from disks: re-encode through UTF-16 so that broken sequences cannot make the
+    // document invalid.
+    std::string s = ToUtf8(ToUtf16(utf8));
+    std::string o;
+    o.reserve(s.size() + 2);
+    o += '"';
+    for (unsigned char c : s) {
+        switch (c) {
+        case '"': o += "\\\""; break;
+        case '\\': o += "\\\\"; break;
+        case '\n': o += "\\n"; break;
+        case '\r': o += "\\r"; break;
+        case '\t': o += "\\t"; break;
+        default:
+            if (c < 0x20) {
+                char b[8];
+                std::snprintf(b, sizeof b, "\\u%04x", c);
+                o += b;
+            } else {
+                o += char(c);
+            }
+        }
+    }
+    o += '"';
+    return o;
+}
+
+namespace {
+
+std::string DateJson(uint16_t d) {
+    std::string iso = FormatDosDateIso(d);
+    return iso.empty() ? "null" : "\"" + iso + "\"";
+}
+
+void WriteNodeFields(std::ostream& out, const CNode& n) {
+    out << "{\"name\":" << JsonString(ToUtf8(n.name)) << ",\"folder\":" << (n.IsFolder() ? "true" : "false")
+        << ",\"deleted\":" << (n.IsDeleted() ? "true" : "false") << ",\"carved\":" << (n.carved ? "true" : "false")
+        << ",\"size\":" << n.size << ",\"location\":" << n.location << ",\"startOffset\":" << n.startOffset
+        << ",\"recordId\":" << n.recordId << ",\"parentRecordId\":" << n.parentRecordId << ",\"flags\":" << n.flags
+        << ",\"checked\":" << unsigned(n.checked) << ",\"created\":" << DateJson(n.createdDate)
+        << ",\"modified\":" << DateJson(n.modifiedDate);
+}
+
+} // namespace
+
+void WriteNodeJson(std::ostream& out, const CNode& node) {
+    // Depth-first with an explicit stack of the nodes whose child lists are open.
+    std::vector<const CNode*> open;
+    const CNode* n = &node;
+    for (;;) {
+        WriteNodeFields(out, *n);
+        if (n->IsFolder() || n->firstChild) {
+            out << ",\"children\":[";
+            if (n->firstChild) {
+                open.push_back(n);
+                n = n->firstChild;
+                continue;
+            }
+            out << "]";
+        }
+        out << "}";
+        // Climb until a node with a next sibling, closing lists on the way.
+        for (;;) {
+            if (open.empty()) return;
+            if (n->nextSibling && n != &node) {
+                out << ",";
+                n = n->nextSibling;
+                break;
+            }
+            n = open.back();
+            open.pop_back();
+            out << "]}";
+        }
+    }
+}
+
+void WriteScanJsonBody(std::ostream& out, uint32_t mode, const SourceInfo& src, const CNode& root) {
+    out << "\"mode\":" << mode << ",\"source\":{\"path\":" << JsonString(src.path) << ",\"kind\":" << unsigned(src.kind)
+        << ",\"firstSector\":" << src.firstSector << ",\"sectorCount\":" << src.sectorCount
+        << ",\"sectorSize\":" << src.sectorSize << ",\"fsKind\":" << unsigned(src.fsKind) << "},\"root\":";
+    WriteNodeJson(out, root);
+}
+
+} // namespace kestrin::cli

@@ -1,0 +1,36 @@
+#pragma once
+// The found-item tree as JSON, the form tools outside the project read: keep it stable.
+//
+// Node: {"name","folder","deleted","carved","size","location","startOffset","recordId",
+//        "parentRecordId","flags","checked","created","modified","children"}; dates are
+// "YYYY-MM-DD" or null, "children" is present (maybe empty) exactly for folders and for any
+// other node that has children.
+// Scan: {"mode","source":{"path","kind","firstSector","sectorCount","sectorSize","fsKind"},
+//        "root":NODE}; several volumes: {"volumes":[{"partition":N, ...the same...}]}.
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+namespace kestrin {
+class CNode;
+}
+
+namespace kestrin::cli {
+
+struct SourceInfo {
+    std::string path;
+    uint8_t kind = 0;
+    uint64_t firstSector = 0;
+    uint64_t sectorCount = 0;
+    uint32_t sectorSize = 0;
+    uint8_t fsKind = 0;
+};
+
+// A JSON string literal of UTF-8 text (invalid bytes become U+FFFD).
+std::string JsonString(const std::string& utf8);
+// Writes `node` and everything below it; iterative, so depth costs no stack.
+void WriteNodeJson(std::ostream& out, const CNode& node);
+// The body of one scan object without its braces: "mode", "source", "root".
+void WriteScanJsonBody(std::ostream& out, uint32_t mode, const SourceInfo& src, const CNode& root);
+
+} // namespace kestrin::cli

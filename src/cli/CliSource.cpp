@@ -1,0 +1,165 @@
+#include "cli/CliSource.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/Platform.h"
+#include "util/Text.h"
+
+namespace kestrin::cli {
+
+namespace {
+
+bool AllDigits(const std::string& s) {
+    if (s.empty()) return false;
+    for (char c : s)
+        if (c < '0' || c > '9') return false;
+    return true;
+}
+
+// The system's reason why `path` cannot be opened for reading.
+std::string OpenFailure(const std::string& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::close(fd);
+        return "cannot be read";
+    }
+    return platform::SysErrorText(platform::SysCodeFromErrno(errno));
+}
+
+// True when the block device `name` (e.g. "sdb1") is a partition of a disk.
+bool IsPartitionDevice(const std::string& devicePath) {
+    std::error_code ec;
+    std::string name = std::filesystem::path(devicePath).filename().string();
+    return std::filesystem::exists("/sys/class/block/" + name + "/partition", ec);
+}
+
+} // namespace
+
+bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) {
+    out = OpenedSource{};
+    out.path = path;
+    out.media = std::make_unique<CPhysicalDisk>();
+    CPhysicalDisk& m = *out.media;
+
+    struct stat st {};
+    bool exists = ::stat(path.c_str(), &st) == 0;
+    if (AllDigits(path) && !exists) {
+        // A digit is the Nth whole disk, as on the drive list.
+        auto disks = CPhysicalDisk::ListDiskNames();
+        if (!m.Open(ToUtf16(path))) {
+            size_t n = path.size() > 6 ? disks.size() : std::stoul(path);
+            error = n < disks.size() ? "disk " + path + " (/dev/" + disks[n] + "): " + OpenFailure("/dev/" + disks[n])
+                                     : "there is no disk number " + path + " (see `kestrin drives`)";
+            return false;
+        }
+        out.isDevice = true;
+        out.wholeKind = kSourcePhysicalDisk;
+    } else if (exists && S_ISBLK(st.st_mode)) {
+        std::string dev = path.front() == '/' ? path : std::filesystem::absolute(path).string();
+        if (!m.Open(ToUtf16(dev))) {
+            error = path + ": " + OpenFailure(dev);
+            return false;
+        }
+        out.isDevice = true;
+        out.wholeKind = IsPartitionDevice(dev) ? kSourceVolume : kSourcePhysicalDisk;
+    } else if (exists && S_ISREG(st.st_mode)) {
+        if (path.size() > 5 && EqualsNoCase(path.substr(path.size() - 5), ".tks4")) {
+            error = path + ": recovery session files cannot be opened by this build";
+            return false;
+        }
+        if (!m.AttachImageFile(path)) {
+            error = path + ": " + platform::SysErrorText(m.GetLastError());
+            return false;
+        }
+        out.wholeKind = kSourceImageFile;
+    } else if (!exists && path.size() > 4 && path.compare(path.size() - 4, 4, ".001") != 0) {
+        error = path + ": " + platform::SysErrorText(platform::SysCodeFromErrno(errno));
+        return false;
+    } else if (!exists) {
+        if (!m.AttachImageFile(path)) {
+            error = path + ": " + platform::SysErrorText(m.GetLastError());
+            return false;
+        }
+        out.wholeKind = kSourceImageFile;
+    } else {
+        error = path + ": not an image file or a device";
+        return false;
+    }
+    if (m.GetSectorSize() == 0 || m.GetSectorCount() == 0) {
+        error = path + ": the source is empty or its size cannot be read";
+        return false;
+    }
+    out.wholeSectorCount = m.GetSectorCount();
+    out.partitions = ListPartitions(m, out.layout);
+    if (out.layout == Layout::Volume) out.wholeKind = kSourceVolume;
+    SelectWholeSource(out);
+    return true;
+}
+
+void SelectWholeSource(OpenedSource& src) {
+    CPhysicalDisk& m = *src.media;
+    m.SetFirstSector(0);
+    m.SetSectorCount(src.wholeSectorCount);
+    m.SetSourceKind(src.wholeKind);
+    if (src.wholeKind == kSourceVolume && src.layout == Layout::Volume && !src.partitions.empty()) {
+        // A volume carries its own geometry: the file-system engines read it from the media.
+        m.SelectPartition(src.partitions.front(), kSourceVolume);
+        m.SetFirstSector(0);
+        m.SetSectorCount(src.wholeSectorCount);
+    } else {
+        m.SetFsKind(kFsNone);
+        m.SetPartitionParams(PartitionRecord{});
+    }
+}
+
+uint64_t RecordSectorCount(const PartitionRecord& r, Layout layout) {
+    // GPT records keep the entry's last sector in `length`, not a count: the range holds
+    // length - start + 1 sectors. A last sector before the start is a broken entry: nothing.
+    if (layout == Layout::Gpt) return r.length >= r.startSector ? r.length - r.startSector + 1 : 0;
+    return r.length;
+}
+
+bool SelectListedPartition(OpenedSource& src, size_t index) {
+    if (index >= src.partitions.size()) return false;
+    const PartitionRecord& r = src.partitions[index];
+    CPhysicalDisk& m = *src.media;
+    if (r.startSector >= src.wholeSectorCount) return false;
+    uint8_t kind = src.isDevice ? kSourceDiskPartition1 : kSourceImagePartition;
+    if (src.layout == Layout::Volume && r.startSector == 0) kind = kSourceVolume;
+    m.SelectPartition(r, SourceKind(kind));
+    uint64_t count = RecordSectorCount(r, src.layout);
+    // Records found by a search carry a count whatever the table kind; a count that runs past
+    // the end of the source is cut there, so no stage reads beyond the chosen source.
+    if (r.found) count = r.length;
+    uint64_t room = src.wholeSectorCount - r.startSector;
+    if (count == 0 || count > room) count = room;
+    m.SetSectorCount(count);
+    return true;
+}
+
+std::vector<size_t> ScannablePartitions(const OpenedSource& src) {
+    std::vector<size_t> out;
+    for (size_t i = 0; i < src.partitions.size(); ++i)
+        if (src.partitions[i].fsKind >= kFsFat16 && src.partitions[i].fsKind <= kFsExFat) out.push_back(i);
+    return out;
+}
+
+std::string DescribePartitions(const OpenedSource& src) {
+    std::string s;
+    char line[160];
+    for (size_t i = 0; i < src.partitions.size(); ++i) {
+        const auto& r = src.partitions[i];
+        std::snprintf(line, sizeof line, "  %3zu  start %12llu  sectors %12llu  %s%s\n", i + 1,
+                      (unsigned long long)r.startSector, (unsigned long long)RecordSectorCount(r, src.layout),
+                      FsKindName(r.fsKind), r.found ? "  (found by the search)" : "");
+        s += line;
+    }
+    return s;
+}
+
+} // namespace kestrin::cli

@@ -1,0 +1,44 @@
+#pragma once
+// Opening SOURCE on the command line: an image file (raw, or split name.001), a device
+// (/dev/sdb, /dev/sdb1, sdb) or a digit for the Nth disk, always read-only; and choosing one of
+// its partitions with the numbering of `kestrin partitions`.
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "storage/CPhysicalDisk.h"
+#include "storage/SourceLayout.h"
+
+namespace kestrin::cli {
+
+struct OpenedSource {
+    std::string path; // as given
+    std::unique_ptr<CPhysicalDisk> media;
+    Layout layout = Layout::None;
+    // The numbered list: entry N - 1 is `--partition N`.
+    std::vector<PartitionRecord> partitions;
+    bool isDevice = false;
+    // Source kind of the whole source: 3 a physical disk, 4 a volume, 6 an image file.
+    uint8_t wholeKind = kSourceImageFile;
+    uint64_t wholeSectorCount = 0;
+};
+
+// Opens `path` read-only and reads its layout. On failure returns false with a message.
+bool OpenSource(const std::string& path, OpenedSource& out, std::string& error);
+
+// Puts the media back to the whole source (before choosing another partition).
+void SelectWholeSource(OpenedSource& src);
+// Narrows the media to partition `index` (0-based) of the list with the right source kind:
+// a partition inside an image 5, of a disk 1, the one volume of a volume image or device 4.
+// The range is clamped to the source: a table entry may claim sectors past its end.
+bool SelectListedPartition(OpenedSource& src, size_t index);
+// Sector count of a record: GPT records keep the entry's last sector in `length`.
+uint64_t RecordSectorCount(const PartitionRecord& r, Layout layout);
+
+// Indices of the entries a file-system scan can read (a recognised file system).
+std::vector<size_t> ScannablePartitions(const OpenedSource& src);
+// One line per listed partition ("  N  start  sectors  FS"), for error messages.
+std::string DescribePartitions(const OpenedSource& src);
+
+} // namespace kestrin::cli

@@ -1,0 +1,24 @@
+#include "cli/CliText.h"
+
+#include "app/Language.h"
+
+namespace kestrin::cli {
+
+std::string T(std::string_view id, std::string_view fallback) {
+    std::string t = app::Text(id);
+    if (t.empty()) t = std::string(fallback);
+    // Profile readers keep quotes that protect spaces at either end; drop them.
+    if (t.size() >= 2 && t.front() == '"' && t.back() == '"') t = t.substr(1, t.size() - 2);
+    return t;
+}
+
+std::string Tf(std::string_view id, std::string_view arg, std::string_view fallback) {
+    std::string t = T(id, fallback);
+    size_t at = t.find("%s");
+    if (at == std::string::npos) return t.empty() ? std::string(arg) : t + " " + std::string(arg);
+    return t.substr(0, at) + std::string(arg) + t.substr(at + 2);
+}
+
+bool ChooseLanguage(const std::string& name) { return app::UseLanguageByName(name); }
+
+} // namespace kestrin::cli

@@ -1,0 +1,16 @@
+#pragma once
+// Texts of the command line: every sentence the user reads comes from the language file.
+#include <string>
+#include <string_view>
+
+namespace kestrin::cli {
+
+// The language text of `id`; `fallback` only when the language file has no such entry at all
+// (a build run before its language files were copied), so a message is never blank.
+std::string T(std::string_view id, std::string_view fallback = {});
+// T(id) with its "%s" replaced by `arg` (appended after a space when the text has none).
+std::string Tf(std::string_view id, std::string_view arg, std::string_view fallback = {});
+// Chooses the language for this process (--lang); false for an unknown name.
+bool ChooseLanguage(const std::string& name);
+
+} // namespace kestrin::cli

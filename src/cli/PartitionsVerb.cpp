@@ -1,0 +1,127 @@
+// kestrin partitions SOURCE [--json]: the numbered partition list of a disk image, a volume image
+// or a device. The numbers are the ones `--partition N` takes in every other verb.
+#include <cinttypes>
+#include <cstdio>
+#include <unistd.h>
+#include <memory>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/CliEngines.h"
+#include "cli/CliFrontEnd.h"
+#include "cli/CliSource.h"
+#include "scan/CScanDriver.h"
+#include "scan/ScanOperation.h"
+#include "cli/Verbs.h"
+#include "storage/SourceLayout.h"
+
+namespace kestrin::cli {
+
+namespace {
+
+struct PartitionsOptions {
+    std::string source;
+    bool json = false;
+    bool search = false;
+};
+
+// FAT records carry no sector size of their own: they report the media's.
+uint32_t BytesPerSectorOf(const PartitionRecord& r, const CPhysicalDisk& disk) {
+    return r.bytesPerSector ? r.bytesPerSector : disk.GetSectorSize();
+}
+uint64_t BytesPerClusterOf(const PartitionRecord& r, const CPhysicalDisk& disk) {
+    return r.bytesPerCluster ? r.bytesPerCluster : uint64_t(r.sectorsPerCluster) * BytesPerSectorOf(r, disk);
+}
+
+void PrintJson(const PartitionsOptions& o, const CPhysicalDisk& disk, Layout layout,
+               const std::vector<PartitionRecord>& parts) {
+    nlohmann::ordered_json j;
+    j["source"] = {{"path", o.source}, {"sectorSize", disk.GetSectorSize()}, {"sectorCount", disk.GetSectorCount()}};
+    j["layout"] = LayoutName(layout);
+    j["partitions"] = nlohmann::ordered_json::array();
+    for (size_t i = 0; i < parts.size(); ++i) {
+        const PartitionRecord& r = parts[i];
+        j["partitions"].push_back({{"index", i + 1},
+                                   {"startSector", r.startSector},
+                                   {"length", r.length},
+                                   {"fsKind", r.fsKind},
+                                   {"fsName", FsKindName(r.fsKind)},
+                                   {"flag", r.partitionFlag},
+                                   {"bytesPerSector", BytesPerSectorOf(r, disk)},
+                                   {"sectorsPerCluster", r.sectorsPerCluster},
+                                   {"bytesPerCluster", BytesPerClusterOf(r, disk)}});
+        if (r.found) j["partitions"].back()["found"] = true;
+    }
+    std::printf("%s\n", j.dump(2).c_str());
+}
+
+void PrintText(const PartitionsOptions& o, const CPhysicalDisk& disk, Layout layout,
+               const std::vector<PartitionRecord>& parts) {
+    std::printf("Source: %s (%" PRIu64 " sectors of %u bytes)\nLayout: %s\n", o.source.c_str(),
+                disk.GetSectorCount(), disk.GetSectorSize(), LayoutName(layout));
+    if (parts.empty()) {
+        std::printf("No partitions found.\n");
+        return;
+    }
+    std::printf("\n%3s  %14s  %14s  %-11s  %4s  %12s  %15s\n", "#", "Start sector", "Length", "File system", "Flag",
+                "Bytes/sector", "Sectors/cluster");
+    for (size_t i = 0; i < parts.size(); ++i) {
+        const PartitionRecord& r = parts[i];
+        std::printf("%3zu  %14" PRIu64 "  %14" PRIu64 "  %-11s  %4u  %12u  %15u%s\n", i + 1, r.startSector, r.length,
+                    FsKindName(r.fsKind), unsigned(r.partitionFlag), BytesPerSectorOf(r, disk),
+                    unsigned(r.sectorsPerCluster), r.found ? "  found" : "");
+    }
+    if (layout == Layout::Gpt) std::printf("\nOn GPT disks the length column holds the partition's last sector.\n");
+    std::printf("Flag 2: boot sector checked; flag 1: position from the table only.\n");
+}
+
+int RunPartitions(const PartitionsOptions& o) {
+    OpenedSource src;
+    std::string error;
+    if (!OpenSource(o.source, src, error)) {
+        std::fprintf(stderr, "kestrin: %s\n", error.c_str());
+        return kExitUsage;
+    }
+    if (o.search) {
+        // The lost-partition search over the whole source; its finds follow the table's entries
+        // (their length is always a sector count).
+        SelectWholeSource(src);
+        CPhysicalDisk& m = *src.media;
+        CliFrontEnd fe(o.json || !isatty(fileno(stderr)), m.GetSectorSize());
+        CScanDriver driver(m, MakeCliEngines(), fe);
+        if (driver.Start(kKindPartitionSearch, kModePartition)) fe.RunToEnd(driver);
+        for (const auto& n : fe.Notices()) std::fprintf(stderr, "%s\n", n.c_str());
+        src.partitions.clear();
+        if (m.Partitions().size() > 1) src.partitions.assign(m.Partitions().begin() + 1, m.Partitions().end());
+        src.partitions.insert(src.partitions.end(), m.SecondPartitions().begin(), m.SecondPartitions().end());
+        SelectWholeSource(src);
+    }
+    const CPhysicalDisk& disk = *src.media;
+    if (o.json) PrintJson(o, disk, src.layout, src.partitions);
+    else PrintText(o, disk, src.layout, src.partitions);
+    if (disk.ReadFailures() > 0) {
+        std::fprintf(stderr, "kestrin: %" PRIu64 " read(s) failed on '%s'; the list may be incomplete\n",
+                     disk.ReadFailures(), o.source.c_str());
+        return kExitReadErrors;
+    }
+    return kExitOk;
+}
+
+} // namespace
+
+void AddPartitionsVerb(CLI::App& app, VerbResult& result) {
+    auto opts = std::make_shared<PartitionsOptions>();
+    CLI::App* sub = app.add_subcommand(
+        "partitions", "List the partitions of a disk image, volume image or device, numbered for --partition N");
+    sub->add_option("SOURCE", opts->source,
+                    "Image file (name.001 for a split image), disk number (0, 1, ...), device name (sdb1) or "
+                    "device path (/dev/sdb)")
+        ->required();
+    sub->add_flag("--json", opts->json, "Print the list as JSON");
+    sub->add_flag("--search", opts->search,
+                  "Also search the whole source for lost partitions (listed after the table's, marked found)");
+    sub->callback([opts, &result] { result.exitCode = RunPartitions(*opts); });
+}
+
+} // namespace kestrin::cli

@@ -1,0 +1,368 @@
+// kestrin recover and kestrin image: saving found items to a folder or zip archive (from a fresh
+// scan or a recovery session), and copying a source into an image file.
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <fnmatch.h>
+
+#include "cli/CliEngines.h"
+#include "cli/CliFrontEnd.h"
+#include "cli/CliScan.h"
+#include "cli/CliSource.h"
+#include "cli/CliText.h"
+#include "cli/Verbs.h"
+#include "fs/CNode.h"
+#include "output/DiskImage.h"
+#include "output/Saver.h"
+#include "output/SessionFile.h"
+#include "scan/CScanDriver.h"
+#include "util/Text.h"
+
+namespace kestrin::cli {
+
+namespace {
+
+// Messages of the output code, printed as the command line's own.
+class CliMessages final : public IUserMessages {
+public:
+    void Show(const UserMessage& m) override {
+        shown.push_back(m);
+        std::fprintf(stderr, "kestrin: %s\n", m.text.c_str());
+    }
+    std::vector<UserMessage> shown;
+};
+
+class CapturedMessages final : public IUserMessages {
+public:
+    void Show(const UserMessage& m) override { shown.push_back(m); }
+    std::vector<UserMessage> shown;
+};
+
+struct RecoverOptions {
+    ScanOptions scan;
+    std::string to;
+    std::string zip;
+    std::vector<std::string> select;
+    bool deletedOnly = false;
+    std::string collision = "rename";
+};
+
+bool EndsWithNoCase(const std::string& s, const char* suffix) {
+    size_t n = std::char_traits<char>::length(suffix);
+    return s.size() >= n && EqualsNoCase(std::string_view(s).substr(s.size() - n), suffix);
+}
+
+std::vector<std::string> SplitList(const std::string& s) {
+    std::vector<std::string> out;
+    size_t at = 0;
+    while (at <= s.size()) {
+        size_t comma = s.find(',', at);
+        std::string item = s.substr(at, comma == std::string::npos ? std::string::npos : comma - at);
+        while (!item.empty() && item.front() == '.') item.erase(item.begin());
+        if (!item.empty()) out.push_back(AsciiLower(item));
+        if (comma == std::string::npos) break;
+        at = comma + 1;
+    }
+    return out;
+}
+
+// Ticks the files to save: every file, or those matching a --select pattern (against the path
+// below the volume root or the name alone) and a --types extension. Returns how many.
+uint64_t TickFiles(CNode* top, const RecoverOptions& o) {
+    auto types = SplitList(o.scan.types);
+    uint64_t ticked = 0;
+    ForEachNode(top, [&](CNode* n) {
+        n->checked = 0;
+        if (n->IsFolder()) return;
+        std::string name = ToUtf8(n->name);
+        bool want = true;
+        if (!types.empty()) {
+            size_t dot = name.rfind('.');
+            std::string ext = dot == std::string::npos ? std::string() : AsciiLower(name.substr(dot + 1));
+            want = false;
+            for (auto& t : types) want |= t == ext;
+        }
+        if (want && !o.select.empty()) {
+            std::string path = name;
+            for (const CNode* p = n->parent; p && p->parent && !(p->name == u"." && !p->parent->parent); p = p->parent)
+                path = ToUtf8(p->name) + "/" + path;
+            want = false;
+            for (auto& pat : o.select)
+                want |= fnmatch(pat.c_str(), path.c_str(), 0) == 0 || fnmatch(pat.c_str(), name.c_str(), 0) == 0;
+        }
+        if (want) {
+            n->checked = 1;
+            ++ticked;
+        }
+    });
+    if (o.deletedOnly) MarkDeletedView(top);
+    return ticked;
+}
+
+uint8_t CollisionModeOf(const std::string& s) {
+    if (s == "rename") return kCollisionRename;
+    if (s == "replace") return kCollisionRenameByNumber;
+    if (s == "skip") return kCollisionSkip;
+    if (s == "ask") return kCollisionAsk;
+    return 0;
+}
+
+// The rename question on the terminal: a new name, nothing to skip, "!" to skip all the rest.
+bool AskNewName(std::u16string& name, uint32_t code, uint8_t& mode) {
+    if (!CliFrontEnd::HaveTerminal()) {
+        mode = kCollisionSkip;
+        return false;
+    }
+    std::fprintf(stderr, "%s \"%s\" (%u): ", T("IDS_CLI_RENAME_QUESTION", "Cannot create").c_str(),
+                 ToUtf8(name).c_str(), code);
+    std::fprintf(stderr, "%s ", T("IDS_CLI_RENAME_HINT", "new name, empty to skip, ! to skip all:").c_str());
+    char line[1024];
+    if (!std::fgets(line, sizeof line, stdin)) {
+        mode = kCollisionSkip;
+        return false;
+    }
+    std::string answer(line);
+    while (!answer.empty() && (answer.back() == '\n' || answer.back() == '\r')) answer.pop_back();
+    if (answer == "!") {
+        mode = kCollisionSkip;
+        return false;
+    }
+    if (answer.empty()) {
+        mode = kCollisionSkipOnce;
+        return false;
+    }
+    name = ToUtf16(answer);
+    return true;
+}
+
+struct SaveJob {
+    CPhysicalDisk* media;
+    CNode* top;
+    std::string destination;
+};
+
+// Runs one save as the driver's saving operation, with the progress display.
+SaveResult RunSave(const SaveJob& job, const RecoverOptions& o, uint32_t mode, uint8_t collision, CliMessages& msgs,
+                   bool& cancelled) {
+    SaveRequest req;
+    req.destination = job.destination;
+    req.collisionMode = collision;
+    req.deletedOnly = o.deletedOnly;
+    req.start = job.top;
+    req.messages = &msgs;
+    if (collision == kCollisionAsk) req.askRename = &AskNewName;
+    SaveResult result;
+    Engines engines = MakeCliEngines();
+    engines.saveToFolder = [&](CPhysicalDisk& m, ScanContext& ctx) { result = SaveMarked(m, ctx, req); };
+    // The rename question needs the terminal line to itself.
+    CliFrontEnd fe(o.scan.quiet || collision == kCollisionAsk, job.media->GetSectorSize());
+    CScanDriver driver(*job.media, engines, fe);
+    driver.SetSaveDestination(job.destination, 0);
+    if (driver.Start(kKindSave, mode)) fe.RunToEnd(driver);
+    cancelled = driver.CancelConfirmed() || result.cancelled;
+    return result;
+}
+
+void PrintSaveResult(const SaveResult& r, const std::string& destination) {
+    std::printf("%s %s\n", T("IDS_CLI_SAVED_TO", "Saved to").c_str(), destination.c_str());
+    std::printf("%s: %s\n", T("IDS_CLI_SUMMARY_FOLDERS").c_str(), WithThousands(r.folders).c_str());
+    std::printf("%s: %s (%s)\n", T("IDS_CLI_SUMMARY_FILES").c_str(), WithThousands(r.files).c_str(),
+                FormatSizeKB(r.bytes).c_str());
+    if (r.skipped) std::printf("%s: %s\n", T("IDS_CLI_SAVE_SKIPPED", "Skipped").c_str(), WithThousands(r.skipped).c_str());
+    if (r.refusedFat)
+        std::printf("%s: %s\n", T("IDS_CLI_SAVE_FAT_REFUSED", "Too large for FAT").c_str(),
+                    WithThousands(r.refusedFat).c_str());
+    if (r.incomplete)
+        std::printf("%s: %s\n", T("IDS_CLI_SAVE_INCOMPLETE", "Saved with unreadable parts").c_str(),
+                    WithThousands(r.incomplete).c_str());
+    if (r.logged)
+        std::printf("%s: %s (%s)\n", T("IDS_CLI_SAVE_LOGGED", "Not saved, listed in the log").c_str(),
+                    WithThousands(r.logged).c_str(), r.logPath.c_str());
+}
+
+int RunRecover(const RecoverOptions& o) {
+    if (o.to.empty() == o.zip.empty()) {
+        std::fprintf(stderr, "kestrin: give either --to DIR or --zip FILE\n");
+        return kExitUsage;
+    }
+    if (!o.zip.empty() && !IsZipDestination(o.zip)) {
+        std::fprintf(stderr, "kestrin: --zip needs a file name ending in .zip\n");
+        return kExitUsage;
+    }
+    uint8_t collision = CollisionModeOf(o.collision);
+    if (!collision) {
+        std::fprintf(stderr, "kestrin: --on-collision takes rename, replace, skip or ask\n");
+        return kExitUsage;
+    }
+    std::string destination = o.zip.empty() ? o.to : o.zip;
+    if (!o.to.empty()) {
+        std::error_code ec;
+        std::filesystem::create_directories(o.to, ec);
+        if (!std::filesystem::is_directory(o.to, ec)) {
+            std::fprintf(stderr, "kestrin: %s is not a folder that can be written\n", o.to.c_str());
+            return kExitUsage;
+        }
+    }
+
+    // The volumes to save: from a recovery session, or from a scan made now.
+    struct Volume {
+        int partition = 0;
+        CPhysicalDisk* media = nullptr;
+        CNode* top = nullptr;
+    };
+    std::vector<Volume> volumes;
+    uint32_t mode = 0;
+    SessionData session;
+    ScanRun run;
+    int exitCode = kExitOk;
+    CliMessages msgs;
+    if (EndsWithNoCase(o.scan.source, ".tks4")) {
+        if (!o.scan.lang.empty() && !ChooseLanguage(o.scan.lang)) return kExitUsage;
+        if (!ReadSession(o.scan.source, {}, session, msgs) || !session.media) {
+            if (msgs.shown.empty()) std::fprintf(stderr, "kestrin: the session holds no source\n");
+            return kExitUsage;
+        }
+        mode = session.mode;
+        volumes.push_back({0, session.media.get(), session.top.get()});
+    } else {
+        // --types chooses what is saved; the scan itself looks for everything, since file
+        // systems hold types that no signature describes.
+        ScanOptions scanOptions = o.scan;
+        scanOptions.types.clear();
+        int rc = RunScan(scanOptions, run);
+        if (rc != 0 && run.volumes.empty()) return rc;
+        exitCode = ExitCodeOf(run);
+        if (exitCode == kExitCancelled) {
+            std::fprintf(stderr, "%s\n", T("IDS_CLI_CANCELLED").c_str());
+            return exitCode;
+        }
+        mode = run.mode;
+        for (auto& v : run.volumes) volumes.push_back({v.partition, run.src.media.get(), v.tree.get()});
+    }
+    if (volumes.size() > 1 && !o.zip.empty()) {
+        std::fprintf(stderr, "kestrin: a zip archive holds one volume; choose one with --partition N\n");
+        return kExitUsage;
+    }
+
+    for (auto& v : volumes) {
+        if (!v.top) continue;
+        if (!session.media && v.partition > 0) SelectListedPartition(run.src, size_t(v.partition - 1));
+        std::string dest = destination;
+        if (volumes.size() > 1) {
+            std::printf("Partition %d:\n", v.partition);
+            dest = (std::filesystem::path(destination) / ("Partition " + std::to_string(v.partition))).string();
+            std::error_code ec;
+            std::filesystem::create_directories(dest, ec);
+        }
+        if (TickFiles(v.top, o) == 0) {
+            std::printf("%s\n", T("IDS_CLI_NOTHING_TO_SAVE", "Nothing to save: no file matches.").c_str());
+            continue;
+        }
+        SaveRequest check;
+        check.destination = dest;
+        check.deletedOnly = o.deletedOnly;
+        CapturedMessages checkMsgs;
+        if (!CheckDestination(*v.media, v.top, check, checkMsgs)) {
+            // An image file is never written by a save, so its own file system may take the
+            // result; disks and volumes are refused.
+            bool imageOnSameDrive = v.media->GetDeviceKind() == kNotByName && checkMsgs.shown.size() == 1 &&
+                                    checkMsgs.shown[0].id == "IDS_TRYING_TO_SAVE_DATA_ON_SAME";
+            if (!imageOnSameDrive) {
+                for (auto& m : checkMsgs.shown) msgs.Show(m);
+                return kExitUsage;
+            }
+        }
+        bool cancelled = false;
+        SaveResult r = RunSave({v.media, v.top, dest}, o, mode, collision, msgs, cancelled);
+        PrintSaveResult(r, dest);
+        if (cancelled) {
+            std::printf("%s\n", T("IDS_CLI_SAVE_CANCELLED", "The save was cancelled.").c_str());
+            return kExitCancelled;
+        }
+        if (r.archiveFailed) return kExitUsage;
+        if (r.incomplete && exitCode == kExitOk) exitCode = kExitReadErrors;
+    }
+    return exitCode;
+}
+
+void AddRecoverVerb(CLI::App& app, VerbResult& result) {
+    auto o = std::make_shared<RecoverOptions>();
+    CLI::App* sub = app.add_subcommand("recover", "Scan a source (or open a .tks4 session) and save what was found");
+    AddScanOptions(sub, o->scan, false, true);
+    sub->add_option("--to", o->to, "Folder to save into (made when missing)");
+    sub->add_option("--zip", o->zip, "Zip archive to save into");
+    sub->add_option("--select", o->select, "Only files whose path or name matches one of these patterns")
+        ->expected(1, -1);
+    sub->add_flag("--deleted-only", o->deletedOnly, "Only deleted items");
+    sub->add_option("--on-collision", o->collision,
+                    "When a name is taken or refused: rename (0.jpg, 1.jpg, ...), replace (the item's own number "
+                    "first), skip, or ask");
+    sub->callback([o, &result] { result.exitCode = RunRecover(*o); });
+}
+
+void AddImageVerb(CLI::App& app, VerbResult& result) {
+    struct ImageOptions {
+        std::string source, out, partition;
+        bool quiet = false;
+    };
+    auto o = std::make_shared<ImageOptions>();
+    CLI::App* sub = app.add_subcommand("image", "Copy a disk, volume or partition into an image file");
+    sub->add_option("SOURCE", o->source, "Device (/dev/sdb), disk number or image file")->required();
+    sub->add_option("OUT", o->out, "Image file to write")->required();
+    sub->add_option("--partition", o->partition, "Only this partition, as `kestrin partitions` numbers it");
+    sub->add_flag("--quiet", o->quiet, "No progress display");
+    sub->callback([o, &result] {
+        OpenedSource src;
+        std::string error;
+        if (!OpenSource(o->source, src, error)) {
+            std::fprintf(stderr, "kestrin: %s\n", error.c_str());
+            result.exitCode = kExitUsage;
+            return;
+        }
+        SelectWholeSource(src);
+        if (!o->partition.empty()) {
+            size_t n = 0;
+            for (char c : o->partition) n = c >= '0' && c <= '9' && n < 100000 ? n * 10 + size_t(c - '0') : 0;
+            if (n == 0 || n > src.partitions.size() || !SelectListedPartition(src, n - 1)) {
+                std::fprintf(stderr, "kestrin: there is no partition %s\n%s", o->partition.c_str(),
+                             DescribePartitions(src).c_str());
+                result.exitCode = kExitUsage;
+                return;
+            }
+        }
+        CliMessages msgs;
+        ImageResult r;
+        Engines engines = MakeCliEngines();
+        engines.createImage = [&](CPhysicalDisk& m, ScanContext& ctx) { r = CreateDiskImage(m, o->out, ctx, msgs); };
+        CliFrontEnd fe(o->quiet, src.media->GetSectorSize());
+        CScanDriver driver(*src.media, engines, fe);
+        if (driver.Start(kKindCreateImage, kModeDeletedFiles)) fe.RunToEnd(driver);
+        if (r.refused || r.error) {
+            result.exitCode = kExitUsage;
+            return;
+        }
+        std::printf("%s %s: %s %s\n", T("IDS_CLI_IMAGE_WRITTEN", "Image written to").c_str(), o->out.c_str(),
+                    WithThousands(r.sectors).c_str(), T("IDS_CLI_SECTORS", "sectors").c_str());
+        if (r.badSectors)
+            std::printf("%s: %s (%s)\n", T("IDS_CLI_IMAGE_BAD_SECTORS", "Unreadable sectors written as zeros").c_str(),
+                        WithThousands(r.badSectors).c_str(), r.mapPath.c_str());
+        if (driver.CancelConfirmed() || r.cancelled) {
+            std::printf("%s\n", T("IDS_CLI_IMAGE_CANCELLED", "The copy was cancelled; the image is incomplete.").c_str());
+            result.exitCode = kExitCancelled;
+            return;
+        }
+        result.exitCode = r.badSectors ? kExitReadErrors : kExitOk;
+    });
+}
+
+} // namespace
+
+void AddRecoverVerbs(CLI::App& app, VerbResult& result) {
+    AddRecoverVerb(app, result);
+    AddImageVerb(app, result);
+}
+
+} // namespace kestrin::cli

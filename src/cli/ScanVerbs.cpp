@@ -1,0 +1,168 @@
+// kestrin scan, ls and drives.
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "cli/CliDrives.h"
+#include "cli/CliJson.h"
+#include "cli/CliScan.h"
+#include "cli/CliText.h"
+#include "cli/Verbs.h"
+#include "fs/CNode.h"
+#include "util/DosDate.h"
+#include "util/Text.h"
+
+namespace kestrin::cli {
+
+namespace {
+
+// The whole run as JSON: one scan object, or {"volumes":[...]} for --partition all.
+bool WriteRunJson(const std::string& target, const ScanRun& run, bool all) {
+    std::ofstream file;
+    std::ostream* out = &std::cout;
+    if (target != "-") {
+        file.open(target, std::ios::binary | std::ios::trunc);
+        if (!file) {
+            std::fprintf(stderr, "kestrin: cannot write %s\n", target.c_str());
+            return false;
+        }
+        out = &file;
+    }
+    if (all) {
+        *out << "{\"volumes\":[";
+        for (size_t i = 0; i < run.volumes.size(); ++i) {
+            const auto& v = run.volumes[i];
+            *out << (i ? "," : "") << "{\"partition\":" << v.partition << ",";
+            WriteScanJsonBody(*out, run.mode, v.info, *v.tree);
+            *out << "}";
+        }
+        *out << "]}\n";
+    } else if (!run.volumes.empty()) {
+        *out << "{";
+        WriteScanJsonBody(*out, run.mode, run.volumes.front().info, *run.volumes.front().tree);
+        *out << "}\n";
+    }
+    out->flush();
+    if (!*out) {
+        std::fprintf(stderr, "kestrin: writing the JSON failed\n");
+        return false;
+    }
+    return true;
+}
+
+struct ListOptions {
+    bool deleted = false;
+    bool longFormat = false;
+};
+
+// One line per node: indent, name, size, modified, created, the deleted mark; with --long also
+// the record number, location and flags. Walks with an explicit stack of open folders.
+void PrintTree(std::FILE* out, CNode* top, const ListOptions& lo) {
+    if (lo.deleted) MarkDeletedView(top);
+    const std::string mark = T("IDS_CLI_DELETED_MARK", "(deleted)");
+    std::fprintf(out, "Root\n");
+    std::vector<CNode*> stack;
+    for (CNode* n = top->firstChild; n;) {
+        bool shown = !lo.deleted || n->inDeletedView;
+        if (shown) {
+            std::string line(2 * (stack.size() + 1), ' ');
+            line += ToUtf8(n->name);
+            if (n->IsFolder()) line += "/";
+            char cols[200];
+            // A folder's size field holds no byte count (grouping folders count their files in
+            // it), so folders show only their dates.
+            std::string mod = FormatDosDateShort(n->modifiedDate), cre = FormatDosDateShort(n->createdDate);
+            if (!n->IsFolder()) line += "  " + FormatSizeKB(n->size);
+            if (!mod.empty() || !cre.empty()) {
+                std::snprintf(cols, sizeof cols, "  %8s  %8s", mod.c_str(), cre.c_str());
+                line += cols;
+            }
+            if (lo.longFormat) {
+                std::snprintf(cols, sizeof cols, "  record %u  parent %u  location %llu+%u  flags %u%s",
+                              n->recordId, n->parentRecordId, (unsigned long long)n->location, n->startOffset,
+                              unsigned(n->flags), n->carved ? "  carved" : "");
+                line += cols;
+            }
+            if (n->IsDeleted() && !n->carved) line += "  " + mark;
+            std::fprintf(out, "%s\n", line.c_str());
+        }
+        if (shown && n->firstChild) {
+            stack.push_back(n);
+            n = n->firstChild;
+            continue;
+        }
+        while (n && !n->nextSibling) {
+            if (stack.empty()) {
+                n = nullptr;
+                break;
+            }
+            n = stack.back();
+            stack.pop_back();
+        }
+        if (n) n = n->nextSibling;
+    }
+    if (lo.deleted) ClearDeletedView(top);
+}
+
+void AddScanVerb(CLI::App& app, VerbResult& result) {
+    auto opts = std::make_shared<ScanOptions>();
+    CLI::App* sub = app.add_subcommand("scan", "Scan a source and print what was found (or write it as JSON)");
+    AddScanOptions(sub, *opts, true, true);
+    sub->callback([opts, &result] {
+        ScanRun run;
+        int rc = RunScan(*opts, run);
+        if (rc != 0 && run.volumes.empty()) {
+            result.exitCode = rc;
+            return;
+        }
+        bool jsonToStdout = opts->json == "-";
+        if (!opts->json.empty() && !WriteRunJson(opts->json, run, opts->partition == "all")) {
+            result.exitCode = kExitUsage;
+            return;
+        }
+        std::FILE* out = jsonToStdout ? stderr : stdout;
+        for (const auto& v : run.volumes) PrintSummary(out, v, run.volumes.size() > 1 || v.partition);
+        result.exitCode = ExitCodeOf(run);
+    });
+}
+
+void AddLsVerb(CLI::App& app, VerbResult& result) {
+    auto opts = std::make_shared<ScanOptions>();
+    auto lo = std::make_shared<ListOptions>();
+    CLI::App* sub = app.add_subcommand("ls", "Scan a source and list the found tree");
+    AddScanOptions(sub, *opts, true, true);
+    sub->add_flag("--deleted", lo->deleted, "Only deleted items and the folders that lead to them");
+    sub->add_flag("--long", lo->longFormat, "Also record numbers, locations and flags");
+    sub->callback([opts, lo, &result] {
+        ScanRun run;
+        int rc = RunScan(*opts, run);
+        if (rc != 0 && run.volumes.empty()) {
+            result.exitCode = rc;
+            return;
+        }
+        if (!opts->json.empty() && !WriteRunJson(opts->json, run, opts->partition == "all")) {
+            result.exitCode = kExitUsage;
+            return;
+        }
+        std::FILE* out = opts->json == "-" ? stderr : stdout;
+        for (const auto& v : run.volumes) {
+            if (run.volumes.size() > 1 || v.partition) std::fprintf(out, "Partition %d:\n", v.partition);
+            PrintTree(out, v.tree.get(), *lo);
+            for (const auto& n : v.notices) std::fprintf(stderr, "%s\n", n.c_str());
+            if (v.cancelled) std::fprintf(stderr, "%s\n", T("IDS_CLI_CANCELLED").c_str());
+            if (v.readFailures) std::fprintf(stderr, "%s\n", T("IDS_CLI_READ_ERRORS").c_str());
+        }
+        result.exitCode = ExitCodeOf(run);
+    });
+}
+
+} // namespace
+
+void AddScanVerbs(CLI::App& app, VerbResult& result) {
+    AddScanVerb(app, result);
+    AddLsVerb(app, result);
+    AddDrivesVerb(app, result);
+}
+
+} // namespace kestrin::cli

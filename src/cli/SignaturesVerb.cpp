@@ -1,0 +1,281 @@
+// kestrin signatures: the signature list of the program folder's slt.dat: list (all rows or the
+// rows a recovery mode shows), add, edit and delete user-defined file types.
+#include <cinttypes>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "app/Language.h"
+#include "carve/SignatureFile.h"
+#include "carve/SignatureList.h"
+#include "cli/CliJson.h"
+#include "cli/CliScan.h"
+#include "cli/CliText.h"
+#include "cli/Verbs.h"
+#include "util/Text.h"
+
+namespace kestrin::cli {
+
+namespace {
+
+struct SignatureOptions {
+    std::string folder;
+    std::string mode;
+    bool json = false;
+    size_t row = 0;
+    std::string header, ext, offset, size, unit, description, type, category;
+};
+
+// The add dialog's type list: the item data of each entry is the record's second value.
+constexpr const char* kTypeNames[] = {"picture", "raw", "audio", "video", "document", "archive", "other"};
+
+std::string Folder(const SignatureOptions& o) {
+    return o.folder.empty() ? app::CurrentPaths().programFolder : o.folder;
+}
+
+std::string Hex(const std::vector<uint8_t>& b) {
+    std::string s;
+    char buf[4];
+    for (uint8_t v : b) {
+        std::snprintf(buf, sizeof buf, "%02X", v);
+        s += buf;
+    }
+    return s;
+}
+
+// Loads the list; a missing or damaged file is said on stderr, and what could be read is used.
+std::vector<SignatureRecord> Load(const std::string& folder, bool& missing) {
+    SignatureLoad load = LoadSignatureFile(folder);
+    missing = load.status == SignatureLoadStatus::kMissing;
+    switch (load.status) {
+    case SignatureLoadStatus::kOk: break;
+    case SignatureLoadStatus::kMissing:
+        std::fprintf(stderr, "kestrin: %s/%s: %s\n", folder.c_str(), kSignatureFileName, load.systemText.c_str());
+        break;
+    case SignatureLoadStatus::kBadMagic:
+        std::fprintf(stderr, "kestrin: %s\n",
+                     Tf("IDS_SIG_FILE_NOT_SIGNATURES", folder + "/" + kSignatureFileName,
+                        "%s is not a signature file; no file types were loaded.").c_str());
+        break;
+    case SignatureLoadStatus::kShortRead:
+        std::fprintf(stderr, "%s\n", load.systemText.c_str());
+        std::fprintf(stderr, "kestrin: %s\n",
+                     Tf("IDS_SIG_FILE_DAMAGED",
+                        std::to_string(load.records.size()) + "/" + std::to_string(load.declaredCount),
+                        "The signature file ends early; file types loaded:").c_str());
+        break;
+    }
+    return std::move(load.records);
+}
+
+bool ParseType(const std::string& text, uint32_t& value) {
+    if (text.empty()) return true;
+    for (uint32_t i = 0; i < std::size(kTypeNames); ++i)
+        if (EqualsNoCase(text, kTypeNames[i])) {
+            value = i + 1;
+            return true;
+        }
+    if (text.find_first_not_of("0123456789") != std::string::npos || text.size() > 9) return false;
+    value = uint32_t(std::stoul(text));
+    return true;
+}
+
+// --unit: kb is the first entry of the add dialog's list, mb any other; the edit dialog's
+// unit is bytes.
+bool ParseUnit(const std::string& text, int& index) {
+    if (text.empty() || EqualsNoCase(text, "kb")) index = 0;
+    else if (EqualsNoCase(text, "mb")) index = 1;
+    else if (EqualsNoCase(text, "byte") || EqualsNoCase(text, "bytes")) index = -1;
+    else return false;
+    return true;
+}
+
+int Usage(const std::string& what) {
+    std::fprintf(stderr, "kestrin: %s\n", what.c_str());
+    return kExitUsage;
+}
+
+// The fields as typed; for edit, the fields not given keep the record's values.
+bool Fields(const SignatureOptions& o, const SignatureRecord* base, SignatureFields& f, int& rc) {
+    f.header = o.header;
+    f.extension = o.ext;
+    f.offset = o.offset;
+    f.size = o.size;
+    f.description = o.description;
+    if (!ParseUnit(o.unit, f.unitIndex)) {
+        rc = Usage("--unit: kb or mb" + std::string(base ? " (or byte)" : ""));
+        return false;
+    }
+    if (base) {
+        if (o.header.empty()) f.header = Hex(base->header);
+        if (o.ext.empty()) f.extension = base->extension;
+        if (o.offset.empty()) f.offset = std::to_string(base->headerOffset);
+        if (o.description.empty()) f.description = base->description;
+        if (o.size.empty()) {
+            f.size = std::to_string(base->fixedSize);
+            f.unitIndex = -1;
+        }
+        f.secondValue = base->secondValue;
+        f.category = base->category;
+    }
+    if (!ParseType(o.type, f.secondValue)) {
+        rc = Usage("--type: picture, raw, audio, video, document, archive, other or a number");
+        return false;
+    }
+    if (!o.category.empty()) {
+        if (o.category.find_first_not_of("0123456789") != std::string::npos || o.category.size() > 3 ||
+            std::stoul(o.category) < 1 || std::stoul(o.category) > 255) {
+            rc = Usage("--category: 1 to 255");
+            return false;
+        }
+        f.category = uint8_t(std::stoul(o.category));
+    }
+    return true;
+}
+
+int RunList(const SignatureOptions& o) {
+    bool missing;
+    std::vector<SignatureRecord> rows = Load(Folder(o), missing);
+    uint32_t mode = 0;
+    if (!o.mode.empty() && !(mode = ParseMode(o.mode)))
+        return Usage("unknown mode \"" + o.mode + "\" (deleted-files, lost-files, partition, formatted, "
+                     "deleted-photos, lost-photos, or 1019-1022, 1037, 1038)");
+    if (o.json) std::printf("[");
+    bool first = true;
+    if (!o.json)
+        std::printf("%4s %6s %-6s %-34s %6s %10s %3s %4s  %s\n", "#", "TYPE", "EXT", "HEADER", "OFFSET", "SIZE",
+                    "CAT", "USER", "DESCRIPTION");
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const SignatureRecord& r = rows[i];
+        if (mode && !ListedInMode(r, mode)) continue;
+        if (o.json) {
+            std::printf("%s\n {\"row\": %zu, \"typeId\": %" PRIu32 ", \"extension\": %s, \"header\": \"%s\", "
+                        "\"headerOffset\": %" PRIu32 ", \"secondValue\": %" PRIu32 ", \"fixedSize\": %" PRIu64
+                        ", \"description\": %s, \"userDefined\": %" PRIu32 ", \"category\": %u}",
+                        first ? "" : ",", i + 1, r.typeId, JsonString(r.extension).c_str(), Hex(r.header).c_str(),
+                        r.headerOffset, r.secondValue, r.fixedSize, JsonString(r.description).c_str(),
+                        r.userDefined, unsigned(r.category));
+        } else {
+            std::string hex = Hex(r.header);
+            if (hex.size() > 34) hex = hex.substr(0, 31) + "...";
+            std::printf("%4zu %6" PRIu32 " %-6s %-34s %6" PRIu32 " %10" PRIu64 " %3u %4s  %s\n", i + 1, r.typeId,
+                        r.extension.c_str(), hex.c_str(), r.headerOffset, r.fixedSize, unsigned(r.category),
+                        r.userDefined == 1 ? "yes" : "", r.description.c_str());
+        }
+        first = false;
+    }
+    if (o.json) std::printf("\n]\n");
+    return missing ? kExitUsage : kExitOk;
+}
+
+int Save(const std::string& folder, const std::vector<SignatureRecord>& rows, const char* failedId) {
+    if (SaveSignatureFile(folder, rows) != SignatureSaveStatus::kSaved) {
+        std::fprintf(stderr, "kestrin: %s\n", T(failedId, "The file type could not be saved.").c_str());
+        return kExitUsage;
+    }
+    return kExitOk;
+}
+
+int RunAdd(const SignatureOptions& o) {
+    std::string folder = Folder(o);
+    bool missing;
+    std::vector<SignatureRecord> rows = Load(folder, missing);
+    SignatureFields f;
+    int rc = kExitOk;
+    if (!Fields(o, nullptr, f, rc)) return rc;
+    if (AddUserSignature(rows, f) != SignatureEditResult::kDone)
+        return Usage(T("IDS_SIG_EMPTY_FIELD", "Every field must be filled in; nothing was added."));
+    if ((rc = Save(folder, rows, "IDS_UNABLE_TO_SAVE")) != kExitOk) return rc;
+    std::printf("%s\n", Tf("IDS_SIG_ADDED", std::to_string(rows.back().typeId), "File type added; type id").c_str());
+    return kExitOk;
+}
+
+bool RowIndex(const SignatureOptions& o, size_t count, size_t& index) {
+    if (o.row == 0 || o.row > count) return false;
+    index = o.row - 1;
+    return true;
+}
+
+int RunEdit(const SignatureOptions& o) {
+    std::string folder = Folder(o);
+    bool missing;
+    std::vector<SignatureRecord> rows = Load(folder, missing);
+    size_t index;
+    if (!RowIndex(o, rows.size(), index))
+        return Usage(Tf("IDS_SIG_NO_SUCH_ROW", std::to_string(o.row), "No such row in the signature list:"));
+    if (rows[index].userDefined != 1) {
+        std::fprintf(stderr, "kestrin: %s\n", T("IDS_SELECT_USER_DEF").c_str());
+        return kExitUsage;
+    }
+    SignatureFields f;
+    int rc = kExitOk;
+    if (!Fields(o, &rows[index], f, rc)) return rc;
+    if (EditUserSignature(rows, index, f) != SignatureEditResult::kDone)
+        return Usage(T("IDS_SIG_EMPTY_FIELD", "Every field must be filled in; nothing was changed."));
+    if ((rc = Save(folder, rows, "IDS_UNABLE_TO_SAVE")) != kExitOk) return rc;
+    std::printf("%s\n", T("IDS_SIG_SAVED", "The file type was saved.").c_str());
+    return kExitOk;
+}
+
+int RunDelete(const SignatureOptions& o) {
+    std::string folder = Folder(o);
+    bool missing;
+    std::vector<SignatureRecord> rows = Load(folder, missing);
+    size_t index;
+    if (!RowIndex(o, rows.size(), index)) {
+        std::fprintf(stderr, "kestrin: %s\n", T("IDS_DELETION_FAILED").c_str());
+        return kExitUsage;
+    }
+    if (DeleteUserSignature(rows, index) == SignatureEditResult::kNotUserDefined) {
+        std::fprintf(stderr, "kestrin: %s\n", T("IDS_SELECT_USER_DEF").c_str());
+        return kExitUsage;
+    }
+    std::printf("%s\n", T("IDS_DEL_SUCCESSFUL").c_str());
+    return Save(folder, rows, "IDS_FAILED_TO_SAVE");
+}
+
+void AddFieldOptions(CLI::App* sub, SignatureOptions& o, bool required) {
+    auto opt = [&](const char* name, std::string& v, const char* help) {
+        auto* x = sub->add_option(name, v, help);
+        if (required) x->required();
+    };
+    opt("--header", o.header, "File signature in hex (FFD8FF)");
+    opt("--ext", o.ext, "Extension of the carved files (jpg or .jpg)");
+    opt("--offset", o.offset, "Offset of the signature in the file's first sector");
+    opt("--size", o.size, "Size given to every file found");
+    sub->add_option("--unit", o.unit, required ? "Unit of --size: kb (default) or mb" : "Unit of --size: kb, mb or byte");
+    opt("--description", o.description, "Description shown in the list");
+    sub->add_option("--type", o.type, "Type group: picture, raw, audio, video, document, archive, other (or a number)");
+    sub->add_option("--category", o.category,
+                    "Which modes list it: 1 containers, 2 documents (file modes), 3 audio/video, 4 pictures, "
+                    "5 every mode (default)");
+}
+
+} // namespace
+
+void AddSignaturesVerb(CLI::App& app, VerbResult& result) {
+    auto o = std::make_shared<SignatureOptions>();
+    auto* verb = app.add_subcommand("signatures", "List, add, edit and delete the file types of the signature scan");
+    verb->require_subcommand(1);
+    verb->add_option("--folder", o->folder, "Folder holding slt.dat (default: the program folder)");
+
+    auto* list = verb->add_subcommand("list", "List the file types (all, or those a recovery mode searches)");
+    list->add_option("--mode", o->mode, "deleted-files, lost-files, partition, formatted, deleted-photos, lost-photos");
+    list->add_flag("--json", o->json, "JSON output");
+    list->callback([o, &result] { result.exitCode = RunList(*o); });
+
+    auto* add = verb->add_subcommand("add", "Add a user-defined file type");
+    AddFieldOptions(add, *o, true);
+    add->callback([o, &result] { result.exitCode = RunAdd(*o); });
+
+    auto* edit = verb->add_subcommand("edit", "Change a user-defined file type (row number as listed)");
+    edit->add_option("ID", o->row, "Row number as `kestrin signatures list` shows it")->required();
+    AddFieldOptions(edit, *o, false);
+    edit->callback([o, &result] { result.exitCode = RunEdit(*o); });
+
+    auto* del = verb->add_subcommand("delete", "Delete a user-defined file type (row number as listed)");
+    del->add_option("ID", o->row, "Row number as `kestrin signatures list` shows it")->required();
+    del->callback([o, &result] { result.exitCode = RunDelete(*o); });
+}
+
+} // namespace kestrin::cli

@@ -1,0 +1,28 @@
+#pragma once
+// exFAT engine: the folder walk that fills the found-item tree, and the content read-back the
+// saver and `cat` use.
+#include <cstdint>
+
+#include "fs/Content.h"
+
+namespace kestrin {
+
+class CPhysicalDisk;
+class CNode;
+class CFatVolume;
+struct ScanContext;
+
+// Scans the media's selected exFAT volume into ctx.top as the volume root "." (recordId = the
+// root-directory cluster) with "Lost" first. exFAT has one walk; `mode` (the driver's
+// file-system-scan argument) does not change it. The walk ends with the scan state set to 1
+// (done), and a stop request (4) is turned into 1 before the next folder.
+void ExFatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
+
+// Writes `size` bytes of a file found on the media's exFAT volume: in use, through its FAT
+// chain (flags bit 4) or as one contiguous run; deleted, from the first cluster onward over the
+// clusters the allocation bitmap shows free now.
+ContentResult ExFatWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
+// The same on an opened exFAT volume.
+ContentResult ExFatWriteContent(CFatVolume& volume, const CNode& node, const ContentSink& sink);
+
+} // namespace kestrin

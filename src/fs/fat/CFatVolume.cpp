@@ -1,0 +1,285 @@
+#include "fs/fat/CFatVolume.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "storage/BootSector.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr uint32_t kFat16Root = 1;
+// The FAT16 root region is taken as 32 sectors whatever the boot sector declares (512 entries of
+// 32 bytes on 512-byte sectors); the data area starts right after it.
+constexpr uint32_t kFat16RootSectors = 32;
+
+} // namespace
+
+bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volumeStart, uint64_t volumeEnd,
+                           uint32_t mediaSectorSize, FatGeometry& g) {
+    if ((kind != kFsFat16 && kind != kFsFat32) || mediaSectorSize == 0 || r.sectorsPerCluster == 0 ||
+        r.fatSize == 0)
+        return false;
+    g = {};
+    g.fsKind = kind;
+    g.mediaSectorSize = g.sectorSize = mediaSectorSize;
+    g.volumeStart = volumeStart;
+    g.volumeEnd = volumeEnd;
+    g.sectorsPerCluster = r.sectorsPerCluster;
+    g.clusterBytes = r.sectorsPerCluster * mediaSectorSize;
+    g.fatStart = volumeStart + r.fatStart * mediaSectorSize;
+    uint64_t third = volumeStart + r.thirdArea * mediaSectorSize;
+    if (kind == kFsFat16) {
+        g.rootRegion = third;
+        g.dataStart = third + uint64_t(kFat16RootSectors) * mediaSectorSize;
+        g.rootCluster = kFat16Root;
+    } else {
+        g.dataStart = third;
+        g.rootCluster = 2;
+    }
+    // The highest cluster the FAT can describe bounds the record's count (which a damaged boot
+    // sector or a GPT last-sector length can inflate).
+    uint32_t width = kind == kFsFat16 ? 2 : 4;
+    uint64_t fatEntries = uint64_t(r.fatSize) * mediaSectorSize / width;
+    uint64_t highest = uint64_t(r.clusterCount) + 1;
+    highest = std::min<uint64_t>(highest, fatEntries ? fatEntries - 1 : 0);
+    highest = std::min<uint64_t>(highest, kind == kFsFat16 ? 0xFFF6 : 0x0FFFFFF6);
+    if (highest < 2) return false;
+    g.highestCluster = uint32_t(highest);
+    g.fatBytes = (highest + 1) * width;
+    return true;
+}
+
+bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, uint64_t volumeEnd, FatGeometry& g) {
+    auto bpsShift = ReadU8(boot, 108), spcShift = ReadU8(boot, 109);
+    auto fatOffset = ReadLe32(boot, 80), fatLength = ReadLe32(boot, 84), heapOffset = ReadLe32(boot, 88);
+    auto clusterCount = ReadLe32(boot, 92), root = ReadLe32(boot, 96);
+    if (!bpsShift || !spcShift || !fatOffset || !fatLength || !heapOffset || !clusterCount || !root) return false;
+    if (!MatchAt(boot, 3, "EXFAT   ", 8)) return false;
+    // Sector sizes 512 to 4096 and clusters up to 32 MiB are all the format allows.
+    if (*bpsShift < 9 || *bpsShift > 12 || *spcShift > 25 - *bpsShift || *clusterCount == 0) return false;
+    g = {};
+    g.fsKind = kFsExFat;
+    g.sectorSize = 1u << *bpsShift;
+    g.volumeStart = volumeStart;
+    g.volumeEnd = volumeEnd;
+    g.sectorsPerCluster = 1u << *spcShift;
+    g.clusterBytes = g.sectorSize << *spcShift;
+    g.fatStart = volumeStart + uint64_t(*fatOffset) * g.sectorSize;
+    g.dataStart = volumeStart + uint64_t(*heapOffset) * g.sectorSize;
+    uint64_t fatEntries = uint64_t(*fatLength) * g.sectorSize / 4;
+    uint64_t highest = std::min<uint64_t>(uint64_t(*clusterCount) + 1, fatEntries ? fatEntries - 1 : 0);
+    highest = std::min<uint64_t>(highest, 0xFFFFFFF6u);
+    if (highest < 2 || *root < 2 || *root > highest) return false;
+    g.highestCluster = uint32_t(highest);
+    g.fatBytes = (highest + 1) * 4;
+    g.rootCluster = *root;
+    return true;
+}
+
+bool CFatVolume::Open(uint8_t fsKind) {
+    m_fatBlocks.clear();
+    return fsKind == kFsExFat ? OpenExFat() : OpenFat(fsKind);
+}
+
+void CFatVolume::SetGeometry(const FatGeometry& g) {
+    m_g = g;
+    m_fatBlocks.clear();
+    FinishGeometry();
+}
+
+void CFatVolume::FinishGeometry() {
+    if (m_g.mediaSectorSize == 0) m_g.mediaSectorSize = m_media.GetSectorSize() ? m_media.GetSectorSize() : 512;
+    uint64_t mediaEnd = m_media.ByteSize();
+    if (mediaEnd && (m_g.volumeEnd == 0 || m_g.volumeEnd > mediaEnd)) m_g.volumeEnd = mediaEnd;
+    // The FAT cache never holds more than the volume has room for, whatever the boot sector says.
+    if (m_g.volumeEnd) m_g.fatBytes = m_g.volumeEnd > m_g.fatStart ? std::min(m_g.fatBytes, m_g.volumeEnd - m_g.fatStart) : 0;
+    m_fatBlocks.assign(size_t((m_g.fatBytes + kFatBlockBytes - 1) / kFatBlockBytes), {});
+}
+
+bool CFatVolume::OpenFat(uint8_t fsKind) {
+    uint32_t ss = m_media.GetSectorSize() ? m_media.GetSectorSize() : 512;
+    uint64_t start = m_media.GetFirstSector() * ss;
+    uint64_t end = m_media.GetSectorCount() ? start + m_media.GetSectorCount() * ss : 0;
+    const PartitionRecord& params = m_media.GetPartitionParams();
+    uint8_t kind = fsKind;
+    if (kind != kFsFat16 && kind != kFsFat32) kind = params.fsKind;
+    PartitionRecord r;
+    if ((kind == kFsFat16 || kind == kFsFat32) && params.fsKind == kind && params.partitionFlag == kValidated &&
+        params.sectorsPerCluster != 0) {
+        r = params;
+    } else {
+        // The record carries no geometry (a table-only entry, or a bare volume): read the boot
+        // sector and fill a record the way the partition reader would.
+        std::vector<uint8_t> boot(std::max<uint32_t>(ss, 512), 0);
+        m_media.ReadSectors(boot.data(), uint32_t(boot.size()), m_media.GetFirstSector(), true);
+        Bytes b(boot);
+        if (ReadLe16(b, 510) != 0xAA55) return false;
+        if (kind != kFsFat16 && kind != kFsFat32) {
+            // No kind given: FAT32 keeps its FAT size in the 32-bit field and has no root entries.
+            kind = (ReadLe16(b, 22) == 0 && ReadLe16(b, 17) == 0) ? kFsFat32 : kFsFat16;
+        }
+        r.length = m_media.GetSectorCount();
+        if (kind == kFsFat16) {
+            FillFat16Record(b, r);
+        } else {
+            if (r.length == 0) r.length = *ReadLe32(b, 32);
+            FillFat32Record(b, r);
+        }
+    }
+    if (!FatGeometryFromRecord(r, kind, start, end, ss, m_g)) return false;
+    FinishGeometry();
+    return true;
+}
+
+bool CFatVolume::OpenExFat() {
+    uint32_t ss = m_media.GetSectorSize() ? m_media.GetSectorSize() : 512;
+    uint64_t start = m_media.GetFirstSector() * ss;
+    uint64_t end = m_media.GetSectorCount() ? start + m_media.GetSectorCount() * ss : 0;
+    std::vector<uint8_t> boot(512);
+    // The main boot sector, then its backup twelve sectors on.
+    for (uint64_t at : {start, start + uint64_t(12) * ss}) {
+        std::fill(boot.begin(), boot.end(), 0);
+        m_g.mediaSectorSize = ss;
+        ReadBytes(at, boot.data(), boot.size());
+        if (ParseExFatBootSector(boot, start, end, m_g)) {
+            m_g.mediaSectorSize = ss;
+            FinishGeometry();
+            return true;
+        }
+    }
+    return false;
+}
+
+bool CFatVolume::ReadBytes(uint64_t offset, uint8_t* out, size_t len) {
+    std::memset(out, 0, len);
+    if (len == 0) return true;
+    uint32_t ss = m_g.mediaSectorSize ? m_g.mediaSectorSize : 512;
+    bool ok = true;
+    // ReadSectors takes 32-bit byte counts; large reads go in pieces.
+    constexpr size_t kPiece = size_t(64) << 20;
+    if (offset % ss == 0 && len % ss == 0) {
+        for (size_t done = 0; done < len;) {
+            size_t n = std::min(kPiece, len - done);
+            if (!m_media.ReadSectors(out + done, uint32_t(n), (offset + done) / ss, true)) {
+                std::memset(out + done, 0, n);
+                ok = false;
+            }
+            done += n;
+        }
+        return ok;
+    }
+    // Unaligned (a volume sector smaller than the media's): read the covering sectors.
+    uint64_t first = offset / ss, last = (offset + len + ss - 1) / ss;
+    for (uint64_t s = first; s < last;) {
+        uint64_t count = std::min<uint64_t>(last - s, kPiece / ss);
+        m_readBuf.assign(size_t(count * ss), 0);
+        bool got = m_media.ReadSectors(m_readBuf.data(), uint32_t(m_readBuf.size()), s, true);
+        ok = ok && got;
+        uint64_t bufStart = s * ss, bufEnd = bufStart + m_readBuf.size();
+        uint64_t from = std::max(bufStart, offset), to = std::min(bufEnd, offset + len);
+        if (got && to > from) std::memcpy(out + (from - offset), m_readBuf.data() + (from - bufStart), size_t(to - from));
+        s += count;
+    }
+    return ok;
+}
+
+uint32_t CFatVolume::Entry(uint32_t cluster) {
+    uint32_t width = m_g.fsKind == kFsFat16 ? 2 : 4;
+    uint64_t at = uint64_t(cluster) * width;
+    if (at + width > m_g.fatBytes) return 0;
+    size_t block = size_t(at / kFatBlockBytes);
+    std::vector<uint8_t>& b = m_fatBlocks[block];
+    if (b.empty()) {
+        // One read per block; a failed read leaves zeros, which end every chain through it.
+        uint64_t blockStart = uint64_t(block) * kFatBlockBytes;
+        b.resize(size_t(std::min<uint64_t>(kFatBlockBytes, m_g.fatBytes - blockStart)));
+        ReadBytes(m_g.fatStart + blockStart, b.data(), b.size());
+    }
+    size_t in = size_t(at - uint64_t(block) * kFatBlockBytes);
+    return width == 2 ? Le16(b.data() + in) : Le32(b.data() + in);
+}
+
+uint32_t CFatVolume::LastClusterInVolume() const {
+    if (m_g.clusterBytes == 0 || m_g.volumeEnd <= m_g.dataStart) return 1;
+    uint64_t last = (m_g.volumeEnd - m_g.dataStart) / m_g.clusterBytes + 1;
+    return uint32_t(std::min<uint64_t>(last, m_g.highestCluster));
+}
+
+bool CFatVolume::EndsChain(uint32_t current, uint32_t next) const {
+    if (next == current) return true;
+    if (m_g.fsKind == kFsFat16 && (next <= 1 || (next >= 0xFFF0 && next <= 0xFFFF))) return true;
+    uint32_t masked = next & 0x0FFFFFFF;
+    return masked <= 1 || masked >= 0x0FFFFFF0;
+}
+
+std::vector<uint32_t> CFatVolume::FollowChain(uint32_t first, size_t maxClusters) {
+    std::vector<uint32_t> chain;
+    if (!IsDataCluster(first) || maxClusters == 0) return chain;
+    chain.push_back(first);
+    // Brent's cycle detection: `tortoise` waits at power-of-two steps; meeting it again means a
+    // loop of length `lam`, which is cut where it first closes. No per-chain visited set needed.
+    uint32_t tortoise = first, cur = first;
+    size_t power = 1, lam = 1;
+    while (chain.size() < maxClusters) {
+        uint32_t next = Entry(cur);
+        if (EndsChain(cur, next)) break;
+        // FAT32 entries are 28-bit; the top four bits are reserved.
+        if (m_g.fsKind == kFsFat32) next &= 0x0FFFFFFF;
+        if (!IsDataCluster(next)) break;
+        chain.push_back(next);
+        if (next == tortoise) {
+            for (size_t i = 0; i + lam < chain.size(); ++i) {
+                if (chain[i] == chain[i + lam]) {
+                    chain.resize(i + lam);
+                    return chain;
+                }
+            }
+            break; // not reached: the meeting point proves a repeat at distance lam
+        }
+        if (power == lam) {
+            tortoise = next;
+            power <<= 1;
+            lam = 0;
+        }
+        ++lam;
+        cur = next;
+    }
+    return chain;
+}
+
+std::vector<ClusterRun> CFatVolume::ToRuns(std::span<const uint32_t> clusters) {
+    std::vector<ClusterRun> runs;
+    for (uint32_t c : clusters) {
+        if (!runs.empty() && runs.back().first + runs.back().count == c && runs.back().count < 0xFFFFFFFFu)
+            ++runs.back().count;
+        else
+            runs.push_back({c, 1});
+    }
+    return runs;
+}
+
+void CFatVolume::ReadClusters(std::span<const uint32_t> clusters, size_t maxReadBytes,
+                              const std::function<bool(size_t, std::span<const uint8_t>, bool)>& onCluster) {
+    const size_t cb = m_g.clusterBytes;
+    if (cb == 0) return;
+    size_t perRead = std::max<size_t>(1, maxReadBytes / cb);
+    std::vector<uint8_t> buf;
+    for (size_t i = 0; i < clusters.size();) {
+        // Consecutive clusters, at most perRead of them, in one read.
+        size_t n = 1;
+        while (i + n < clusters.size() && n < perRead && clusters[i + n] == clusters[i] + n) ++n;
+        // Clusters past the end of the volume hold nothing to read (a chain or size that claims
+        // them is damaged); stop there instead of reading zeros.
+        if (ClusterOffset(clusters[i]) >= m_g.volumeEnd) return;
+        buf.resize(n * cb);
+        bool ok = ReadBytes(ClusterOffset(clusters[i]), buf.data(), buf.size());
+        for (size_t k = 0; k < n; ++k)
+            if (!onCluster(i + k, std::span<const uint8_t>(buf.data() + k * cb, cb), ok)) return;
+        i += n;
+    }
+}
+
+} // namespace kestrin

@@ -1,0 +1,107 @@
+#pragma once
+// One FAT16, FAT32 or exFAT volume of the current media: its geometry, its first FAT (cached in
+// memory block by block as it is used) and cluster reads. The scan walkers and the content
+// read-back of both FAT engines work through it.
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "storage/CPhysicalDisk.h"
+
+namespace kestrin {
+
+// Geometry in absolute byte offsets on the media, so that volumes whose own sector size differs
+// from the media's read correctly.
+struct FatGeometry {
+    uint8_t fsKind = 0;          // 1 FAT16, 2 FAT32, 4 exFAT
+    uint32_t mediaSectorSize = 0;
+    uint32_t sectorSize = 0;     // FAT: the media's; exFAT: from the boot sector
+    uint64_t volumeStart = 0;
+    uint64_t volumeEnd = 0;      // exclusive; the media's end when the range is unknown
+    uint64_t fatStart = 0;       // first FAT
+    uint64_t fatBytes = 0;       // bytes of the first FAT that are used (clamped to the clusters)
+    uint64_t rootRegion = 0;     // FAT16: the fixed root region
+    uint64_t dataStart = 0;      // cluster 2
+    uint32_t sectorsPerCluster = 0;
+    uint32_t clusterBytes = 0;
+    uint32_t highestCluster = 0; // highest valid cluster number (cluster count + 1)
+    uint32_t rootCluster = 0;    // FAT32: 2; exFAT: from the boot sector; FAT16: 1 (no cluster)
+};
+
+// Geometry of a FAT16 (kind 1) or FAT32 (kind 2) volume from its partition record (the root
+// region or data area after the reserved sectors and two FATs; the highest cluster from the
+// record's cluster count, clamped to what the FAT can hold). False when the record cannot
+// describe a volume.
+bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volumeStart, uint64_t volumeEnd,
+                           uint32_t mediaSectorSize, FatGeometry& g);
+// Geometry from an exFAT boot sector (shifts, FAT offset, cluster heap, cluster count, root).
+bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, uint64_t volumeEnd, FatGeometry& g);
+
+// Upper bound on one folder's size: FAT and exFAT folders hold at most 65,536 entries of 32
+// bytes on FAT and 256 MiB on exFAT; anything longer is a broken chain or a hostile size.
+constexpr uint64_t kFatMaxFolderBytes = 65536ull * 32;
+constexpr uint64_t kExFatMaxFolderBytes = 256ull << 20;
+
+// A run of consecutive clusters.
+struct ClusterRun {
+    uint32_t first = 0;
+    uint32_t count = 0;
+};
+
+class CFatVolume {
+public:
+    explicit CFatVolume(CPhysicalDisk& media) : m_media(media) {}
+
+    // Reads the geometry of the media's selected volume: FAT16/FAT32 from the partition record
+    // when it was filled from a checked boot sector, else from the boot sector itself; exFAT
+    // always from the boot sector (the record has no root cluster), or its backup copy.
+    bool Open(uint8_t fsKind);
+    // For tests and the fuzzers: a geometry made elsewhere.
+    void SetGeometry(const FatGeometry& g);
+    const FatGeometry& Geometry() const { return m_g; }
+    CPhysicalDisk& Media() { return m_media; }
+
+    // The FAT entry of `cluster` (FAT16 entries as 16-bit values). Out-of-range clusters and FAT
+    // blocks that cannot be read give 0.
+    uint32_t Entry(uint32_t cluster);
+    // True when `next` ends a chain that is at `current`: a self-reference, on FAT16 0, 1 and
+    // 0xFFF0-0xFFFF, and, masked to 28 bits, 0, 1 and 0x0FFFFFF0 upwards.
+    bool EndsChain(uint32_t current, uint32_t next) const;
+    // The chain from `first`: at most `maxClusters` clusters, cut where it leaves the volume or
+    // comes back to a cluster it already holds (loops of any length). Cluster 1 and clusters
+    // outside the volume give an empty chain.
+    std::vector<uint32_t> FollowChain(uint32_t first, size_t maxClusters);
+
+    bool IsDataCluster(uint32_t c) const { return c >= 2 && c <= m_g.highestCluster; }
+    // The last valid cluster that lies inside the volume (1 when none does): where searches that
+    // walk the cluster numbers upward stop.
+    uint32_t LastClusterInVolume() const;
+    uint64_t ClusterOffset(uint32_t c) const { return m_g.dataStart + uint64_t(c - 2) * m_g.clusterBytes; }
+
+    // Reads `len` bytes at absolute byte `offset`. Failed or missing bytes read as zeros; returns
+    // false when the read failed.
+    bool ReadBytes(uint64_t offset, uint8_t* out, size_t len);
+    // Reads the clusters of `clusters` in order, merging consecutive ones into one read of at most
+    // `maxReadBytes`, and hands each cluster to `onCluster` (index in the list, bytes, read ok)
+    // until it returns false.
+    void ReadClusters(std::span<const uint32_t> clusters, size_t maxReadBytes,
+                      const std::function<bool(size_t, std::span<const uint8_t>, bool)>& onCluster);
+
+    // Turns a cluster list into runs of consecutive clusters.
+    static std::vector<ClusterRun> ToRuns(std::span<const uint32_t> clusters);
+
+private:
+    bool OpenFat(uint8_t fsKind);
+    bool OpenExFat();
+    void FinishGeometry();
+
+    static constexpr size_t kFatBlockBytes = 256 * 1024;
+    CPhysicalDisk& m_media;
+    FatGeometry m_g;
+    std::vector<std::vector<uint8_t>> m_fatBlocks; // loaded on first use; empty = not loaded
+    std::vector<uint8_t> m_readBuf;
+};
+
+} // namespace kestrin

@@ -1,0 +1,248 @@
+#include "fs/fat/CFatWalker.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "fs/VolumeTree.h"
+#include "scan/ScanContext.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr size_t kEntryBytes = 32;
+constexpr uint8_t kAttrLongName = 0x0F;
+constexpr uint8_t kAttrFolder = 0x10;
+constexpr uint8_t kDeletedMark = 0xE5;
+// A real long name has at most 255 units (20 pieces); a longer run of pieces is garbage and is
+// not gathered further, so a folder full of pieces costs linear time.
+constexpr size_t kMaxLongName = 512;
+// Folder clusters per read while walking.
+constexpr size_t kFolderReadBytes = 1 << 20;
+
+// Code page 437, bytes 0x80-0xFF (the OEM code page of short names).
+constexpr char16_t kCp437High[128] = {
+    0x00C7, 0x00FC, 0x00E9, 0x00E2, 0x00E4, 0x00E0, 0x00E5, 0x00E7, 0x00EA, 0x00EB, 0x00E8, 0x00EF, 0x00EE,
+    0x00EC, 0x00C4, 0x00C5, 0x00C9, 0x00E6, 0x00C6, 0x00F4, 0x00F6, 0x00F2, 0x00FB, 0x00F9, 0x00FF, 0x00D6,
+    0x00DC, 0x00A2, 0x00A3, 0x00A5, 0x20A7, 0x0192, 0x00E1, 0x00ED, 0x00F3, 0x00FA, 0x00F1, 0x00D1, 0x00AA,
+    0x00BA, 0x00BF, 0x2310, 0x00AC, 0x00BD, 0x00BC, 0x00A1, 0x00AB, 0x00BB, 0x2591, 0x2592, 0x2593, 0x2502,
+    0x2524, 0x2561, 0x2562, 0x2556, 0x2555, 0x2563, 0x2551, 0x2557, 0x255D, 0x255C, 0x255B, 0x2510, 0x2514,
+    0x2534, 0x252C, 0x251C, 0x2500, 0x253C, 0x255E, 0x255F, 0x255A, 0x2554, 0x2569, 0x2566, 0x2560, 0x2550,
+    0x256C, 0x2567, 0x2568, 0x2564, 0x2565, 0x2559, 0x2558, 0x2552, 0x2553, 0x256B, 0x256A, 0x2518, 0x250C,
+    0x2588, 0x2584, 0x258C, 0x2590, 0x2580, 0x03B1, 0x00DF, 0x0393, 0x03C0, 0x03A3, 0x03C3, 0x00B5, 0x03C4,
+    0x03A6, 0x0398, 0x03A9, 0x03B4, 0x221E, 0x03C6, 0x03B5, 0x2229, 0x2261, 0x00B1, 0x2265, 0x2264, 0x2320,
+    0x2321, 0x00F7, 0x2248, 0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0,
+};
+
+char16_t OemChar(uint8_t b, bool lower) {
+    if (b >= 0x80) return kCp437High[b - 0x80];
+    if (lower && b >= 'A' && b <= 'Z') return char16_t(b + ('a' - 'A'));
+    return char16_t(b);
+}
+
+uint32_t EntryCluster(const uint8_t* e) { return uint32_t(Le16(e + 0x14)) << 16 | Le16(e + 0x1A); }
+
+bool IsDotEntries(std::span<const uint8_t> b) {
+    return MatchAt(b, 0, ".          ", 11) && MatchAt(b, kEntryBytes, "..         ", 11);
+}
+
+} // namespace
+
+std::u16string FatShortName(std::span<const uint8_t> e, bool deleted) {
+    std::u16string name;
+    if (e.size() < kEntryBytes) return name;
+    uint8_t caseByte = e[0x0C];
+    size_t baseLen = 8, extLen = 3;
+    while (baseLen > 0 && e[baseLen - 1] == ' ') --baseLen;
+    while (extLen > 0 && e[8 + extLen - 1] == ' ') --extLen;
+    for (size_t i = 0; i < baseLen; ++i) {
+        uint8_t b = e[i];
+        // 0x05 stands for a real first byte 0xE5, which would read as "deleted".
+        if (i == 0 && b == 0x05) b = kDeletedMark;
+        name += OemChar(b, caseByte & 0x08);
+    }
+    if (extLen > 0) {
+        name += u'.';
+        for (size_t i = 0; i < extLen; ++i) name += OemChar(e[8 + i], caseByte & 0x10);
+    }
+    // The first character of a deleted short name is gone (overwritten by 0xE5): show "X".
+    if (deleted && !name.empty() && name[0] != u'.') name[0] = u'X';
+    return name;
+}
+
+std::u16string FatLongNamePiece(std::span<const uint8_t> e, bool endOfName) {
+    std::u16string piece;
+    if (e.size() < kEntryBytes) return piece;
+    static constexpr uint8_t kOffsets[13] = {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30};
+    for (uint8_t at : kOffsets) {
+        char16_t u = Le16(e.data() + at);
+        if (u == 0x0000) break; // the name ends here; what follows is 0xFFFF padding
+        if (u == 0xFFFF) continue;
+        piece += u;
+    }
+    while (endOfName && !piece.empty() && (piece.back() == 0x0020 || piece.back() == 0x00FF)) piece.pop_back();
+    return piece;
+}
+
+CFatWalker::CFatWalker(CFatVolume& volume, int mode, ScanContext* ctx)
+    : m_vol(volume), m_mode(mode), m_ctx(ctx), m_code(volume.Geometry().fsKind == kFsFat16 ? 1 : 2) {
+    m_root = MakeVolumeRoot(m_code);
+    if (m_root) {
+        m_index[m_code] = m_root;
+        if (ScanEntry* lost = LostFolderOf(m_root)) m_index[0] = lost;
+    }
+}
+
+CFatWalker::~CFatWalker() {
+    if (m_root) FreeScanEntries(m_root);
+}
+
+ScanEntry* CFatWalker::TakeRoot() {
+    ScanEntry* r = m_root;
+    m_root = nullptr;
+    m_index.clear();
+    return r;
+}
+
+ScanEntry* CFatWalker::FindFolder(uint32_t recordId) const {
+    auto it = m_index.find(recordId);
+    return it == m_index.end() ? nullptr : it->second;
+}
+
+void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
+    // Mode 1 merges into an existing tree: a deleted folder already listed under this parent is
+    // refreshed from the newer sighting instead of being listed twice.
+    if (m_mode == kFatWalkDeletedOnly) {
+        if ((e->flags & kNodeInUse) && !(e->flags & kNodeFolder)) {
+            FreeScanEntries(e);
+            return;
+        }
+        if (e->flags & kNodeFolder) {
+            for (ScanEntry* c = folder->firstChild; c; c = c->nextSibling) {
+                if (c->flags != kNodeFolder || c->recordId != e->recordId) continue;
+                if (c->createdDate <= e->createdDate) {
+                    c->createdDate = e->createdDate;
+                    c->flags = e->flags;
+                    c->name = std::move(e->name);
+                    c->nameLength = e->nameLength;
+                }
+                FreeScanEntries(e);
+                return;
+            }
+        }
+    }
+    e->parent = folder;
+    e->nextSibling = folder->firstChild;
+    folder->firstChild = e;
+    ++m_made;
+}
+
+bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
+    const size_t count = buf.size() / kEntryBytes;
+    const uint32_t highest = m_vol.Geometry().highestCluster;
+    size_t i = 0;
+    // A volume label as the first entry is not an item.
+    if (count > 0 && (buf[0x0B] == 0x08 || buf[0x0B] == 0x38)) i = 1;
+    if (count >= 2 && IsDotEntries(buf)) {
+        if (m_mode == kFatWalkDeletedOnly || m_mode == kFatWalkFull) {
+            // The "." entry must name this folder's own cluster; in the full walk ".." must name
+            // the parent (0 meaning the root) and "." carry the folder's creation date, so a
+            // deleted folder whose cluster now holds another folder is not read as its own.
+            if (EntryCluster(buf.data()) != folder->recordId) return true;
+            if (m_mode == kFatWalkFull) {
+                uint32_t up = EntryCluster(buf.data() + kEntryBytes);
+                if (up == 0) up = m_code;
+                if (up != folder->parentRecordId || Le16(buf.data() + 0x10) != folder->createdDate) return true;
+            }
+        }
+        m_index.emplace(folder->recordId, folder);
+        i = 2;
+    }
+    const bool inDeletedFolder = folder->flags == kNodeFolder;
+    for (; i < count; ++i) {
+        std::span<const uint8_t> e = buf.subspan(i * kEntryBytes, kEntryBytes);
+        if (e[0] == 0x00) return true;
+        const uint8_t attr = e[0x0B];
+        if (attr > 0x30 || attr == 0x18) return true;
+        if (attr == kAttrLongName && e[0x0C] == 0) {
+            // Pieces are stored last first: each goes in front of what was gathered. The trims
+            // belong to the end of the name, so only the first piece met (the name's last) is
+            // trimmed; a blank that falls on a piece boundary inside the name stays, as Windows
+            // shows it.
+            if (m_longName.size() < kMaxLongName) m_longName.insert(0, FatLongNamePiece(e, m_longName.empty()));
+            continue;
+        }
+        std::u16string longName = std::move(m_longName);
+        m_longName.clear();
+        const uint32_t cluster = EntryCluster(e.data());
+        if (cluster <= m_code || cluster > highest || cluster == folder->recordId) continue;
+        if (attr > 0x38 || attr == 0x18) continue;
+        const uint8_t caseByte = e[0x0C];
+        if (caseByte != 0 && caseByte != 0x08 && caseByte != 0x10 && caseByte != 0x18) continue;
+
+        const bool deleted = e[0] == kDeletedMark;
+        const bool isFolder = attr & kAttrFolder;
+        std::u16string name = longName.empty() ? FatShortName(e, deleted) : std::move(longName);
+        if (name.empty()) name = RecordName(cluster);
+        uint8_t flags = uint8_t((deleted ? 0 : kNodeInUse) | (isFolder ? kNodeFolder : 0));
+        if (inDeletedFolder) flags &= uint8_t(~kNodeInUse);
+        ScanEntry* entry = NewScanEntry(std::move(name), flags, cluster, folder->recordId);
+        if (!entry) return true;
+        entry->createdDate = Le16(e.data() + 0x10);
+        // The last-access date is shown as the modified date, on purpose.
+        entry->modifiedDate = Le16(e.data() + 0x12);
+        entry->size = isFolder ? 0 : Le32(e.data() + 0x1C);
+        AddEntry(folder, entry);
+    }
+    return false;
+}
+
+void CFatWalker::ReadFolder(ScanEntry* folder) {
+    const FatGeometry& g = m_vol.Geometry();
+    m_longName.clear();
+    if (g.fsKind == kFsFat16 && folder->recordId == 1) {
+        std::vector<uint8_t> region(size_t(32) * g.mediaSectorSize);
+        m_vol.ReadBytes(g.rootRegion, region.data(), region.size());
+        ParseEntries(region, folder);
+        m_longName.clear();
+        return;
+    }
+    // Each folder is read once (the index holds those read); the root is registered up front.
+    if (folder != m_root && m_index.count(folder->recordId)) return;
+    if (g.clusterBytes == 0) return;
+    size_t maxClusters = size_t(std::max<uint64_t>(1, kFatMaxFolderBytes / g.clusterBytes));
+    std::vector<uint32_t> chain = m_vol.FollowChain(folder->recordId, maxClusters);
+    m_vol.ReadClusters(chain, kFolderReadBytes, [&](size_t index, std::span<const uint8_t> data, bool) {
+        // A sub-folder must start with "." and ".."; anything else is not (or no longer) it.
+        if (index == 0 && folder != m_root && !IsDotEntries(data)) return false;
+        return !ParseEntries(data, folder);
+    });
+    m_longName.clear();
+}
+
+bool CFatWalker::ReadFolderTree(ScanEntry* top) {
+    if (!top) return false;
+    ReadFolder(top);
+    // Depth first in child order, with an explicit stack: deep trees stay off the call stack.
+    std::vector<ScanEntry*> stack{top->firstChild};
+    while (!stack.empty()) {
+        ScanEntry* child = stack.back();
+        if (!child) {
+            stack.pop_back();
+            continue;
+        }
+        stack.back() = child->nextSibling;
+        if (m_ctx) {
+            if (m_ctx->StopRequested()) return true;
+            m_ctx->Progress(int64_t(++m_visited), int64_t(m_made));
+        }
+        if (child->flags & kNodeFolder) {
+            ReadFolder(child);
+            stack.push_back(child->firstChild);
+        }
+    }
+    return false;
+}
+
+} // namespace kestrin

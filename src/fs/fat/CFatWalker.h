@@ -1,0 +1,79 @@
+#pragma once
+// Builds the scan-entry tree of a FAT16 or FAT32 volume from its folders: every 32-byte entry, in
+// use or deleted (first byte 0xE5), becomes a scan entry under its folder.
+#include <cstdint>
+#include <map>
+#include <span>
+#include <string>
+
+#include "fs/CNode.h"
+#include "fs/fat/CFatVolume.h"
+
+namespace kestrin {
+
+struct ScanContext;
+
+// How a folder's entries are taken.
+enum FatWalkMode : int {
+    // A folder found as a bare cluster (the formatted-volume search): its "." and ".." entries
+    // are skipped without comparing them with the folder entry, whose numbers and date came from
+    // the search rather than from a parent folder. Every entry is kept, as in the full walk.
+    kFatWalkBare = 0,
+    // Deleted items only, merged into a tree that may already hold them: files in use are
+    // dropped; a folder that matches an existing deleted child folder (same first cluster)
+    // refreshes that child instead of being added twice.
+    kFatWalkDeletedOnly = 1,
+    // The normal scan: every entry, in use or deleted, with the "." and ".." identity checks.
+    kFatWalkFull = 2,
+};
+
+class CFatWalker {
+public:
+    // `ctx` may be null (tests, fuzzing): then there is no progress and no stop.
+    CFatWalker(CFatVolume& volume, int mode, ScanContext* ctx);
+    ~CFatWalker();
+    CFatWalker(const CFatWalker&) = delete;
+    CFatWalker& operator=(const CFatWalker&) = delete;
+
+    // The volume root "." with "Lost" (made by the constructor; registered in the folder index).
+    ScanEntry* Root() { return m_root; }
+    // Hands the tree over (the walker no longer frees it).
+    ScanEntry* TakeRoot();
+
+    // Reads `folder` and, depth first, every folder below it. True when a stop was requested.
+    bool ReadFolderTree(ScanEntry* folder);
+    // Reads one folder's entries into its children: the FAT16 root region, or the folder's
+    // cluster chain one cluster at a time until its end.
+    void ReadFolder(ScanEntry* folder);
+    // Parses one buffer of 32-byte entries of `folder`; true when the folder ends in it. A long
+    // name gathered at the end of one buffer carries over to the next buffer of the same folder.
+    bool ParseEntries(std::span<const uint8_t> buffer, ScanEntry* folder);
+
+    // The folder registered under a first cluster, or null.
+    ScanEntry* FindFolder(uint32_t recordId) const;
+    uint64_t EntriesMade() const { return m_made; }
+
+private:
+    void AddEntry(ScanEntry* folder, ScanEntry* entry);
+
+    CFatVolume& m_vol;
+    int m_mode;
+    ScanContext* m_ctx;
+    uint32_t m_code; // 1 FAT16, 2 FAT32: also the root's number
+    ScanEntry* m_root = nullptr;
+    // Folders already read, keyed by first cluster: a folder is read once, so a folder entry
+    // pointing back at an ancestor (or anywhere already read) ends there.
+    std::map<uint32_t, ScanEntry*> m_index;
+    std::u16string m_longName;
+    uint64_t m_made = 0, m_visited = 0;
+};
+
+// The displayed name of a short (8.3) entry: blanks cut, "." before a non-empty extension, the
+// case byte's lower-case bits applied, 0x05 read as 0xE5, and "X" in place of a deleted entry's
+// lost first character. Bytes above 0x7F are read as code page 437.
+std::u16string FatShortName(std::span<const uint8_t> entry, bool deleted);
+// One long-name piece: 13 units, cut at the first 0x0000, 0xFFFF padding dropped; the piece that
+// ends the name (`endOfName`) also loses trailing 0x0020 and 0x00FF units.
+std::u16string FatLongNamePiece(std::span<const uint8_t> entry, bool endOfName);
+
+} // namespace kestrin

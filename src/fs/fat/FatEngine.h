@@ -1,0 +1,43 @@
+#pragma once
+// FAT16 and FAT32 engine: the folder walk that fills the found-item tree, and the content
+// read-back the saver and `cat` use.
+#include <cstdint>
+#include <span>
+
+#include "fs/Content.h"
+#include "fs/fat/CFatWalker.h"
+
+namespace kestrin {
+
+class CPhysicalDisk;
+class CNode;
+class CFatVolume;
+struct ScanContext;
+
+// Scans the media's selected FAT16/FAT32 volume into ctx.top as the volume root "." (root
+// recordId 1 on FAT16, 2 on FAT32) with "Lost" first. `mode` is the file-system-scan argument
+// of the driver: it passes 1, "with deleted and lost items", which is the full walk (every entry
+// in use or deleted, with the "." and ".." checks); 2 means the same; 0 is the bare walk
+// (kFatWalkBare). The deleted-only merge walk is reached through FatWalkVolume.
+void FatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
+// The same with an explicit walk mode.
+void FatWalkVolume(CPhysicalDisk& media, FatWalkMode mode, ScanContext& ctx);
+
+// Rebuilds folders from bare clusters found by the formatted-volume search: every cluster that
+// starts with "." and ".." becomes a folder named "#<cluster>" read in the bare walk with
+// everything below it. Folders found inside another rebuilt folder keep their place there; the
+// others hang under the volume root when their ".." names the root, else under "Lost" in a
+// placeholder folder named after the missing parent cluster. The result goes to ctx.top.
+void FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx);
+
+// Writes `size` bytes of a file found on the media's FAT16/FAT32 volume: through its FAT chain
+// when in use; when deleted (its chain zeroed), from the first cluster onward over the clusters
+// that are free now.
+ContentResult FatWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
+// The same on an opened volume (keeps the FAT cache across many files).
+ContentResult FatWriteContent(CFatVolume& volume, const CNode& node, const ContentSink& sink);
+// Writes `size` bytes from the cluster runs; shared with the exFAT engine.
+ContentResult WriteClusterRuns(CFatVolume& volume, std::span<const ClusterRun> runs, uint64_t size,
+                               const ContentSink& sink);
+
+} // namespace kestrin

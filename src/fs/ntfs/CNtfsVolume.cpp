@@ -1,0 +1,314 @@
+#include "fs/ntfs/CNtfsVolume.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace kestrin {
+
+namespace {
+constexpr uint32_t kMaxClusterBytes = 2u << 20; // NTFS's largest cluster
+constexpr uint32_t kMaxRecordBytes = 64u << 10;
+constexpr size_t kMaxDirectRead = 32u << 20;
+constexpr size_t kBounceWindow = 1u << 20;
+constexpr uint64_t kMaxListBytes = 1u << 20;
+} // namespace
+
+CNtfsVolume::CNtfsVolume(CPhysicalDisk& media) : m_media(media) {
+    m_mediaSectorSize = media.GetSectorSize() ? media.GetSectorSize() : 512;
+    m_startByte = media.GetFirstSector() * m_mediaSectorSize;
+}
+
+bool CNtfsVolume::SetGeometryFromBoot(Bytes b) {
+    if (b.size() < 0x48) return false;
+    uint32_t bps = Le16(b.data() + 0x0B);
+    if (bps == 0 || bps % 512 != 0) bps = m_mediaSectorSize;
+    // Sectors per cluster above 0x80 is a negative power of two (clusters of 128 KiB and more).
+    uint8_t spcByte = b[0x0D];
+    uint32_t spc = spcByte <= 0x80 ? spcByte : (256u - spcByte <= 20 ? 1u << (256u - spcByte) : 0);
+    if (spc == 0 || uint64_t(spc) * bps > kMaxClusterBytes) return false;
+    uint32_t bpc = spc * bps;
+    int8_t perRecord = int8_t(b[0x40]);
+    uint64_t recordSize;
+    if (perRecord < 0) {
+        int exponent = -perRecord;
+        if (exponent < 9 || exponent > 16) return false;
+        recordSize = 1ull << exponent;
+    } else {
+        recordSize = uint64_t(perRecord) * bpc;
+    }
+    if (recordSize < 512 || recordSize > kMaxRecordBytes || recordSize % 512 != 0) return false;
+    uint64_t totalSectors = Le64(b.data() + 0x28);
+    m_bytesPerSector = bps;
+    m_sectorsPerCluster = spc;
+    m_bytesPerCluster = bpc;
+    m_recordSize = uint32_t(recordSize);
+    m_volumeBytes = totalSectors > ~0ull / bps ? ~0ull / bps * bps : totalSectors * bps;
+    m_mftCluster = Le64(b.data() + 0x30);
+    m_mirrorCluster = Le64(b.data() + 0x38);
+    return true;
+}
+
+bool CNtfsVolume::LoadGeometry() {
+    std::vector<uint8_t> boot(std::max<uint32_t>(512, m_mediaSectorSize));
+    m_volumeBytes = 0; // not known yet: the boot read is not clipped
+    if (ReadVolume(0, boot.data(), boot.size()) && NtfsBootTest(boot) && SetGeometryFromBoot(boot)) return true;
+    const PartitionRecord& p = m_media.GetPartitionParams();
+    if (m_media.GetFsKind() == kFsNtfs && p.fsKind == kFsNtfs && p.bytesPerSector && p.sectorsPerCluster &&
+        p.mftRecordSize >= 512 && p.mftRecordSize % 512 == 0 && p.bytesPerCluster <= kMaxClusterBytes) {
+        m_bytesPerSector = p.bytesPerSector;
+        m_sectorsPerCluster = p.sectorsPerCluster;
+        m_bytesPerCluster = uint32_t(p.bytesPerSector) * p.sectorsPerCluster;
+        m_recordSize = p.mftRecordSize;
+        m_mftCluster = p.secondArea;
+        m_mirrorCluster = p.thirdArea;
+        m_volumeBytes = m_media.GetSectorCount() * m_mediaSectorSize;
+        return m_bytesPerCluster <= kMaxClusterBytes;
+    }
+    return false;
+}
+
+void CNtfsVolume::UseDefaultGeometry() {
+    m_bytesPerSector = m_mediaSectorSize;
+    m_bytesPerCluster = std::max<uint32_t>(4096, m_mediaSectorSize);
+    m_sectorsPerCluster = m_bytesPerCluster / m_bytesPerSector;
+    m_recordSize = 0;
+    uint64_t count = m_media.GetSectorCount();
+    if (count == 0 && m_media.ByteSize() > m_startByte) count = (m_media.ByteSize() - m_startByte) / m_mediaSectorSize;
+    m_volumeBytes = count * m_mediaSectorSize;
+}
+
+bool CNtfsVolume::ReadVolume(uint64_t offset, void* out, size_t len) {
+    auto* dst = static_cast<uint8_t*>(out);
+    std::memset(dst, 0, len);
+    bool ok = true;
+    if (m_volumeBytes) {
+        if (offset >= m_volumeBytes) return false;
+        if (m_volumeBytes - offset < len) {
+            len = size_t(m_volumeBytes - offset);
+            ok = false;
+        }
+    }
+    uint64_t abs = m_startByte + offset;
+    while (len > 0) {
+        uint64_t sector = abs / m_mediaSectorSize;
+        size_t skip = size_t(abs % m_mediaSectorSize);
+        size_t n;
+        if (skip == 0 && len >= m_mediaSectorSize) {
+            n = std::min(len - len % m_mediaSectorSize, kMaxDirectRead);
+            if (!m_media.ReadSectors(dst, uint32_t(n), sector, true)) {
+                std::memset(dst, 0, n);
+                ok = false;
+            }
+        } else {
+            size_t window = std::min<size_t>((skip + len + m_mediaSectorSize - 1) / m_mediaSectorSize * m_mediaSectorSize,
+                                             std::max<size_t>(kBounceWindow, m_mediaSectorSize));
+            n = std::min(len, window - skip);
+            m_bounce.assign(window, 0);
+            if (m_media.ReadSectors(m_bounce.data(), uint32_t(window), sector, true))
+                std::memcpy(dst, m_bounce.data() + skip, n);
+            else
+                ok = false;
+        }
+        dst += n;
+        abs += n;
+        len -= n;
+    }
+    return ok;
+}
+
+uint64_t CNtfsVolume::MapMft(uint64_t mftOffset) const {
+    uint64_t vcn = mftOffset / m_bytesPerCluster;
+    auto it = std::upper_bound(m_mftRuns.begin(), m_mftRuns.end(), vcn,
+                               [](uint64_t v, const MftRun& r) { return v < r.vcn; });
+    if (it == m_mftRuns.begin()) return ~0ull;
+    --it;
+    if (vcn - it->vcn >= it->lengthClusters) return ~0ull;
+    return it->startCluster * m_bytesPerCluster + (mftOffset - it->vcn * m_bytesPerCluster);
+}
+
+bool CNtfsVolume::ReadMft(uint64_t mftOffset, uint8_t* buf, size_t len) {
+    std::memset(buf, 0, len);
+    bool ok = true, mapped = false;
+    uint64_t pos = mftOffset, end = mftOffset + len;
+    while (pos < end) {
+        uint64_t vcn = pos / m_bytesPerCluster;
+        auto it = std::upper_bound(m_mftRuns.begin(), m_mftRuns.end(), vcn,
+                                   [](uint64_t v, const MftRun& r) { return v < r.vcn; });
+        if (it != m_mftRuns.begin() && vcn - (it - 1)->vcn < (it - 1)->lengthClusters) {
+            const MftRun& r = *(it - 1);
+            uint64_t runEnd = (r.vcn + r.lengthClusters) * m_bytesPerCluster;
+            uint64_t n = std::min(runEnd, end) - pos;
+            uint64_t at = r.startCluster * m_bytesPerCluster + (pos - r.vcn * m_bytesPerCluster);
+            if (!ReadVolume(at, buf + (pos - mftOffset), size_t(n))) ok = false;
+            mapped = true;
+            pos += n;
+        } else {
+            // Unmapped: skip to the next run's start (zeros stay).
+            uint64_t next = it == m_mftRuns.end() ? end : std::min(end, it->vcn * m_bytesPerCluster);
+            pos = std::max(next, pos + 1);
+        }
+    }
+    return ok && mapped;
+}
+
+bool CNtfsVolume::ReadRecord(uint64_t recordNumber, std::vector<uint8_t>& out) {
+    if (!m_recordSize || m_mftRuns.empty()) return false;
+    uint64_t offset = recordNumber * m_recordSize;
+    if (recordNumber > (1ull << 48) || offset >= m_mftBytes) return false;
+    out.resize(m_recordSize);
+    if (!ReadMft(offset, out.data(), out.size())) return false;
+    return CheckFileRecord(out, m_recordSize);
+}
+
+bool CNtfsVolume::ReadRunData(const std::vector<NtfsRun>& runs, uint64_t bytes, std::vector<uint8_t>& out) {
+    if (bytes > m_volumeBytes && m_volumeBytes) return false;
+    out.assign(size_t(bytes), 0);
+    uint64_t pos = 0;
+    bool ok = true;
+    for (const NtfsRun& r : runs) {
+        if (pos >= bytes) break;
+        uint64_t n = std::min<uint64_t>(r.lengthClusters * m_bytesPerCluster, bytes - pos);
+        if (!r.sparse) {
+            if (r.startCluster >= ClusterCount() || !ReadVolume(r.startCluster * m_bytesPerCluster, out.data() + pos, size_t(n)))
+                ok = false;
+        }
+        pos += n;
+    }
+    return ok && pos >= bytes;
+}
+
+bool CNtfsVolume::Open() {
+    if (!m_recordSize || !m_bytesPerCluster) return false;
+    return OpenAt(m_mftCluster) || OpenAt(m_mirrorCluster);
+}
+
+bool CNtfsVolume::OpenAt(uint64_t cluster) {
+    if (cluster >= ClusterCount()) return false;
+    std::vector<uint8_t> record(m_recordSize);
+    if (!ReadVolume(cluster * m_bytesPerCluster, record.data(), record.size())) return false;
+    if (!CheckFileRecord(record, m_recordSize)) return false;
+    return GatherMftRuns(record);
+}
+
+// The MFT's data runs come from record 0's unnamed data attribute; a large, fragmented MFT keeps
+// further pieces in extension records named by record 0's attribute list. The pieces are read
+// through the runs known so far and put together in VCN order.
+bool CNtfsVolume::GatherMftRuns(std::vector<uint8_t>& record0) {
+    struct Piece {
+        uint64_t startVcn = 0, lastVcn = 0;
+        std::vector<NtfsRun> runs;
+    };
+    struct ListRef {
+        uint64_t vcn = 0, record = 0;
+        bool done = false;
+    };
+    std::vector<Piece> pieces;
+    std::vector<ListRef> refs;
+
+    auto pieceOf = [](Bytes rec, const NtfsAttr& a, std::vector<Piece>& into) {
+        auto start = ReadLe64(rec, a.offset + 0x10), last = ReadLe64(rec, a.offset + 0x18);
+        auto runOffset = ReadLe16(rec, a.offset + 0x20);
+        if (!start || !last || !runOffset) return;
+        Piece p;
+        p.startVcn = *start;
+        p.lastVcn = *last;
+        DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, p.runs);
+        into.push_back(std::move(p));
+    };
+
+    Bytes rec0 = record0;
+    ForEachAttribute(rec0, [&](const NtfsAttr& a) {
+        if (a.type == 0 || a.type > kAttrData) return false;
+        if (a.type == kAttrList) {
+            std::vector<uint8_t> stored;
+            Bytes list;
+            if (a.nonResident) {
+                std::vector<NtfsRun> runs;
+                DecodeRuns(rec0.subspan(a.offset, a.length), ReadLe16(rec0, a.offset + 0x20).value_or(0xFFFF), runs);
+                uint64_t real = ReadLe64(rec0, a.offset + 0x30).value_or(~0ull);
+                if (real <= kMaxListBytes) {
+                    ReadRunData(runs, real, stored);
+                    list = stored;
+                }
+            } else {
+                list = ResidentValue(rec0, a);
+            }
+            for (size_t pos = 0; Fits(list, pos, 0x1A);) {
+                uint16_t len = Le16(list.data() + pos + 4);
+                if (len < 0x1A || len > list.size() - pos) break;
+                if (Le32(list.data() + pos) == kAttrData)
+                    refs.push_back({Le64(list.data() + pos + 8), Le64(list.data() + pos + 0x10) & 0xFFFFFFFFFFFFull});
+                pos += len;
+            }
+        } else if (a.type == kAttrData && a.nonResident && a.Unnamed()) {
+            pieceOf(rec0, a, pieces);
+        }
+        return true;
+    });
+
+    auto rebuild = [&] {
+        std::vector<Piece*> order;
+        for (auto& p : pieces) order.push_back(&p);
+        std::stable_sort(order.begin(), order.end(), [](Piece* a, Piece* b) { return a->startVcn < b->startVcn; });
+        m_mftRuns.clear();
+        uint64_t clusters = ClusterCount();
+        uint64_t lastEnd = 0;
+        for (Piece* p : order) {
+            uint64_t vcn = p->startVcn;
+            // A piece that overlaps one already laid out, or starts past anything the volume
+            // could hold, is ignored.
+            if (vcn < lastEnd || vcn >= clusters) continue;
+            for (const NtfsRun& r : p->runs) {
+                if (vcn >= clusters) break;
+                if (!r.sparse && r.lengthClusters && r.startCluster < clusters) {
+                    uint64_t len = std::min(r.lengthClusters, clusters - r.startCluster);
+                    m_mftRuns.push_back({vcn, len, r.startCluster});
+                }
+                vcn += r.lengthClusters;
+            }
+            lastEnd = vcn;
+        }
+        uint64_t bytes = m_mftRuns.empty() ? 0 : (m_mftRuns.back().vcn + m_mftRuns.back().lengthClusters) * m_bytesPerCluster;
+        // The walk never covers more than the volume can hold, whatever the runs claim.
+        m_mftBytes = std::min(bytes, m_volumeBytes);
+    };
+    rebuild();
+
+    // Extension records are found through the runs gathered so far; repeat while pieces arrive.
+    std::vector<uint8_t> ext;
+    for (bool progress = true; progress;) {
+        progress = false;
+        for (ListRef& r : refs) {
+            if (r.done) continue;
+            if (r.record == 0) {
+                r.done = true;
+                continue;
+            }
+            if (!ReadRecord(r.record, ext)) continue;
+            r.done = true;
+            Bytes e = ext;
+            ForEachAttribute(e, [&](const NtfsAttr& a) {
+                if (a.type == kAttrData && a.nonResident && a.Unnamed() &&
+                    ReadLe64(e, a.offset + 0x10).value_or(~0ull) == r.vcn) {
+                    pieceOf(e, a, pieces);
+                    progress = true;
+                    return false;
+                }
+                return a.type <= kAttrData;
+            });
+            if (progress) rebuild();
+        }
+    }
+    if (m_mftRuns.empty()) return false;
+
+    uint64_t lastVcn = 0;
+    for (const Piece& p : pieces) lastVcn = std::max(lastVcn, p.lastVcn);
+    uint32_t sectorsPerRecord = std::max<uint32_t>(1, m_recordSize / m_bytesPerSector);
+    // Progress total as the MFT's size in records: (last VCN + 1) x (sectors per cluster /
+    // sectors per record), or last VCN + 1 itself on one-sector clusters.
+    m_expectedRecords = m_sectorsPerCluster == 1 ? lastVcn + 1 : (lastVcn + 1) * (m_sectorsPerCluster / sectorsPerRecord);
+    if (m_expectedRecords == 0 || m_expectedRecords > (1ull << 32)) m_expectedRecords = m_mftBytes / m_recordSize;
+    return true;
+}
+
+} // namespace kestrin

@@ -1,0 +1,283 @@
+// Content read-back of one NTFS file through its record.
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "fs/ntfs/CNtfsVolume.h"
+#include "fs/ntfs/Lznt1.h"
+#include "fs/ntfs/NtfsEngine.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr size_t kCopyChunk = 1u << 20;
+constexpr size_t kMaxPieces = 4096;
+constexpr uint32_t kDefaultUnitClusters = 16;
+constexpr uint64_t kMaxUnitBytes = 32u << 20;
+
+struct Extent {
+    uint64_t vcn = 0, length = 0, lcn = 0;
+    bool sparse = false;
+};
+
+// The unnamed data attribute of a file, gathered from its base record and, through an attribute
+// list, from its extension records.
+struct DataStream {
+    bool found = false;
+    bool resident = false;
+    std::vector<uint8_t> residentValue;
+    bool compressed = false;
+    uint32_t unitClusters = kDefaultUnitClusters;
+    uint64_t initializedSize = ~0ull;
+    std::vector<Extent> extents;
+    std::vector<uint64_t> pieceVcns;
+
+    void Take(Bytes rec, const NtfsAttr& a) {
+        if (!a.nonResident) {
+            if (found) return;
+            Bytes v = ResidentValue(rec, a);
+            residentValue.assign(v.begin(), v.end());
+            resident = found = true;
+            return;
+        }
+        auto startVcn = ReadLe64(rec, a.offset + 0x10);
+        auto runOffset = ReadLe16(rec, a.offset + 0x20);
+        if (!startVcn || !runOffset || pieceVcns.size() >= kMaxPieces) return;
+        if (std::find(pieceVcns.begin(), pieceVcns.end(), *startVcn) != pieceVcns.end()) return;
+        pieceVcns.push_back(*startVcn);
+        if (*startVcn == 0) {
+            uint16_t flags = ReadLe16(rec, a.offset + 0x0C).value_or(0);
+            uint8_t unitExponent = ReadU8(rec, a.offset + 0x22).value_or(0);
+            compressed = (flags & 0x00FF) != 0 && unitExponent != 0;
+            if (unitExponent >= 1 && unitExponent <= 8) unitClusters = 1u << unitExponent;
+            initializedSize = ReadLe64(rec, a.offset + 0x38).value_or(~0ull);
+        }
+        std::vector<NtfsRun> runs;
+        DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, runs);
+        uint64_t vcn = *startVcn;
+        for (const NtfsRun& r : runs) {
+            extents.push_back({vcn, r.lengthClusters, r.startCluster, r.sparse});
+            vcn += r.lengthClusters;
+        }
+        found = true;
+    }
+};
+
+class CContentWriter {
+public:
+    CContentWriter(CNtfsVolume& vol, const ContentSink& sink, uint64_t size) : m_vol(vol), m_sink(sink), m_size(size) {}
+
+    ContentResult Resident(const std::vector<uint8_t>& value) {
+        uint64_t n = std::min<uint64_t>(value.size(), m_size);
+        if (n && !Emit(value.data(), size_t(n))) return m_result;
+        if (n < m_size && !Zeros(m_size - n, true)) return m_result;
+        return Done();
+    }
+
+    ContentResult Plain(std::vector<Extent>& extents, uint64_t initializedSize) {
+        const uint64_t bpc = m_vol.BytesPerCluster(), clusters = m_vol.ClusterCount();
+        std::vector<uint8_t> buf(size_t(std::min<uint64_t>(kCopyChunk, m_size)));
+        for (const Extent& e : extents) {
+            if (m_pos >= m_size) break;
+            if (e.vcn > m_size / bpc + 1) break;
+            uint64_t start = e.vcn * bpc;
+            if (start >= m_size) break;
+            if (start < m_pos) continue; // overlaps what was written
+            if (start > m_pos && !Zeros(start - m_pos, true)) return m_result;
+            uint64_t end = std::min(m_size, start + e.length * bpc);
+            if (e.sparse) {
+                if (!Zeros(end - m_pos, false)) return m_result;
+                continue;
+            }
+            uint64_t inVolume = e.lcn < clusters ? std::min(e.length, clusters - e.lcn) : 0;
+            uint64_t readableEnd = std::min(end, start + inVolume * bpc);
+            while (m_pos < readableEnd) {
+                size_t n = size_t(std::min<uint64_t>(buf.size(), readableEnd - m_pos));
+                if (!m_vol.ReadVolume(e.lcn * bpc + (m_pos - start), buf.data(), n)) m_result.unreadable += n;
+                // Past the initialised size a file reads as zeros, whatever the clusters hold.
+                if (initializedSize < m_pos + n) {
+                    size_t keep = initializedSize > m_pos ? size_t(initializedSize - m_pos) : 0;
+                    std::memset(buf.data() + keep, 0, n - keep);
+                }
+                if (!Emit(buf.data(), n)) return m_result;
+            }
+            if (readableEnd < end) return Beyond();
+        }
+        if (m_pos < m_size && !Zeros(m_size - m_pos, true)) return m_result;
+        return Done();
+    }
+
+    ContentResult Compressed(std::vector<Extent>& extents, uint32_t unitClusters) {
+        const uint64_t bpc = m_vol.BytesPerCluster(), clusters = m_vol.ClusterCount();
+        const uint64_t unitBytes = uint64_t(unitClusters) * bpc;
+        if (unitBytes > kMaxUnitBytes) return Plain(extents, ~0ull);
+        std::vector<uint8_t> packed(unitBytes), unpacked(unitBytes);
+        std::vector<uint64_t> lcns;
+        auto lookup = [&](uint64_t vcn) -> const Extent* {
+            auto it = std::upper_bound(extents.begin(), extents.end(), vcn,
+                                       [](uint64_t v, const Extent& x) { return v < x.vcn; });
+            if (it == extents.begin()) return nullptr;
+            --it;
+            return vcn - it->vcn < it->length ? &*it : nullptr;
+        };
+        for (uint64_t unit = 0; m_pos < m_size; ++unit) {
+            uint64_t firstVcn = unit * unitClusters;
+            // The unit's stored clusters come first; a unit with fewer stored clusters than its
+            // length holds compressed data, a full one is stored as is, an empty one is zeros.
+            uint32_t stored = 0;
+            bool readError = false;
+            lcns.clear();
+            for (uint32_t i = 0; i < unitClusters; ++i) {
+                const Extent* x = lookup(firstVcn + i);
+                if (!x || x->sparse) continue;
+                uint64_t lcn = x->lcn + (firstVcn + i - x->vcn);
+                if (lcn >= clusters) return Beyond();
+                lcns.push_back(lcn);
+            }
+            // Neighbouring clusters are read together.
+            for (size_t i = 0; i < lcns.size();) {
+                size_t j = i + 1;
+                while (j < lcns.size() && lcns[j] == lcns[j - 1] + 1) ++j;
+                if (!m_vol.ReadVolume(lcns[i] * bpc, packed.data() + i * bpc, size_t((j - i) * bpc))) readError = true;
+                i = j;
+            }
+            stored = uint32_t(lcns.size());
+            size_t n = size_t(std::min<uint64_t>(unitBytes, m_size - m_pos));
+            const uint8_t* out;
+            if (stored == 0) {
+                std::fill(unpacked.begin(), unpacked.end(), 0);
+                out = unpacked.data();
+            } else if (stored == unitClusters) {
+                out = packed.data();
+            } else {
+                std::fill(unpacked.begin(), unpacked.end(), 0);
+                bool error = false;
+                size_t produced = Lznt1Decompress(packed.data(), size_t(stored * bpc), unpacked.data(), unpacked.size(), error);
+                if (error && produced < n) m_result.unreadable += n - produced;
+                out = unpacked.data();
+            }
+            if (readError) m_result.unreadable += n;
+            if (!Emit(out, n)) return m_result;
+        }
+        return Done();
+    }
+
+private:
+    bool Emit(const uint8_t* p, size_t n) {
+        if (!m_sink(p, n)) {
+            m_failed = true;
+            return false;
+        }
+        m_pos += n;
+        m_result.written += n;
+        return true;
+    }
+    bool Zeros(uint64_t n, bool missing) {
+        static const std::vector<uint8_t> zeros(kCopyChunk, 0);
+        if (missing) m_result.unreadable += n;
+        while (n) {
+            size_t k = size_t(std::min<uint64_t>(n, zeros.size()));
+            if (!Emit(zeros.data(), k)) return false;
+            n -= k;
+        }
+        return true;
+    }
+    ContentResult Beyond() {
+        m_result.beyondVolume = m_size - m_pos;
+        return Done();
+    }
+    ContentResult Done() {
+        m_result.ok = !m_failed && m_result.written == m_size && m_result.unreadable == 0 && m_result.beyondVolume == 0;
+        return m_result;
+    }
+
+    CNtfsVolume& m_vol;
+    const ContentSink& m_sink;
+    uint64_t m_size;
+    uint64_t m_pos = 0;
+    bool m_failed = false;
+    ContentResult m_result;
+};
+
+} // namespace
+
+ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
+    ContentResult failed;
+    if (node.IsFolder()) return failed;
+    CNtfsVolume vol(media);
+    if (!vol.LoadGeometry()) vol.UseDefaultGeometry();
+    if (vol.RecordSize()) vol.Open(); // extension records need the MFT; without it only the base record serves
+
+    uint64_t abs = node.location * vol.MediaSectorSize();
+    if (abs < vol.VolumeStartByte()) return failed;
+    uint64_t offset = abs - vol.VolumeStartByte();
+    uint32_t recordSize = vol.RecordSize();
+    if (!recordSize) {
+        uint8_t head[512];
+        if (!vol.ReadVolume(offset, head, sizeof head)) return failed;
+        recordSize = Le32(head + 0x1C);
+        if (recordSize < 512 || recordSize > (64u << 10)) return failed;
+    }
+    std::vector<uint8_t> record(recordSize);
+    vol.ReadVolume(offset, record.data(), record.size());
+    if (!CheckFileRecord(record, recordSize)) return failed;
+
+    DataStream data;
+    struct ListRef {
+        uint64_t vcn, record;
+    };
+    std::vector<ListRef> refs;
+    Bytes rec = record;
+    ForEachAttribute(rec, [&](const NtfsAttr& a) {
+        if (a.type == kAttrList) {
+            std::vector<uint8_t> stored;
+            Bytes list;
+            if (a.nonResident) {
+                std::vector<NtfsRun> runs;
+                DecodeRuns(rec.subspan(a.offset, a.length), ReadLe16(rec, a.offset + 0x20).value_or(0xFFFF), runs);
+                uint64_t real = ReadLe64(rec, a.offset + 0x30).value_or(~0ull);
+                if (real <= (1u << 20)) {
+                    vol.ReadRunData(runs, real, stored);
+                    list = stored;
+                }
+            } else {
+                list = ResidentValue(rec, a);
+            }
+            for (size_t pos = 0; Fits(list, pos, 0x1A) && refs.size() < kMaxPieces;) {
+                uint16_t len = Le16(list.data() + pos + 4);
+                if (len < 0x1A || len > list.size() - pos) break;
+                uint8_t nameLen = list[pos + 6], nameOff = list[pos + 7];
+                if (Le32(list.data() + pos) == kAttrData && (nameLen == 0 || nameOff == 0))
+                    refs.push_back({Le64(list.data() + pos + 8), Le64(list.data() + pos + 0x10) & 0xFFFFFFFFFFFFull});
+                pos += len;
+            }
+        } else if (a.type == kAttrData && a.Unnamed()) {
+            data.Take(rec, a);
+        }
+        return a.type <= kAttrData;
+    });
+    uint64_t own = Le16(rec.data() + 4) == 48 ? Le32(rec.data() + 0x2C) : node.recordId;
+    std::vector<uint8_t> ext;
+    for (const ListRef& r : refs) {
+        if (r.record == own || data.resident) continue;
+        if (!vol.ReadRecord(r.record, ext)) continue;
+        Bytes e = ext;
+        ForEachAttribute(e, [&](const NtfsAttr& a) {
+            if (a.type == kAttrData && a.Unnamed() && a.nonResident && ReadLe64(e, a.offset + 0x10).value_or(~0ull) == r.vcn) {
+                data.Take(e, a);
+                return false;
+            }
+            return a.type <= kAttrData;
+        });
+    }
+    if (!data.found) return failed;
+
+    CContentWriter writer(vol, sink, node.size);
+    if (data.resident) return writer.Resident(data.residentValue);
+    std::stable_sort(data.extents.begin(), data.extents.end(), [](const Extent& a, const Extent& b) { return a.vcn < b.vcn; });
+    if (data.compressed) return writer.Compressed(data.extents, data.unitClusters);
+    return writer.Plain(data.extents, data.initializedSize);
+}
+
+} // namespace kestrin

@@ -1,0 +1,110 @@
+#include "fs/ntfs/NtfsEngine.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "fs/ntfs/CNtfsRecordSearch.h"
+#include "fs/ntfs/CNtfsTreeBuilder.h"
+#include "fs/ntfs/CNtfsVolume.h"
+#include "storage/PartitionTable.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr uint32_t kSearchChunkSectors = 512;
+constexpr uint32_t kMaxRecordBytes = 64u << 10;
+
+bool IsExtensionRecord(const uint8_t* rec) { return Le64(rec + 0x20) != 0; }
+
+// Checks and parses one record copy and hands what it yields to the builder.
+void TakeRecord(std::span<uint8_t> rec, uint32_t recordSize, uint32_t runningIndex, uint64_t location,
+                INtfsRecordSource* source, CNtfsTreeBuilder& builder) {
+    if (std::memcmp(rec.data(), "FILE", 4) != 0 || IsExtensionRecord(rec.data())) return;
+    if (!CheckFileRecord(rec, recordSize)) return;
+    auto* e = new (std::nothrow) ScanEntry;
+    if (!e) return;
+    if (!ParseFileRecord(rec.first(recordSize), *e, runningIndex, source)) {
+        delete e;
+        return;
+    }
+    e->location = location;
+    builder.AddRecord(e);
+}
+
+} // namespace
+
+void NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
+    // The partition list is refreshed on the media first (its result is not needed here).
+    ReadPartitionTable(media);
+    CNtfsVolume vol(media);
+    if (!vol.LoadGeometry() || !vol.Open()) return;
+    CNtfsTreeBuilder builder;
+    if (!builder.Ok()) return;
+
+    const uint32_t recordSize = vol.RecordSize();
+    const uint32_t sectorsPerRecord = std::max<uint32_t>(1, recordSize / vol.BytesPerSector());
+    const uint32_t batch = std::max<uint32_t>(1, 128 / sectorsPerRecord);
+    const uint64_t records = std::min<uint64_t>(vol.MftBytes() / recordSize, 1ull << 32);
+    const int64_t total = int64_t(vol.ExpectedRecords());
+    const uint32_t mediaSector = vol.MediaSectorSize();
+    std::vector<uint8_t> buffer(size_t(batch) * recordSize);
+
+    for (uint64_t first = 0; first < records; first += batch) {
+        if (ctx.StopRequested()) break;
+        uint32_t n = uint32_t(std::min<uint64_t>(batch, records - first));
+        // A failed read leaves zeros; the batch is parsed as read.
+        vol.ReadMft(first * recordSize, buffer.data(), size_t(n) * recordSize);
+        bool stopped = false;
+        for (uint32_t k = 0; k < n; ++k) {
+            if (ctx.StopRequested()) {
+                stopped = true;
+                break;
+            }
+            uint64_t index = first + k;
+            std::span<uint8_t> rec(buffer.data() + size_t(k) * recordSize, recordSize);
+            if (std::memcmp(rec.data(), "FILE", 4) != 0) continue;
+            uint64_t at = vol.MapMft(index * recordSize);
+            if (at == ~0ull) continue;
+            uint64_t location = (vol.VolumeStartByte() + at) / mediaSector;
+            TakeRecord(rec, recordSize, uint32_t(index), location, &vol, builder);
+        }
+        ctx.Progress(int64_t(first + n), total);
+        if (stopped) break;
+    }
+    builder.Finish(ctx.top);
+}
+
+void NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx) {
+    CNtfsRecordSearch search;
+    const uint32_t mediaSector = media.GetSectorSize() ? media.GetSectorSize() : 512;
+    const uint64_t base = media.GetFirstSector();
+    // Each read carries a tail of up to one largest record, so a record that starts near the end
+    // of a chunk is still seen whole.
+    const uint32_t tailSectors = (kMaxRecordBytes + mediaSector - 1) / mediaSector;
+    std::vector<uint8_t> buffer(size_t(kSearchChunkSectors + tailSectors) * mediaSector);
+    const int64_t total = int64_t(endSector > firstSector ? endSector - firstSector : 0);
+
+    for (uint64_t s = firstSector; s < endSector; s += kSearchChunkSectors) {
+        if (ctx.StopRequested()) break;
+        uint64_t n = std::min<uint64_t>(kSearchChunkSectors, endSector - s);
+        uint64_t readSectors = std::min<uint64_t>(n + tailSectors, endSector - s);
+        size_t readBytes = size_t(readSectors * mediaSector);
+        std::memset(buffer.data(), 0, readBytes);
+        if (media.ReadSectors(buffer.data(), uint32_t(readBytes), base + s, true)) {
+            // Every 512-byte position can start a record, whatever the sector size.
+            const size_t chunkBytes = size_t(n * mediaSector);
+            for (size_t off = 0; off < chunkBytes; off += kNtfsFixupBlock) {
+                size_t taken = search.Offer(base + s + off / mediaSector,
+                                            std::span<const uint8_t>(buffer.data() + off, readBytes - off));
+                if (taken > kNtfsFixupBlock) off += taken - kNtfsFixupBlock; // the whole record was examined
+            }
+        }
+        ctx.Progress(int64_t(s + n - firstSector), total);
+    }
+    search.AttachTo(ctx.top);
+}
+
+} // namespace kestrin

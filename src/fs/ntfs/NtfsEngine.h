@@ -1,0 +1,27 @@
+#pragma once
+// The NTFS engine: the volume scan from the MFT (or its mirror), the whole-range search for file
+// and index records when the MFT is gone, and the content read-back of one found file.
+#include <cstdint>
+
+#include "fs/Content.h"
+#include "scan/ScanContext.h"
+#include "storage/CPhysicalDisk.h"
+
+namespace kestrin {
+
+// Scans the selected volume (boot sector at media.GetFirstSector()): every MFT record, in use or
+// not, in batches, with progress and stop; the result goes under ctx.top as the volume root ".".
+// Nothing is attached when neither the MFT nor its mirror can be read.
+void NtfsScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
+
+// Searches sectors [firstSector, endSector) of the selected range (relative to its first sector)
+// for "FILE" and "INDX" records, testing every 512-byte position that can start one, and builds
+// the tree from what it finds under ctx.top as ".".
+void NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx);
+
+// Writes the content of one NTFS item (node.size bytes) by re-reading its record at
+// node.location: resident data, runs, sparse runs as zeros, pieces in extension records,
+// LZNT1-compressed units decompressed. Clusters past the volume end the copy (beyondVolume).
+ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
+
+} // namespace kestrin

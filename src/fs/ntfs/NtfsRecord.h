@@ -1,0 +1,101 @@
+#pragma once
+// NTFS on-disk structures: the boot-sector test, file-record check with its update-sequence
+// fix-up, data-run decoding, index records, and the parsing of one base file record into a scan
+// entry. Everything here works on byte spans and trusts none of them.
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "fs/CNode.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+// The fix-up stride: NTFS protects every 512-byte block of a multi-sector record, whatever the
+// volume's sector size.
+constexpr uint32_t kNtfsFixupBlock = 512;
+constexpr uint32_t kNtfsRootRecord = 5;
+
+enum NtfsAttrType : uint32_t {
+    kAttrStandardInfo = 0x10,
+    kAttrList = 0x20,
+    kAttrFileName = 0x30,
+    kAttrData = 0x80,
+    kAttrIndexRoot = 0x90,
+    kAttrIndexAllocation = 0xA0,
+    kAttrEnd = 0xFFFFFFFF,
+};
+
+// The engine's own boot-sector test: the clusters-per-record fields are taken as 32-bit values.
+bool NtfsBootTest(Bytes sector);
+
+// One run of a non-resident attribute. Sparse runs (no offset field) keep their length so that
+// content can be laid out by VCN; walks that only want clusters skip them.
+struct NtfsRun {
+    uint64_t lengthClusters = 0;
+    uint64_t startCluster = 0;
+    bool sparse = false;
+};
+
+// Appends the runs of the run list at `offset` in `attr`. Decoding ends at a 0 header, at a field
+// wider than 4 bytes, at a field that starts like the F0 FF FF F0 fill pattern, or at the end of
+// the span; the runs read so far stay.
+void DecodeRuns(Bytes attr, size_t offset, std::vector<NtfsRun>& runs);
+
+// Checks a file record in place (signature, header geometry, fix-up over the blocks inside bytes
+// in use, attribute headers). True when sound; the fix-up has then been applied.
+bool CheckFileRecord(std::span<uint8_t> record, uint32_t recordSize);
+// Checks an "INDX" record in place (fix-up over the blocks that end at or below bytes in use + 24).
+bool CheckIndexRecord(std::span<uint8_t> record);
+
+// True when a checked record is the one of "$MFT" (or "$MFTMirr" with `mirror`).
+bool IsMftRecord(Bytes record, bool mirror = false);
+
+// One attribute of a checked record, as located by FindAttribute / ForEachAttribute.
+struct NtfsAttr {
+    uint32_t type = 0;
+    size_t offset = 0; // in the record
+    uint32_t length = 0;
+    bool nonResident = false;
+    uint8_t nameLength = 0;
+    uint16_t nameOffset = 0;
+    bool Unnamed() const { return nameLength == 0 || nameOffset == 0; }
+};
+
+// Calls `f` for each attribute header of a checked record until `f` returns false, the end marker
+// or bytes in use.
+void ForEachAttribute(Bytes record, const std::function<bool(const NtfsAttr&)>& f);
+// The resident value of an attribute, empty when it does not fit.
+Bytes ResidentValue(Bytes record, const NtfsAttr& a);
+
+// What record parsing needs from the volume: extension records and non-resident attribute lists.
+class INtfsRecordSource {
+public:
+    virtual ~INtfsRecordSource() = default;
+    // Reads and checks the record with this number; false when it cannot be had.
+    virtual bool ReadRecord(uint64_t recordNumber, std::vector<uint8_t>& out) = 0;
+    // Reads `bytes` bytes of a non-resident attribute's runs (sparse runs as zeros).
+    virtual bool ReadRunData(const std::vector<NtfsRun>& runs, uint64_t bytes, std::vector<uint8_t>& out) = 0;
+};
+
+// Parses a checked base record into `e`: name, parent, dates, flags, size and recordId. While the
+// tree is built, `e.reserved` holds the record's sequence number (low 16 bits) and that of its
+// parent reference (high 16 bits).
+// `runningIndex` is the record's position in the MFT walk (used when the header carries no record
+// number). True when the record yields an item. `source` may be null (extension records are then
+// out of reach).
+bool ParseFileRecord(Bytes record, ScanEntry& e, uint32_t runningIndex, INtfsRecordSource* source);
+
+// A folder named by an index entry of an INDX record.
+struct NtfsIndexFolder {
+    uint32_t recordId = 0;
+    uint32_t parentRecordId = 0;
+    uint16_t createdDate = 0;
+    uint16_t modifiedDate = 0;
+    std::u16string name;
+};
+// Walks the entries of a checked INDX record and reports those that describe folders.
+void ParseIndexEntries(Bytes record, const std::function<void(NtfsIndexFolder&&)>& f);
+
+} // namespace kestrin

@@ -1,0 +1,186 @@
+#include "output/DiskImage.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <mutex>
+#include <vector>
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include "output/Saver.h"
+#include "platform/Platform.h"
+#include "util/Text.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr const char* kImageOnSource =
+    "The image file would be written onto the source it copies. Choose a file on another drive.";
+constexpr const char* kImageFailed = "The image file could not be written. Error code";
+
+std::mutex g_lock;
+std::string g_imagePath;
+ImageResult g_lastImage;
+
+bool StatOfSource(const CPhysicalDisk& source, struct stat& st) {
+    std::string path = source.GetDeviceKind() == kNotByName ? ToUtf8(source.GetPath()) : source.DevicePath();
+    return !path.empty() && ::stat(path.c_str(), &st) == 0;
+}
+
+// Runs of failing sectors, merged as they are found in order.
+struct BadRuns {
+    std::vector<std::pair<uint64_t, uint64_t>> runs;
+    void Add(uint64_t sector) {
+        if (!runs.empty() && runs.back().first + runs.back().second == sector)
+            ++runs.back().second;
+        else
+            runs.emplace_back(sector, 1);
+    }
+};
+
+} // namespace
+
+bool ImageTargetIsSource(const std::string& outPath, const CPhysicalDisk& source) {
+    struct stat src;
+    if (!StatOfSource(source, src)) return false;
+    struct stat out;
+    if (::stat(outPath.c_str(), &out) == 0) {
+        if (out.st_dev == src.st_dev && out.st_ino == src.st_ino) return true;
+        if (S_ISBLK(out.st_mode) && S_ISBLK(src.st_mode)) {
+            if (out.st_rdev == src.st_rdev) return true;
+            // The output device is a partition of the source disk, or the other way round.
+            std::error_code ec;
+            auto sys = [&](dev_t d) {
+                auto p = std::filesystem::canonical(
+                    "/sys/dev/block/" + std::to_string(major(d)) + ":" + std::to_string(minor(d)), ec);
+                return ec ? std::filesystem::path() : p;
+            };
+            auto a = sys(out.st_rdev), b = sys(src.st_rdev);
+            if (!a.empty() && !b.empty() && (a.parent_path() == b || b.parent_path() == a)) return true;
+        }
+    }
+    // A new file on a file system of the source device would overwrite the source's free space.
+    if (S_ISBLK(src.st_mode)) {
+        std::filesystem::path parent = std::filesystem::path(outPath).parent_path();
+        if (parent.empty()) parent = ".";
+        return DestinationOnSource(parent.string(), source);
+    }
+    return false;
+}
+
+ImageResult CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, ScanContext& ctx,
+                            IUserMessages& messages) {
+    ImageResult result;
+    auto inform = [&](const char* id, const char* fallback, std::string extra) {
+        messages.Show({id, LookupText(id, fallback) + extra, LookupText("IDS_INFORMATION"), MessageIcon::Information});
+    };
+    if (ImageTargetIsSource(outPath, source)) {
+        result.refused = true;
+        inform("IDS_IMAGE_ON_SOURCE", kImageOnSource, "");
+        return result;
+    }
+    uint32_t sectorSize = source.GetSectorSize();
+    if (!sectorSize) sectorSize = 512;
+    platform::File file;
+    if (!file.OpenWrite(outPath, false)) {
+        result.error = file.LastError();
+        inform("IDS_IMAGE_CREATE_FAILED", kImageFailed, " =" + std::to_string(result.error));
+        return result;
+    }
+    // Zero blocks of a regular file are left as holes (a truncated new file reads them as zeros);
+    // a device written to keeps whatever it held, so there every block is written.
+    const bool sparse = !file.IsBlockDevice();
+    // The image is written through a second media object attached to the new file.
+    CPhysicalDisk image;
+    image.Attach(std::make_unique<FileSource>(std::move(file)));
+    image.SetSectorSize(sectorSize);
+
+    const uint64_t first = source.GetFirstSector(), total = source.GetSectorCount();
+    std::vector<uint8_t> buffer(size_t(kImageSectorsPerRead) * sectorSize);
+    BadRuns bad;
+    ctx.Progress(0, int64_t(total));
+    uint64_t done = 0;
+    while (done < total) {
+        if (ctx.StopRequested()) {
+            result.cancelled = true;
+            break;
+        }
+        uint32_t count = uint32_t(std::min<uint64_t>(kImageSectorsPerRead, total - done));
+        uint32_t bytes = count * sectorSize;
+        // A read that ends at the end of the source may come back short; the rest stays zero.
+        std::fill(buffer.begin(), buffer.begin() + bytes, 0);
+        if (!source.ReadSectors(buffer.data(), bytes, first + done, true)) {
+            for (uint32_t i = 0; i < count; ++i) {
+                uint8_t* sector = buffer.data() + size_t(i) * sectorSize;
+                std::fill(sector, sector + sectorSize, 0);
+                if (!source.ReadSectors(sector, sectorSize, first + done + i, true)) {
+                    std::fill(sector, sector + sectorSize, 0);
+                    bad.Add(done + i);
+                    ++result.badSectors;
+                }
+            }
+        }
+        bool last = done + count == total;
+        bool skip = sparse && !last && std::all_of(buffer.begin(), buffer.begin() + bytes, [](uint8_t b) { return b == 0; });
+        if (!skip && !image.WriteSectors(buffer.data(), bytes, done, true)) {
+            result.error = image.Handle()->LastError();
+            if (!result.error) result.error = platform::kErrDiskFull;
+            inform("IDS_IMAGE_CREATE_FAILED", kImageFailed, " =" + std::to_string(result.error));
+            break;
+        }
+        done += count;
+        ctx.Progress(int64_t(done), int64_t(total));
+    }
+    result.sectors = done;
+    result.ok = done == total && !result.error;
+
+    std::string mapPath = outPath + ".map";
+    if (!bad.runs.empty()) {
+        platform::File map;
+        if (map.OpenWrite(mapPath, false)) {
+            std::string text = "# unreadable sectors of " + ToUtf8(source.GetPath()) + ", written as zeros\n"
+                               "# start count (sectors of " + std::to_string(sectorSize) +
+                               " bytes, counted from the image's first sector)\n";
+            for (auto& [start, n] : bad.runs) text += std::to_string(start) + " " + std::to_string(n) + "\n";
+            map.WriteAt(text.data(), text.size(), 0);
+            result.mapPath = mapPath;
+        }
+    } else {
+        // A map left by an earlier copy to this name would describe another image.
+        struct stat st;
+        if (::lstat(mapPath.c_str(), &st) == 0 && S_ISREG(st.st_mode)) std::remove(mapPath.c_str());
+    }
+    return result;
+}
+
+void CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, ScanContext& ctx) {
+    CSilentMessages silent;
+    ImageResult r = CreateDiskImage(source, outPath, ctx, silent);
+    std::lock_guard lk(g_lock);
+    g_lastImage = r;
+}
+
+void SetImageRequest(std::string outPath) {
+    std::lock_guard lk(g_lock);
+    g_imagePath = std::move(outPath);
+}
+
+void CreateImageOperation(CPhysicalDisk& source, ScanContext& ctx) {
+    std::string path;
+    {
+        std::lock_guard lk(g_lock);
+        path = g_imagePath;
+    }
+    if (!path.empty()) CreateDiskImage(source, path, ctx);
+}
+
+ImageResult LastImageResult() {
+    std::lock_guard lk(g_lock);
+    return g_lastImage;
+}
+
+} // namespace kestrin

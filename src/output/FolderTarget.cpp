@@ -1,0 +1,203 @@
+// Saving into a folder tree. Every object is made relative to an open directory descriptor of its
+// folder and never through a path, so nothing that lies in the destination (a planted symbolic
+// link, a folder renamed under us) can send a write outside it.
+#include <cerrno>
+#include <ctime>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "fs/CNode.h"
+#include "output/OutputTarget.h"
+#include "output/Saver.h"
+#include "platform/Platform.h"
+#include "util/Text.h"
+
+namespace kestrin {
+
+namespace {
+
+// Each open folder level holds one descriptor; deeper trees than this are refused as a path that
+// is too long, as the system would.
+constexpr size_t kMaxFolderDepth = 400;
+
+uint32_t CodeOfErrno(int err, bool folder) {
+    // File systems with a restricted character set (vfat) refuse a name with EINVAL.
+    if (err == EINVAL) return platform::kErrInvalidName;
+    return platform::SysCodeFromErrno(err, folder);
+}
+
+bool WriteAll(int fd, const uint8_t* p, size_t len) {
+    while (len) {
+        ssize_t n = ::write(fd, p, len);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        len -= size_t(n);
+    }
+    return true;
+}
+
+class CFolderTarget final : public COutputTarget {
+public:
+    explicit CFolderTarget(std::string root) : m_root(std::move(root)) {}
+    ~CFolderTarget() override {
+        if (m_file >= 0) ::close(m_file);
+        if (m_log >= 0) ::close(m_log);
+        for (int fd : m_dirs) ::close(fd);
+    }
+
+    uint32_t Open() override {
+        int fd = ::open(m_root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd < 0) return platform::SysCodeFromErrno(errno, true);
+        m_dirs.push_back(fd);
+        return 0;
+    }
+
+    uint32_t CreateFolder(const std::u16string& name) override {
+        if (uint32_t code = CheckOutputName(name)) return code;
+        if (m_dirs.size() > kMaxFolderDepth) return platform::kErrFilenameTooLong;
+        std::string n = ToUtf8(name);
+        if (::mkdirat(Current(), n.c_str(), 0777) != 0) return CodeOfErrno(errno, true);
+        int fd = ::openat(Current(), n.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (fd < 0) return CodeOfErrno(errno, true);
+        m_dirs.push_back(fd);
+        m_names.push_back(n);
+        return 0;
+    }
+
+    void LeaveFolder() override {
+        if (m_dirs.size() <= 1) return;
+        ::close(m_dirs.back());
+        m_dirs.pop_back();
+        m_names.pop_back();
+    }
+
+    uint32_t CreateFile(const std::u16string& name) override {
+        if (uint32_t code = CheckOutputName(name)) return code;
+        std::string n = ToUtf8(name);
+        int fd = ::openat(Current(), n.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (fd < 0) return CodeOfErrno(errno, false);
+        m_file = fd;
+        m_fileName = n;
+        return 0;
+    }
+
+    FileOutcome WriteFile(CPhysicalDisk& media, const CNode& node, ContentWriter content,
+                          const AdvanceFn& advance) override {
+        FileOutcome out;
+        bool writeFailed = false;
+        ContentSink sink = [&](const uint8_t* data, size_t len) {
+            if (!WriteAll(m_file, data, len)) {
+                writeFailed = true;
+                return false;
+            }
+            if (!advance(len)) {
+                out.cancelled = true;
+                return false;
+            }
+            return true;
+        };
+        ContentResult r = content ? content(media, node, sink) : ContentResult{};
+        out.complete = r.ok && !writeFailed && !out.cancelled;
+        if (out.cancelled) {
+            // A file cut short by a cancel would pass for a recovered one; it goes.
+            ::unlinkat(Current(), m_fileName.c_str(), 0);
+        } else if (int64_t t; LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), t)) {
+            struct timespec times[2] = {{0, UTIME_OMIT}, {time_t(t), 0}};
+            ::futimens(m_file, times);
+        }
+        ::close(m_file);
+        m_file = -1;
+        return out;
+    }
+
+    void RemoveRegularFile(const std::u16string& name) override {
+        if (CheckOutputName(name)) return;
+        std::string n = ToUtf8(name);
+        struct stat st;
+        if (::fstatat(Current(), n.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode))
+            ::unlinkat(Current(), n.c_str(), 0);
+    }
+
+    std::string CurrentFolder() const override {
+        std::string path = m_root;
+        for (auto& n : m_names) path += "/" + n;
+        return path;
+    }
+
+    bool OpenLog() override {
+        if (m_log >= 0) return true;
+        // Non-blocking so that a planted pipe cannot hold the save; anything but a regular file
+        // is left alone.
+        int fd = ::openat(m_dirs.front(), "log.txt", O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
+        if (fd < 0) return false;
+        struct stat st;
+        if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || ::ftruncate(fd, 0) != 0) {
+            ::close(fd);
+            return false;
+        }
+        m_log = fd;
+        return true;
+    }
+
+    // UTF-16 little-endian without a byte-order mark: two bytes per character.
+    void WriteLog(const std::u16string& text) override {
+        if (m_log < 0) return;
+        std::vector<uint8_t> bytes(text.size() * 2);
+        for (size_t i = 0; i < text.size(); ++i) {
+            bytes[2 * i] = uint8_t(text[i]);
+            bytes[2 * i + 1] = uint8_t(text[i] >> 8);
+        }
+        WriteAll(m_log, bytes.data(), bytes.size());
+    }
+
+    void Finish(SaveResult& result) override {
+        if (m_log >= 0) {
+            ::close(m_log);
+            m_log = -1;
+            result.logPath = m_root + "/log.txt";
+        }
+        while (m_dirs.size() > 1) LeaveFolder();
+    }
+
+private:
+    int Current() const { return m_dirs.back(); }
+    std::string m_root;
+    std::vector<int> m_dirs;
+    std::vector<std::string> m_names;
+    int m_file = -1;
+    std::string m_fileName;
+    int m_log = -1;
+};
+
+} // namespace
+
+uint32_t CheckOutputName(const std::u16string& name) {
+    if (name.empty() || name == u"." || name == u"..") return platform::kErrInvalidName;
+    for (char16_t c : name)
+        if (c == u'/' || c == u'\0') return platform::kErrInvalidName;
+    return 0;
+}
+
+bool LocalTimeOfDosDate(uint16_t dosDate, int64_t& seconds) {
+    int day = dosDate & 31, month = (dosDate >> 5) & 15, year = (dosDate >> 9) + 1980;
+    if (!dosDate || !day || !month || month > 12) return false;
+    struct tm t = {};
+    t.tm_year = year - 1900;
+    t.tm_mon = month - 1;
+    t.tm_mday = day;
+    t.tm_isdst = -1;
+    time_t v = ::mktime(&t);
+    if (v == time_t(-1)) return false;
+    seconds = int64_t(v);
+    return true;
+}
+
+std::unique_ptr<COutputTarget> MakeFolderTarget(const std::string& root) {
+    return std::make_unique<CFolderTarget>(root);
+}
+
+} // namespace kestrin

@@ -1,0 +1,66 @@
+#pragma once
+// Where a save writes to: a folder tree on disk or a zip archive. The walk asks for one object at
+// a time by name; a target answers with the system's code for the refusal, so renaming and
+// logging work the same for both.
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "fs/Content.h"
+#include "output/UserMessages.h"
+
+namespace kestrin {
+
+class CPhysicalDisk;
+class CNode;
+struct SaveResult;
+
+#ifdef _WIN32
+inline constexpr const char16_t* kPathSeparator = u"\\";
+#else
+inline constexpr const char16_t* kPathSeparator = u"/";
+#endif
+
+struct FileOutcome {
+    bool complete = true;
+    bool cancelled = false;
+};
+
+// Called with each delivered run of content bytes; false stops the copy (a cancel).
+using AdvanceFn = std::function<bool(uint64_t len)>;
+
+class COutputTarget {
+public:
+    virtual ~COutputTarget() = default;
+    // 0, or the system code why the destination cannot be written.
+    virtual uint32_t Open() = 0;
+    // 0 when the folder was made; it is then the current folder until LeaveFolder.
+    virtual uint32_t CreateFolder(const std::u16string& name) = 0;
+    virtual void LeaveFolder() = 0;
+    // 0 when a new file of that name was made in the current folder; WriteFile fills it.
+    virtual uint32_t CreateFile(const std::u16string& name) = 0;
+    virtual FileOutcome WriteFile(CPhysicalDisk& media, const CNode& node, ContentWriter content,
+                                  const AdvanceFn& advance) = 0;
+    // Removes a regular file of that name from the current folder, nothing else.
+    virtual void RemoveRegularFile(const std::u16string& name) = 0;
+    // Path of the current folder, for the log.
+    virtual std::string CurrentFolder() const = 0;
+    // "log.txt" at the destination's root, made anew.
+    virtual bool OpenLog() = 0;
+    virtual void WriteLog(const std::u16string& text) = 0;
+    virtual void Finish(SaveResult& result) = 0;
+};
+
+// 123 for names no folder can hold under any spelling: empty, ".", "..", or holding "/" or NUL.
+uint32_t CheckOutputName(const std::u16string& name);
+
+std::unique_ptr<COutputTarget> MakeFolderTarget(const std::string& root);
+std::unique_ptr<COutputTarget> MakeZipTarget(const std::string& path, IUserMessages& messages);
+
+// Midnight local time of an MS-DOS date; false for 0 or an impossible date.
+bool LocalTimeOfDosDate(uint16_t dosDate, int64_t& seconds);
+// The node's date for the saved file: the modified column's date, else the creation date.
+inline uint16_t SaveDateOf(uint16_t modifiedDate, uint16_t createdDate) { return modifiedDate ? modifiedDate : createdDate; }
+
+} // namespace kestrin

@@ -1,0 +1,384 @@
+#include "output/Saver.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <unordered_set>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include "output/OutputTarget.h"
+#include "platform/Platform.h"
+#include "util/Text.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr long kMsdosMagic = 0x4d44;
+constexpr long kFuseMagic = 0x65735546;
+// Progress is reported at most once per this many bytes inside one file.
+constexpr uint64_t kProgressStep = 4u << 20;
+constexpr uint32_t kProgressFiles = 64;
+
+bool IsNameGroupError(uint32_t code) {
+    return code == platform::kErrPathNotFound || code == platform::kErrInvalidName || code == 161 ||
+           code == platform::kErrFilenameTooLong;
+}
+bool IsExistsError(uint32_t code) { return code == platform::kErrFileExists || code == platform::kErrAlreadyExists; }
+
+std::u16string Clip(std::u16string name) {
+    if (name.size() > kOutputNameUnits) name.resize(kOutputNameUnits);
+    return name;
+}
+
+// The node's name with the two characters no file name may hold replaced, for building
+// counter names (the original name itself is tried unchanged and refused as invalid).
+std::u16string Sanitised(const std::u16string& name) {
+    std::u16string s = name;
+    for (auto& c : s)
+        if (c == u'/' || c == u'\0' || c == u'\\') c = u'_';
+    return s;
+}
+
+std::u16string Utf16Of(const std::string& s) { return ToUtf16(s); }
+
+std::u16string CounterName(const std::u16string& nodeName, uint64_t number, bool plain) {
+    std::u16string base = Sanitised(nodeName);
+    std::u16string digits = Utf16Of(std::to_string(number));
+    if (!plain) return Clip(digits + u"_" + base);
+    size_t dot = base.rfind(u'.');
+    return Clip(digits + (dot == std::u16string::npos ? base : base.substr(dot)));
+}
+
+class CSaveWalk {
+public:
+    CSaveWalk(CPhysicalDisk& media, ScanContext& ctx, const SaveRequest& req, COutputTarget& target)
+        : m_media(media), m_ctx(ctx), m_req(req), m_target(target), m_mode(req.collisionMode) {}
+
+    SaveResult Run(const CNode* start, bool fatDestination) {
+        m_result.started = true;
+        m_fat = fatDestination;
+        CollectIncluded(start);
+        m_total = CountForSave(start, m_req.deletedOnly).bytes;
+        m_ctx.Progress(0, int64_t(m_total));
+        // A single volume root is saved into the destination itself; several get a folder each.
+        size_t volumes = 0;
+        for (const CNode* c = start->firstChild; c; c = c->nextSibling)
+            if (IsVolumeRoot(c) && m_folders.count(c)) ++volumes;
+        uint32_t volumeNumber = 0;
+
+        struct Frame {
+            const CNode* next;
+            bool entered;
+        };
+        std::vector<Frame> stack{{start->firstChild, false}};
+        while (!stack.empty()) {
+            Frame& f = stack.back();
+            if (!f.next || m_result.cancelled) {
+                if (f.entered) m_target.LeaveFolder();
+                stack.pop_back();
+                continue;
+            }
+            const CNode* n = f.next;
+            f.next = n->nextSibling;
+            if (m_ctx.StopRequested()) {
+                m_result.cancelled = true;
+                continue;
+            }
+            if (!Included(n)) continue;
+            if (IsVolumeRoot(n) && volumes == 1) {
+                stack.push_back({n->firstChild, false});
+                continue;
+            }
+            // "Skip this one" lasts for one item: the next one is asked about again.
+            if (m_itemStarted && m_mode == kCollisionSkipOnce) m_mode = kCollisionAsk;
+            m_itemStarted = true;
+            if (n->IsFolder()) {
+                std::u16string name = n->name;
+                if (IsVolumeRoot(n)) name = u"Volume " + Utf16Of(std::to_string(++volumeNumber));
+                if (CreateObject(*n, name, true)) {
+                    ++m_result.folders;
+                    stack.push_back({n->firstChild, true});
+                } else {
+                    ++m_result.skipped;
+                }
+                continue;
+            }
+            if (m_fat && n->size >= kFatFileLimit) {
+                ++m_result.refusedFat;
+                Inform("IDS_CANNOT_SAVE_4GB_FILE");
+                continue;
+            }
+            if (!CreateObject(*n, n->name, false)) {
+                ++m_result.skipped;
+                continue;
+            }
+            ++m_result.files;
+            FileOutcome out = m_target.WriteFile(m_media, *n, m_req.content, [&](uint64_t len) { return Advance(len); });
+            if (out.cancelled) m_result.cancelled = true;
+            if (!out.complete) ++m_result.incomplete;
+            // Many small files move the byte count little; report by item count as well.
+            if (++m_filesSinceReport >= kProgressFiles) {
+                m_filesSinceReport = 0;
+                m_ctx.Progress(int64_t(m_done), int64_t(m_total));
+            }
+        }
+        m_target.Finish(m_result);
+        m_result.bytes = m_done;
+        m_ctx.Progress(int64_t(m_done), int64_t(m_total));
+        return m_result;
+    }
+
+private:
+    static bool IsVolumeRoot(const CNode* n) {
+        return n->name == u"." && n->IsFolder() && n->parent && !n->parent->parent;
+    }
+    bool FileIncluded(const CNode* n) const {
+        return n->checked && (!m_req.deletedOnly || n->inDeletedView);
+    }
+    bool Included(const CNode* n) const { return n->IsFolder() ? m_folders.count(n) > 0 : FileIncluded(n); }
+
+    // Folders on the way to a ticked item, and ticked folders themselves, are re-created.
+    void CollectIncluded(const CNode* start) {
+        ForEachNode(const_cast<CNode*>(start), [&](CNode* n) {
+            if (!FileIncluded(n)) return;
+            for (const CNode* p = n->IsFolder() ? n : n->parent; p && p != start; p = p->parent)
+                if (!m_folders.insert(p).second) break;
+        });
+    }
+
+    bool Advance(uint64_t len) {
+        m_done += len;
+        m_sinceReport += len;
+        if (m_sinceReport >= kProgressStep) {
+            m_sinceReport = 0;
+            m_ctx.Progress(int64_t(m_done), int64_t(m_total));
+            if (m_ctx.StopRequested()) return false;
+        }
+        return true;
+    }
+
+    void Inform(const char* id) {
+        if (m_req.messages)
+            m_req.messages->Show({id, LookupText(id), LookupText("IDS_INFORMATION"), MessageIcon::Information});
+    }
+
+    // Creates the folder or file of one node under `baseName`, renaming as the collision mode
+    // says. False when the node is to be skipped.
+    bool CreateObject(const CNode& node, const std::u16string& baseName, bool folder) {
+        std::u16string name = Clip(baseName);
+        uint32_t counter = 0;
+        for (;;) {
+            uint32_t code = folder ? m_target.CreateFolder(name) : m_target.CreateFile(name);
+            if (code == 0) return true;
+            if (!IsNameGroupError(code) && !IsExistsError(code)) return false;
+            for (;;) {
+                if (m_mode == kCollisionSkipOnce || m_mode == kCollisionSkip) return false;
+                if (m_mode == kCollisionAsk) {
+                    if (!m_req.askRename) return false;
+                    std::u16string typed = name;
+                    uint8_t mode = m_mode;
+                    bool confirmed = m_req.askRename(typed, code, mode);
+                    m_mode = mode;
+                    if (!confirmed) return false;
+                    if (m_mode == kCollisionAsk) {
+                        name = Clip(typed);
+                        break;
+                    }
+                    continue; // the answer switched to another mode: handle the refusal by it
+                }
+                if (m_mode == kCollisionRename || m_mode == kCollisionRenameByNumber) {
+                    if (m_mode == kCollisionRenameByNumber && IsNameGroupError(code)) m_target.RemoveRegularFile(name);
+                    if (counter > kCounterLast) {
+                        Log(name);
+                        return false;
+                    }
+                    uint64_t number = counter;
+                    // The item's own number comes first: the start sector of a carved file, the
+                    // record or first cluster of a file-system item.
+                    if (m_mode == kCollisionRenameByNumber && counter == 0)
+                        number = node.carved ? node.location : node.recordId;
+                    name = CounterName(baseName, number, counter <= kPlainCounterLast);
+                    ++counter;
+                    break;
+                }
+                return false;
+            }
+        }
+    }
+
+    void Log(const std::u16string& lastName) {
+        if (!m_logOpen) {
+            m_logOpen = m_target.OpenLog();
+            if (!m_logOpen) return;
+            m_target.WriteLog(u"The following files were not saved dude to long-file path/rename issues: \n");
+        }
+        m_target.WriteLog(Utf16Of(m_target.CurrentFolder()) + kPathSeparator + lastName + u"\n");
+        ++m_result.logged;
+    }
+
+    CPhysicalDisk& m_media;
+    ScanContext& m_ctx;
+    const SaveRequest& m_req;
+    COutputTarget& m_target;
+    uint8_t m_mode;
+    bool m_fat = false;
+    bool m_logOpen = false;
+    bool m_itemStarted = false;
+    std::unordered_set<const CNode*> m_folders;
+    uint64_t m_total = 0, m_done = 0, m_sinceReport = 0;
+    uint32_t m_filesSinceReport = 0;
+    SaveResult m_result;
+};
+
+std::mutex g_requestLock;
+SaveRequest g_request;
+SaveResult g_lastResult;
+
+std::string SysBlockPath(dev_t dev) {
+    std::error_code ec;
+    auto p = std::filesystem::canonical(
+        "/sys/dev/block/" + std::to_string(major(dev)) + ":" + std::to_string(minor(dev)), ec);
+    return ec ? std::string() : p.string();
+}
+
+// The folder a zip archive is written into; the folder itself otherwise.
+std::string FolderOf(const std::string& destination) {
+    if (!IsZipDestination(destination)) return destination;
+    std::filesystem::path p(destination);
+    auto parent = p.parent_path();
+    return parent.empty() ? std::string(".") : parent.string();
+}
+
+} // namespace
+
+bool IsZipDestination(const std::string& path) {
+    return path.size() > 4 && EqualsNoCase(std::string_view(path).substr(path.size() - 4), ".zip");
+}
+
+bool IsFatFolder(const std::string& folder) {
+    struct statfs fs;
+    if (::statfs(folder.c_str(), &fs) != 0) return false;
+    if (fs.f_type == kMsdosMagic) return true;
+    if (fs.f_type != kFuseMagic) return false;
+    // A FAT volume mounted through FUSE: its type name comes from the mount table.
+    struct stat st;
+    if (::stat(folder.c_str(), &st) != 0) return false;
+    std::ifstream in("/proc/self/mountinfo");
+    std::string line, want = std::to_string(major(st.st_dev)) + ":" + std::to_string(minor(st.st_dev));
+    while (std::getline(in, line)) {
+        std::istringstream fields(line);
+        std::string id, parent, dev;
+        fields >> id >> parent >> dev;
+        if (dev != want) continue;
+        size_t dash = line.find(" - ");
+        if (dash == std::string::npos) continue;
+        std::istringstream rest(line.substr(dash + 3));
+        std::string type;
+        rest >> type;
+        for (const char* fat : {"vfat", "msdos", "fat", "fat32", "fuse.fusefat"})
+            if (EqualsNoCase(type, fat)) return true;
+    }
+    return false;
+}
+
+bool DestinationOnSource(const std::string& folder, const CPhysicalDisk& source) {
+    struct stat dest;
+    if (::stat(folder.c_str(), &dest) != 0) return false;
+    if (source.GetDeviceKind() == kNotByName) {
+        struct stat image;
+        std::string path = ToUtf8(source.GetPath());
+        return !path.empty() && ::stat(path.c_str(), &image) == 0 && image.st_dev == dest.st_dev;
+    }
+    struct stat dev;
+    if (source.DevicePath().empty() || ::stat(source.DevicePath().c_str(), &dev) != 0) return false;
+    if (!S_ISBLK(dev.st_mode)) return dev.st_dev == dest.st_dev;
+    if (dev.st_rdev == dest.st_dev) return true;
+    // A partition of the source disk: its block-device folder sits inside the disk's.
+    std::string disk = SysBlockPath(dev.st_rdev), part = SysBlockPath(dest.st_dev);
+    return !disk.empty() && !part.empty() && std::filesystem::path(part).parent_path() == disk;
+}
+
+bool CheckDestination(const CPhysicalDisk& source, const CNode* top, const SaveRequest& request,
+                      IUserMessages& messages) {
+    auto refuse = [&](const char* id) {
+        messages.Show({id, LookupText(id), LookupText("IDS_INFORMATION"), MessageIcon::Information});
+        return false;
+    };
+    std::string folder = FolderOf(request.destination);
+    const CNode* start = request.start ? request.start : top;
+    uint64_t marked = start ? CountForSave(start, request.deletedOnly).bytes : 0;
+    struct statvfs vfs;
+    uint64_t freeBytes = ::statvfs(folder.c_str(), &vfs) == 0 ? uint64_t(vfs.f_bavail) * vfs.f_frsize : 0;
+    if (marked > freeBytes) return refuse("IDS_INSUFFICIENT_DISK_SPACE_TO_STORE");
+    if (DestinationOnSource(folder, source)) return refuse("IDS_TRYING_TO_SAVE_DATA_ON_SAME");
+    return true;
+}
+
+SaveResult SaveMarked(CPhysicalDisk& media, ScanContext& ctx, const SaveRequest& request) {
+    SaveResult result;
+    const CNode* start = request.start ? request.start : ctx.top;
+    if (!start) return result;
+    CSilentMessages silent;
+    IUserMessages& messages = request.messages ? *request.messages : silent;
+    std::unique_ptr<COutputTarget> target = IsZipDestination(request.destination)
+                                                ? MakeZipTarget(request.destination, messages)
+                                                : MakeFolderTarget(request.destination);
+    if (!request.destinationIsFat) {
+        SaveRequest withFat = request;
+        withFat.destinationIsFat = !IsZipDestination(request.destination) && IsFatFolder(request.destination);
+        return SaveInto(*target, media, ctx, withFat);
+    }
+    return SaveInto(*target, media, ctx, request);
+}
+
+SaveResult SaveInto(COutputTarget& target, CPhysicalDisk& media, ScanContext& ctx, const SaveRequest& request) {
+    const CNode* start = request.start ? request.start : ctx.top;
+    if (!start) return {};
+    if (uint32_t code = target.Open()) {
+        if (request.messages) {
+            std::string text = LookupText("IDS_SAVING_FAILED", "The recovered files could not be saved to") + " " + request.destination + ": " +
+                               platform::SysErrorText(code);
+            request.messages->Show(
+                {"IDS_SAVING_FAILED", text, LookupText("IDS_INFORMATION"), MessageIcon::Information});
+        }
+        return {};
+    }
+    CSaveWalk walk(media, ctx, request, target);
+    return walk.Run(start, request.destinationIsFat.value_or(false));
+}
+
+void SetSaveRequest(SaveRequest request) {
+    std::lock_guard lk(g_requestLock);
+    g_request = std::move(request);
+}
+
+void SaveToFolder(CPhysicalDisk& media, ScanContext& ctx) {
+    SaveRequest request;
+    {
+        std::lock_guard lk(g_requestLock);
+        request = g_request;
+    }
+    SaveResult r = request.destination.empty() ? SaveResult{} : SaveMarked(media, ctx, request);
+    std::lock_guard lk(g_requestLock);
+    g_lastResult = r;
+}
+
+SaveResult LastSaveResult() {
+    std::lock_guard lk(g_requestLock);
+    return g_lastResult;
+}
+
+} // namespace kestrin

@@ -1,0 +1,566 @@
+#include "output/SessionFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <new>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "platform/Platform.h"
+#include "scan/ScanOperation.h"
+#include "storage/ByteSource.h"
+#include "util/Bytes.h"
+#include "util/Text.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr char kMagic[4] = {'K', 'S', 'T', '3'};
+// Longest path the system can name; a longer stored length can only be damage.
+constexpr uint32_t kMaxPathUnits = 32767;
+// Largest sector size the media probe can settle on.
+constexpr uint32_t kMaxSectorSize = 66048;
+constexpr size_t kPartitionCoreBytes = 74;
+static_assert(18 + kPartitionCoreBytes <= kSessionSourceBlockBytes && kPartitionCoreBytes <= kSessionPartitionBytes);
+constexpr size_t kWriteBuffer = 1 << 20;
+
+bool KnownMode(uint32_t mode) {
+    return (mode >= kModeDeletedFiles && mode <= kModeFormatted) || mode == kModeDeletedPhotos ||
+           mode == kModeLostPhotos;
+}
+
+const char* ModeNameId(uint32_t mode) {
+    switch (mode) {
+    case kModeDeletedFiles: return "IDS_RECOVER_DELETED_FILES";
+    case kModeLostFiles: return "IDS_RECOVER_LOST_FILES";
+    case kModePartition: return "IDS_PARTITION_RECOVERY";
+    case kModeFormatted: return "IDS_FORMATTED_REFORMATTED_RECOVERY";
+    case kModeDeletedPhotos: return "IDS_RECOVER_DELETED_PHOTOS";
+    default: return "IDS_RECOVER_LOST_PHOTOS";
+    }
+}
+
+// The partition descriptor's fields in their order, without gaps.
+void PackPartition(uint8_t* p, const PartitionRecord& r) {
+    PutLe64(p + 0, r.startSector);
+    PutLe64(p + 8, r.length);
+    PutLe64(p + 16, r.volumeSerial);
+    PutLe64(p + 24, r.fatStart);
+    PutLe64(p + 32, r.secondArea);
+    PutLe64(p + 40, r.thirdArea);
+    PutLe32(p + 48, r.fatSize);
+    PutLe32(p + 52, r.indexRecordSize);
+    PutLe16(p + 56, r.mftRecordSize);
+    p[58] = r.sectorsPerMftRecord;
+    p[59] = r.sectorsPerIndexRecord;
+    PutLe32(p + 60, r.clusterCount);
+    PutLe32(p + 64, r.bytesPerCluster);
+    PutLe16(p + 68, r.bytesPerSector);
+    p[70] = r.sectorsPerCluster;
+    p[71] = r.fsKind;
+    p[72] = r.partitionFlag;
+    p[73] = r.found ? 1 : 0;
+}
+
+PartitionRecord UnpackPartition(const uint8_t* p) {
+    PartitionRecord r;
+    r.startSector = Le64(p + 0);
+    r.length = Le64(p + 8);
+    r.volumeSerial = Le64(p + 16);
+    r.fatStart = Le64(p + 24);
+    r.secondArea = Le64(p + 32);
+    r.thirdArea = Le64(p + 40);
+    r.fatSize = Le32(p + 48);
+    r.indexRecordSize = Le32(p + 52);
+    r.mftRecordSize = Le16(p + 56);
+    r.sectorsPerMftRecord = p[58];
+    r.sectorsPerIndexRecord = p[59];
+    r.clusterCount = Le32(p + 60);
+    r.bytesPerCluster = Le32(p + 64);
+    r.bytesPerSector = Le16(p + 68);
+    r.sectorsPerCluster = p[70];
+    r.fsKind = p[71];
+    r.partitionFlag = p[72];
+    r.found = p[73] != 0;
+    return r;
+}
+
+// Buffered writer that remembers at which place of the file each write was asked for, so a
+// failure found when the buffer is flushed still carries the caption of its place.
+class SessionOut {
+public:
+    explicit SessionOut(int fd) : m_fd(fd) { m_buffer.reserve(kWriteBuffer); }
+    bool Put(const void* data, size_t len, int place) {
+        if (!len) return true;
+        m_place = place;
+        auto* p = static_cast<const uint8_t*>(data);
+        while (len) {
+            size_t room = kWriteBuffer - m_buffer.size();
+            size_t n = len < room ? len : room;
+            m_buffer.insert(m_buffer.end(), p, p + n);
+            p += n;
+            len -= n;
+            if (m_buffer.size() == kWriteBuffer && !Flush()) return false;
+        }
+        return true;
+    }
+    bool Flush() {
+        size_t done = 0;
+        while (done < m_buffer.size()) {
+            ssize_t n = ::write(m_fd, m_buffer.data() + done, m_buffer.size() - done);
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) {
+                m_error = platform::SysCodeFromErrno(n < 0 ? errno : ENOSPC);
+                return false;
+            }
+            done += size_t(n);
+        }
+        m_buffer.clear();
+        return true;
+    }
+    int Place() const { return m_place; }
+    uint32_t Error() const { return m_error; }
+
+private:
+    int m_fd;
+    std::vector<uint8_t> m_buffer;
+    int m_place = 0;
+    uint32_t m_error = 0;
+};
+
+// Places of the writes, numbered as the failure captions are: 1-5 the node tree, 6-9 header and
+// source section (6 at two places), 10-12 the drive list, 13-15 the second list.
+bool PutNode(SessionOut& out, const CNode& n) {
+    uint8_t rec[kSessionNodeFixedBytes] = {};
+    // Link fields only say whether a link exists; pointer values mean nothing in a file. The
+    // object header is never read back; it is non-zero so that a file cut inside the first record
+    // cannot pass for an empty tree followed by empty lists.
+    PutLe64(rec, 1);
+    PutLe64(rec + 8, n.size);
+    PutLe64(rec + 16, n.location);
+    PutLe64(rec + 24, n.parent ? 1 : 0);
+    PutLe64(rec + 32, n.nextSibling ? 1 : 0);
+    PutLe64(rec + 40, n.firstChild ? 1 : 0);
+    PutLe32(rec + 48, n.recordId);
+    PutLe32(rec + 52, n.parentRecordId);
+    PutLe16(rec + 56, n.createdDate);
+    PutLe16(rec + 58, n.modifiedDate);
+    PutLe16(rec + 60, n.flags);
+    rec[62] = n.checked;
+    rec[63] = n.carved;
+    PutLe64(rec + 64, n.name.empty() ? 0 : 1);
+    rec[72] = n.nameLength;
+    PutLe32(rec + 73, n.startOffset);
+    rec[77] = n.inDeletedView;
+    if (!out.Put(rec, 48, 1) || !out.Put(rec + 48, 16, 2) || !out.Put(rec + 64, 14, 3)) return false;
+    // nameLength units are stored. Grouping folders keep 23 whatever their name, so a shorter
+    // name is padded with zeros here rather than taking whatever follows it in memory.
+    size_t units = n.nameLength;
+    size_t have = n.name.size() < units ? n.name.size() : units;
+    std::vector<uint8_t> name(units * 2, 0);
+    for (size_t i = 0; i < have; ++i) PutLe16(name.data() + 2 * i, uint16_t(n.name[i]));
+    if (!out.Put(name.data(), have * 2, 4)) return false;
+    return out.Put(name.data() + have * 2, (units - have) * 2, 5);
+}
+
+bool PutGroup(SessionOut& out, const CNode* parent) {
+    for (const CNode* c = parent->firstChild; c; c = c->nextSibling)
+        if (!PutNode(out, *c)) return false;
+    return true;
+}
+
+// Every folder's children together; a folder's own children after all of its siblings.
+bool PutTree(SessionOut& out, const CNode* top) {
+    if (!PutGroup(out, top)) return false;
+    std::vector<const CNode*> stack{top->firstChild};
+    while (!stack.empty()) {
+        const CNode*& it = stack.back();
+        while (it && !it->firstChild) it = it->nextSibling;
+        if (!it) {
+            stack.pop_back();
+            continue;
+        }
+        const CNode* folder = it;
+        it = it->nextSibling;
+        if (!PutGroup(out, folder)) return false;
+        stack.push_back(folder->firstChild);
+    }
+    return true;
+}
+
+bool PutList(SessionOut& out, const std::vector<DriveListItem>& list, int firstPlace) {
+    // Counts of kind 3, kind 4 and the rest. Rows of kind 6 are not stored, so they are not
+    // counted either: the counts say how many rows follow.
+    uint16_t counts[3] = {};
+    for (auto& item : list) {
+        uint16_t k = item.Kind();
+        if (k == kSourceImageFile) continue;
+        ++counts[k == kSourcePhysicalDisk ? 0 : k == kSourceVolume ? 1 : 2];
+    }
+    uint8_t head[6];
+    for (int i = 0; i < 3; ++i) PutLe16(head + 2 * i, counts[i]);
+    if (!out.Put(head, 6, firstPlace)) return false;
+    for (auto& item : list) {
+        if (item.Kind() == kSourceImageFile) continue;
+        if (!out.Put(item.raw.data(), kDriveItemBytes, firstPlace + 1)) return false;
+        uint8_t rec[kSessionPartitionBytes] = {};
+        if (item.partition) PackPartition(rec, *item.partition);
+        if (!out.Put(rec, sizeof rec, firstPlace + 2)) return false;
+    }
+    return true;
+}
+
+// Buffered reader over the session bytes; every Get is checked against what the file holds.
+class SessionIn {
+public:
+    // The buffer never needs to exceed the file: a longer read fails either way.
+    explicit SessionIn(ByteSource& src)
+        : m_src(src), m_buffer(size_t(std::clamp<uint64_t>(src.Size(), 16, 1 << 20))) {}
+    bool Get(void* dst, size_t n) {
+        if (n > m_buffer.size()) return false;
+        while (m_len - m_pos < n)
+            if (!Fill()) return false;
+        std::memcpy(dst, m_buffer.data() + m_pos, n);
+        m_pos += n;
+        return true;
+    }
+    bool AtEnd() { return m_pos == m_len && !Fill(); }
+    uint64_t Tell() const { return m_fileOffset - (m_len - m_pos); }
+    void Seek(uint64_t offset) {
+        m_pos = m_len = 0;
+        m_fileOffset = offset;
+    }
+
+private:
+    bool Fill() {
+        if (m_pos) {
+            std::memmove(m_buffer.data(), m_buffer.data() + m_pos, m_len - m_pos);
+            m_len -= m_pos;
+            m_pos = 0;
+        }
+        if (m_len == m_buffer.size()) return false;
+        long long n = m_src.ReadAt(m_buffer.data() + m_len, m_buffer.size() - m_len, m_fileOffset);
+        if (n <= 0) return false;
+        m_len += size_t(n);
+        m_fileOffset += uint64_t(n);
+        return true;
+    }
+    ByteSource& m_src;
+    std::vector<uint8_t> m_buffer;
+    size_t m_pos = 0, m_len = 0;
+    uint64_t m_fileOffset = 0;
+};
+
+// One sibling group: records until one without a next-sibling mark. Nodes whose first-child mark
+// is set are collected; their groups follow later in the file.
+bool GetGroup(SessionIn& in, CNode* parent, std::vector<CNode*>& withChildren) {
+    CNode* last = nullptr;
+    for (;;) {
+        uint8_t rec[kSessionNodeFixedBytes];
+        if (!in.Get(rec, sizeof rec)) return false;
+        auto* n = new (std::nothrow) CNode;
+        if (!n) return false;
+        n->parent = parent;
+        if (last)
+            last->nextSibling = n;
+        else
+            parent->firstChild = n;
+        last = n;
+        n->size = Le64(rec + 8);
+        n->location = Le64(rec + 16);
+        n->recordId = Le32(rec + 48);
+        n->parentRecordId = Le32(rec + 52);
+        n->createdDate = Le16(rec + 56);
+        n->modifiedDate = Le16(rec + 58);
+        n->flags = Le16(rec + 60);
+        n->checked = rec[62];
+        n->carved = rec[63];
+        n->nameLength = rec[72];
+        n->startOffset = Le32(rec + 73);
+        n->inDeletedView = rec[77];
+        uint8_t name[255 * 2];
+        if (!in.Get(name, size_t(n->nameLength) * 2)) return false;
+        // Names are NUL-terminated strings in memory: a padded grouping-folder name ends at its
+        // first zero unit.
+        for (size_t i = 0; i < n->nameLength; ++i) {
+            char16_t c = char16_t(Le16(name + 2 * i));
+            if (!c) break;
+            n->name.push_back(c);
+        }
+        if (Le64(rec + 40)) withChildren.push_back(n);
+        if (!Le64(rec + 32)) return true;
+    }
+}
+
+bool GetTree(SessionIn& in, CNode* top) {
+    struct Frame {
+        std::vector<CNode*> withChildren;
+        size_t next = 0;
+    };
+    std::vector<Frame> stack(1);
+    if (!GetGroup(in, top, stack[0].withChildren)) return false;
+    while (!stack.empty()) {
+        Frame& f = stack.back();
+        if (f.next == f.withChildren.size()) {
+            stack.pop_back();
+            continue;
+        }
+        CNode* folder = f.withChildren[f.next++];
+        Frame child;
+        if (!GetGroup(in, folder, child.withChildren)) return false;
+        stack.push_back(std::move(child));
+    }
+    return true;
+}
+
+bool GetList(SessionIn& in, std::vector<DriveListItem>& list) {
+    uint8_t head[6];
+    if (!in.Get(head, sizeof head)) return false;
+    uint16_t want[3] = {Le16(head), Le16(head + 2), Le16(head + 4)};
+    uint16_t seen[3] = {};
+    size_t total = size_t(want[0]) + want[1] + want[2];
+    for (size_t i = 0; i < total; ++i) {
+        DriveListItem item;
+        uint8_t rec[kSessionPartitionBytes];
+        if (!in.Get(item.raw.data(), kDriveItemBytes) || !in.Get(rec, sizeof rec)) return false;
+        uint16_t k = item.Kind();
+        if (k == kSourceImageFile) return false; // never written
+        ++seen[k == kSourcePhysicalDisk ? 0 : k == kSourceVolume ? 1 : 2];
+        bool any = false;
+        for (uint8_t b : rec) any |= b != 0;
+        if (any) item.partition = UnpackPartition(rec);
+        list.push_back(std::move(item));
+    }
+    return seen[0] == want[0] && seen[1] == want[1] && seen[2] == want[2];
+}
+
+bool GetLists(SessionIn& in, bool first, bool second, SessionData& out) {
+    if (first) {
+        out.driveList.emplace();
+        if (!GetList(in, *out.driveList)) return false;
+    }
+    if (second) {
+        out.secondList.emplace();
+        if (!GetList(in, *out.secondList)) return false;
+    }
+    return in.AtEnd();
+}
+
+CNode* NewTop() {
+    auto* top = new CNode;
+    top->name = u"_R";
+    top->nameLength = 2;
+    top->flags = kNodeInUse | kNodeFolder;
+    return top;
+}
+
+void Inform(IUserMessages& messages, const char* id) {
+    messages.Show({id, LookupText(id), LookupText("IDS_INFORMATION"), MessageIcon::Information});
+}
+
+} // namespace
+
+std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRecord>& partitions, bool skipHead,
+                                                   uint16_t kind) {
+    static const char* const kNames[] = {"", "FAT16", "FAT32", "NTFS", "ExFAT"};
+    std::vector<DriveListItem> rows;
+    for (size_t i = skipHead ? 1 : 0; i < partitions.size(); ++i) {
+        const PartitionRecord& p = partitions[i];
+        DriveListItem row;
+        PutLe64(row.raw.data(), p.startSector);
+        row.SetKind(kind);
+        PutLe16(row.raw.data() + 10, uint16_t(i));
+        std::string name = p.fsKind >= 1 && p.fsKind <= 4
+                               ? std::string(kNames[p.fsKind]) + " - " + std::to_string(i)
+                               : "Partition - " + std::to_string(i);
+        for (size_t c = 0; c < name.size() && 16 + 2 * c + 1 < kDriveItemBytes - 2; ++c)
+            PutLe16(row.raw.data() + 16 + 2 * c, uint16_t(uint8_t(name[c])));
+        row.partition = p;
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+int WriteSession(const std::string& path, const SessionView& s, IUserMessages& messages) {
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        uint32_t code = platform::SysCodeFromErrno(errno);
+        std::string text = LookupText("IDS_FAILED_CREATING_SESSION_FILE") + " =" + std::to_string(code);
+        messages.Show({"IDS_FAILED_CREATING_SESSION_FILE", text, LookupText("IDS_INFORMATION"),
+                       MessageIcon::Information});
+        return 0;
+    }
+    SessionOut out(fd);
+    const CPhysicalDisk* media = s.media;
+    bool ok = [&] {
+        uint8_t head[kSessionHeaderBytes];
+        std::memcpy(head, kMagic, 4);
+        PutLe32(head + 4, s.mode);
+        PutLe32(head + 8, media ? 1 : 0);
+        PutLe32(head + 12, s.driveList ? 1 : 0);
+        PutLe32(head + 16, s.secondList ? 1 : 0);
+        if (!out.Put(head, sizeof head, 6)) return false;
+        if (media) {
+            std::u16string sourcePath = media->GetPath();
+            if (media->GetDeviceKind() == kNotByName && !sourcePath.empty()) {
+                // Image files are found again by path from wherever the session is opened.
+                std::error_code ec;
+                auto abs = std::filesystem::absolute(ToUtf8(sourcePath), ec);
+                if (!ec) sourcePath = ToUtf16(abs.string());
+            }
+            if (sourcePath.size() > kMaxPathUnits) sourcePath.resize(kMaxPathUnits);
+            uint8_t len[4];
+            PutLe32(len, uint32_t(sourcePath.size()));
+            if (!out.Put(len, 4, 6)) return false;
+            std::vector<uint8_t> units((sourcePath.size() + 1) * 2, 0);
+            for (size_t i = 0; i < sourcePath.size(); ++i) PutLe16(units.data() + 2 * i, uint16_t(sourcePath[i]));
+            if (!out.Put(units.data(), units.size(), 7)) return false;
+            uint8_t geometry[12];
+            PutLe64(geometry, media->GetSectorCount());
+            PutLe32(geometry + 8, media->GetSectorSize());
+            if (!out.Put(geometry, sizeof geometry, 8)) return false;
+            uint8_t block[kSessionSourceBlockBytes] = {};
+            block[0] = media->GetFsKind();
+            block[1] = media->GetPartitionFlag();
+            block[2] = media->GetSourceKind();
+            block[3] = uint8_t(media->GetDeviceKind());
+            PutLe64(block + 10, media->GetFirstSector());
+            PackPartition(block + 18, media->GetPartitionParams());
+            if (!out.Put(block, sizeof block, 9)) return false;
+            if (s.top && !PutTree(out, s.top)) return false;
+        }
+        if (s.driveList && !PutList(out, *s.driveList, 10)) return false;
+        if (s.secondList && !PutList(out, *s.secondList, 13)) return false;
+        return out.Flush();
+    }();
+    ::close(fd);
+    if (ok) return 1;
+    // A media-level failure code of 1006 ends the write without a second message.
+    if (media && media->GetLastError() == 1006) return 0;
+    // The media rarely holds a code of its own; then the failed write's code is the one to show.
+    uint32_t code = media && media->GetLastError() ? media->GetLastError() : out.Error();
+    messages.Show({"", CStorageMedia::ErrorText(code), "Error " + std::to_string(out.Place()), MessageIcon::Error});
+    return 0;
+}
+
+int WriteScanSession(const std::string& path, uint32_t mode, const CPhysicalDisk& media, const CNode* top,
+                     IUserMessages& messages) {
+    uint16_t kind = media.GetDeviceKind() == kNotByName ? kSourceImagePartition : kSourceDiskPartition1;
+    auto first = DriveListFromPartitions(media.Partitions(), true, kind);
+    auto second = DriveListFromPartitions(media.SecondPartitions(), false, kind);
+    return WriteSession(path, {mode, &media, top, &first, second.empty() ? nullptr : &second}, messages);
+}
+
+bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, SessionData& out,
+                     IUserMessages& messages) {
+    out = SessionData{};
+    SessionIn in(bytes);
+    auto corrupted = [&] {
+        out = SessionData{};
+        Inform(messages, "IDS_CORRUPTED_REC_SESSION");
+        return false;
+    };
+    uint8_t head[kSessionHeaderBytes];
+    if (!in.Get(head, sizeof head) || std::memcmp(head, kMagic, 4) != 0) return corrupted();
+    uint32_t mode = Le32(head + 4), hasSource = Le32(head + 8), hasList = Le32(head + 12),
+             hasSecond = Le32(head + 16);
+    if (!KnownMode(mode) || hasSource > 1 || hasList > 1 || hasSecond > 1) return corrupted();
+    if (!options.requestedFromOutside && mode != options.currentMode) {
+        std::string text = LookupText("IDS_THIS_REC_SES_CREATED_USING") + " " + LookupText(ModeNameId(mode)) + " " +
+                           LookupText("IDS_OPTION_GO_TO") + " " + LookupText("IDS_OPTION_TOOLS_MENU");
+        messages.Show({"IDS_THIS_REC_SES_CREATED_USING", text, "Information", MessageIcon::Information});
+        return false;
+    }
+    out.mode = mode;
+    out.top.reset(NewTop());
+    if (hasSource) {
+        uint8_t len[4];
+        if (!in.Get(len, 4)) return corrupted();
+        uint32_t units = Le32(len);
+        if (units > kMaxPathUnits) return corrupted();
+        std::vector<uint8_t> raw((size_t(units) + 1) * 2);
+        if (!in.Get(raw.data(), raw.size()) || Le16(raw.data() + 2 * units) != 0) return corrupted();
+        std::u16string sourcePath;
+        for (uint32_t i = 0; i < units; ++i) sourcePath.push_back(char16_t(Le16(raw.data() + 2 * i)));
+        uint8_t geometry[12], block[kSessionSourceBlockBytes];
+        if (!in.Get(geometry, sizeof geometry) || !in.Get(block, sizeof block)) return corrupted();
+        uint64_t sectorCount = Le64(geometry);
+        uint32_t sectorSize = Le32(geometry + 8);
+        if (sectorSize == 0 || sectorSize > kMaxSectorSize || block[0] > kFsExFat || block[2] > kSourceImageFile ||
+            block[3] > kVolume || sourcePath.empty() || sourcePath.find(u'\0') != std::u16string::npos)
+            return corrupted();
+        out.sourcePath = sourcePath;
+        auto media = std::make_unique<CPhysicalDisk>();
+        if (options.openSource) {
+            bool image = block[3] == kNotByName || block[2] == kSourceImagePartition || block[2] == kSourceImageFile;
+            if (image) {
+                if (!media->AttachImageFile(ToUtf8(sourcePath), sectorSize)) {
+                    out = SessionData{};
+                    Inform(messages, "IDS_SOURCE_IMAGE_NOT_FOUND");
+                    return false;
+                }
+            } else if (!media->Open(sourcePath)) {
+                out = SessionData{};
+                Inform(messages, "IDS_SOURCE_DRIVE_NOT_FOUND");
+                return false;
+            }
+        } else {
+            media->SetPath(sourcePath);
+        }
+        media->SetSectorSize(sectorSize);
+        media->SetSectorCount(sectorCount);
+        media->SetFirstSector(Le64(block + 10));
+        media->SetFsKind(block[0]);
+        media->SetPartitionFlag(block[1]);
+        media->SetSourceKind(block[2]);
+        media->SetPartitionParams(UnpackPartition(block + 18));
+        out.media = std::move(media);
+        // The tree has no count: it ends where its sibling marks say. A source whose tree was
+        // empty wrote no records at all, so when the records do not parse, the lists may follow
+        // directly.
+        uint64_t treeStart = in.Tell();
+        SessionData lists;
+        if (!GetTree(in, out.top.get()) || !GetLists(in, hasList, hasSecond, lists)) {
+            out.top.reset(NewTop());
+            in.Seek(treeStart);
+            lists = SessionData{};
+            if (!GetLists(in, hasList, hasSecond, lists)) return corrupted();
+        }
+        out.driveList = std::move(lists.driveList);
+        out.secondList = std::move(lists.secondList);
+    } else {
+        SessionData lists;
+        if (!GetLists(in, hasList, hasSecond, lists)) return corrupted();
+        out.driveList = std::move(lists.driveList);
+        out.secondList = std::move(lists.secondList);
+    }
+    // The partition lists of the media come back from the drive lists.
+    if (out.media) {
+        auto restore = [](const std::optional<std::vector<DriveListItem>>& rows, std::vector<PartitionRecord>& into) {
+            if (!rows) return;
+            for (auto& r : *rows)
+                if (r.partition) into.push_back(*r.partition);
+        };
+        restore(out.driveList, out.media->Partitions());
+        restore(out.secondList, out.media->SecondPartitions());
+    }
+    return true;
+}
+
+bool ReadSession(const std::string& path, const ReadSessionOptions& options, SessionData& out,
+                 IUserMessages& messages) {
+    platform::File f;
+    if (!f.OpenRead(path)) {
+        out = SessionData{};
+        Inform(messages, "IDS_CORRUPTED_REC_SESSION");
+        return false;
+    }
+    FileSource src(std::move(f));
+    return ReadSessionFrom(src, options, out, messages);
+}
+
+} // namespace kestrin

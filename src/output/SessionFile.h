@@ -1,0 +1,92 @@
+#pragma once
+// Recovery session files (.tks4): the mode, the source description, the whole found-item tree and
+// the drive lists, so that a finished scan can be browsed and saved again without rescanning.
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fs/CNode.h"
+#include "output/UserMessages.h"
+#include "storage/CPhysicalDisk.h"
+#include "storage/PartitionRecord.h"
+
+namespace kestrin {
+
+class ByteSource;
+
+inline constexpr size_t kSessionHeaderBytes = 20;
+inline constexpr size_t kSessionSourceBlockBytes = 102;
+inline constexpr size_t kSessionNodeFixedBytes = 78;
+inline constexpr size_t kDriveItemBytes = 272;
+// A partition record inside a drive list: its fields packed in order, padded to a round size.
+inline constexpr size_t kSessionPartitionBytes = 80;
+
+// One row of a drive list as the drive-selection page keeps it. The fifth 16-bit word is the
+// row's kind (the source kinds 1-6); rows of kind 6 are not stored in a session.
+struct DriveListItem {
+    std::array<uint8_t, kDriveItemBytes> raw{};
+    std::optional<PartitionRecord> partition;
+
+    uint16_t Kind() const { return uint16_t(raw[8] | raw[9] << 8); }
+    void SetKind(uint16_t kind) {
+        raw[8] = uint8_t(kind);
+        raw[9] = uint8_t(kind >> 8);
+    }
+};
+
+// Rows for the media's partition lists (the placeholder head of the first list is left out):
+// start sector in bytes 0-7, kind in word 4, the list index in bytes 10-11 and the volume name
+// ("NTFS - 2") as UTF-16 from byte 16.
+std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRecord>& partitions, bool skipHead,
+                                                   uint16_t kind);
+
+// What WriteSession stores. `media` null: no source is open (header and lists only).
+struct SessionView {
+    uint32_t mode = 0;
+    const CPhysicalDisk* media = nullptr;
+    const CNode* top = nullptr;
+    const std::vector<DriveListItem>* driveList = nullptr;
+    const std::vector<DriveListItem>* secondList = nullptr;
+};
+
+// Writes the session to `path`, replacing any file there. Returns 1 on success, 0 after the
+// failure was reported through `messages`.
+int WriteSession(const std::string& path, const SessionView& session, IUserMessages& messages);
+
+// A finished scan as the command line has it: the drive lists are the media's partition lists.
+int WriteScanSession(const std::string& path, uint32_t mode, const CPhysicalDisk& media, const CNode* top,
+                     IUserMessages& messages);
+
+struct ReadSessionOptions {
+    // False when the user opened the file from inside a running scan: a session made in another
+    // mode is then refused with an explanation.
+    bool requestedFromOutside = true;
+    uint32_t currentMode = 0;
+    // Re-open the stored source by its path (the normal case). Off for listing a session whose
+    // source is gone, and for fuzzing.
+    bool openSource = true;
+};
+
+struct SessionData {
+    uint32_t mode = 0;
+    // The re-opened source with its stored range and partition; null when the session had none.
+    std::unique_ptr<CPhysicalDisk> media;
+    // "_R" with the stored tree below it (an empty top when the session had no source).
+    std::unique_ptr<CNode> top;
+    std::optional<std::vector<DriveListItem>> driveList;
+    std::optional<std::vector<DriveListItem>> secondList;
+    std::u16string sourcePath;
+};
+
+// Reads a session file. False after a failure was reported (mode mismatch, source gone, corrupt
+// content); `out` is then left empty.
+bool ReadSession(const std::string& path, const ReadSessionOptions& options, SessionData& out,
+                 IUserMessages& messages);
+// The same over bytes already open (fuzzing, tests).
+bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, SessionData& out,
+                     IUserMessages& messages);
+
+} // namespace kestrin

@@ -1,0 +1,316 @@
+// Saving into a zip archive. The archive is assembled when it is closed: every file entry is a
+// source that, when the archive reads it, runs the item's content copy on a helper thread and
+// passes the bytes through a bounded buffer, so no file is ever held in memory whole. Entries
+// whose size says 4 GiB or more are written in the zip64 form.
+#include <algorithm>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <zip.h>
+
+#include "fs/CNode.h"
+#include "output/OutputTarget.h"
+#include "output/Saver.h"
+#include "platform/Platform.h"
+#include "util/Text.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr size_t kPipeBytes = 1 << 20;
+// Longest entry name component that an unpacking file system will take.
+constexpr size_t kMaxComponentBytes = 255;
+
+// Formats that are compressed already are stored; deflating them costs time and gains nothing.
+bool AlreadyCompressed(const std::string& name) {
+    static const char* const kExt[] = {".jpg", ".jpeg", ".png", ".gif", ".zip", ".7z", ".rar", ".gz", ".bz2",
+                                       ".xz", ".zst", ".cab", ".arj", ".mp3", ".mp4", ".m4a", ".m4v", ".m4b",
+                                       ".mov", ".3gp", ".avi", ".mkv", ".docx", ".xlsx", ".pptx", ".webp"};
+    for (const char* e : kExt) {
+        size_t n = std::strlen(e);
+        if (name.size() >= n && EqualsNoCase(std::string_view(name).substr(name.size() - n), e)) return true;
+    }
+    return false;
+}
+
+class CZipTarget;
+
+// One entry's content, produced by the content copy on a helper thread while the archive reads.
+struct EntrySource {
+    CZipTarget* owner = nullptr;
+    CPhysicalDisk* media = nullptr;
+    const CNode* node = nullptr;
+    ContentWriter content = nullptr;
+    AdvanceFn advance;
+    int64_t mtime = 0;
+    bool hasTime = false;
+
+    std::mutex lock;
+    std::condition_variable cv;
+    std::vector<uint8_t> ring;
+    size_t head = 0, count = 0;
+    bool produced = false, abort = false, ok = false;
+    std::thread producer;
+    zip_error_t error;
+
+    void Start() {
+        ring.assign(kPipeBytes, 0);
+        head = count = 0;
+        produced = abort = ok = false;
+        producer = std::thread([this] {
+            ContentSink sink = [this](const uint8_t* p, size_t len) {
+                while (len) {
+                    std::unique_lock lk(lock);
+                    cv.wait(lk, [&] { return count < ring.size() || abort; });
+                    if (abort) return false;
+                    size_t tail = (head + count) % ring.size();
+                    size_t n = std::min({len, ring.size() - count, ring.size() - tail});
+                    std::memcpy(ring.data() + tail, p, n);
+                    count += n;
+                    p += n;
+                    len -= n;
+                    cv.notify_all();
+                }
+                return true;
+            };
+            ContentResult r = content ? content(*media, *node, sink) : ContentResult{};
+            std::lock_guard lk(lock);
+            ok = r.ok;
+            produced = true;
+            cv.notify_all();
+        });
+    }
+    size_t Read(uint8_t* out, size_t len) {
+        std::unique_lock lk(lock);
+        cv.wait(lk, [&] { return count > 0 || produced; });
+        size_t n = std::min({len, count, ring.size() - head});
+        std::memcpy(out, ring.data() + head, n);
+        head = (head + n) % ring.size();
+        count -= n;
+        cv.notify_all();
+        return n;
+    }
+    void Stop() {
+        {
+            std::lock_guard lk(lock);
+            abort = true;
+            cv.notify_all();
+        }
+        if (producer.joinable()) producer.join();
+        std::vector<uint8_t>().swap(ring);
+    }
+};
+
+zip_int64_t EntryCallback(void* user, void* data, zip_uint64_t len, zip_source_cmd_t cmd);
+
+class CZipTarget final : public COutputTarget {
+public:
+    CZipTarget(std::string path, IUserMessages& messages) : m_path(std::move(path)), m_messages(messages) {}
+    ~CZipTarget() override {
+        if (m_zip) zip_discard(m_zip);
+    }
+
+    uint32_t Open() override {
+        int err = 0;
+        m_zip = zip_open(m_path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
+        if (!m_zip) return errno ? platform::SysCodeFromErrno(errno) : uint32_t(platform::kErrAccessDenied);
+        return 0;
+    }
+
+    uint32_t CreateFolder(const std::u16string& name) override {
+        std::string full;
+        if (uint32_t code = EntryName(name, full)) return code;
+        if (Exists(full)) return platform::kErrAlreadyExists;
+        if (zip_dir_add(m_zip, full.c_str(), ZIP_FL_ENC_UTF_8) < 0) return platform::kErrAlreadyExists;
+        m_prefix.push_back(full + "/");
+        return 0;
+    }
+
+    void LeaveFolder() override {
+        if (!m_prefix.empty()) m_prefix.pop_back();
+    }
+
+    uint32_t CreateFile(const std::u16string& name) override {
+        std::string full;
+        if (uint32_t code = EntryName(name, full)) return code;
+        if (Exists(full)) return platform::kErrFileExists;
+        m_pending = full;
+        return 0;
+    }
+
+    FileOutcome WriteFile(CPhysicalDisk& media, const CNode& node, ContentWriter content,
+                          const AdvanceFn& advance) override {
+        auto* s = new EntrySource;
+        s->owner = this;
+        s->media = &media;
+        s->node = &node;
+        s->content = content;
+        s->advance = advance;
+        zip_error_init(&s->error);
+        s->hasTime = LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), s->mtime);
+        zip_source_t* src = zip_source_function_create(EntryCallback, s, nullptr);
+        if (!src) {
+            zip_error_fini(&s->error);
+            delete s;
+            return {false, false};
+        }
+        zip_int64_t index = zip_file_add(m_zip, m_pending.c_str(), src, ZIP_FL_ENC_UTF_8);
+        if (index < 0) {
+            zip_source_free(src);
+            return {false, false};
+        }
+        if (AlreadyCompressed(m_pending)) zip_set_file_compression(m_zip, zip_uint64_t(index), ZIP_CM_STORE, 0);
+        if (s->hasTime) zip_file_set_mtime(m_zip, zip_uint64_t(index), time_t(s->mtime), 0);
+        // The content is read when the archive is closed; its outcome is counted there.
+        return {true, false};
+    }
+
+    // Replacing inside an archive being built is only possible for an entry of this save.
+    void RemoveRegularFile(const std::u16string& name) override {
+        std::string full;
+        if (EntryName(name, full)) return;
+        zip_int64_t i = zip_name_locate(m_zip, full.c_str(), ZIP_FL_ENC_UTF_8);
+        if (i >= 0) zip_delete(m_zip, zip_uint64_t(i));
+    }
+
+    std::string CurrentFolder() const override {
+        if (m_prefix.empty()) return m_path;
+        return m_path + "/" + m_prefix.back().substr(0, m_prefix.back().size() - 1);
+    }
+
+    bool OpenLog() override {
+        m_logOpen = true;
+        m_log.clear();
+        return true;
+    }
+    void WriteLog(const std::u16string& text) override {
+        for (char16_t c : text) {
+            m_log.push_back(uint8_t(c));
+            m_log.push_back(uint8_t(c >> 8));
+        }
+    }
+
+    void Finish(SaveResult& result) override {
+        if (m_logOpen) {
+            void* copy = std::malloc(m_log.size() ? m_log.size() : 1);
+            if (copy) {
+                std::memcpy(copy, m_log.data(), m_log.size());
+                zip_source_t* src = zip_source_buffer(m_zip, copy, m_log.size(), 1);
+                if (!src)
+                    std::free(copy);
+                else if (zip_file_add(m_zip, "log.txt", src, ZIP_FL_ENC_UTF_8 | ZIP_FL_OVERWRITE) < 0)
+                    zip_source_free(src);
+                else
+                    result.logPath = m_path + "/log.txt";
+            }
+        }
+        if (zip_close(m_zip) != 0) {
+            std::string why = zip_strerror(m_zip);
+            zip_discard(m_zip);
+            m_zip = nullptr;
+            result.archiveFailed = true;
+            if (!m_cancelled) {
+                std::string text = LookupText("IDS_SAVING_FAILED", "The recovered files could not be saved to") + " " + m_path + ": " + why;
+                m_messages.Show({"IDS_SAVING_FAILED", text, LookupText("IDS_INFORMATION"), MessageIcon::Information});
+            }
+        }
+        m_zip = nullptr;
+        result.incomplete += m_incomplete;
+        if (m_cancelled) result.cancelled = true;
+    }
+
+    void EntryDone(bool ok) {
+        if (!ok) ++m_incomplete;
+    }
+    void Cancelled() { m_cancelled = true; }
+
+private:
+    uint32_t EntryName(const std::u16string& name, std::string& full) const {
+        if (uint32_t code = CheckOutputName(name)) return code;
+        std::string n = ToUtf8(name);
+        if (n.size() > kMaxComponentBytes) return platform::kErrFilenameTooLong;
+        full = (m_prefix.empty() ? std::string() : m_prefix.back()) + n;
+        return 0;
+    }
+    bool Exists(const std::string& full) const {
+        return zip_name_locate(m_zip, full.c_str(), ZIP_FL_ENC_UTF_8) >= 0 ||
+               zip_name_locate(m_zip, (full + "/").c_str(), ZIP_FL_ENC_UTF_8) >= 0;
+    }
+
+    std::string m_path;
+    IUserMessages& m_messages;
+    zip_t* m_zip = nullptr;
+    std::vector<std::string> m_prefix;
+    std::string m_pending;
+    bool m_logOpen = false;
+    std::vector<uint8_t> m_log;
+    uint64_t m_incomplete = 0;
+    bool m_cancelled = false;
+};
+
+zip_int64_t EntryCallback(void* user, void* data, zip_uint64_t len, zip_source_cmd_t cmd) {
+    auto* s = static_cast<EntrySource*>(user);
+    switch (cmd) {
+    case ZIP_SOURCE_OPEN:
+        s->Start();
+        return 0;
+    case ZIP_SOURCE_READ: {
+        size_t n = s->Read(static_cast<uint8_t*>(data), size_t(std::min<zip_uint64_t>(len, kPipeBytes)));
+        if (n && s->advance && !s->advance(n)) {
+            s->owner->Cancelled();
+            zip_error_set(&s->error, ZIP_ER_CANCELLED, 0);
+            return -1;
+        }
+        return zip_int64_t(n);
+    }
+    case ZIP_SOURCE_CLOSE: {
+        bool complete;
+        {
+            std::lock_guard lk(s->lock);
+            complete = s->produced && s->ok;
+        }
+        s->Stop();
+        s->owner->EntryDone(complete);
+        return 0;
+    }
+    case ZIP_SOURCE_STAT: {
+        if (len < sizeof(zip_stat_t)) return -1;
+        auto* st = static_cast<zip_stat_t*>(data);
+        zip_stat_init(st);
+        // The announced size decides whether the entry needs the zip64 form.
+        st->size = s->node->size;
+        st->valid |= ZIP_STAT_SIZE;
+        if (s->hasTime) {
+            st->mtime = time_t(s->mtime);
+            st->valid |= ZIP_STAT_MTIME;
+        }
+        return sizeof(zip_stat_t);
+    }
+    case ZIP_SOURCE_ERROR:
+        return zip_error_to_data(&s->error, data, len);
+    case ZIP_SOURCE_FREE:
+        s->Stop();
+        zip_error_fini(&s->error);
+        delete s;
+        return 0;
+    case ZIP_SOURCE_SUPPORTS:
+        return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_STAT,
+                                              ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, -1);
+    default:
+        zip_error_set(&s->error, ZIP_ER_OPNOTSUPP, 0);
+        return -1;
+    }
+}
+
+} // namespace
+
+std::unique_ptr<COutputTarget> MakeZipTarget(const std::string& path, IUserMessages& messages) {
+    return std::make_unique<CZipTarget>(path, messages);
+}
+
+} // namespace kestrin

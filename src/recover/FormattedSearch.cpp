@@ -1,0 +1,108 @@
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "fs/CNode.h"
+#include "fs/VolumeTree.h"
+#include "fs/fat/CFatVolume.h"
+#include "fs/fat/FatEngine.h"
+#include "fs/ntfs/NtfsEngine.h"
+#include "recover/Recover.h"
+#include "recover/TreeMove.h"
+#include "storage/BootSector.h"
+#include "storage/SourceLayout.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr size_t kReadBytes = 4u << 20;
+
+// The FAT kind of the selected range from its boot sector (broad recognition), else the media's.
+uint8_t CurrentKind(CPhysicalDisk& media) {
+    uint32_t ss = std::max<uint32_t>(media.GetSectorSize(), 512);
+    std::vector<uint8_t> boot(ss, 0);
+    media.ReadSectors(boot.data(), ss, media.GetFirstSector(), true);
+    if (auto r = RecogniseVolume(media, Bytes(boot.data(), 512), media.GetSectorCount())) return r->fsKind;
+    return media.GetFsKind();
+}
+
+bool IsDotEntry(const uint8_t* e, bool dotDot) {
+    static const char kDot[] = ".          ";
+    static const char kDotDot[] = "..         ";
+    return std::memcmp(e, dotDot ? kDotDot : kDot, 11) == 0 && (e[11] & 0x10) != 0;
+}
+
+} // namespace
+
+std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* ctx, size_t limit) {
+    std::vector<uint32_t> out;
+    CFatVolume vol(media);
+    uint8_t kind = CurrentKind(media);
+    if (kind != kFsFat16 && kind != kFsFat32) return out;
+    if (!vol.Open(kind)) return out;
+    const FatGeometry& g = vol.Geometry();
+    if (g.clusterBytes < 64 || g.highestCluster < 2) return out;
+    const size_t perRead = std::max<size_t>(1, kReadBytes / g.clusterBytes);
+    std::vector<uint8_t> buf(perRead * g.clusterBytes);
+    const uint64_t total = uint64_t(g.highestCluster) - 1;
+    for (uint64_t c = 2; c <= g.highestCluster && out.size() < limit;) {
+        if (ctx) {
+            if (ctx->StopRequested()) break;
+            ctx->Progress(int64_t(c - 2), int64_t(total));
+        }
+        size_t n = size_t(std::min<uint64_t>(perRead, uint64_t(g.highestCluster) - c + 1));
+        uint64_t offset = vol.ClusterOffset(uint32_t(c));
+        if (g.volumeEnd && offset >= g.volumeEnd) break;
+        vol.ReadBytes(offset, buf.data(), n * g.clusterBytes);
+        for (size_t i = 0; i < n && out.size() < limit; ++i) {
+            const uint8_t* p = buf.data() + i * g.clusterBytes;
+            if (IsDotEntry(p, false) && IsDotEntry(p + 32, true)) out.push_back(uint32_t(c + i));
+        }
+        c += n;
+    }
+    return out;
+}
+
+void SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx) {
+    if (!ctx.top) return;
+    const uint8_t current = CurrentKind(media);
+    const uint64_t count = media.GetSectorCount();
+    const PartitionRecord saved = media.GetPartitionParams();
+    const uint8_t savedKind = media.GetFsKind();
+
+    // NTFS records survive a quick format (the new MFT overwrites only its first records) and
+    // also a FAT format over an old NTFS volume.
+    std::unique_ptr<CNode> scratch(MakeTopNode());
+    ScanContext inner{ctx.op, ctx.events, ctx.gate, ctx.mode, scratch.get(), ctx.signatures, ctx.recordSearch};
+    if (current != kFsNtfs) {
+        // The record search must not take the current FAT geometry for the old volume's.
+        PartitionRecord r;
+        r.fsKind = kFsNtfs;
+        r.startSector = media.GetFirstSector();
+        r.length = count;
+        r.partitionFlag = kTableOnly;
+        media.SetPartitionParams(r);
+    }
+    media.SetFsKind(kFsNtfs);
+    NtfsSearchRecords(media, 0, count, inner);
+    if (TreeHasItems(scratch.get())) {
+        MoveVolumeRoots(scratch.get(), ctx.top);
+        if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
+        return;
+    }
+    media.SetPartitionParams(saved);
+    media.SetFsKind(savedKind);
+    if (ctx.StopRequested()) return;
+
+    if (current == kFsFat16 || current == kFsFat32) {
+        media.SetFsKind(current);
+        std::vector<uint32_t> folders = FindFatFolderClusters(media, &ctx);
+        if (!ctx.StopRequested()) FatRebuildFolders(media, folders, ctx);
+    }
+    if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
+}
+
+} // namespace kestrin

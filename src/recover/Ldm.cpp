@@ -1,0 +1,408 @@
+#include "recover/Ldm.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+
+#include "storage/SourceLayout.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr size_t kMaxRecords = 1u << 16;
+constexpr uint16_t kMaxFragments = 64;
+constexpr uint32_t kMaxVblkBytes = 64u << 10;
+constexpr uint64_t kMaxConfigBytes = 64u << 20;
+
+// Record types (low nibble of the type byte) and flags.
+constexpr uint8_t kVblkVolume = 1, kVblkComponent = 2, kVblkPartition = 3, kVblkDisk = 4;
+constexpr uint8_t kCompStriped = 1, kCompBasic = 2, kCompRaid = 3;
+constexpr uint8_t kFlagStripe = 0x10;
+
+// A field of the variable-length kind: one length byte, then that many bytes (big-endian numbers).
+struct Cursor {
+    Bytes b;
+    size_t at;
+    bool ok = true;
+    uint64_t Number() {
+        uint8_t n = ReadU8(b, at).value_or(0xFF);
+        if (n > 8 || !Fits(b, at + 1, n)) {
+            ok = false;
+            return 0;
+        }
+        uint64_t v = 0;
+        for (uint8_t i = 0; i < n; ++i) v = v << 8 | b[at + 1 + i];
+        at += 1 + n;
+        return v;
+    }
+    std::string Text() {
+        uint8_t n = ReadU8(b, at).value_or(0);
+        if (!Fits(b, at + 1, n)) {
+            ok = false;
+            return {};
+        }
+        std::string s(reinterpret_cast<const char*>(b.data() + at + 1), n);
+        at += 1 + n;
+        return s;
+    }
+    void Skip(size_t n) {
+        if (!Fits(b, at, n)) ok = false;
+        else at += n;
+    }
+    uint64_t Be64At() {
+        auto v = ReadBe64(b, at);
+        if (!v) ok = false;
+        at += 8;
+        return v.value_or(0);
+    }
+};
+
+struct Component {
+    uint64_t id = 0, parent = 0, stripe = 0, columns = 0;
+    uint8_t type = 0;
+};
+struct Part {
+    uint64_t id = 0, parent = 0, disk = 0, start = 0, volumeOffset = 0, size = 0, index = 0;
+};
+struct Disk {
+    uint64_t id = 0;
+    std::string guid;
+};
+struct Volume {
+    uint64_t id = 0;
+    std::string name;
+};
+
+struct Database {
+    std::vector<Volume> volumes;
+    std::vector<Component> components;
+    std::vector<Part> parts;
+    std::vector<Disk> disks;
+};
+
+void ParseRecord(Bytes r, Database& db) {
+    uint8_t flags = ReadU8(r, 0x12).value_or(0);
+    uint8_t type = ReadU8(r, 0x13).value_or(0) & 0x0F;
+    Cursor c{r, 0x18};
+    uint64_t id = c.Number();
+    std::string name = c.Text();
+    if (!c.ok) return;
+    switch (type) {
+    case kVblkVolume: {
+        db.volumes.push_back({id, name});
+        return;
+    }
+    case kVblkComponent: {
+        Component k;
+        k.id = id;
+        c.Text(); // volume state
+        uint8_t compType = ReadU8(r, c.at).value_or(0);
+        c.Skip(5); // type and four unknown bytes
+        c.Number(); // number of children
+        c.Skip(16); // log commit and two unknown fields
+        k.parent = c.Number();
+        if (flags & kFlagStripe) {
+            c.Skip(1);
+            k.stripe = c.Number();
+            k.columns = c.Number();
+        }
+        if (!c.ok) return;
+        k.type = compType;
+        db.components.push_back(k);
+        return;
+    }
+    case kVblkPartition: {
+        Part p;
+        p.id = id;
+        c.Skip(12); // unknown fields before the start
+        p.start = c.Be64At();
+        p.volumeOffset = c.Be64At();
+        p.size = c.Number();
+        p.parent = c.Number();
+        p.disk = c.Number();
+        if (flags & 0x08) p.index = c.Number();
+        if (!c.ok) return;
+        db.parts.push_back(p);
+        return;
+    }
+    case kVblkDisk: {
+        Disk d;
+        d.id = id;
+        if ((ReadU8(r, 0x13).value_or(0) >> 4) == 4) {
+            // The newer record keeps the disk GUID as 16 bytes.
+            if (!Fits(r, c.at, 16)) return;
+            static const char kHex[] = "0123456789abcdef";
+            for (int i = 0; i < 16; ++i) {
+                d.guid += kHex[r[c.at + i] >> 4];
+                d.guid += kHex[r[c.at + i] & 15];
+            }
+        } else {
+            d.guid = c.Text();
+            if (!c.ok) return;
+            d.guid.erase(std::remove(d.guid.begin(), d.guid.end(), '-'), d.guid.end());
+            for (auto& ch : d.guid) ch = char(std::tolower(static_cast<unsigned char>(ch)));
+        }
+        db.disks.push_back(d);
+        return;
+    }
+    default:
+        return;
+    }
+}
+
+std::string NormaliseGuid(std::string s) {
+    std::string out;
+    for (char ch : s) {
+        if (ch == 0) break;
+        if (ch == '-' || ch == '{' || ch == '}') continue;
+        out += char(std::tolower(static_cast<unsigned char>(ch)));
+    }
+    return out;
+}
+
+// Reads the VBLK area: fixed-size slots after the VMDB, records split over several slots joined
+// by their group number.
+Database ReadRecords(CStorageMedia& media, uint64_t configStart, uint64_t configSectors) {
+    Database db;
+    const uint32_t ss = std::max<uint32_t>(media.GetSectorSize(), 512);
+    if (configSectors == 0 || configSectors > kMaxConfigBytes / ss) return db;
+    // The table of contents: in sector 1 or 2 of the area, or at its end.
+    std::vector<uint8_t> sector(ss);
+    uint64_t vmdbSector = 0;
+    for (uint64_t at : {uint64_t(1), uint64_t(2), configSectors - 1, configSectors - 2}) {
+        if (at >= configSectors) continue;
+        std::fill(sector.begin(), sector.end(), 0);
+        media.ReadSectors(sector.data(), ss, configStart + at, true);
+        Bytes t(sector);
+        if (!MatchAt(t, 0, "TOCBLOCK", 8)) continue;
+        // Two bitmap entries, "config" and "log"; the first gives where the VMDB starts.
+        for (size_t e : {size_t(0x24), size_t(0x46)}) {
+            if (!MatchAt(t, e, "config", 6)) continue;
+            uint64_t start = ReadBe64(t, e + 0x0A).value_or(0);
+            if (start > 0 && start < configSectors) vmdbSector = start;
+        }
+        if (vmdbSector) break;
+    }
+    if (!vmdbSector) return db;
+    std::vector<uint8_t> area(size_t(configSectors - vmdbSector) * ss, 0);
+    media.ReadSectors(area.data(), uint32_t(area.size()), configStart + vmdbSector, true);
+    Bytes a(area);
+    if (!MatchAt(a, 0, "VMDB", 4)) return db;
+    uint32_t vblkSize = ReadBe32(a, 0x08).value_or(0);
+    uint32_t first = ReadBe32(a, 0x0C).value_or(0);
+    if (vblkSize < 0x20 || vblkSize > kMaxVblkBytes || first < 0x10 || first >= area.size()) return db;
+
+    struct Pending {
+        uint16_t count = 0;
+        std::vector<std::vector<uint8_t>> parts;
+        size_t have = 0;
+    };
+    std::map<uint32_t, Pending> groups;
+    size_t records = 0;
+    for (size_t at = first; Fits(a, at, vblkSize) && records < kMaxRecords; at += vblkSize) {
+        Bytes slot(area.data() + at, vblkSize);
+        if (!MatchAt(slot, 0, "VBLK", 4)) continue;
+        uint32_t group = ReadBe32(slot, 0x08).value_or(0);
+        uint16_t index = ReadBe16(slot, 0x0C).value_or(0);
+        uint16_t count = ReadBe16(slot, 0x0E).value_or(0);
+        if (count == 0 || count > kMaxFragments || index >= count) continue;
+        if (count == 1) {
+            ++records;
+            ParseRecord(slot, db);
+            continue;
+        }
+        Pending& p = groups[group];
+        if (p.count == 0) {
+            if (groups.size() > kMaxRecords) break;
+            p.count = count;
+            p.parts.resize(count);
+        }
+        if (p.count != count || !p.parts[index].empty()) continue;
+        // The first fragment keeps its header (the record's offsets count from it); the others
+        // add what follows their own 16-byte header.
+        if (index == 0) p.parts[index].assign(slot.begin(), slot.end());
+        else p.parts[index].assign(slot.begin() + 0x10, slot.end());
+        if (++p.have == p.count) {
+            std::vector<uint8_t> joined;
+            for (auto& piece : p.parts) joined.insert(joined.end(), piece.begin(), piece.end());
+            ++records;
+            ParseRecord(Bytes(joined), db);
+            groups.erase(group);
+        }
+    }
+    return db;
+}
+
+} // namespace
+
+std::vector<LdmVolume> ReadLdmVolumes(CStorageMedia& media, uint64_t configStart, uint64_t configSectors,
+                                      uint64_t dataStart, const std::string& diskGuid) {
+    std::vector<LdmVolume> out;
+    Database db = ReadRecords(media, configStart, configSectors);
+    // This disk: the record whose GUID the private header names, or the only one there is.
+    std::string mine = NormaliseGuid(diskGuid);
+    uint64_t thisDisk = 0;
+    bool known = false;
+    for (const auto& d : db.disks)
+        if (!mine.empty() && NormaliseGuid(d.guid) == mine) thisDisk = d.id, known = true;
+    if (!known && db.disks.size() == 1) thisDisk = db.disks[0].id, known = true;
+
+    for (const auto& v : db.volumes) {
+        if (out.size() >= kMaxRecords) break;
+        LdmVolume vol;
+        vol.objectId = v.id;
+        vol.name = v.name;
+        std::vector<const Component*> comps;
+        for (const auto& k : db.components)
+            if (k.parent == v.id) comps.push_back(&k);
+        if (comps.empty()) continue;
+        const Component& k = *comps.front();
+        std::vector<const Part*> parts;
+        for (const auto& p : db.parts)
+            if (p.parent == k.id) parts.push_back(&p);
+        if (parts.empty()) continue;
+        std::sort(parts.begin(), parts.end(), [](const Part* x, const Part* y) {
+            return std::tie(x->index, x->volumeOffset) < std::tie(y->index, y->volumeOffset);
+        });
+        vol.complete = known;
+        for (const Part* p : parts) {
+            if (p->size == 0 || p->start > ~0ull - dataStart) continue;
+            LdmExtent e{dataStart + p->start, p->size, p->volumeOffset, uint32_t(p->index)};
+            vol.extents.push_back(e);
+            if (p->disk != thisDisk) vol.complete = false;
+        }
+        if (vol.extents.empty()) continue;
+        if (comps.size() > 1) vol.layout = LdmLayout::Mirrored;
+        else if (k.type == kCompStriped) vol.layout = LdmLayout::Striped;
+        else if (k.type == kCompRaid) vol.layout = LdmLayout::Raid5;
+        else vol.layout = vol.extents.size() > 1 ? LdmLayout::Spanned : LdmLayout::Simple;
+        if (vol.layout == LdmLayout::Striped) {
+            vol.stripeSectors = k.stripe;
+            vol.columns = uint32_t(std::min<uint64_t>(k.columns, 1024));
+            if (vol.stripeSectors == 0 || vol.columns == 0) vol.complete = false;
+        }
+        if (vol.layout == LdmLayout::Spanned || vol.layout == LdmLayout::Mirrored)
+            std::sort(vol.extents.begin(), vol.extents.end(),
+                      [](const LdmExtent& x, const LdmExtent& y) { return x.volumeOffset < y.volumeOffset; });
+        if (vol.layout == LdmLayout::Raid5) vol.complete = false; // parity is not reassembled
+        out.push_back(std::move(vol));
+    }
+    return out;
+}
+
+bool ReadLdmDatabaseOfDisk(CPhysicalDisk& disk, const uint8_t* privhead, const LdmGptAreas* gpt) {
+    uint64_t dataStart = 0, configStart = 0, configSectors = 0;
+    std::string guid;
+    const uint32_t ss = std::max<uint32_t>(disk.GetSectorSize(), 512);
+    if (privhead) {
+        // The numbers arrive converted to host order.
+        Bytes h(privhead, kPrivheadBytes);
+        dataStart = ReadLe64(h, 0x11B).value_or(0);
+        configStart = ReadLe64(h, 0x12B).value_or(0);
+        configSectors = ReadLe64(h, 0x133).value_or(0);
+        guid.assign(reinterpret_cast<const char*>(privhead) + 0x30, 64);
+    } else if (gpt) {
+        // The private header sits in the last sector of the metadata partition, big-endian.
+        std::vector<uint8_t> s(ss, 0);
+        if (gpt->metadataSectors == 0) return false;
+        disk.ReadSectors(s.data(), ss, gpt->metadataStart + gpt->metadataSectors - 1, true);
+        Bytes h(s);
+        dataStart = gpt->dataStart;
+        configStart = gpt->metadataStart;
+        configSectors = gpt->metadataSectors;
+        if (MatchAt(h, 0, "PRIVHEAD", 8)) guid.assign(reinterpret_cast<const char*>(s.data()) + 0x30, 64);
+    } else {
+        return false;
+    }
+    auto volumes = ReadLdmVolumes(disk, configStart, configSectors, dataStart, guid);
+    bool any = false;
+    const uint64_t diskEnd = disk.ByteSize() ? disk.ByteSize() / ss : ~0ull;
+    std::vector<uint8_t> boot(ss, 0);
+    for (const auto& v : volumes) {
+        if (!v.complete) continue;
+        // One range of the disk: a simple volume, a spanned one whose pieces follow each other,
+        // or the first copy of a mirror made of one piece.
+        bool contiguous = true;
+        uint64_t total = 0;
+        for (size_t i = 0; i < v.extents.size(); ++i) {
+            if (i && v.extents[i].startSector != v.extents[i - 1].startSector + v.extents[i - 1].sectors)
+                contiguous = false;
+            total += v.extents[i].sectors;
+        }
+        if (v.layout == LdmLayout::Striped || v.layout == LdmLayout::Raid5 || !contiguous) continue;
+        uint64_t start = v.extents.front().startSector;
+        if (start >= diskEnd) continue;
+        std::fill(boot.begin(), boot.end(), 0);
+        disk.ReadSectors(boot.data(), ss, start, true);
+        PartitionRecord r;
+        if (auto got = RecogniseVolume(disk, Bytes(boot.data(), 512), total)) r = *got;
+        r.startSector = start;
+        r.length = std::min(total, diskEnd - start);
+        disk.SecondPartitions().push_back(r);
+        any = true;
+    }
+    return any;
+}
+
+void InstallLdmDatabaseReader() { SetLdmDatabaseReader(ReadLdmDatabaseOfDisk); }
+
+ExtentSource::ExtentSource(ByteSource& base, const LdmVolume& volume, uint32_t sectorSize) : m_base(base) {
+    const uint64_t ss = sectorSize ? sectorSize : 512;
+    if (volume.layout == LdmLayout::Striped && volume.columns && volume.stripeSectors) {
+        // Chunks taken from the columns in turn; every column's extents in column order.
+        std::vector<std::vector<LdmExtent>> cols(volume.columns);
+        for (const auto& e : volume.extents)
+            if (e.column < volume.columns) cols[e.column].push_back(e);
+        const uint64_t chunk = volume.stripeSectors * ss;
+        uint64_t rows = ~0ull;
+        for (const auto& c : cols) {
+            uint64_t bytes = 0;
+            for (const auto& e : c) bytes += e.sectors * ss;
+            rows = std::min(rows, bytes / chunk);
+        }
+        if (rows == ~0ull || rows > (1u << 22)) rows = 0; // bounded piece list
+        for (uint64_t row = 0; row < rows; ++row) {
+            for (uint32_t col = 0; col < volume.columns; ++col) {
+                uint64_t inCol = row * chunk;
+                for (const auto& e : cols[col]) {
+                    uint64_t bytes = e.sectors * ss;
+                    if (inCol < bytes) {
+                        m_pieces.push_back({m_size, e.startSector * ss + inCol, std::min(chunk, bytes - inCol)});
+                        m_size += m_pieces.back().bytes;
+                        break;
+                    }
+                    inCol -= bytes;
+                }
+            }
+        }
+        return;
+    }
+    for (const auto& e : volume.extents) {
+        if (e.sectors > ~0ull / ss || e.startSector > ~0ull / ss) break;
+        m_pieces.push_back({m_size, e.startSector * ss, e.sectors * ss});
+        m_size += e.sectors * ss;
+    }
+}
+
+long long ExtentSource::ReadAt(void* buf, size_t len, uint64_t offset) {
+    auto* out = static_cast<uint8_t*>(buf);
+    size_t done = 0;
+    auto it = std::upper_bound(m_pieces.begin(), m_pieces.end(), offset,
+                               [](uint64_t off, const Piece& p) { return off < p.volumeByte; });
+    if (it != m_pieces.begin()) --it;
+    for (; it != m_pieces.end() && done < len; ++it) {
+        uint64_t at = offset + done;
+        if (at < it->volumeByte || at >= it->volumeByte + it->bytes) continue;
+        uint64_t into = at - it->volumeByte;
+        size_t n = size_t(std::min<uint64_t>(len - done, it->bytes - into));
+        long long got = m_base.ReadAt(out + done, n, it->baseByte + into);
+        if (got < 0) return done ? (long long)done : -1;
+        done += size_t(got);
+        if (size_t(got) < n) break;
+    }
+    return (long long)done;
+}
+
+} // namespace kestrin

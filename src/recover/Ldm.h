@@ -1,0 +1,67 @@
+#pragma once
+// The dynamic-disk (LDM) database: the private header, the table of contents, the VMDB and its
+// VBLK records (volumes, components, partitions, disks), assembled into volumes.
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "storage/ByteSource.h"
+#include "storage/CPhysicalDisk.h"
+#include "storage/Ldm.h"
+
+namespace kestrin {
+
+enum class LdmLayout : uint8_t { Simple, Spanned, Striped, Mirrored, Raid5 };
+
+// One piece of a volume on this disk: absolute sectors.
+struct LdmExtent {
+    uint64_t startSector = 0;
+    uint64_t sectors = 0;
+    uint64_t volumeOffset = 0; // sectors into the volume (spanned) or into the column (striped)
+    uint32_t column = 0;
+};
+
+struct LdmVolume {
+    uint64_t objectId = 0;
+    std::string name;
+    LdmLayout layout = LdmLayout::Simple;
+    uint64_t stripeSectors = 0; // striped: the chunk size
+    uint32_t columns = 0;
+    std::vector<LdmExtent> extents; // in volume order; for a mirror those of its first copy
+    bool complete = false;          // every extent lies on this disk
+};
+
+// Reads the database whose configuration area starts at `configStart` (absolute sectors, `configSectors`
+// long), with partition offsets counted from `dataStart`, and assembles the volumes. `diskGuid`
+// (the private header's text, may be empty) tells which disk record is this disk. Bounded: at most
+// 65,536 records of at most 64 fragments each, only inside the configuration area.
+std::vector<LdmVolume> ReadLdmVolumes(CStorageMedia& media, uint64_t configStart, uint64_t configSectors,
+                                      uint64_t dataStart, const std::string& diskGuid);
+
+// The reader installed behind the partition reader's hand-off: simple volumes (and spanned ones
+// whose extents follow each other on the disk) become records in disk.SecondPartitions() with the
+// file system their first sector shows.
+bool ReadLdmDatabaseOfDisk(CPhysicalDisk& disk, const uint8_t* privhead, const LdmGptAreas* gpt);
+// Installs ReadLdmDatabaseOfDisk with SetLdmDatabaseReader.
+void InstallLdmDatabaseReader();
+
+// A volume made of several ranges of one source, read as one: the spanned, striped or mirrored
+// (first copy) volume of a dynamic disk. Borrows `base`, which must outlive it.
+class ExtentSource final : public ByteSource {
+public:
+    ExtentSource(ByteSource& base, const LdmVolume& volume, uint32_t sectorSize);
+    long long ReadAt(void* buf, size_t len, uint64_t offset) override;
+    uint64_t Size() const override { return m_size; }
+
+private:
+    struct Piece {
+        uint64_t volumeByte, baseByte, bytes;
+    };
+    ByteSource& m_base;
+    std::vector<Piece> m_pieces; // sorted by volumeByte, no gaps
+    uint64_t m_size = 0;
+};
+
+} // namespace kestrin

@@ -1,0 +1,332 @@
+#include <algorithm>
+#include <cstring>
+#include <tuple>
+#include <vector>
+
+#include "fs/ntfs/NtfsRecord.h"
+#include "recover/Ldm.h"
+#include "recover/Recover.h"
+#include "storage/BootSector.h"
+#include "storage/SourceLayout.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+
+// The dynamic-disk reader goes behind the partition reader's hand-off as soon as this library is
+// part of the program (this file is linked whenever the recovery stages are).
+const bool kLdmReaderInstalled = (InstallLdmDatabaseReader(), true);
+
+constexpr size_t kBootBytes = 512;
+// One read of the search; the next 4 KiB are read with it so that an MFT record that starts
+// near the end of a chunk is whole.
+constexpr uint32_t kChunkBytes = 4u << 20;
+constexpr uint32_t kTailBytes = 4096;
+// Candidates kept from one pass (a disk full of boot-sector-shaped sectors stops adding here).
+constexpr size_t kMaxCandidates = 1u << 16;
+constexpr uint32_t kMaxRecordBytes = 4096;
+
+uint32_t MediaSectorSize(const CStorageMedia& media) {
+    uint32_t ss = media.GetSectorSize();
+    return ss >= kBootBytes ? ss : uint32_t(kBootBytes);
+}
+
+// Volume sectors of `bps` bytes as media sectors (rounded up); saturates instead of overflowing.
+uint64_t ToMediaSectors(uint64_t sectors, uint32_t bps, uint32_t ss) {
+    if (bps == 0 || bps == ss) return sectors;
+    if (sectors > ~0ull / bps) return ~0ull / ss;
+    return (sectors * bps + ss - 1) / ss;
+}
+
+bool ReadAt(CStorageMedia& media, uint64_t sector, std::vector<uint8_t>& buf) {
+    std::fill(buf.begin(), buf.end(), 0);
+    return media.ReadSectors(buf.data(), uint32_t(buf.size()), sector, true);
+}
+
+void Add(std::vector<PartitionCandidate>& out, uint64_t start, uint64_t length, uint8_t kind, uint8_t source,
+         uint64_t seenAt) {
+    PartitionCandidate c;
+    c.startSector = start;
+    c.length = length;
+    c.fsKind = kind;
+    c.source = source;
+    c.seenAt = seenAt;
+    out.push_back(c);
+}
+
+// The $MFT record at `at`: the volume starts where the MFT's first cluster says, given the
+// cluster size that the record's own $DATA attribute shows (allocated bytes over clusters).
+void CandidateFromMftRecord(CStorageMedia& media, std::span<const uint8_t> bytes, uint64_t at,
+                            std::vector<PartitionCandidate>& out) {
+    Bytes b(bytes.data(), bytes.size());
+    if (ReadLe32(b, 0x2C).value_or(1) != 0) return; // record number 0 only
+    uint32_t recordBytes = ReadLe32(b, 0x1C).value_or(0);
+    if (recordBytes != 1024 && recordBytes != 4096) return;
+    if (recordBytes > bytes.size()) return;
+    std::vector<uint8_t> rec(bytes.begin(), bytes.begin() + recordBytes);
+    if (!CheckFileRecord(rec, recordBytes) || !IsMftRecord(Bytes(rec))) return;
+    const uint32_t ss = MediaSectorSize(media);
+    Bytes r(rec);
+    bool done = false;
+    ForEachAttribute(r, [&](const NtfsAttr& a) {
+        if (a.type != kAttrData || !a.nonResident || !a.Unnamed()) return true;
+        done = true;
+        uint64_t firstVcn = ReadLe64(r, a.offset + 0x10).value_or(1);
+        uint64_t lastVcn = ReadLe64(r, a.offset + 0x18).value_or(0);
+        uint64_t allocated = ReadLe64(r, a.offset + 0x28).value_or(0);
+        uint16_t runsAt = ReadLe16(r, a.offset + 0x20).value_or(0);
+        if (firstVcn != 0 || lastVcn == ~0ull || runsAt == 0 || runsAt >= a.length) return false;
+        uint64_t clusters = lastVcn + 1;
+        if (allocated == 0 || allocated % clusters) return false;
+        uint64_t bpc = allocated / clusters;
+        if (bpc < 512 || bpc > (2u << 20) || (bpc & (bpc - 1)) || bpc % ss) return false;
+        std::vector<NtfsRun> runs;
+        DecodeRuns(Bytes(rec.data() + a.offset, a.length), runsAt, runs);
+        if (runs.empty() || runs.front().sparse) return false;
+        uint64_t lcn = runs.front().startCluster;
+        uint64_t back = lcn > ~0ull / bpc ? ~0ull : lcn * bpc / ss;
+        if (back > at) return false;
+        PartitionCandidate c;
+        c.startSector = at - back;
+        c.fsKind = kFsNtfs;
+        c.source = 2;
+        c.seenAt = at;
+        c.clusterBytes = uint32_t(bpc);
+        c.recordBytes = recordBytes;
+        c.mftCluster = lcn;
+        out.push_back(c);
+        return false;
+    });
+    (void)done;
+}
+
+} // namespace
+
+void CandidatesFromSector(CStorageMedia& media, std::span<const uint8_t> bytes, uint64_t at, uint64_t diskSectors,
+                          std::vector<PartitionCandidate>& out) {
+    if (bytes.size() < kBootBytes) return;
+    Bytes s(bytes.data(), kBootBytes);
+    const uint32_t ss = MediaSectorSize(media);
+    if (MatchAt(s, 0, "FILE", 4)) {
+        CandidateFromMftRecord(media, bytes.subspan(0, std::min<size_t>(bytes.size(), kMaxRecordBytes)), at, out);
+        return;
+    }
+    if (ReadLe16(s, 510) != uint16_t(0xAA55)) return;
+    auto r = RecogniseVolume(media, s, 0);
+    if (!r) return;
+    switch (r->fsKind) {
+    case kFsNtfs: {
+        // The copy in the volume's last sector: the volume starts its total before it.
+        uint64_t total = ToMediaSectors(ReadLe64(s, 0x28).value_or(0), ReadLe16(s, 0x0B).value_or(0), ss);
+        if (total == 0 || total >= diskSectors) return;
+        Add(out, at, total + 1, kFsNtfs, 0, at);
+        if (at >= total) Add(out, at - total, total + 1, kFsNtfs, 1, at);
+        return;
+    }
+    case kFsFat32: {
+        uint64_t total = ReadLe32(s, 0x20).value_or(0);
+        if (total == 0) return;
+        Add(out, at, total, kFsFat32, 0, at);
+        uint16_t backup = ReadLe16(s, 0x32).value_or(0);
+        if (backup >= 1 && backup <= 32 && at >= backup) Add(out, at - backup, total, kFsFat32, 1, at);
+        return;
+    }
+    case kFsExFat: {
+        uint8_t shift = ReadU8(s, 108).value_or(0);
+        if (shift < 9 || shift > 12) return;
+        uint64_t total = ToMediaSectors(ReadLe64(s, 0x48).value_or(0), 1u << shift, ss);
+        if (total == 0) return;
+        Add(out, at, total, kFsExFat, 0, at);
+        uint64_t backupAt = ToMediaSectors(12, 1u << shift, ss);
+        if (at >= backupAt) Add(out, at - backupAt, total, kFsExFat, 1, at);
+        return;
+    }
+    case kFsFat16: {
+        uint64_t total = ReadLe16(s, 19).value_or(0);
+        if (total == 0) total = ReadLe32(s, 32).value_or(0);
+        if (total) Add(out, at, total, kFsFat16, 0, at);
+        return;
+    }
+    default:
+        return;
+    }
+}
+
+bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionCandidate& c, PartitionRecord& out) {
+    const uint32_t ss = MediaSectorSize(media);
+    if (c.startSector >= diskSectors || c.seenAt >= diskSectors) return false;
+    const uint64_t room = diskSectors - c.startSector;
+    std::vector<uint8_t> sector(ss);
+    PartitionRecord r;
+    if (c.source == 2) {
+        // No boot sector: the geometry the $MFT record gave, checked by record 5 (the root
+        // folder) where the MFT says it is. The copy in $MFTMirr holds only the first four records.
+        if (c.clusterBytes < ss || c.clusterBytes / ss > 128 || !c.recordBytes) return false;
+        std::vector<uint8_t> rec(c.recordBytes * 9);
+        uint64_t mftSector = c.startSector + c.mftCluster * (c.clusterBytes / ss);
+        if (mftSector != c.seenAt) return false;
+        if (!ReadAt(media, mftSector, rec)) return false;
+        std::span<uint8_t> root(rec.data() + 5 * c.recordBytes, c.recordBytes);
+        if (ReadLe32(Bytes(root.data(), root.size()), 0x2C).value_or(0) != 5) return false;
+        if (!CheckFileRecord(root, c.recordBytes)) return false;
+        r.fsKind = kFsNtfs;
+        r.bytesPerSector = uint16_t(ss);
+        r.sectorsPerCluster = uint8_t(c.clusterBytes / ss);
+        r.bytesPerCluster = c.clusterBytes;
+        r.mftRecordSize = uint16_t(c.recordBytes);
+        r.sectorsPerMftRecord = uint8_t(std::max<uint32_t>(1, c.recordBytes / ss));
+        r.indexRecordSize = 4096;
+        r.sectorsPerIndexRecord = uint8_t(std::max<uint32_t>(1, 4096 / ss));
+        r.secondArea = c.mftCluster;
+        // The size: the $Bad stream of $BadClus (record 8) is as long as the volume.
+        uint64_t length = 0;
+        std::span<uint8_t> bad(rec.data() + 8 * c.recordBytes, c.recordBytes);
+        if (ReadLe32(Bytes(bad.data(), bad.size()), 0x2C).value_or(0) == 8 && CheckFileRecord(bad, c.recordBytes)) {
+            Bytes b(bad.data(), bad.size());
+            ForEachAttribute(b, [&](const NtfsAttr& a) {
+                if (a.type == kAttrData && a.nonResident && a.nameLength == 4) {
+                    uint64_t bytes = ReadLe64(b, a.offset + 0x30).value_or(0);
+                    length = bytes / ss + 1; // and the boot-sector copy after the last cluster
+                    return false;
+                }
+                return true;
+            });
+        }
+        if (length == 0 || length > room) length = room;
+        r.length = length;
+        r.clusterCount = uint32_t(std::min<uint64_t>(length * ss / c.clusterBytes, 0xFFFFFFFFu));
+        r.partitionFlag = kTableOnly;
+    } else {
+        if (!ReadAt(media, c.seenAt, sector)) return false;
+        auto got = RecogniseVolume(media, Bytes(sector.data(), kBootBytes), std::min(c.length, room));
+        if (!got || got->fsKind != c.fsKind) return false;
+        r = *got;
+        uint8_t descriptor = sector[21];
+        switch (r.fsKind) {
+        case kFsNtfs: {
+            uint32_t bpc = r.bytesPerCluster, recBytes = r.mftRecordSize;
+            if (bpc < ss || bpc % ss || recBytes < 512 || recBytes > kMaxRecordBytes || recBytes % 512) return false;
+            uint64_t clusterSectors = bpc / ss;
+            auto recordOk = [&](uint64_t cluster) {
+                if (cluster > (diskSectors - c.startSector) / clusterSectors) return false;
+                std::vector<uint8_t> rec((recBytes + ss - 1) / ss * ss);
+                if (!ReadAt(media, c.startSector + cluster * clusterSectors, rec)) return false;
+                return CheckFileRecord(std::span<uint8_t>(rec.data(), recBytes), recBytes);
+            };
+            if (!recordOk(r.secondArea) && !recordOk(r.thirdArea)) return false;
+            break;
+        }
+        case kFsFat16:
+        case kFsFat32: {
+            if (r.fatStart == 0 || r.fatStart >= room) return false;
+            if (!ReadAt(media, c.startSector + r.fatStart, sector)) return false;
+            if (sector[0] != descriptor || sector[1] != 0xFF) return false;
+            if (r.fsKind == kFsFat32 && (sector[2] != 0xFF || (sector[3] & 0x0F) != 0x0F)) return false;
+            if (r.fsKind == kFsFat16 && r.length > room) return false;
+            break;
+        }
+        case kFsExFat: {
+            uint32_t bps = r.bytesPerSector ? r.bytesPerSector : ss;
+            uint64_t fatSector = ToMediaSectors(r.fatStart, bps, ss);
+            if (fatSector == 0 || fatSector >= room) return false;
+            if (!ReadAt(media, c.startSector + fatSector, sector)) return false;
+            if (Le32(sector.data()) != 0xFFFFFFF8u) return false;
+            break;
+        }
+        default:
+            return false;
+        }
+        r.length = std::min(c.length, room);
+        // A volume found through a copy of its boot sector keeps the geometry read from the copy.
+    }
+    r.startSector = c.startSector;
+    r.found = true;
+    out = r;
+    return true;
+}
+
+std::vector<PartitionRecord> RankCandidates(CStorageMedia& media, uint64_t diskSectors,
+                                            std::vector<PartitionCandidate> candidates,
+                                            std::span<const PartitionRecord> table, size_t limit) {
+    std::sort(candidates.begin(), candidates.end(), [](const PartitionCandidate& a, const PartitionCandidate& b) {
+        return std::tie(a.startSector, a.source, a.fsKind, a.seenAt) < std::tie(b.startSector, b.source, b.fsKind, b.seenAt);
+    });
+    candidates.erase(std::unique(candidates.begin(), candidates.end(),
+                                 [](const PartitionCandidate& a, const PartitionCandidate& b) {
+                                     return a.startSector == b.startSector && a.source == b.source &&
+                                            a.fsKind == b.fsKind;
+                                 }),
+                     candidates.end());
+    std::vector<PartitionRecord> accepted;
+    size_t checks = 0;
+    for (const auto& c : candidates) {
+        bool listed = false;
+        for (const auto& t : table)
+            // The table's entry reads the same boot sector (checked or not): nothing new. A volume
+            // found through a copy or its MFT is listed, since its own first sector is damaged.
+            if (t.startSector == c.startSector && (t.partitionFlag == kValidated || t.fsKind == c.fsKind) &&
+                (t.fsKind == c.fsKind || c.source == 0) && (c.source == 0 || t.partitionFlag == kValidated))
+                listed = true;
+        if (listed) continue;
+        bool covered = false;
+        for (const auto& a : accepted) {
+            // Same start: the better source came first. Inside an accepted volume: a file-system
+            // image stored in it, or a stale copy; not a partition of this disk.
+            if (c.startSector >= a.startSector && c.startSector - a.startSector < std::max<uint64_t>(a.length, 1))
+                covered = true;
+        }
+        if (covered) continue;
+        if (checks++ >= limit) break;
+        PartitionRecord r;
+        if (CheckCandidate(media, diskSectors, c, r)) accepted.push_back(r);
+    }
+    return accepted;
+}
+
+size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
+    const uint32_t ss = MediaSectorSize(media);
+    const uint64_t base = media.GetFirstSector(), count = media.GetSectorCount();
+    const uint64_t end = base + count;
+    const uint32_t chunkSectors = kChunkBytes / ss;
+    std::vector<uint8_t> buf(size_t(chunkSectors) * ss + kTailBytes);
+    std::vector<PartitionCandidate> candidates;
+    ctx.op.endSector.store(end);
+    for (uint64_t at = base; at < end; at += chunkSectors) {
+        if (ctx.StopRequested()) break;
+        ctx.op.currentSector.store(at);
+        ctx.Progress(int64_t(at - base), int64_t(count));
+        uint64_t n = std::min<uint64_t>(chunkSectors, end - at);
+        size_t want = std::min<uint64_t>(buf.size(), (end - at) * ss);
+        std::fill(buf.begin(), buf.end(), 0);
+        if (!media.ReadSectors(buf.data(), uint32_t(want), at, true)) continue; // unreadable: skipped
+        for (uint64_t i = 0; i < n && candidates.size() < kMaxCandidates; ++i) {
+            const uint8_t* p = buf.data() + i * ss;
+            bool boot = p[510] == 0x55 && p[511] == 0xAA;
+            bool record = p[0] == 'F' && p[1] == 'I' && p[2] == 'L' && p[3] == 'E';
+            if (!boot && !record) continue;
+            size_t avail = std::min<size_t>(buf.size() - i * ss, want > i * ss ? want - i * ss : 0);
+            CandidatesFromSector(media, std::span<const uint8_t>(p, avail), at + i, end, candidates);
+        }
+    }
+    ctx.Progress(int64_t(count), int64_t(count));
+    std::vector<PartitionRecord> table;
+    if (media.Partitions().size() > 1) table.assign(media.Partitions().begin() + 1, media.Partitions().end());
+    table.insert(table.end(), media.SecondPartitions().begin(), media.SecondPartitions().end());
+    auto found = RankCandidates(media, end, std::move(candidates), table);
+    for (auto& r : found) media.SecondPartitions().push_back(r);
+    return found.size();
+}
+
+void RecoverRecordSearch(CPhysicalDisk& media, uint64_t, uint64_t, ScanContext& ctx) {
+        // A chosen volume or partition in formatted mode: what the previous file system left there.
+    uint8_t source = media.GetSourceKind();
+    if (ctx.mode == kModeFormatted && source != kSourcePhysicalDisk && source != kSourceImageFile) {
+        SearchPreviousFileSystem(media, ctx);
+        return;
+    }
+    SearchLostPartitions(media, ctx);
+    if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
+}
+
+} // namespace kestrin

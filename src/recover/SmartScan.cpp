@@ -1,0 +1,105 @@
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "fs/CNode.h"
+#include "fs/VolumeTree.h"
+#include "fs/exfat/ExFatEngine.h"
+#include "fs/fat/FatEngine.h"
+#include "fs/ntfs/NtfsEngine.h"
+#include "recover/Recover.h"
+#include "recover/TreeMove.h"
+#include "storage/BootSector.h"
+#include "storage/SourceLayout.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+namespace {
+
+constexpr size_t kBootBytes = 512;
+
+std::vector<uint8_t> ReadSector(CStorageMedia& media, uint64_t sector) {
+    uint32_t ss = std::max<uint32_t>(media.GetSectorSize(), kBootBytes);
+    std::vector<uint8_t> buf(ss, 0);
+    if (!media.ReadSectors(buf.data(), ss, sector, true)) std::fill(buf.begin(), buf.end(), 0);
+    return buf;
+}
+
+// The volume of the selected range from its first boot sector, else from the backup copies
+// each file system keeps (NTFS in the range's last sector, FAT32 six sectors on, exFAT twelve).
+std::optional<PartitionRecord> RecogniseRange(CPhysicalDisk& media) {
+    const uint64_t first = media.GetFirstSector(), count = media.GetSectorCount();
+    auto boot = ReadSector(media, first);
+    if (auto r = RecogniseVolume(media, Bytes(boot.data(), kBootBytes), count)) return r;
+    std::vector<uint64_t> backups;
+    if (count > 1) backups.push_back(first + count - 1);
+    if (count > 6) backups.push_back(first + 6);
+    if (count > 12) backups.push_back(first + 12);
+    for (uint64_t at : backups) {
+        auto b = ReadSector(media, at);
+        auto r = RecogniseVolume(media, Bytes(b.data(), kBootBytes), count);
+        if (!r) continue;
+        // A copy of the volume's own first sector only when it names this range's size: a
+        // FAT32 copy at +6, an exFAT one at +12, an NTFS one in the last sector.
+        bool fits = (r->fsKind == kFsNtfs && at == first + count - 1) || (r->fsKind == kFsFat32 && at == first + 6) ||
+                    (r->fsKind == kFsExFat && at == first + 12);
+        if (!fits) continue;
+        r->partitionFlag = kTableOnly;
+        return r;
+    }
+    return std::nullopt;
+}
+
+void RunEngine(CPhysicalDisk& media, uint8_t kind, ScanContext& ctx) {
+    switch (kind) {
+    case kFsNtfs: NtfsScanVolume(media, 1, ctx); break;
+    case kFsFat16:
+    case kFsFat32: FatScanVolume(media, 1, ctx); break;
+    case kFsExFat: ExFatScanVolume(media, 1, ctx); break;
+    default: break;
+    }
+}
+
+} // namespace
+
+bool WantsSmartScan(const PartitionRecord& r) { return r.partitionFlag == kTableOnly; }
+
+void SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx) {
+    if (!ctx.top) return;
+    const uint64_t first = media.GetFirstSector(), count = media.GetSectorCount();
+    std::optional<PartitionRecord> found = RecogniseRange(media);
+    if (found) {
+        PartitionRecord r = *found;
+        r.startSector = first;
+        // The range stays what was selected: the engines clip their reads to it.
+        media.SetFsKind(r.fsKind);
+        media.SetPartitionFlag(r.partitionFlag);
+        media.SetPartitionParams(r);
+        std::unique_ptr<CNode> scratch(MakeTopNode());
+        ScanContext inner{ctx.op, ctx.events, ctx.gate, ctx.mode, scratch.get(), ctx.signatures, ctx.recordSearch};
+        RunEngine(media, r.fsKind, inner);
+        if (TreeHasItems(scratch.get()) || r.fsKind != kFsNtfs) {
+            MoveVolumeRoots(scratch.get(), ctx.top);
+            if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
+            return;
+        }
+        if (ctx.StopRequested()) return;
+        // NTFS whose MFT and mirror cannot be read: the record search below.
+    }
+    media.SetFsKind(kFsNtfs);
+    if (!found) {
+        PartitionRecord r;
+        r.fsKind = kFsNtfs;
+        r.startSector = first;
+        r.length = count;
+        r.partitionFlag = kTableOnly;
+        media.SetPartitionFlag(kTableOnly);
+        media.SetPartitionParams(r);
+    }
+    NtfsSearchRecords(media, 0, count, ctx);
+    if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
+}
+
+} // namespace kestrin

@@ -1,0 +1,286 @@
+#include "scan/CScanDriver.h"
+
+#include <cstdio>
+#include <exception>
+
+#include "app/Language.h"
+#include "fs/CNode.h"
+#include "fs/VolumeTree.h"
+#include "scan/MediaTypes.h"
+#include "storage/CPhysicalDisk.h"
+
+namespace kestrin {
+
+CScanDriver::CScanDriver(CPhysicalDisk& media, Engines engines, IScanEvents& events)
+    : m_media(media), m_engines(std::move(engines)), m_events(events) {}
+
+CScanDriver::~CScanDriver() {
+    // A front end that goes away mid-scan must not leave the worker held at a closed gate.
+    if (m_worker.joinable()) {
+        RequestCancel();
+        m_worker.join();
+    }
+}
+
+void CScanDriver::SetSaveDestination(std::string path, uint32_t destinationKind, std::string recorderName) {
+    m_destination = std::move(path);
+    m_destinationKind = destinationKind;
+    m_recorderName = std::move(recorderName);
+}
+
+int CScanDriver::StartForSource(uint32_t mode, bool imageCreationPending) {
+    int kind = ChooseOperationKind(mode, m_media.GetSourceKind(), imageCreationPending);
+    if (kind < 0) return -1;
+    m_op.deletedOnly.store(DeletedOnlyFor(mode) ? 1 : 0);
+    if (!Start(uint32_t(kind), mode)) return -1;
+    return kind;
+}
+
+bool CScanDriver::Start(uint32_t kind, uint32_t mode) {
+    if (m_running.load()) return false;
+    if (m_worker.joinable()) m_worker.join();
+    m_mode = mode;
+    SetLostDataModeFlag(IsLostDataMode(mode));
+
+    std::string status = app::Text(StatusTextId(kind, mode, m_media.GetSourceKind(), m_destinationKind == 1));
+    if (kind == kKindSave) {
+        // " %s..." with the destination path, or with the recorder's name for a disc.
+        status += " " + (m_destinationKind == 1 ? m_recorderName : m_destination) + "...";
+    }
+    {
+        std::lock_guard lk(m_infoMutex);
+        m_detailRow2 = app::Text(kDetailRowTwoId);
+        m_stagesRun.clear();
+    }
+    SetStatus(std::move(status));
+
+    m_op.kind.store(kind);
+    m_op.done.store(0);
+    m_op.total.store(0);
+    m_op.currentSector.store(0);
+    m_op.endSector.store(0);
+    m_op.state.store(kStateRunning);
+    m_cancelled.store(false);
+    m_completionFlag.store(false);
+    m_stageFailed.store(false);
+    if (!m_top) m_top.reset(MakeTopNode());
+
+    m_running.store(true);
+    m_worker = std::thread([this, kind] { Worker(kind); });
+    return true;
+}
+
+void CScanDriver::Wait() {
+    if (m_worker.joinable()) m_worker.join();
+}
+
+bool CScanDriver::WaitFor(int ms) {
+    std::unique_lock lk(m_doneMutex);
+    if (!m_doneCv.wait_for(lk, std::chrono::milliseconds(ms), [&] { return !m_running.load(); })) return false;
+    lk.unlock();
+    Wait();
+    return true;
+}
+
+bool CScanDriver::Running() const { return m_running.load(); }
+
+void CScanDriver::BeginCancelQuestion() { m_gate.Close(); }
+
+void CScanDriver::AnswerCancelQuestion(bool yes) {
+    // Disc writing cannot be part of a save in this build, so Yes never has to stop a recorder.
+    if (yes) {
+        m_cancelled.store(true);
+        m_op.state.store(kStateCancel);
+    }
+    m_gate.Open();
+}
+
+void CScanDriver::RequestCancel() {
+    m_cancelled.store(true);
+    m_op.state.store(kStateCancel);
+    m_gate.Open();
+}
+
+bool CScanDriver::NoPartitionFound() const {
+    // Records with a file system the engines can scan count; the placeholder head (element 0 of
+    // the table list) and entries of unknown kind do not.
+    auto any = [](const std::vector<PartitionRecord>& v, size_t from) {
+        for (size_t i = from; i < v.size(); ++i)
+            if (v[i].fsKind != kFsNone) return true;
+        return false;
+    };
+    if (any(m_media.Partitions(), 1) || any(m_media.SecondPartitions(), 0)) return false;
+    return !TreeHasItems();
+}
+
+bool CScanDriver::TreeHasItems() const {
+    // The record search files what it finds under a volume root of its own; a root holding no
+    // more than its empty "Lost" folder is a search that found nothing.
+    bool found = false;
+    ForEachNode(m_top.get(), [&](CNode* n) {
+        bool emptyShell = n->IsFolder() && !n->firstChild && (n->name == u"Lost" || n->name == u".");
+        bool volumeRoot = n->parent == m_top.get() && n->name == u".";
+        if (!emptyShell && !volumeRoot) found = true;
+    });
+    return found;
+}
+
+bool CScanDriver::ContinueAsSignatureScan() {
+    if (m_running.load()) return false;
+    m_skipFlag.store(true);
+    return Start(kKindSignatureScan, m_mode);
+}
+
+uint64_t CScanDriver::FirstSector() const { return m_media.GetFirstSector(); }
+
+std::string CScanDriver::StatusLine() const {
+    std::lock_guard lk(m_infoMutex);
+    return m_status;
+}
+
+std::string CScanDriver::DetailRow(int index) const {
+    std::lock_guard lk(m_infoMutex);
+    return index == 1 ? m_detailRow2 : std::string();
+}
+
+std::vector<Stage> CScanDriver::StagesRun() const {
+    std::lock_guard lk(m_infoMutex);
+    return m_stagesRun;
+}
+
+std::vector<std::string> CScanDriver::MissingStages() const {
+    std::lock_guard lk(m_infoMutex);
+    return m_missing;
+}
+
+std::unique_ptr<CNode> CScanDriver::ReleaseTree() {
+    Wait();
+    return std::move(m_top);
+}
+
+void CScanDriver::SetStatus(std::string text) {
+    {
+        std::lock_guard lk(m_infoMutex);
+        m_status = text;
+    }
+    m_events.OnStatus(text);
+}
+
+void CScanDriver::MissingStage(Stage s) {
+    std::string fmt = app::Text("IDS_CLI_STAGE_NOT_AVAILABLE");
+    // A language file without the stage's name still gets a readable sentence.
+    std::string name = app::Text(StageNameId(s));
+    if (name.empty()) name = StageNameEnglish(s);
+    std::string text;
+    size_t at = fmt.find("%s");
+    if (at == std::string::npos)
+        text = fmt.empty() ? name : fmt + " " + name;
+    else
+        text = fmt.substr(0, at) + name + fmt.substr(at + 2);
+    {
+        std::lock_guard lk(m_infoMutex);
+        m_missing.push_back(text);
+    }
+    m_events.OnNotice(text);
+}
+
+void CScanDriver::RunStage(Stage s, ScanContext& ctx) {
+    {
+        std::lock_guard lk(m_infoMutex);
+        m_stagesRun.push_back(s);
+    }
+    // The signature scan reads absolute sectors, so its range starts at the media's first sector:
+    // 0 for a whole disk, an image or a volume (sectors 0 to the count, as always), the
+    // partition's start when a partition was chosen, where 0 would be the wrong place.
+    const uint64_t first = m_media.GetFirstSector();
+    const uint64_t end = first + m_media.GetSectorCount();
+    switch (s) {
+    case Stage::FileSystemScan:
+        if (!m_engines.fileSystemScan) return MissingStage(s);
+        m_engines.fileSystemScan(m_media, 1, ctx);
+        return;
+    case Stage::SignatureScan:
+        if (!m_engines.signatureScan) return MissingStage(s);
+        m_engines.signatureScan(m_media, 2, first, end, ctx);
+        return;
+    case Stage::PhotoPruning:
+        PruneToMediaFiles(m_top.get());
+        return;
+    case Stage::Preparation:
+        if (!m_engines.preparation) return MissingStage(s);
+        m_engines.preparation(m_media, ctx);
+        return;
+    case Stage::DiskRecordSearch:
+        // The record search counts from the start of the selected range: sectors 0 to the count.
+        if (!m_engines.diskRecordSearch) return MissingStage(s);
+        m_engines.diskRecordSearch(m_media, 0, m_media.GetSectorCount(), ctx);
+        return;
+    case Stage::SecondFileSystemScan:
+        if (!m_engines.secondFileSystemScan) return MissingStage(s);
+        m_engines.secondFileSystemScan(m_media, ctx);
+        return;
+    case Stage::SaveToFolder:
+        if (!m_engines.saveToFolder) return MissingStage(s);
+        m_engines.saveToFolder(m_media, ctx);
+        return;
+    case Stage::BurnToDisc:
+        if (!m_engines.burnToDisc) return MissingStage(s);
+        m_engines.burnToDisc(m_media, ctx);
+        return;
+    case Stage::CreateImage:
+        if (!m_engines.createImage) return MissingStage(s);
+        m_engines.createImage(m_media, ctx);
+        return;
+    }
+}
+
+void CScanDriver::Worker(uint32_t kind) {
+    ScanContext ctx{m_op, m_events, m_gate, m_mode, m_top.get(), m_signatures};
+    try {
+        switch (kind) {
+        case kKindFileSystemScan: {
+            RunStage(Stage::FileSystemScan, ctx);
+            // The file-system engines end by writing state 1; only a confirmed cancel may keep the
+            // follow-on signature scan from running, so anything but 4 goes back to running.
+            if (m_op.state.load() != kStateCancel) m_op.state.store(kStateRunning);
+            uint32_t st = m_op.state.load();
+            if (!m_op.deletedOnly.load() && st != kStateCancel && st != kStateStopFollowOn)
+                RunStage(Stage::SignatureScan, ctx);
+            if (IsPhotoMode(m_mode)) RunStage(Stage::PhotoPruning, ctx);
+            break;
+        }
+        case kKindSave:
+            for (Stage s : StagesOf(kind, m_mode, m_destinationKind)) RunStage(s, ctx);
+            break;
+        case kKindPartitionSearch:
+            RunStage(Stage::Preparation, ctx);
+            RunStage(Stage::DiskRecordSearch, ctx);
+            break;
+        case kKindSmartScan:
+            RunStage(Stage::SecondFileSystemScan, ctx);
+            break;
+        case kKindSignatureScan:
+            RunStage(Stage::SignatureScan, ctx);
+            break;
+        case kKindCreateImage:
+            RunStage(Stage::CreateImage, ctx);
+            break;
+        default:
+            break;
+        }
+    } catch (const std::exception&) {
+        // Engines report nothing while walking; an allocation failure ends the stage and the
+        // operation finishes with what was found.
+        m_stageFailed.store(true);
+    }
+    m_op.state.store(kStateFinished);
+    if (kind == kKindPartitionSearch || kind == kKindCreateImage) m_completionFlag.store(true);
+    {
+        std::lock_guard lk(m_doneMutex);
+        m_running.store(false);
+    }
+    m_doneCv.notify_all();
+    m_events.OnEnd();
+}
+
+} // namespace kestrin

@@ -1,0 +1,56 @@
+#pragma once
+// The rules that turn a recovery mode and a source into an operation: which kind runs, which
+// status line it shows, and the stages it runs in order.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kestrin {
+
+// 1019-1022, 1037, 1038.
+bool IsKnownMode(uint32_t mode);
+// The lost-data modes: 1020 to 1022, 1037 and 1038; 1019 is not one.
+bool IsLostDataMode(uint32_t mode);
+bool IsPhotoMode(uint32_t mode);
+
+// The process-wide lost-data flag, set when a scan starts in a lost-data mode.
+bool LostDataModeFlag();
+void SetLostDataModeFlag(bool on);
+
+// Operation kind for a scan of a source of `sourceKind` (1-6) in `mode`. A pending image creation
+// keeps kind 6 whatever the source. Returns -1 for a source kind that no scan is defined for.
+int ChooseOperationKind(uint32_t mode, uint8_t sourceKind, bool imageCreationPending = false);
+// Deleted-only: a source confirmed in mode 1019 skips the follow-on signature scan.
+bool DeletedOnlyFor(uint32_t mode);
+
+// Identifier of the status line of `kind`; `toDisc` picks the optical variant of saving.
+std::string StatusTextId(uint32_t kind, uint32_t mode, uint8_t sourceKind, bool toDisc = false);
+// The two detail rows every kind shows: an empty first row and this identifier as the second.
+inline constexpr const char* kDetailRowTwoId = "IDS_THIS_MIGHT_FEW_MIN";
+
+// The main window's state value while the operation runs (1009 for kinds 2 and 6, 32777 for the
+// others) and whether the kind sets its busy flag first (kinds 0, 3 and 4).
+uint32_t MainWindowStateFor(uint32_t kind);
+bool SetsBusyFlag(uint32_t kind);
+
+enum class Stage {
+    FileSystemScan,
+    SignatureScan,
+    PhotoPruning,
+    Preparation,
+    DiskRecordSearch,
+    SecondFileSystemScan,
+    SaveToFolder,
+    BurnToDisc,
+    CreateImage,
+};
+
+// The stages `kind` runs, in order, before any run-time condition (deleted-only, a stop) drops
+// one; kind 1 lists the destination kind's stage (0 folder or zip, 1 disc, other: none).
+std::vector<Stage> StagesOf(uint32_t kind, uint32_t mode, uint32_t destinationKind = 0);
+// Identifier of a stage's name, used where a stage cannot run in this build.
+const char* StageNameId(Stage s);
+// The English name, for a language file that lacks the identifier.
+const char* StageNameEnglish(Stage s);
+
+} // namespace kestrin

@@ -1,0 +1,234 @@
+// The signature loop's rules, driven with user signatures over in-memory images.
+#include <gtest/gtest.h>
+
+#include "CarveTestUtil.h"
+#include "carve/CScanner.h"
+#include "carve/RecordSearchHook.h"
+#include "platform/Platform.h"
+
+namespace kestrin::test {
+namespace {
+
+constexpr uint32_t kSector = 512;
+const std::vector<uint8_t> kMagic = {'K', 'M', 'A', 'G'};
+
+std::vector<uint8_t> Image(uint64_t sectors) { return std::vector<uint8_t>(sectors * kSector, 0); }
+
+void Mark(std::vector<uint8_t>& image, uint64_t sector, const std::vector<uint8_t>& bytes = kMagic,
+          uint32_t offset = 0) {
+    Put(image, sector * kSector + offset, bytes);
+}
+
+TEST(ScanLoop, ZeroShortcutFirstWinsAndOneHitPerSector) {
+    ScanRun run;
+    auto image = Image(40);
+    Mark(image, 3);
+    // A signature further into the sector: offered only when the first 8 bytes are not all zero.
+    Mark(image, 7, {'D', 'E', 'E', 'P'}, 100);
+    Mark(image, 9, {'D', 'E', 'E', 'P'}, 100);
+    image[9 * kSector + 7] = 1;
+    AttachMemory(run.disk, std::make_unique<MemorySource>(image));
+    run.rows = {UserRecord(kMagic, ".one", 1000), UserRecord(kMagic, ".two", 2000),
+                UserRecord({'D', 'E', 'E', 'P'}, ".deep", 10, 100)};
+    run.Run();
+    EXPECT_EQ(run.Files(), (std::vector<std::string>{"deep[1-1000]/file#1.deep@9:10", "one[1-1000]/file#1.one@3:1000"}));
+    EXPECT_EQ(run.events.starts, 1);
+    EXPECT_EQ(run.events.progress, 1);
+    EXPECT_EQ(run.result, uint32_t(kStateRunning));
+}
+
+TEST(ScanLoop, StreamSkipRuleIsCaseSensitive) {
+    // A 5-sector stream at sector 10 skips up to sector 13: hits at 11 and 12 are lost, 13 is found.
+    for (const char* ext : {".mp3", ".Mp3"}) {
+        ScanRun run;
+        auto image = Image(30);
+        for (uint64_t s : {10, 11, 12, 13}) Mark(image, s);
+        AttachMemory(run.disk, std::make_unique<MemorySource>(image));
+        run.rows = {UserRecord(kMagic, ext, 5 * kSector)};
+        run.Run();
+        size_t expected = std::string(ext) == ".mp3" ? 2 : 4;
+        EXPECT_EQ(run.Files().size(), expected) << ext;
+    }
+}
+
+TEST(ScanLoop, ShortStreamAtTheStartDoesNotSkipTheRest) {
+    ScanRun run;
+    auto image = Image(30);
+    Mark(image, 0);
+    Mark(image, 20);
+    AttachMemory(run.disk, std::make_unique<MemorySource>(image));
+    run.rows = {UserRecord(kMagic, ".mp3", 100)};
+    run.Run();
+    EXPECT_EQ(run.Files().size(), 2u);
+}
+
+TEST(ScanLoop, RangeFoldersAndNumbering) {
+    ScanRun run;
+    auto image = Image(1003);
+    for (uint64_t s = 0; s < 1001; ++s) Mark(image, s);
+    AttachMemory(run.disk, std::make_unique<MemorySource>(image));
+    run.rows = {UserRecord(kMagic, ".jpg", 10)};
+    run.Run();
+    CNode* type = FindChild(run.FileTypes(), u"jpg");
+    ASSERT_TRUE(type);
+    EXPECT_EQ(type->size, 1001u);
+    EXPECT_EQ(type->flags, 3);
+    CNode* first = FindChild(type, u"jpg[1-1000]");
+    CNode* second = FindChild(type, u"jpg[1001-2000]");
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(first->size, 1000u);
+    EXPECT_EQ(first->firstChild->name, u"file#1000.jpg"); // newest first
+    EXPECT_EQ(first->firstChild->location, 999u);
+    EXPECT_EQ(second->firstChild->name, u"file#1001.jpg");
+    EXPECT_EQ(type->firstChild, second);
+    // Two chunks: the second one is 491 sectors long and read with its true length.
+    EXPECT_EQ(run.events.progress, 2);
+}
+
+TEST(ScanLoop, ExtensionsFillCaseSensitiveFolders) {
+    ScanRun run;
+    auto image = Image(20);
+    Mark(image, 2);
+    Mark(image, 4, {'B', 'I', 'G', '!'});
+    AttachMemory(run.disk, std::make_unique<MemorySource>(image));
+    run.rows = {UserRecord(kMagic, ".jpg", 10), UserRecord({'B', 'I', 'G', '!'}, ".JPG", 10)};
+    run.Run();
+    EXPECT_TRUE(FindChild(run.FileTypes(), u"jpg"));
+    EXPECT_TRUE(FindChild(FindChild(run.FileTypes(), u"JPG"), u"JPG[1-1000]"));
+}
+
+// A scanner that reports a chosen file and embedded size, to drive the hit handling directly.
+class FakeScanner final : public CScanner {
+public:
+    uint64_t embedded = 0;
+    bool IsHeader(std::span<const uint8_t>) override { return true; }
+    int Verify(uint64_t, std::span<const uint8_t>) override { return 1; }
+    uint64_t FindFileSize(uint64_t, std::span<const uint8_t>) override { return 0; }
+    uint64_t GetEmbeddedSize() override { return embedded; }
+    uint64_t GetEmbeddedSector() override { return 77; }
+    uint32_t GetEmbeddedOffset() override { return 12; }
+    std::u16string_view GetEmbeddedExtension() override { return u".jpg"; }
+};
+
+TEST(ScanLoop, EmbeddedItemsShareTheNumberAndAreCappedAt4MiB) {
+    std::unique_ptr<CNode> top(MakeTopNode());
+    CNode* fileTypes = AddFolder(top.get(), u"File Types");
+    FakeScanner s;
+    SignatureRecord r;
+    r.extension = ".cr2";
+    s.SetSignature(r);
+    s.embedded = 1000;
+    AddCarvedHit(fileTypes, s, 5, 50000, 1000);
+    AddCarvedHit(fileTypes, s, 9, 0, 2000);          // only the embedded item, same next number
+    AddCarvedHit(fileTypes, s, 11, 60000, kMaxEmbeddedSize); // the preview is dropped
+    CNode* range = FindChild(FindChild(fileTypes, u"cr2"), u"cr2[1-1000]");
+    ASSERT_TRUE(range);
+    std::vector<std::u16string> names;
+    for (CNode* n = range->firstChild; n; n = n->nextSibling) names.push_back(n->name);
+    EXPECT_EQ(names, (std::vector<std::u16string>{u"file#2.cr2", u"file_RAW#2.jpg", u"file_RAW#1.jpg", u"file#1.cr2"}));
+    CNode* raw = range->firstChild->nextSibling;
+    EXPECT_EQ(raw->location, 77u);
+    EXPECT_EQ(raw->startOffset, 12u);
+    EXPECT_EQ(raw->size, 2012u);
+    EXPECT_EQ(raw->checked, 1);
+    EXPECT_EQ(raw->carved, 1);
+    EXPECT_EQ(range->size, 2u);
+}
+
+TEST(ScanLoop, ReadErrorsSkipTheChunkOrEndTheScan) {
+    struct Case {
+        uint32_t code;
+        uint32_t result;
+        size_t files;
+    } cases[] = {{23, kStateRunning, 2}, {platform::kErrAccessDenied, 0, 1}, {platform::kErrDeviceGone, 0, 1}};
+    for (const Case& c : cases) {
+        ScanRun run;
+        auto image = Image(1600);
+        Mark(image, 100);  // chunk 0
+        Mark(image, 600);  // chunk 1: unreadable
+        Mark(image, 1100); // chunk 2
+        AttachMemory(run.disk, std::make_unique<FailingSource>(image, 700 * kSector, 701 * kSector, c.code));
+        run.rows = {UserRecord(kMagic, ".bin", 10)};
+        EXPECT_EQ(run.Run(), c.result) << c.code;
+        EXPECT_EQ(run.Files().size(), c.files) << c.code;
+        EXPECT_EQ(run.events.status.size(), c.result ? 0u : 1u) << c.code;
+    }
+}
+
+TEST(ScanLoop, StopKeepsWhatWasFound) {
+    ScanRun run;
+    auto image = Image(2048);
+    Mark(image, 10);
+    Mark(image, 1500);
+    AttachMemory(run.disk, std::make_unique<MemorySource>(image));
+    run.rows = {UserRecord(kMagic, ".bin", 10)};
+    run.events.onProgress = [&] {
+        if (run.events.progress == 2) run.op.state = kStateCancel;
+    };
+    EXPECT_EQ(run.Run(), uint32_t(kStateStopFollowOn));
+    EXPECT_EQ(run.op.state.load(), uint32_t(kStateStopFollowOn));
+    EXPECT_EQ(run.Files().size(), 1u);
+}
+
+class ClaimingHook final : public IRecordSearchHook {
+public:
+    int prepared = 0, finished = 0;
+    uint64_t offered = 0;
+    void Prepare(CPhysicalDisk&, uint64_t, uint64_t, ScanContext&) override { ++prepared; }
+    bool OfferSector(uint64_t sector, std::span<const uint8_t> data) override {
+        ++offered;
+        return sector == 4 && data.size() >= kSector;
+    }
+    void Finish(ScanContext&) override { ++finished; }
+};
+
+TEST(ScanLoop, RecordSearchRunsFirstForKindsOneAndThree) {
+    for (uint32_t kind : {kScanRecordsOnly, kScanSignaturesOnly, kScanRecordsAndSignatures}) {
+        ScanRun run;
+        auto image = Image(10);
+        Mark(image, 4);
+        Mark(image, 6);
+        AttachMemory(run.disk, std::make_unique<MemorySource>(image));
+        run.rows = {UserRecord(kMagic, ".bin", 10)};
+        ClaimingHook hook;
+        run.Run(kind, &hook);
+        bool records = kind != kScanSignaturesOnly;
+        EXPECT_EQ(hook.prepared, records ? 1 : 0);
+        EXPECT_EQ(hook.finished, records ? 1 : 0);
+        EXPECT_EQ(hook.offered, records ? 10u : 0u);
+        size_t expected = kind == kScanRecordsOnly ? 0 : kind == kScanSignaturesOnly ? 2 : 1;
+        EXPECT_EQ(run.Files().size(), expected) << kind;
+        EXPECT_EQ(run.FileTypes() != nullptr, kind != kScanRecordsOnly);
+    }
+}
+
+TEST(CarvedContent, OneRunFromTheStartOffsetToSizeBytesFromTheSector) {
+    std::vector<uint8_t> image(6000);
+    for (size_t i = 0; i < image.size(); ++i) image[i] = uint8_t(i * 7);
+    CPhysicalDisk disk;
+    AttachMemory(disk, std::make_unique<MemorySource>(image));
+    auto collect = [&](uint64_t sector, uint64_t size, uint32_t offset, ContentResult& res) {
+        std::unique_ptr<CNode> top(MakeTopNode());
+        CNode* n = AddCarvedFile(top.get(), u"x", sector, size, offset);
+        std::vector<uint8_t> got;
+        res = CarvedWriteContent(disk, *n, [&](const uint8_t* p, size_t len) {
+            got.insert(got.end(), p, p + len);
+            return true;
+        });
+        return got;
+    };
+    ContentResult res;
+    auto whole = collect(2, 1500, 0, res);
+    EXPECT_TRUE(res.ok);
+    EXPECT_EQ(whole, std::vector<uint8_t>(image.begin() + 1024, image.begin() + 2524));
+    auto embedded = collect(3, 812, 12, res); // an embedded item: 800 bytes at offset 12
+    EXPECT_TRUE(res.ok);
+    EXPECT_EQ(embedded, std::vector<uint8_t>(image.begin() + 1548, image.begin() + 2348));
+    auto past = collect(10, 2000, 0, res); // runs 880 bytes past the end of the source
+    EXPECT_FALSE(res.ok);
+    EXPECT_EQ(past.size(), 880u);
+    EXPECT_EQ(res.beyondVolume, 1120u);
+}
+
+} // namespace
+} // namespace kestrin::test

@@ -1,0 +1,137 @@
+// Runs the kestrin program on committed images, as a user or a script would.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <sys/wait.h>
+
+#include "TestImages.h"
+
+namespace {
+
+struct Result {
+    int exitCode = -1;
+    std::string out;
+};
+
+// Runs kestrin with `args` (already quoted), no terminal on stdin, stderr to `errFile` or away.
+Result Kestrin(const std::string& args, const std::string& errFile = "/dev/null") {
+    std::string cmd = std::string("'") + KESTRIN_BINARY_DIR + "/bin/kestrin' " + args + " </dev/null 2>" + errFile;
+    Result r;
+    FILE* p = popen(cmd.c_str(), "r");
+    if (!p) return r;
+    char buf[65536];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+    int st = pclose(p);
+    r.exitCode = WIFEXITED(st) ? WEXITSTATUS(st) : 128;
+    return r;
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(f), {});
+}
+
+const nlohmann::json* Child(const nlohmann::json& n, const std::string& name) {
+    if (!n.contains("children")) return nullptr;
+    for (const auto& c : n["children"])
+        if (c["name"] == name) return &c;
+    return nullptr;
+}
+
+std::string Quote(const std::string& s) { return "'" + s + "'"; }
+
+} // namespace
+
+TEST(CliEndToEnd, UsageErrorsAndUnreadableSources) {
+    EXPECT_EQ(Kestrin("scan /nonexistent/image.img --quiet").exitCode, 1);
+    std::string img = kestrin::test::UnpackImage("fat16-small");
+    ASSERT_FALSE(img.empty());
+    EXPECT_EQ(Kestrin("scan " + Quote(img) + " --mode everything --quiet").exitCode, 1);
+    EXPECT_EQ(Kestrin("scan " + Quote(img) + " --partition 7 --quiet").exitCode, 1);
+    EXPECT_EQ(Kestrin("scan " + Quote(img) + " --lang Klingon --quiet").exitCode, 1);
+}
+
+#ifdef KESTRIN_HAVE_FAT
+TEST(CliEndToEnd, FatVolumeScanJsonCatAndLs) {
+    std::string img = kestrin::test::UnpackImage("fat16-small");
+    ASSERT_FALSE(img.empty());
+    Result r = Kestrin("scan " + Quote(img) + " --mode deleted-files --json - --quiet");
+    ASSERT_EQ(r.exitCode, 0);
+    auto j = nlohmann::json::parse(r.out);
+    EXPECT_EQ(j["mode"], 1019);
+    EXPECT_EQ(j["source"]["kind"], 4); // a volume image
+    EXPECT_EQ(j["source"]["fsKind"], 1);
+    EXPECT_EQ(j["source"]["sectorCount"], 32768);
+    const auto* vol = Child(j["root"], ".");
+    ASSERT_NE(vol, nullptr);
+    const auto* photos = Child(*vol, "Photos");
+    ASSERT_NE(photos, nullptr);
+    const auto* jpg = Child(*photos, "IMG_0001.jpg");
+    ASSERT_NE(jpg, nullptr);
+    EXPECT_EQ((*jpg)["size"], 2757);
+    bool deletedPng = false;
+    for (const auto& c : (*photos)["children"])
+        if (c["deleted"] == true && c["size"] == 3032) deletedPng = true;
+    EXPECT_TRUE(deletedPng);
+    // Deleted-only: no signature scan in this mode.
+    EXPECT_EQ(Child(j["root"], "File Types"), nullptr);
+
+    // cat gives the bytes where the file lies in the image.
+    Result c = Kestrin("cat " + Quote(img) + " Documents/NOTES.TXT --quiet");
+    ASSERT_EQ(c.exitCode, 0);
+    EXPECT_EQ(c.out, ReadFile(img).substr(86016, 1200));
+    EXPECT_EQ(Kestrin("cat " + Quote(img) + " Documents/NOPE.TXT --quiet").exitCode, 1);
+
+    Result ls = Kestrin("ls " + Quote(img) + " --deleted --quiet");
+    ASSERT_EQ(ls.exitCode, 0);
+    EXPECT_EQ(ls.out.rfind("Root\n", 0), 0u);
+    EXPECT_NE(ls.out.find("  Photos/"), std::string::npos);
+    EXPECT_EQ(ls.out.find("IMG_0001.jpg"), std::string::npos);
+    EXPECT_EQ(ls.out.find("Documents/"), std::string::npos);
+
+    // The photo modes keep pictures, video and music only.
+    Result p = Kestrin("scan " + Quote(img) + " --mode deleted-photos --json - --quiet");
+    ASSERT_EQ(p.exitCode, 0);
+    auto pj = nlohmann::json::parse(p.out);
+    std::string names;
+    std::function<void(const nlohmann::json&)> walk = [&](const nlohmann::json& n) {
+        if (n["folder"] == false) names += n["name"].get<std::string>() + ";";
+        if (n.contains("children"))
+            for (const auto& k : n["children"]) walk(k);
+    };
+    walk(pj["root"]);
+    EXPECT_NE(names.find("IMG_0001.jpg;"), std::string::npos);
+    EXPECT_EQ(names.find(".pdf;"), std::string::npos);
+    EXPECT_EQ(names.find(".TXT;"), std::string::npos);
+}
+
+TEST(CliEndToEnd, DiskImageNeedsAPartitionOrRunsThemAll) {
+    std::string img = kestrin::test::UnpackImage("disk-mbr-small");
+    ASSERT_FALSE(img.empty());
+    std::string err = ::testing::TempDir() + "kestrin-e2e-err.txt";
+    Result r = Kestrin("scan " + Quote(img) + " --mode deleted-files --quiet", err);
+    EXPECT_EQ(r.exitCode, 1);
+    std::string msg = ReadFile(err);
+    EXPECT_NE(msg.find("--partition"), std::string::npos);
+    EXPECT_NE(msg.find("FAT32"), std::string::npos);
+
+    Result all = Kestrin("scan " + Quote(img) + " --mode deleted-files --partition all --json - --quiet");
+    ASSERT_EQ(all.exitCode, 0);
+    auto j = nlohmann::json::parse(all.out);
+    ASSERT_TRUE(j.contains("volumes"));
+    ASSERT_GE(j["volumes"].size(), 2u);
+    int last = 0;
+    for (const auto& v : j["volumes"]) {
+        EXPECT_GT(v["partition"].get<int>(), last);
+        last = v["partition"];
+        EXPECT_EQ(v["source"]["kind"], 5); // a partition inside an image
+        EXPECT_GT(v["source"]["firstSector"].get<uint64_t>(), 0u);
+        EXPECT_NE(Child(v["root"], "."), nullptr);
+    }
+}
+#endif

@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "cli/CliJson.h"
+#include "cli/CliScan.h"
+#include "cli/CliSource.h"
+#include "fs/CNode.h"
+#include "fs/VolumeTree.h"
+
+using namespace kestrin;
+using namespace kestrin::cli;
+
+namespace {
+CNode* Add(CNode* parent, std::u16string name, uint16_t flags, uint64_t size = 0) {
+    auto* n = new CNode;
+    n->name = std::move(name);
+    n->flags = flags;
+    n->size = size;
+    parent->AppendChild(n);
+    return n;
+}
+} // namespace
+
+TEST(CliJson, NodeShapeAndEscaping) {
+    std::unique_ptr<CNode> top(MakeTopNode());
+    CNode* vol = Add(top.get(), u".", 3);
+    vol->recordId = vol->parentRecordId = 5;
+    Add(vol, u"Lost", 2);
+    CNode* f = Add(vol, u"quo\"te\\\u00e9\n.txt", 0, 1234);
+    f->modifiedDate = uint16_t((44 << 9) | (2 << 5) | 29); // 2024-02-29
+    f->location = 77;
+    CNode* types = AddFolder(top.get(), u"File Types");
+    AddCarvedFile(types, u"file#1.jpg", 900, 5000, 12);
+    // A deep chain must not cost stack.
+    CNode* deep = vol;
+    for (int i = 0; i < 20000; ++i) deep = Add(deep, u"d", 3);
+
+    std::ostringstream out;
+    out << "{";
+    WriteScanJsonBody(out, 1019, SourceInfo{"img \"x\".img", 4, 0, 81920, 512, 3}, *top);
+    out << "}";
+    auto j = nlohmann::json::parse(out.str());
+    EXPECT_EQ(j["mode"], 1019);
+    EXPECT_EQ(j["source"]["path"], "img \"x\".img");
+    EXPECT_EQ(j["source"]["kind"], 4);
+    EXPECT_EQ(j["source"]["sectorCount"], 81920);
+    EXPECT_EQ(j["source"]["fsKind"], 3);
+    const auto& root = j["root"];
+    EXPECT_EQ(root["name"], "_R");
+    ASSERT_EQ(root["children"].size(), 2u);
+    // "File Types" was prepended, so it comes first.
+    const auto& ft = root["children"][0];
+    EXPECT_EQ(ft["name"], "File Types");
+    const auto& carved = ft["children"][0];
+    EXPECT_EQ(carved["carved"], true);
+    EXPECT_EQ(carved["location"], 900);
+    EXPECT_EQ(carved["startOffset"], 12);
+    EXPECT_EQ(carved["checked"], 1);
+    EXPECT_FALSE(carved.contains("children"));
+    const auto& v = root["children"][1];
+    EXPECT_EQ(v["name"], ".");
+    EXPECT_EQ(v["recordId"], 5);
+    const auto& lost = v["children"][0];
+    EXPECT_EQ(lost["name"], "Lost");
+    EXPECT_EQ(lost["deleted"], true);
+    EXPECT_TRUE(lost["children"].is_array());
+    EXPECT_TRUE(lost["children"].empty());
+    const auto& file = v["children"][1];
+    EXPECT_EQ(file["name"], "quo\"te\\\u00e9\n.txt");
+    EXPECT_EQ(file["folder"], false);
+    EXPECT_EQ(file["size"], 1234);
+    EXPECT_EQ(file["modified"], "2024-02-29");
+    EXPECT_TRUE(file["created"].is_null());
+    for (const char* k : {"name", "folder", "deleted", "carved", "size", "location", "startOffset", "recordId",
+                          "parentRecordId", "flags", "checked", "created", "modified"})
+        EXPECT_TRUE(file.contains(k)) << k;
+    size_t depth = 0;
+    for (const nlohmann::json* n = &v["children"][2]; n; ++depth)
+        n = n->contains("children") && !(*n)["children"].empty() ? &(*n)["children"][0] : nullptr;
+    EXPECT_EQ(depth, 20000u);
+}
+
+TEST(CliScan, PathsModesAndCounts) {
+    std::unique_ptr<CNode> top(MakeTopNode());
+    CNode* vol = Add(top.get(), u".", 3);
+    Add(vol, u"Lost", 2);
+    CNode* docs = Add(vol, u"docs", 3);
+    Add(docs, u"a.txt", 1, 100);
+    Add(docs, u"gone.txt", 0, 50);
+    AddCarvedFile(AddFolder(AddFolder(top.get(), u"File Types"), u"jpg"), u"file#1.jpg", 10, 2048, 0);
+
+    EXPECT_EQ(FindNodeByPath(top.get(), "docs/a.txt")->size, 100u);
+    EXPECT_EQ(FindNodeByPath(top.get(), "/./docs//gone.txt")->size, 50u);
+    EXPECT_EQ(FindNodeByPath(top.get(), "File Types/jpg/file#1.jpg")->size, 2048u);
+    EXPECT_EQ(FindNodeByPath(top.get(), "docs/A.TXT"), nullptr);
+    EXPECT_EQ(FindNodeByPath(top.get(), ""), nullptr);
+
+    TreeCounts c = CountTree(top.get());
+    EXPECT_EQ(c.folders, 5u); // ".", "Lost", "docs", "File Types", "jpg"
+    EXPECT_EQ(c.files, 3u);
+    EXPECT_EQ(c.deletedFiles, 1u); // the carved file is not a deleted one
+    EXPECT_EQ(c.bytes, 2198u);
+
+    EXPECT_EQ(ParseMode("lost-photos"), 1038u);
+    EXPECT_EQ(ParseMode("Deleted-Files"), 1019u);
+    EXPECT_EQ(ParseMode("1022"), 1022u);
+    EXPECT_EQ(ParseMode("1023"), 0u);
+    EXPECT_EQ(ParseMode("photos"), 0u);
+}
+
+TEST(CliSource, PartitionRangesFollowTheTableKind) {
+    OpenedSource src;
+    src.media = std::make_unique<CPhysicalDisk>();
+    src.media->Attach(std::make_unique<MemorySource>(std::vector<uint8_t>(512 * 4096)));
+    src.media->SetSectorSize(512);
+    src.wholeSectorCount = 4096;
+    PartitionRecord gpt;
+    gpt.startSector = 2048;
+    gpt.length = 3071; // GPT keeps the last sector
+    gpt.fsKind = kFsNtfs;
+    PartitionRecord past;
+    past.startSector = 3000;
+    past.length = 5000; // claims more than the source holds
+    past.fsKind = kFsFat32;
+    PartitionRecord outside;
+    outside.startSector = 9000;
+    outside.length = 10;
+    src.partitions = {gpt, past, outside};
+
+    src.layout = Layout::Gpt;
+    ASSERT_TRUE(SelectListedPartition(src, 0));
+    EXPECT_EQ(src.media->GetFirstSector(), 2048u);
+    EXPECT_EQ(src.media->GetSectorCount(), 1024u);
+    EXPECT_EQ(src.media->GetSourceKind(), kSourceImagePartition);
+    EXPECT_EQ(src.media->GetFsKind(), kFsNtfs);
+
+    src.layout = Layout::Mbr;
+    ASSERT_TRUE(SelectListedPartition(src, 1));
+    EXPECT_EQ(src.media->GetSectorCount(), 1096u); // cut at the end of the source
+    EXPECT_FALSE(SelectListedPartition(src, 2));
+    EXPECT_FALSE(SelectListedPartition(src, 3));
+    EXPECT_EQ(ScannablePartitions(src), (std::vector<size_t>{0, 1}));
+}

@@ -1,0 +1,47 @@
+// Whole exFAT volume scans over an image in memory (after one byte that is not used), then the
+// content of every file found.
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "fs/CNode.h"
+#include "fs/VolumeTree.h"
+#include "fs/exfat/ExFatEngine.h"
+#include "scan/ScanContext.h"
+#include "storage/CPhysicalDisk.h"
+#include "storage/ByteSource.h"
+
+using namespace kestrin;
+
+namespace {
+class NoEvents : public IScanEvents {
+public:
+    void OnEnd() override {}
+    void OnProgress() override {}
+    void OnSignatureScanStart() override {}
+};
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2) return 0;
+    CPhysicalDisk media;
+    media.Attach(std::make_unique<MemorySource>(data + 1, size - 1));
+    media.SetSectorSize(512);
+    media.SetSectorCount((size - 1) / 512);
+    media.SetFsKind(kFsExFat);
+    std::unique_ptr<CNode> top(MakeTopNode());
+    ScanOperation op;
+    op.state = kStateRunning;
+    NoEvents events;
+    PauseGate gate;
+    ScanContext ctx{op, events, gate};
+    ctx.top = top.get();
+    ExFatScanVolume(media, 1, ctx);
+    int files = 0;
+    ForEachNode(top.get(), [&](CNode* n) {
+        if (n->IsFolder() || ++files > 64) return;
+        auto sink = [](const uint8_t*, size_t) { return true; };
+        ExFatWriteContent(media, *n, sink);
+    });
+    return 0;
+}

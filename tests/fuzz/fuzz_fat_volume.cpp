@@ -1,0 +1,47 @@
+// Whole-volume scans over an image in memory: FAT16 or FAT32 by the first byte (which also picks
+// the walk mode), then the content of every file found.
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "fs/CNode.h"
+#include "fs/VolumeTree.h"
+#include "fs/fat/FatEngine.h"
+#include "scan/ScanContext.h"
+#include "storage/ByteSource.h"
+
+using namespace kestrin;
+
+namespace {
+class NoEvents : public IScanEvents {
+public:
+    void OnEnd() override {}
+    void OnProgress() override {}
+    void OnSignatureScanStart() override {}
+};
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2) return 0;
+    const uint8_t kind = data[0] & 1 ? kFsFat32 : kFsFat16;
+    CPhysicalDisk media;
+    media.Attach(std::make_unique<MemorySource>(data + 1, size - 1));
+    media.SetSectorSize(512);
+    media.SetSectorCount((size - 1) / 512);
+    media.SetFsKind(kind);
+    std::unique_ptr<CNode> top(MakeTopNode());
+    ScanOperation op;
+    op.state = kStateRunning;
+    NoEvents events;
+    PauseGate gate;
+    ScanContext ctx{op, events, gate};
+    ctx.top = top.get();
+    FatScanVolume(media, data[0] & 2 ? 0 : 1, ctx);
+    int files = 0;
+    ForEachNode(top.get(), [&](CNode* n) {
+        if (n->IsFolder() || ++files > 64) return;
+        auto sink = [](const uint8_t*, size_t) { return true; };
+        FatWriteContent(media, *n, sink);
+    });
+    return 0;
+}

@@ -1,0 +1,99 @@
+// A whole scan operation over an in-memory source built from the input: layout, the kind the
+// mode calls for, the engines of this build on the worker thread, the kind-2-to-4 hand-over and
+// the photo modes' pruning, then a walk over the tree. The first byte picks the mode.
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "fs/CNode.h"
+#include "scan/CScanDriver.h"
+#include "storage/CPhysicalDisk.h"
+#include "storage/SourceLayout.h"
+#ifdef KESTRIN_HAVE_NTFS
+#include "fs/ntfs/NtfsEngine.h"
+#endif
+#ifdef KESTRIN_HAVE_FAT
+#include "fs/fat/FatEngine.h"
+#endif
+#ifdef KESTRIN_HAVE_EXFAT
+#include "fs/exfat/ExFatEngine.h"
+#endif
+#ifdef KESTRIN_HAVE_CARVE
+#include "carve/ScanSignatures.h"
+#endif
+
+using namespace kestrin;
+
+namespace {
+
+struct Quiet : IScanEvents {
+    void OnEnd() override {}
+    void OnProgress() override {}
+    void OnSignatureScanStart() override {}
+};
+
+Engines FuzzEngines() {
+    Engines e;
+    e.fileSystemScan = [](CPhysicalDisk& media, [[maybe_unused]] int mode, [[maybe_unused]] ScanContext& ctx) {
+        switch (media.GetFsKind()) {
+#ifdef KESTRIN_HAVE_NTFS
+        case kFsNtfs: NtfsScanVolume(media, mode, ctx); break;
+#endif
+#ifdef KESTRIN_HAVE_FAT
+        case kFsFat16:
+        case kFsFat32: FatScanVolume(media, mode, ctx); break;
+#endif
+#ifdef KESTRIN_HAVE_EXFAT
+        case kFsExFat: ExFatScanVolume(media, mode, ctx); break;
+#endif
+        default: break;
+        }
+    };
+#ifdef KESTRIN_HAVE_CARVE
+    e.signatureScan = [](CPhysicalDisk& media, uint32_t kind, uint64_t first, uint64_t end, ScanContext& ctx) {
+        return ScanSignatures(media, kind, first, end, ctx);
+    };
+#endif
+    e.preparation = [](CPhysicalDisk& media, ScanContext&) { (void)ReadSourceLayout(media); };
+#ifdef KESTRIN_HAVE_NTFS
+    e.diskRecordSearch = [](CPhysicalDisk& media, uint64_t first, uint64_t end, ScanContext& ctx) {
+        NtfsSearchRecords(media, first, end, ctx);
+    };
+#endif
+    return e;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 513) return 0;
+    static const uint32_t kModes[] = {1019, 1020, 1021, 1022, 1037, 1038};
+    const uint32_t mode = kModes[data[0] % 6];
+    CPhysicalDisk disk;
+    disk.Attach(std::make_unique<MemorySource>(data + 1, size - 1));
+    disk.SetSectorSize(512);
+    const uint64_t sectors = (size - 1) / 512;
+    disk.SetSectorCount(sectors);
+    Layout layout;
+    std::vector<PartitionRecord> parts = ListPartitions(disk, layout);
+    disk.SetFirstSector(0);
+    disk.SetSectorCount(sectors);
+    disk.SetSourceKind(layout == Layout::Volume ? kSourceVolume : kSourceImageFile);
+    if (!parts.empty() && (data[0] & 0x80) && parts.front().startSector < sectors) {
+        // A chosen partition, its range kept inside the source.
+        const PartitionRecord& p = parts.front();
+        disk.SelectPartition(p, layout == Layout::Volume ? kSourceVolume : kSourceImagePartition);
+        uint64_t count = layout == Layout::Gpt ? (p.length >= p.startSector ? p.length - p.startSector + 1 : 0) : p.length;
+        if (count == 0 || count > sectors - p.startSector) count = sectors - p.startSector;
+        disk.SetSectorCount(count);
+    }
+    Quiet events;
+    CScanDriver driver(disk, FuzzEngines(), events);
+    int kind = driver.StartForSource(mode);
+    driver.Wait();
+    if (kind == kKindPartitionSearch && driver.NoPartitionFound() && driver.ContinueAsSignatureScan()) driver.Wait();
+    std::unique_ptr<CNode> tree = driver.ReleaseTree();
+    volatile uint64_t sum = 0;
+    ForEachNode(tree.get(), [&](CNode* n) { sum = sum + n->size + n->name.size(); });
+    return 0;
+}

@@ -1,0 +1,62 @@
+#pragma once
+// Shared pieces of the output tests: an operation context without a front end, scratch folders,
+// message capture and whole-file reads.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "output/UserMessages.h"
+#include "scan/ScanContext.h"
+
+namespace kestrin::test {
+
+struct NullEvents final : IScanEvents {
+    void OnEnd() override {}
+    void OnProgress() override { ++progressCalls; }
+    void OnSignatureScanStart() override {}
+    int progressCalls = 0;
+};
+
+struct TestContext {
+    ScanOperation op;
+    NullEvents events;
+    PauseGate gate;
+    ScanContext ctx{op, events, gate};
+    TestContext() { op.state = kStateRunning; }
+};
+
+struct CapturedMessages final : IUserMessages {
+    void Show(const UserMessage& m) override { shown.push_back(m); }
+    std::vector<UserMessage> shown;
+};
+
+// A fresh folder below the build tree, removed at the end of the test.
+struct ScratchDir {
+    std::filesystem::path path;
+    explicit ScratchDir(const std::string& name) {
+        path = std::filesystem::path(KESTRIN_BINARY_DIR) / "test-output" / (name + "-" + std::to_string(::getpid()));
+        std::filesystem::remove_all(path);
+        std::filesystem::create_directories(path);
+    }
+    ~ScratchDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(path, ec);
+    }
+    std::string operator/(const std::string& rel) const { return (path / rel).string(); }
+};
+
+inline std::vector<uint8_t> ReadAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+inline void WriteAll(const std::string& path, const std::vector<uint8_t>& data) {
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
+}
+
+} // namespace kestrin::test

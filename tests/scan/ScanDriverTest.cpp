@@ -1,0 +1,318 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "fs/CNode.h"
+#include "fs/VolumeTree.h"
+#include "scan/CScanDriver.h"
+#include "scan/ProgressRule.h"
+#include "storage/CPhysicalDisk.h"
+
+using namespace kestrin;
+
+namespace {
+
+struct Events : IScanEvents {
+    std::atomic<int> ends{0}, progress{0};
+    std::mutex m;
+    std::vector<std::string> notices;
+    void OnEnd() override { ++ends; }
+    void OnProgress() override { ++progress; }
+    void OnSignatureScanStart() override {}
+    void OnNotice(const std::string& t) override {
+        std::lock_guard lk(m);
+        notices.push_back(t);
+    }
+};
+
+// A media of 1000 sectors in memory, with the given source kind and first sector.
+struct Media {
+    CPhysicalDisk disk;
+    explicit Media(uint8_t sourceKind, uint64_t first = 0) {
+        disk.Attach(std::make_unique<MemorySource>(std::vector<uint8_t>(512 * 1100)));
+        disk.SetSectorSize(512);
+        disk.SetFirstSector(first);
+        disk.SetSectorCount(1000);
+        disk.SetSourceKind(sourceKind);
+    }
+};
+
+// Fake engines that log their calls ("fs", "sig 2 0 1000", ...) in order.
+struct Log {
+    std::mutex m;
+    std::vector<std::string> calls;
+    void Add(std::string s) {
+        std::lock_guard lk(m);
+        calls.push_back(std::move(s));
+    }
+};
+
+Engines LoggingEngines(Log& log, uint32_t fsEndState = kStateStopFollowOn) {
+    Engines e;
+    e.fileSystemScan = [&log, fsEndState](CPhysicalDisk&, int mode, ScanContext& ctx) {
+        log.Add("fs " + std::to_string(mode));
+        ScanEntry* root = MakeVolumeRoot(5);
+        ScanEntry* f = NewScanEntry(u"a.txt", 1, 30, 5);
+        ScanEntry* p = NewScanEntry(u"b.JPG", 0, 31, 5);
+        f->parent = p->parent = root;
+        root->firstChild->nextSibling = f;
+        f->nextSibling = p;
+        AttachVolume(ctx.top, root);
+        // The file-system engines end by writing "done" (1) unless they were stopped.
+        if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(fsEndState);
+    };
+    e.signatureScan = [&log](CPhysicalDisk&, uint32_t kind, uint64_t first, uint64_t end, ScanContext&) {
+        log.Add("sig " + std::to_string(kind) + " " + std::to_string(first) + " " + std::to_string(end));
+        return uint32_t(kStateRunning);
+    };
+    e.preparation = [&log](CPhysicalDisk&, ScanContext&) { log.Add("prep"); };
+    e.diskRecordSearch = [&log](CPhysicalDisk&, uint64_t first, uint64_t end, ScanContext&) {
+        log.Add("search " + std::to_string(first) + " " + std::to_string(end));
+    };
+    e.secondFileSystemScan = [&log](CPhysicalDisk&, ScanContext&) { log.Add("smart"); };
+    e.createImage = [&log](CPhysicalDisk&, ScanContext&) { log.Add("image"); };
+    e.saveToFolder = [&log](CPhysicalDisk&, ScanContext&) { log.Add("save"); };
+    return e;
+}
+
+} // namespace
+
+TEST(OperationRules, KindForEveryModeAndSource) {
+    const uint32_t modes[] = {1019, 1020, 1021, 1022, 1037, 1038};
+    // Rows: source kinds 1 to 6; columns: the modes above.
+    const int expected[6][6] = {
+        {0, 0, 0, 0, 0, 0}, // partition of a disk
+        {0, 0, 0, 0, 0, 0}, // partition of a disk (second form)
+        {2, 4, 2, 2, 2, 4}, // physical disk: 1020 and 1038 go straight to the signature scan
+        {0, 0, 0, 2, 0, 0}, // volume: the formatted mode searches for previous file systems
+        {0, 0, 0, 0, 0, 0}, // partition inside an image
+        {2, 2, 2, 2, 2, 4}, // image file: only 1038 skips the partition search
+    };
+    for (int s = 0; s < 6; ++s)
+        for (int m = 0; m < 6; ++m)
+            EXPECT_EQ(ChooseOperationKind(modes[m], uint8_t(s + 1)), expected[s][m]) << "source " << s + 1 << " mode " << modes[m];
+    EXPECT_EQ(ChooseOperationKind(1020, kSourcePhysicalDisk, true), 6); // pending image creation keeps 6
+    EXPECT_EQ(ChooseOperationKind(1019, 0), -1);
+    EXPECT_EQ(ChooseOperationKind(1019, 7), -1);
+
+    EXPECT_FALSE(IsLostDataMode(1019));
+    for (uint32_t m : {1020u, 1021u, 1022u, 1037u, 1038u}) EXPECT_TRUE(IsLostDataMode(m));
+    EXPECT_FALSE(IsLostDataMode(1023));
+    EXPECT_FALSE(IsLostDataMode(1036));
+
+    EXPECT_EQ(StatusTextId(0, 1019, kSourceVolume), "IDS_SEARCHING_DELETED_FILES_FOLDERS");
+    EXPECT_EQ(StatusTextId(0, 1020, kSourceImagePartition), "IDS_SEARCHING_LOST_DATA");
+    EXPECT_EQ(StatusTextId(0, 1037, kSourceDiskPartition1), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
+    EXPECT_EQ(StatusTextId(2, 1022, kSourceVolume), "IDS_SEARCHING_PREVIOUS_FILE_SYSTEM");
+    EXPECT_EQ(StatusTextId(2, 1021, kSourceImageFile), "IDS_SEARCHING_LOST_PARTITIONS");
+    EXPECT_EQ(StatusTextId(4, 1038, kSourcePhysicalDisk), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
+    EXPECT_EQ(StatusTextId(4, 1020, kSourcePhysicalDisk), "IDS_PROCESSING_PHYSICAL_DRIVE");
+    EXPECT_EQ(MainWindowStateFor(2), 1009u);
+    EXPECT_EQ(MainWindowStateFor(4), 32777u);
+}
+
+TEST(ScanDriver, StagesInOrderPerKindAndMode) {
+    struct Case {
+        uint8_t source;
+        uint32_t mode;
+        uint64_t first;
+        std::vector<std::string> calls;
+    };
+    const Case cases[] = {
+        // Deleted files on a volume: the file-system scan only (deleted-only).
+        {kSourceVolume, 1019, 0, {"fs 1"}},
+        // Lost files on the same volume: the signature scan follows, although the engine wrote 1.
+        {kSourceVolume, 1020, 0, {"fs 1", "sig 2 0 1000"}},
+        // A partition inside an image: the signature scan covers the partition's own sectors.
+        {kSourceImagePartition, 1021, 2048, {"fs 1", "sig 2 2048 3048"}},
+        {kSourceImageFile, 1021, 0, {"prep", "search 0 1000"}},
+        {kSourceVolume, 1022, 0, {"prep", "search 0 1000"}},
+        // Lost photos on a physical disk: only the signature scan.
+        {kSourcePhysicalDisk, 1038, 0, {"sig 2 0 1000"}},
+    };
+    for (const auto& c : cases) {
+        Media m(c.source, c.first);
+        Log log;
+        Events ev;
+        CScanDriver d(m.disk, LoggingEngines(log), ev);
+        ASSERT_GE(d.StartForSource(c.mode), 0);
+        d.Wait();
+        EXPECT_EQ(log.calls, c.calls) << "source " << int(c.source) << " mode " << c.mode;
+        EXPECT_EQ(LostDataModeFlag(), c.mode != 1019);
+        EXPECT_EQ(d.Operation().deletedOnly.load(), c.mode == 1019 ? 1 : 0);
+        EXPECT_EQ(d.Operation().state.load(), uint32_t(kStateFinished));
+        EXPECT_EQ(ev.ends.load(), 1);
+        EXPECT_TRUE(ev.notices.empty());
+    }
+}
+
+TEST(ScanDriver, MissingEngineIsReportedNotSkipped) {
+    Media m(kSourceVolume);
+    Log log;
+    Events ev;
+    Engines e = LoggingEngines(log);
+    e.signatureScan = nullptr;
+    CScanDriver d(m.disk, e, ev);
+    ASSERT_EQ(d.StartForSource(1020), 0);
+    d.Wait();
+    EXPECT_EQ(log.calls, std::vector<std::string>{"fs 1"});
+    ASSERT_EQ(d.MissingStages().size(), 1u);
+    EXPECT_EQ(ev.notices.size(), 1u);
+    EXPECT_EQ(d.StagesRun(), (std::vector<Stage>{Stage::FileSystemScan, Stage::SignatureScan}));
+}
+
+TEST(ScanDriver, PhotoModePrunesNonMediaFiles) {
+    Media m(kSourceVolume);
+    Log log;
+    Events ev;
+    CScanDriver d(m.disk, LoggingEngines(log), ev);
+    ASSERT_EQ(d.StartForSource(1037), 0);
+    d.Wait();
+    CNode* vol = FindVolumeRoot(d.Top());
+    ASSERT_NE(vol, nullptr);
+    // "Lost" was empty and goes; a.txt is not a media file; b.JPG stays.
+    ASSERT_NE(vol->firstChild, nullptr);
+    EXPECT_EQ(vol->firstChild->name, u"b.JPG");
+    EXPECT_EQ(vol->firstChild->nextSibling, nullptr);
+}
+
+// An engine that polls the state in a loop, counting its polls, until it is told to stop.
+struct PollingEngine {
+    std::atomic<uint64_t> polls{0};
+    std::atomic<bool> signatureRan{false};
+    Engines Make() {
+        Engines e;
+        e.fileSystemScan = [this](CPhysicalDisk&, int, ScanContext& ctx) {
+            while (!ctx.StopRequested()) {
+                ++polls;
+                ctx.Progress(int64_t(polls.load()), 1 << 30);
+                std::this_thread::yield();
+            }
+        };
+        e.signatureScan = [this](CPhysicalDisk&, uint32_t, uint64_t, uint64_t, ScanContext&) {
+            signatureRan = true;
+            return uint32_t(kStateRunning);
+        };
+        return e;
+    }
+};
+
+TEST(ScanDriver, CancelQuestionHoldsTheWorkerAndNoResumes) {
+    Media m(kSourceVolume);
+    Events ev;
+    PollingEngine eng;
+    CScanDriver d(m.disk, eng.Make(), ev);
+    ASSERT_EQ(d.StartForSource(1020), 0);
+    while (eng.polls.load() < 100) std::this_thread::yield();
+
+    d.BeginCancelQuestion();
+    ASSERT_TRUE(d.Gate().WaitForWorkerHeld(5000));
+    uint64_t held = eng.polls.load();
+    int progressHeld = ev.progress.load();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(eng.polls.load(), held) << "the worker advanced while the question was open";
+    EXPECT_EQ(ev.progress.load(), progressHeld);
+    EXPECT_TRUE(d.Running());
+
+    d.AnswerCancelQuestion(false);
+    while (eng.polls.load() < held + 100) std::this_thread::yield();
+    EXPECT_EQ(d.Operation().state.load(), uint32_t(kStateRunning));
+    EXPECT_FALSE(d.CancelConfirmed());
+
+    d.BeginCancelQuestion();
+    ASSERT_TRUE(d.Gate().WaitForWorkerHeld(5000));
+    held = eng.polls.load();
+    d.AnswerCancelQuestion(true);
+    d.Wait();
+    // Yes: the engine stopped at the poll it was held in, the follow-on scan was skipped and the
+    // worker ended normally.
+    EXPECT_EQ(eng.polls.load(), held);
+    EXPECT_FALSE(eng.signatureRan.load());
+    EXPECT_TRUE(d.CancelConfirmed());
+    EXPECT_EQ(d.Operation().state.load(), uint32_t(kStateFinished));
+    EXPECT_EQ(ev.ends.load(), 1);
+    EXPECT_NE(d.Top(), nullptr);
+}
+
+TEST(ScanDriver, RecordSearchThatBuildsATreeHasFoundSomething) {
+    Media m(kSourceVolume);
+    Log log;
+    Events ev;
+    Engines e = LoggingEngines(log);
+    bool withFile = false;
+    e.diskRecordSearch = [&withFile](CPhysicalDisk&, uint64_t, uint64_t, ScanContext& ctx) {
+        ScanEntry* root = MakeVolumeRoot(5);
+        if (withFile) {
+            ScanEntry* f = NewScanEntry(u"old.doc", 0, 40, 5);
+            f->parent = LostFolderOf(root);
+            LostFolderOf(root)->firstChild = f;
+        }
+        AttachVolume(ctx.top, root);
+    };
+    for (bool file : {false, true}) {
+        withFile = file;
+        CScanDriver d(m.disk, e, ev);
+        ASSERT_EQ(d.StartForSource(1022), 2); // a volume in the formatted mode
+        d.Wait();
+        EXPECT_EQ(d.NoPartitionFound(), !file);
+        EXPECT_TRUE(LostDataModeFlag());
+        EXPECT_FALSE(d.Operation().deletedOnly.load());
+    }
+}
+
+TEST(ScanDriver, PartitionSearchThatFindsNothingHandsOverToKind4) {
+    for (bool findOne : {false, true}) {
+        Media m(kSourceImageFile);
+        Log log;
+        Events ev;
+        Engines e = LoggingEngines(log);
+        e.diskRecordSearch = [&log, findOne](CPhysicalDisk& media, uint64_t, uint64_t, ScanContext&) {
+            log.Add("search");
+            PartitionRecord unknown; // a table entry of an unknown kind does not count
+            media.Partitions().push_back(unknown);
+            if (findOne) {
+                PartitionRecord r;
+                r.fsKind = kFsNtfs;
+                r.startSector = 63;
+                media.SecondPartitions().push_back(r);
+            }
+        };
+        CScanDriver d(m.disk, e, ev);
+        ASSERT_EQ(d.StartForSource(1020), 2);
+        d.Wait();
+        EXPECT_TRUE(d.CompletionFlag());
+        EXPECT_EQ(d.NoPartitionFound(), !findOne);
+        if (findOne) continue;
+        CNode* top = d.Top();
+        ASSERT_TRUE(d.ContinueAsSignatureScan());
+        d.Wait();
+        EXPECT_EQ(d.Kind(), uint32_t(kKindSignatureScan));
+        EXPECT_TRUE(d.SkipFlag());
+        EXPECT_EQ(d.Top(), top);
+        EXPECT_EQ(log.calls, (std::vector<std::string>{"prep", "search", "sig 2 0 1000"}));
+        EXPECT_EQ(ev.ends.load(), 2);
+    }
+}
+
+TEST(ProgressRule, TruncatesShowsNinetyNineAsDoneAndRepaintsOnChange) {
+    EXPECT_EQ(ShownPercent(5, 0), 0u);
+    EXPECT_EQ(ShownPercent(0, 100), 0u);
+    EXPECT_EQ(ShownPercent(989, 1000), 98u);
+    EXPECT_EQ(ShownPercent(990, 1000), 100u);
+    EXPECT_EQ(ShownPercent(2, 3), 66u);
+    EXPECT_EQ(ShownPercent(5000, 1000), 100u);
+    ProgressRule r;
+    EXPECT_EQ(r.Update(0, 0), std::optional<unsigned>(0));
+    EXPECT_EQ(r.Update(1, 1000), std::nullopt);
+    EXPECT_EQ(r.Update(10, 1000), std::optional<unsigned>(1));
+    EXPECT_EQ(r.Update(19, 1000), std::nullopt);
+    EXPECT_EQ(r.Update(995, 1000), std::optional<unsigned>(100));
+    EXPECT_EQ(r.Update(1000, 1000), std::nullopt);
+    EXPECT_EQ(FormatTotalCompleted("Total completed", 7), "Total completed: 7%");
+    EXPECT_EQ(FormatTotalCompleted("T", 7, true), "T: 07%");
+    EXPECT_EQ(FormatElapsed(3 * 3600 + 2 * 60 + 1), " : 03:02:01");
+}
