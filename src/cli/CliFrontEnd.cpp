@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "app/Language.h"
 #include "cli/CliText.h"
 #include "platform/Platform.h"
 #include "scan/CScanDriver.h"
@@ -123,9 +124,8 @@ bool CliFrontEnd::Ask(const std::string& question) {
         std::fputc('\n', stderr);
         return true;
     }
-    size_t i = 0;
-    while (i < n && (buf[i] == ' ' || buf[i] == '\t')) ++i;
-    return buf[i] == 'y' || buf[i] == 'Y';
+    // "y", or the yes-letter of the current language ("j" in German).
+    return app::IsYesAnswer(std::string_view(buf, n));
 }
 
 void CliFrontEnd::RunToEnd(CScanDriver& driver) {

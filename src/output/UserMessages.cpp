@@ -8,10 +8,12 @@ namespace kestrin {
 
 std::string LookupText(std::string_view id, std::string_view fallback) {
 #ifdef KESTRIN_HAVE_APP
-    std::string text = app::Text(id);
-    if (!text.empty()) return text;
-#endif
+    // A text missing from the language file shows as empty, never as its identifier.
+    (void)fallback;
+    return app::Text(id);
+#else
     return std::string(fallback.empty() ? id : fallback);
+#endif
 }
 
 } // namespace kestrin

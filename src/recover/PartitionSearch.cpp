@@ -16,7 +16,7 @@ namespace {
 
 // The dynamic-disk reader goes behind the partition reader's hand-off as soon as this library is
 // part of the program (this file is linked whenever the recovery stages are).
-const bool kLdmReaderInstalled = (InstallLdmDatabaseReader(), true);
+[[maybe_unused]] const bool kLdmReaderInstalled = (InstallLdmDatabaseReader(), true);
 
 constexpr size_t kBootBytes = 512;
 // One read of the search; the next 4 KiB are read with it so that an MFT record that starts
@@ -68,10 +68,8 @@ void CandidateFromMftRecord(CStorageMedia& media, std::span<const uint8_t> bytes
     if (!CheckFileRecord(rec, recordBytes) || !IsMftRecord(Bytes(rec))) return;
     const uint32_t ss = MediaSectorSize(media);
     Bytes r(rec);
-    bool done = false;
     ForEachAttribute(r, [&](const NtfsAttr& a) {
         if (a.type != kAttrData || !a.nonResident || !a.Unnamed()) return true;
-        done = true;
         uint64_t firstVcn = ReadLe64(r, a.offset + 0x10).value_or(1);
         uint64_t lastVcn = ReadLe64(r, a.offset + 0x18).value_or(0);
         uint64_t allocated = ReadLe64(r, a.offset + 0x28).value_or(0);
@@ -98,7 +96,6 @@ void CandidateFromMftRecord(CStorageMedia& media, std::span<const uint8_t> bytes
         out.push_back(c);
         return false;
     });
-    (void)done;
 }
 
 } // namespace
