@@ -7,9 +7,12 @@
 #include "cli/CliDrives.h"
 #include "cli/CliJson.h"
 #include "cli/CliScan.h"
+#include "cli/CliSource.h"
 #include "cli/CliText.h"
 #include "cli/Verbs.h"
 #include "fs/CNode.h"
+#include "output/SessionFile.h"
+#include "output/UserMessages.h"
 #include "util/DosDate.h"
 #include "util/Text.h"
 
@@ -49,6 +52,61 @@ bool WriteRunJson(const std::string& target, const ScanRun& run, bool all) {
         return false;
     }
     return true;
+}
+
+// Messages of the session reader and writer, printed on stderr.
+class SessionMessages final : public IUserMessages {
+public:
+    void Show(const UserMessage& m) override {
+        shown = true;
+        std::fprintf(stderr, "kestrin: %s\n", m.text.c_str());
+    }
+    bool shown = false;
+};
+
+bool IsSessionPath(const std::string& path) {
+    return path.size() > 5 && EqualsNoCase(std::string_view(path).substr(path.size() - 5), ".tks4");
+}
+
+// A recovery session stands in for a scan: its tree and source come back without scanning.
+int ReadSessionAsRun(const ScanOptions& o, ScanRun& run) {
+    if (!o.lang.empty() && !ChooseLanguage(o.lang)) return kExitUsage;
+    SessionData session;
+    SessionMessages msgs;
+    ReadSessionOptions ro;
+    // Listing a session needs no source: its tree is shown even when the image has moved.
+    ro.openSource = false;
+    if (!ReadSession(o.source, ro, session, msgs)) {
+        if (!msgs.shown) std::fprintf(stderr, "kestrin: %s cannot be read\n", o.source.c_str());
+        return kExitUsage;
+    }
+    run.mode = session.mode;
+    VolumeScan v;
+    if (session.media) {
+        v.info.path = ToUtf8(session.media->GetPath());
+        v.info.kind = session.media->GetSourceKind();
+        v.info.firstSector = session.media->GetFirstSector();
+        v.info.sectorCount = session.media->GetSectorCount();
+        v.info.sectorSize = session.media->GetSectorSize();
+        v.info.fsKind = session.media->GetFsKind();
+    }
+    v.tree = std::move(session.top);
+    if (!v.tree) return kExitUsage;
+    run.volumes.push_back(std::move(v));
+    return kExitOk;
+}
+
+// Writes the scanned volume as a recovery session (one volume per session file).
+int WriteRunSession(const std::string& path, ScanRun& run) {
+    if (run.volumes.size() != 1 || !run.src.media) {
+        std::fprintf(stderr, "kestrin: a session holds one volume; choose one with --partition N\n");
+        return kExitUsage;
+    }
+    VolumeScan& v = run.volumes.front();
+    if (v.partition > 0) SelectListedPartition(run.src, size_t(v.partition - 1));
+    SessionMessages msgs;
+    if (!WriteScanSession(path, run.mode, *run.src.media, v.tree.get(), msgs)) return kExitUsage;
+    return kExitOk;
 }
 
 struct ListOptions {
@@ -107,11 +165,13 @@ void PrintTree(std::FILE* out, CNode* top, const ListOptions& lo) {
 
 void AddScanVerb(CLI::App& app, VerbResult& result) {
     auto opts = std::make_shared<ScanOptions>();
+    auto sessionPath = std::make_shared<std::string>();
     CLI::App* sub = app.add_subcommand("scan", "Scan a source and print what was found (or write it as JSON)");
     AddScanOptions(sub, *opts, true, true);
-    sub->callback([opts, &result] {
+    sub->add_option("--session", *sessionPath, "Also save the scan as a recovery session (FILE.tks4)");
+    sub->callback([opts, sessionPath, &result] {
         ScanRun run;
-        int rc = RunScan(*opts, run);
+        int rc = IsSessionPath(opts->source) ? ReadSessionAsRun(*opts, run) : RunScan(*opts, run);
         if (rc != 0 && run.volumes.empty()) {
             result.exitCode = rc;
             return;
@@ -124,6 +184,9 @@ void AddScanVerb(CLI::App& app, VerbResult& result) {
         std::FILE* out = jsonToStdout ? stderr : stdout;
         for (const auto& v : run.volumes) PrintSummary(out, v, run.volumes.size() > 1 || v.partition);
         result.exitCode = ExitCodeOf(run);
+        if (!sessionPath->empty() && !IsSessionPath(opts->source)) {
+            if (WriteRunSession(*sessionPath, run) != kExitOk) result.exitCode = kExitUsage;
+        }
     });
 }
 
@@ -136,7 +199,7 @@ void AddLsVerb(CLI::App& app, VerbResult& result) {
     sub->add_flag("--long", lo->longFormat, "Also record numbers, locations and flags");
     sub->callback([opts, lo, &result] {
         ScanRun run;
-        int rc = RunScan(*opts, run);
+        int rc = IsSessionPath(opts->source) ? ReadSessionAsRun(*opts, run) : RunScan(*opts, run);
         if (rc != 0 && run.volumes.empty()) {
             result.exitCode = rc;
             return;

@@ -49,6 +49,18 @@ ScanEntry* LostFolderOf(ScanEntry* volumeRoot) {
 CNode* AttachVolume(CNode* top, ScanEntry* volumeRoot) {
     if (!volumeRoot) return nullptr;
     volumeRoot->nextSibling = nullptr;
+    // "Lost" comes first under the volume root, whatever order the walk left the children in
+    // (walks that prepend entries push it to the end).
+    if (ScanEntry* lost = LostFolderOf(volumeRoot); lost && volumeRoot->firstChild != lost) {
+        for (ScanEntry** link = &volumeRoot->firstChild; *link; link = &(*link)->nextSibling) {
+            if (*link == lost) {
+                *link = lost->nextSibling;
+                break;
+            }
+        }
+        lost->nextSibling = volumeRoot->firstChild;
+        volumeRoot->firstChild = lost;
+    }
     CNode* before = top->firstChild;
     while (before && before->nextSibling) before = before->nextSibling;
     ConvertScanEntries(&volumeRoot, top);

@@ -135,3 +135,23 @@ TEST(CliEndToEnd, DiskImageNeedsAPartitionOrRunsThemAll) {
     }
 }
 #endif
+
+TEST(CliEndToEnd, SessionStandsInForTheScan) {
+    std::string img = kestrin::test::UnpackImage("fat32-features");
+    ASSERT_FALSE(img.empty());
+    std::string session = ::testing::TempDir() + "/kestrin-cli-session.tks4";
+    std::remove(session.c_str());
+    Result scanned = Kestrin("scan '" + img + "' --quiet --json - --session '" + session + "'");
+    ASSERT_EQ(scanned.exitCode, 0);
+    Result listed = Kestrin("ls '" + session + "' --json -");
+    ASSERT_EQ(listed.exitCode, 0);
+    auto a = nlohmann::json::parse(scanned.out), b = nlohmann::json::parse(listed.out);
+    // The tree read back equals the scanned one, node for node.
+    EXPECT_EQ(a["root"], b["root"]);
+    EXPECT_EQ(b["mode"], 1019);
+    // A session holds one volume: --partition all cannot be written into one.
+    std::string disk = kestrin::test::UnpackImage("disk-mbr");
+    ASSERT_FALSE(disk.empty());
+    EXPECT_EQ(Kestrin("scan '" + disk + "' --partition all --quiet --session '" + session + "x'").exitCode, 1);
+    std::remove(session.c_str());
+}
