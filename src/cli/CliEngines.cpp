@@ -54,6 +54,16 @@ Engines MakeCliEngines() {
 #if defined(KESTRIN_HAVE_NTFS) || defined(KESTRIN_HAVE_FAT) || defined(KESTRIN_HAVE_EXFAT)
     e.fileSystemScan = [](CPhysicalDisk& media, [[maybe_unused]] int mode, ScanContext& ctx) {
         uint8_t fs = media.GetFsKind();
+#ifdef KESTRIN_HAVE_RECOVER
+        // A partition the table places but whose boot sector failed its test (an exFAT volume in
+        // an NTFS-typed slot, an old small FAT16 card) is read for what it really holds.
+        uint8_t source = media.GetSourceKind();
+        if (media.GetPartitionFlag() == kTableOnly &&
+            (source == kSourceDiskPartition1 || source == kSourceDiskPartition2 || source == kSourceImagePartition)) {
+            SmartScanVolume(media, ctx);
+            return;
+        }
+#endif
         switch (fs) {
 #ifdef KESTRIN_HAVE_NTFS
         case kFsNtfs:

@@ -254,11 +254,13 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
             return 1;
         }
         int forced = -1;
-        if (t >= 0 && run.mode == kModePartition && run.src.partitions[size_t(t)].partitionFlag == kTableOnly)
+        const bool tableOnly = t >= 0 && run.src.partitions[size_t(t)].partitionFlag == kTableOnly;
+        if (tableOnly && run.mode == kModePartition)
             forced = kKindSmartScan; // the boot sector failed its test: read what the range really holds
         if (t >= 0 && run.mode == kModeFormatted) forced = kKindPartitionSearch;
         VolumeScan v = ScanSelection(o, run, forced);
-        if (t >= 0 && forced >= 0) {
+        // In the other modes the file-system stage reads a table-only partition the same way.
+        if (t >= 0 && (forced >= 0 || tableOnly)) {
             // The smart scan and the previous-file-system search decide which file system the
             // range holds; the list entry takes it, so that choosing the partition again (to save
             // or read what was found) reads through the same engine.
