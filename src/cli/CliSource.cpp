@@ -1,5 +1,6 @@
 #include "cli/CliSource.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -36,6 +37,11 @@ bool IsPartitionDevice(const std::string& devicePath) {
     std::error_code ec;
     std::string name = std::filesystem::path(devicePath).filename().string();
     return std::filesystem::exists("/sys/class/block/" + name + "/partition", ec);
+}
+
+// Gives the media back the whole source's bytes after an assembled volume was read.
+void RestoreWholeBytes(OpenedSource& src) {
+    if (src.parkedSource) src.media->Attach(std::move(src.parkedSource));
 }
 
 } // namespace
@@ -102,6 +108,7 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) 
 }
 
 void SelectWholeSource(OpenedSource& src) {
+    RestoreWholeBytes(src);
     CPhysicalDisk& m = *src.media;
     m.SetFirstSector(0);
     m.SetSectorCount(src.wholeSectorCount);
@@ -129,6 +136,24 @@ bool SelectListedPartition(OpenedSource& src, size_t index) {
     const PartitionRecord& r = src.partitions[index];
     CPhysicalDisk& m = *src.media;
     if (r.startSector >= src.wholeSectorCount) return false;
+    const AssembledVolume* dynamic = DynamicVolumeOf(src, index);
+    if (dynamic && dynamic->open) {
+        // Several ranges read as one: the whole source's bytes stay alive under the volume's
+        // source, which reads them; the volume is then a source of its own from its sector 0.
+        if (!src.parkedSource) src.parkedSource = m.ReleaseHandle();
+        std::unique_ptr<ByteSource> volume = src.parkedSource ? dynamic->open(*src.parkedSource) : nullptr;
+        uint64_t count = volume && m.GetSectorSize() ? volume->Size() / m.GetSectorSize() : 0;
+        if (count == 0) {
+            RestoreWholeBytes(src);
+            return false;
+        }
+        m.Attach(std::move(volume));
+        m.SelectPartition(r, kSourceVolume);
+        m.SetFirstSector(0);
+        m.SetSectorCount(count);
+        return true;
+    }
+    RestoreWholeBytes(src);
     uint8_t kind = src.isDevice ? kSourceDiskPartition1 : kSourceImagePartition;
     if (src.layout == Layout::Volume && r.startSector == 0) kind = kSourceVolume;
     m.SelectPartition(r, SourceKind(kind));
@@ -140,6 +165,21 @@ bool SelectListedPartition(OpenedSource& src, size_t index) {
     if (count == 0 || count > room) count = room;
     m.SetSectorCount(count);
     return true;
+}
+
+const AssembledVolume* DynamicVolumeOf(const OpenedSource& src, size_t index) {
+    // Records of the lost-partition search are never dynamic volumes (the search leaves out
+    // what the lists already hold), even when one starts where a volume does; a table entry
+    // (a GPT disk's dynamic data area) may start where its first volume does, but not also
+    // hold exactly as many sectors unless it is that volume.
+    if (index >= src.partitions.size() || src.partitions[index].found || !src.media) return nullptr;
+    const PartitionRecord& r = src.partitions[index];
+    const auto& kept = src.media->AssembledVolumes(); // in order of their first sector
+    auto v = std::lower_bound(kept.begin(), kept.end(), r.startSector,
+                              [](const AssembledVolume& k, uint64_t start) { return k.startSector < start; });
+    if (v == kept.end() || v->startSector != r.startSector || v->sectors != RecordSectorCount(r, src.layout))
+        return nullptr;
+    return &*v;
 }
 
 std::vector<size_t> ScannablePartitions(const OpenedSource& src) {
@@ -154,10 +194,13 @@ std::string DescribePartitions(const OpenedSource& src) {
     char line[160];
     for (size_t i = 0; i < src.partitions.size(); ++i) {
         const auto& r = src.partitions[i];
-        std::snprintf(line, sizeof line, "  %3zu  start %12llu  sectors %12llu  %s%s\n", i + 1,
+        const AssembledVolume* dynamic = DynamicVolumeOf(src, i);
+        std::snprintf(line, sizeof line, "  %3zu  start %12llu  sectors %12llu  %s%s", i + 1,
                       (unsigned long long)r.startSector, (unsigned long long)RecordSectorCount(r, src.layout),
                       FsKindName(r.fsKind), r.found ? "  (found by the search)" : "");
         s += line;
+        if (dynamic) s += "  (dynamic volume \"" + dynamic->name + "\")";
+        s += '\n';
     }
     return s;
 }

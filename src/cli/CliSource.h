@@ -14,6 +14,9 @@ namespace kestrin::cli {
 
 struct OpenedSource {
     std::string path; // as given
+    // The whole source's bytes while the media reads an assembled dynamic-disk volume through
+    // them (declared before `media`, so that it is destroyed after the volume's source).
+    std::unique_ptr<ByteSource> parkedSource;
     std::unique_ptr<CPhysicalDisk> media;
     Layout layout = Layout::None;
     // The numbered list: entry N - 1 is `--partition N`.
@@ -32,7 +35,11 @@ void SelectWholeSource(OpenedSource& src);
 // Narrows the media to partition `index` (0-based) of the list with the right source kind:
 // a partition inside an image 5, of a disk 1, the one volume of a volume image or device 4.
 // The range is clamped to the source: a table entry may claim sectors past its end.
+// A dynamic-disk volume made of several ranges is read through a source of its own that
+// assembles them: the media then starts at the volume's sector 0, with source kind 4.
 bool SelectListedPartition(OpenedSource& src, size_t index);
+// The dynamic-disk volume behind entry `index` of the list, or null when it is not one.
+const AssembledVolume* DynamicVolumeOf(const OpenedSource& src, size_t index);
 // Sector count of a record: GPT records keep the entry's last sector in `length`.
 uint64_t RecordSectorCount(const PartitionRecord& r, Layout layout);
 

@@ -34,8 +34,10 @@ uint64_t BytesPerClusterOf(const PartitionRecord& r, const CPhysicalDisk& disk) 
     return r.bytesPerCluster ? r.bytesPerCluster : uint64_t(r.sectorsPerCluster) * BytesPerSectorOf(r, disk);
 }
 
-void PrintJson(const PartitionsOptions& o, const CPhysicalDisk& disk, Layout layout,
-               const std::vector<PartitionRecord>& parts) {
+void PrintJson(const PartitionsOptions& o, const OpenedSource& src) {
+    const CPhysicalDisk& disk = *src.media;
+    const std::vector<PartitionRecord>& parts = src.partitions;
+    const Layout layout = src.layout;
     nlohmann::ordered_json j;
     j["source"] = {{"path", o.source}, {"sectorSize", disk.GetSectorSize()}, {"sectorCount", disk.GetSectorCount()}};
     j["layout"] = LayoutName(layout);
@@ -52,12 +54,15 @@ void PrintJson(const PartitionsOptions& o, const CPhysicalDisk& disk, Layout lay
                                    {"sectorsPerCluster", r.sectorsPerCluster},
                                    {"bytesPerCluster", BytesPerClusterOf(r, disk)}});
         if (r.found) j["partitions"].back()["found"] = true;
+        if (const AssembledVolume* v = DynamicVolumeOf(src, i)) j["partitions"].back()["dynamicVolume"] = v->name;
     }
     std::printf("%s\n", j.dump(2).c_str());
 }
 
-void PrintText(const PartitionsOptions& o, const CPhysicalDisk& disk, Layout layout,
-               const std::vector<PartitionRecord>& parts) {
+void PrintText(const PartitionsOptions& o, const OpenedSource& src) {
+    const CPhysicalDisk& disk = *src.media;
+    const std::vector<PartitionRecord>& parts = src.partitions;
+    const Layout layout = src.layout;
     std::printf("Source: %s (%" PRIu64 " sectors of %u bytes)\nLayout: %s\n", o.source.c_str(),
                 disk.GetSectorCount(), disk.GetSectorSize(), LayoutName(layout));
     if (parts.empty()) {
@@ -68,9 +73,11 @@ void PrintText(const PartitionsOptions& o, const CPhysicalDisk& disk, Layout lay
                 "Bytes/sector", "Sectors/cluster");
     for (size_t i = 0; i < parts.size(); ++i) {
         const PartitionRecord& r = parts[i];
-        std::printf("%3zu  %14" PRIu64 "  %14" PRIu64 "  %-11s  %4u  %12u  %15u%s\n", i + 1, r.startSector, r.length,
-                    FsKindName(r.fsKind), unsigned(r.partitionFlag), BytesPerSectorOf(r, disk),
-                    unsigned(r.sectorsPerCluster), r.found ? "  found" : "");
+        const AssembledVolume* dynamic = DynamicVolumeOf(src, i);
+        std::printf("%3zu  %14" PRIu64 "  %14" PRIu64 "  %-11s  %4u  %12u  %15u%s%s%s\n", i + 1, r.startSector,
+                    r.length, FsKindName(r.fsKind), unsigned(r.partitionFlag), BytesPerSectorOf(r, disk),
+                    unsigned(r.sectorsPerCluster), r.found ? "  found" : "", dynamic ? "  dynamic volume " : "",
+                    dynamic ? dynamic->name.c_str() : "");
     }
     if (layout == Layout::Gpt) std::printf("\nOn GPT disks the length column holds the partition's last sector.\n");
     std::printf("Flag 2: boot sector checked; flag 1: position from the table only.\n");
@@ -98,8 +105,8 @@ int RunPartitions(const PartitionsOptions& o) {
         SelectWholeSource(src);
     }
     const CPhysicalDisk& disk = *src.media;
-    if (o.json) PrintJson(o, disk, src.layout, src.partitions);
-    else PrintText(o, disk, src.layout, src.partitions);
+    if (o.json) PrintJson(o, src);
+    else PrintText(o, src);
     if (disk.ReadFailures() > 0) {
         std::fprintf(stderr, "kestrin: %" PRIu64 " read(s) failed on '%s'; the list may be incomplete\n",
                      disk.ReadFailures(), o.source.c_str());

@@ -15,6 +15,8 @@ constexpr size_t kMaxRecords = 1u << 16;
 constexpr uint16_t kMaxFragments = 64;
 constexpr uint32_t kMaxVblkBytes = 64u << 10;
 constexpr uint64_t kMaxConfigBytes = 64u << 20;
+// Largest stripe chunk taken from a database (real ones are 64 KiB).
+constexpr uint64_t kMaxChunkBytes = 1u << 30;
 
 // Record types (low nibble of the type byte) and flags.
 constexpr uint8_t kVblkVolume = 1, kVblkComponent = 2, kVblkPartition = 3, kVblkDisk = 4;
@@ -319,85 +321,146 @@ bool ReadLdmDatabaseOfDisk(CPhysicalDisk& disk, const uint8_t* privhead, const L
     auto volumes = ReadLdmVolumes(disk, configStart, configSectors, dataStart, guid);
     bool any = false;
     const uint64_t diskEnd = disk.ByteSize() ? disk.ByteSize() / ss : ~0ull;
+    // A database read through an assembled volume (one dynamic disk's image inside another's
+    // volume) gives ranges of that volume, not of the disk: only its one-range volumes are
+    // listed then, and nothing is kept for the front ends, which open volumes of the disk.
+    ByteSource* base = disk.Handle();
+    const bool nested = dynamic_cast<ExtentSource*>(base) != nullptr;
     std::vector<uint8_t> boot(ss, 0);
+    // The database is read again by every layout read of the disk: one entry per volume, by its
+    // first sector, kept in that order.
+    std::map<uint64_t, AssembledVolume> kept;
+    if (!nested)
+        for (auto& k : disk.AssembledVolumes()) kept[k.startSector] = std::move(k);
     for (const auto& v : volumes) {
-        if (!v.complete) continue;
+        if (!v.complete || v.layout == LdmLayout::Raid5) continue;
         // One range of the disk: a simple volume, a spanned one whose pieces follow each other,
-        // or the first copy of a mirror made of one piece.
-        bool contiguous = true;
+        // or the first copy of a mirror made of one piece. Anything else is read through an
+        // extent source (its pieces in volume order, a stripe's chunks in turn).
+        bool contiguous = v.layout != LdmLayout::Striped;
         uint64_t total = 0;
         for (size_t i = 0; i < v.extents.size(); ++i) {
             if (i && v.extents[i].startSector != v.extents[i - 1].startSector + v.extents[i - 1].sectors)
                 contiguous = false;
-            total += v.extents[i].sectors;
+            total = v.extents[i].sectors > ~0ull - total ? ~0ull : total + v.extents[i].sectors;
         }
-        if (v.layout == LdmLayout::Striped || v.layout == LdmLayout::Raid5 || !contiguous) continue;
-        uint64_t start = v.extents.front().startSector;
+        const uint64_t start = v.extents.front().startSector;
         if (start >= diskEnd) continue;
         std::fill(boot.begin(), boot.end(), 0);
-        disk.ReadSectors(boot.data(), ss, start, true);
         PartitionRecord r;
-        if (auto got = RecogniseVolume(disk, Bytes(boot.data(), 512), total)) r = *got;
+        uint64_t count = 0;
+        if (contiguous) {
+            disk.ReadSectors(boot.data(), ss, start, true);
+            if (auto got = RecogniseVolume(disk, Bytes(boot.data(), 512), total)) r = *got;
+            count = std::min(total, diskEnd - start);
+        } else {
+            if (nested || !base) continue;
+            CPhysicalDisk volume;
+            volume.Attach(std::make_unique<ExtentSource>(*base, v, ss));
+            volume.SetSectorSize(ss);
+            count = volume.ByteSize() / ss;
+            if (count == 0) continue;
+            volume.SetSectorCount(count);
+            volume.ReadSectors(boot.data(), ss, 0, true);
+            if (auto got = RecogniseVolume(volume, Bytes(boot.data(), 512), count)) r = *got;
+        }
         r.startSector = start;
-        r.length = std::min(total, diskEnd - start);
+        // The length follows the table's convention: a GPT entry keeps its last sector.
+        r.length = !gpt ? count : count > ~0ull - start ? ~0ull : start + count - 1;
         disk.SecondPartitions().push_back(r);
         any = true;
+        if (nested) continue;
+        AssembledVolume a;
+        // The name is shown and written into JSON: printable ASCII only, as the format keeps it.
+        a.name = v.name;
+        for (char& ch : a.name)
+            if (static_cast<unsigned char>(ch) < 0x20 || static_cast<unsigned char>(ch) > 0x7E) ch = '?';
+        a.startSector = start;
+        a.sectors = count;
+        if (!contiguous)
+            a.open = [v, ss](ByteSource& b) -> std::unique_ptr<ByteSource> {
+                return std::make_unique<ExtentSource>(b, v, ss);
+            };
+        kept[start] = std::move(a);
+    }
+    if (!nested) {
+        disk.AssembledVolumes().clear();
+        for (auto& [start, a] : kept) disk.AssembledVolumes().push_back(std::move(a));
     }
     return any;
 }
 
 void InstallLdmDatabaseReader() { SetLdmDatabaseReader(ReadLdmDatabaseOfDisk); }
 
+namespace {
+
+// Pieces of `bytes` bytes at `sectorStart` sectors, appended after `total` bytes; false when a
+// number does not fit in 64 bits.
+bool AddPiece(std::vector<ExtentSource::Piece>& out, uint64_t& total, uint64_t sectorStart, uint64_t sectors,
+              uint64_t ss) {
+    if (sectors > ~0ull / ss || sectorStart > ~0ull / ss || sectors * ss > ~0ull - total) return false;
+    out.push_back({total, sectorStart * ss, sectors * ss});
+    total += sectors * ss;
+    return true;
+}
+
+} // namespace
+
 ExtentSource::ExtentSource(ByteSource& base, const LdmVolume& volume, uint32_t sectorSize) : m_base(base) {
     const uint64_t ss = sectorSize ? sectorSize : 512;
-    if (volume.layout == LdmLayout::Striped && volume.columns && volume.stripeSectors) {
-        // Chunks taken from the columns in turn; every column's extents in column order.
-        std::vector<std::vector<LdmExtent>> cols(volume.columns);
+    if (volume.layout == LdmLayout::Striped) {
+        // Chunks taken from the columns in turn, as many whole rows as the shortest column
+        // holds; every column's extents in column order. The mapping is computed per read, so
+        // a volume of any size needs only its extents in memory.
+        if (volume.columns == 0 || volume.stripeSectors == 0 || volume.stripeSectors > kMaxChunkBytes / ss) return;
+        m_chunk = volume.stripeSectors * ss;
+        m_columns.resize(volume.columns);
+        std::vector<uint64_t> columnBytes(volume.columns, 0);
         for (const auto& e : volume.extents)
-            if (e.column < volume.columns) cols[e.column].push_back(e);
-        const uint64_t chunk = volume.stripeSectors * ss;
+            if (e.column < volume.columns && !AddPiece(m_columns[e.column], columnBytes[e.column], e.startSector,
+                                                       e.sectors, ss))
+                break;
         uint64_t rows = ~0ull;
-        for (const auto& c : cols) {
-            uint64_t bytes = 0;
-            for (const auto& e : c) bytes += e.sectors * ss;
-            rows = std::min(rows, bytes / chunk);
-        }
-        if (rows == ~0ull || rows > (1u << 22)) rows = 0; // bounded piece list
-        for (uint64_t row = 0; row < rows; ++row) {
-            for (uint32_t col = 0; col < volume.columns; ++col) {
-                uint64_t inCol = row * chunk;
-                for (const auto& e : cols[col]) {
-                    uint64_t bytes = e.sectors * ss;
-                    if (inCol < bytes) {
-                        m_pieces.push_back({m_size, e.startSector * ss + inCol, std::min(chunk, bytes - inCol)});
-                        m_size += m_pieces.back().bytes;
-                        break;
-                    }
-                    inCol -= bytes;
-                }
-            }
-        }
+        for (uint64_t bytes : columnBytes) rows = std::min(rows, bytes / m_chunk);
+        const uint64_t rowBytes = m_chunk * volume.columns; // at most 1,024 columns of 1 GiB
+        m_size = std::min<uint64_t>(rows, ~0ull / rowBytes) * rowBytes;
         return;
     }
-    for (const auto& e : volume.extents) {
-        if (e.sectors > ~0ull / ss || e.startSector > ~0ull / ss) break;
-        m_pieces.push_back({m_size, e.startSector * ss, e.sectors * ss});
-        m_size += e.sectors * ss;
+    for (const auto& e : volume.extents)
+        if (!AddPiece(m_pieces, m_size, e.startSector, e.sectors, ss)) break;
+}
+
+long long ExtentSource::ReadPieces(const std::vector<Piece>& pieces, uint8_t* out, size_t len, uint64_t offset) {
+    size_t done = 0;
+    auto it = std::upper_bound(pieces.begin(), pieces.end(), offset,
+                               [](uint64_t off, const Piece& p) { return off < p.volumeByte; });
+    if (it != pieces.begin()) --it;
+    for (; it != pieces.end() && done < len; ++it) {
+        uint64_t at = offset + done;
+        if (at < it->volumeByte || at - it->volumeByte >= it->bytes) continue;
+        uint64_t into = at - it->volumeByte;
+        size_t n = size_t(std::min<uint64_t>(len - done, it->bytes - into));
+        long long got = m_base.ReadAt(out + done, n, it->baseByte + into);
+        if (got < 0) return done ? (long long)done : -1;
+        done += size_t(got);
+        if (size_t(got) < n) break;
     }
+    return (long long)done;
 }
 
 long long ExtentSource::ReadAt(void* buf, size_t len, uint64_t offset) {
     auto* out = static_cast<uint8_t*>(buf);
+    if (offset >= m_size) return 0;
+    len = size_t(std::min<uint64_t>(len, m_size - offset));
+    if (m_columns.empty()) return ReadPieces(m_pieces, out, len, offset);
     size_t done = 0;
-    auto it = std::upper_bound(m_pieces.begin(), m_pieces.end(), offset,
-                               [](uint64_t off, const Piece& p) { return off < p.volumeByte; });
-    if (it != m_pieces.begin()) --it;
-    for (; it != m_pieces.end() && done < len; ++it) {
+    while (done < len) {
         uint64_t at = offset + done;
-        if (at < it->volumeByte || at >= it->volumeByte + it->bytes) continue;
-        uint64_t into = at - it->volumeByte;
-        size_t n = size_t(std::min<uint64_t>(len - done, it->bytes - into));
-        long long got = m_base.ReadAt(out + done, n, it->baseByte + into);
+        uint64_t chunkIndex = at / m_chunk, into = at % m_chunk;
+        size_t column = size_t(chunkIndex % m_columns.size());
+        uint64_t inColumn = chunkIndex / m_columns.size() * m_chunk + into;
+        size_t n = size_t(std::min<uint64_t>(len - done, m_chunk - into));
+        long long got = ReadPieces(m_columns[column], out + done, n, inColumn);
         if (got < 0) return done ? (long long)done : -1;
         done += size_t(got);
         if (size_t(got) < n) break;

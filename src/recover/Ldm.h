@@ -40,9 +40,12 @@ struct LdmVolume {
 std::vector<LdmVolume> ReadLdmVolumes(CStorageMedia& media, uint64_t configStart, uint64_t configSectors,
                                       uint64_t dataStart, const std::string& diskGuid);
 
-// The reader installed behind the partition reader's hand-off: simple volumes (and spanned ones
-// whose extents follow each other on the disk) become records in disk.SecondPartitions() with the
-// file system their first sector shows.
+// The reader installed behind the partition reader's hand-off: every readable volume (simple,
+// spanned, striped, a mirror's first copy; all pieces on this disk) becomes a record in
+// disk.SecondPartitions() at its first piece's sector, with the file system its own sector 0
+// shows and its sector count as length (a GPT disk: its last sector, as GPT entries keep it).
+// Each is also kept in disk.AssembledVolumes() with its name; those that are not one range of
+// the disk carry the means to open them as a source of their own.
 bool ReadLdmDatabaseOfDisk(CPhysicalDisk& disk, const uint8_t* privhead, const LdmGptAreas* gpt);
 // Installs ReadLdmDatabaseOfDisk with SetLdmDatabaseReader.
 void InstallLdmDatabaseReader();
@@ -54,13 +57,20 @@ public:
     ExtentSource(ByteSource& base, const LdmVolume& volume, uint32_t sectorSize);
     long long ReadAt(void* buf, size_t len, uint64_t offset) override;
     uint64_t Size() const override { return m_size; }
+    uint32_t LastError() const override { return m_base.LastError(); }
+    // Pieces start and end on sector bounds, so an aligned read stays aligned on the base.
+    bool NeedsAlignment() const override { return m_base.NeedsAlignment(); }
 
-private:
     struct Piece {
         uint64_t volumeByte, baseByte, bytes;
     };
+
+private:
+    long long ReadPieces(const std::vector<Piece>& pieces, uint8_t* out, size_t len, uint64_t offset);
     ByteSource& m_base;
-    std::vector<Piece> m_pieces; // sorted by volumeByte, no gaps
+    std::vector<Piece> m_pieces;               // sorted by volumeByte, no gaps
+    std::vector<std::vector<Piece>> m_columns; // striped: each column's pieces, by byte in the column
+    uint64_t m_chunk = 0;                      // striped: bytes per chunk
     uint64_t m_size = 0;
 };
 

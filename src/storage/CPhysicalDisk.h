@@ -1,5 +1,7 @@
 #pragma once
 // A physical disk, a volume or an attached image file, with the partitions found on it.
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,6 +11,19 @@
 namespace kestrin {
 
 enum DeviceKind : uint32_t { kNotByName = 0, kPhysicalDrive = 1, kVolume = 2 };
+
+// A dynamic-disk volume, listed in SecondPartitions() as the record starting at `startSector`
+// and `sectors` long. One made of several ranges of the disk (spanned over pieces that are apart,
+// striped, a mirror's first copy in pieces) carries `open`, which builds a source reading its
+// bytes in order from the disk's own source `base` (borrowed: it must outlive the result); read
+// that way the volume starts at its sector 0. One that is a single range has no `open` and is
+// read as a range of the disk.
+struct AssembledVolume {
+    std::string name;
+    uint64_t startSector = 0;
+    uint64_t sectors = 0;
+    std::function<std::unique_ptr<ByteSource>(ByteSource& base)> open;
+};
 
 // Kind of the selected source item.
 enum SourceKind : uint8_t {
@@ -53,6 +68,11 @@ public:
     // Further partitions (dynamic-disk reader, lost-partition search).
     std::vector<PartitionRecord>& SecondPartitions() { return m_secondPartitions; }
     const std::vector<PartitionRecord>& SecondPartitions() const { return m_secondPartitions; }
+    // The dynamic-disk volumes behind entries of SecondPartitions(), in order of their first sector.
+    std::vector<AssembledVolume>& AssembledVolumes() { return m_assembledVolumes; }
+    const std::vector<AssembledVolume>& AssembledVolumes() const { return m_assembledVolumes; }
+    // Takes the source back from the disk, which is left without one (Attach gives it another).
+    std::unique_ptr<ByteSource> ReleaseHandle() { return std::move(m_handle); }
     // The device path actually opened ("/dev/sdb"), for messages.
     const std::string& DevicePath() const { return m_devicePath; }
 
@@ -70,6 +90,7 @@ private:
     uint32_t m_unused = 0;
     std::vector<PartitionRecord> m_secondPartitions;
     std::string m_devicePath;
+    std::vector<AssembledVolume> m_assembledVolumes;
 };
 
 } // namespace kestrin

@@ -264,20 +264,37 @@ TEST(PreviousFileSystem, OlderNtfsFilesAreListed) {
     }
 }
 
-// The generated dynamic disk: the simple volume is listed like a partition; the spanned FAT32
-// volume, split over two extents that are apart, reads as one through the extent source.
-TEST(DynamicDisk, SimpleListedAndSpannedReadsAcrossExtents) {
+// The generated dynamic disk: both volumes are listed like partitions, the simple one as a range
+// of the disk, the spanned FAT32 volume (two extents that are apart) with the file system its own
+// sector 0 shows and the means to open it; reading the layout again keeps one entry per volume.
+TEST(DynamicDisk, VolumesListedAndSpannedReadsAcrossExtents) {
     std::string path = test::UnpackImage("ldm-dynamic");
     ASSERT_FALSE(path.empty());
     CPhysicalDisk disk;
     ASSERT_TRUE(disk.AttachImageFile(path));
     Layout layout;
     auto parts = ListPartitions(disk, layout);
+    parts = ListPartitions(disk, layout);
     EXPECT_EQ(layout, Layout::Ldm);
-    ASSERT_EQ(parts.size(), 1u);
+    ASSERT_EQ(parts.size(), 2u);
     EXPECT_EQ(parts[0].startSector, 2048u);
     EXPECT_EQ(parts[0].length, 32768u);
     EXPECT_EQ(parts[0].fsKind, kFsNtfs);
+    EXPECT_EQ(parts[1].startSector, 40960u);
+    EXPECT_EQ(parts[1].length, 81920u);
+    EXPECT_EQ(parts[1].fsKind, kFsFat32);
+    EXPECT_EQ(parts[1].partitionFlag, kValidated);
+    const auto& kept = disk.AssembledVolumes();
+    ASSERT_EQ(kept.size(), 2u);
+    EXPECT_EQ(kept[0].name, "Simple");
+    EXPECT_FALSE(kept[0].open); // one range: read as a partition
+    EXPECT_EQ(kept[1].name, "Spanned");
+    EXPECT_EQ(kept[1].startSector, 40960u);
+    EXPECT_EQ(kept[1].sectors, 81920u);
+    ASSERT_TRUE(kept[1].open);
+    auto opened = kept[1].open(*disk.Handle());
+    ASSERT_NE(opened, nullptr);
+    EXPECT_EQ(opened->Size(), 81920u * 512);
 
     auto volumes = ReadLdmVolumes(disk, 262144 - 2048, 2048, 63, "3f2a9c4e-1b7d-4e2a-9c11-5d0e6a7b8c90");
     ASSERT_EQ(volumes.size(), 2u);
@@ -306,6 +323,28 @@ TEST(DynamicDisk, SimpleListedAndSpannedReadsAcrossExtents) {
     });
     ASSERT_EQ(got.size(), 1u << 20);
     for (size_t k = 0; k < got.size(); k += 4099) ASSERT_EQ(got[k], uint8_t(23 * 37 + (k % 256) * 13)) << k;
+}
+
+// A striped volume reads its chunks from the columns in turn, as many whole rows as the shortest
+// column holds; one read may cross several chunks.
+TEST(DynamicDisk, StripedVolumeTakesChunksInTurn) {
+    std::vector<uint8_t> bytes(64 * 512);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t(i / 512);
+    MemorySource base(std::move(bytes));
+    LdmVolume v;
+    v.layout = LdmLayout::Striped;
+    v.columns = 2;
+    v.stripeSectors = 2;
+    v.extents = {{10, 8, 0, 0}, {40, 6, 0, 1}};
+    ExtentSource striped(base, v, 512);
+    ASSERT_EQ(striped.Size(), 12u * 512);
+    std::vector<uint8_t> got(12 * 512);
+    ASSERT_EQ(striped.ReadAt(got.data(), got.size(), 0), (long long)got.size());
+    const uint8_t order[] = {10, 11, 40, 41, 12, 13, 42, 43, 14, 15, 44, 45};
+    for (size_t s = 0; s < 12; ++s) EXPECT_EQ(got[s * 512 + 7], order[s]) << s;
+    uint8_t tail[1024];
+    EXPECT_EQ(striped.ReadAt(tail, sizeof tail, 12 * 512 - 512), 512); // short at the end
+    EXPECT_EQ(tail[0], 45);
 }
 
 // Lying counts and sizes in the database: a VMDB whose record size is huge or tiny, a TOCBLOCK
