@@ -1,0 +1,162 @@
+#pragma once
+// The main window: the three mode pages, the drive-selection page, the partition choice and the
+// results explorer, with the Language menu. Scans and saves run on the driver's worker behind the
+// progress window; this thread only shows.
+#include <QDateTime>
+#include <QMainWindow>
+#include <memory>
+#include <vector>
+
+#include "carve/SignatureRecord.h"
+#include "cli/CliSource.h"
+#include "fs/CNode.h"
+#include "output/Saver.h"
+#include "ui/CResultsState.h"
+
+class QAction;
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QPushButton;
+class QSortFilterProxyModel;
+class QStackedWidget;
+class QTabWidget;
+class QTreeView;
+class QTreeWidget;
+class QPlainTextEdit;
+
+namespace kestrin::ui {
+
+class CFolderTreeModel;
+class CFileListModel;
+class CFileTypesModel;
+
+class CMainWindow final : public QMainWindow {
+    Q_OBJECT
+public:
+    enum Page { kModePage, kDrivePage, kPartitionPage, kResultsPage };
+
+    explicit CMainWindow(QWidget* parent = nullptr);
+    ~CMainWindow() override;
+
+    // The steps a user takes with the mouse, callable on their own (tests, screenshots).
+    void ChooseMode(uint32_t mode);
+    // Opens a disk, volume or image file read-only and goes on: a volume is scanned at once, a
+    // disk shows its partitions. False (with a message) when it cannot be opened.
+    bool OpenAndContinue(const QString& path);
+    // Scans listed partition `index` (-1: the whole source) and shows the results.
+    bool ScanPartition(int index);
+    // Saves the ticked items into `folder` after the destination checks.
+    bool SaveTo(const QString& folder, uint8_t collisionMode);
+    void SetLanguage(int index);
+    // Lists an image file on the drive page as "Add Image File..." does, without the dialog.
+    void AddImageItem(const QString& path);
+    void ShowModeTab(int tab);
+    // Recovery sessions: the tree and the source description, to browse and save again later.
+    bool SaveSession(const QString& path);
+    bool OpenSession(const QString& path);
+    // The proposed file name of a session of the current source at local time `now`.
+    QString DefaultSessionName(const QDateTime& now) const;
+    // Next found item after the selected one whose name matches `pattern` ("*" and "?",
+    // any case), shown selected; null when none.
+    CNode* FindNext(const QString& pattern);
+    // Every field of a found item, its location as sector and byte offset.
+    QString PropertiesText(const CNode* n) const;
+
+    Page CurrentPage() const;
+    uint32_t Mode() const { return m_mode; }
+    CResultsState& Results() { return m_results; }
+    CNode* Tree() const { return m_tree.get(); }
+    const SaveResult& LastSave() const { return m_lastSave; }
+    CFileListModel* ListModel() const { return m_listModel; }
+    QTreeView* FolderView() const { return m_folderView; }
+    QTreeView* TypesView() const { return m_typesView; }
+
+private:
+    void BuildModePages();
+    void BuildDrivePage();
+    void BuildPartitionPage();
+    void BuildResultsPage();
+    void BuildMenus();
+    void BuildToolsMenu();
+    void Retranslate();
+    void FillDriveList();
+    void FillPartitionList();
+    void AddImageFile();
+    void ChooseFileTypes();
+    void ShowResults();
+    void ShowPreview(CNode* n);
+    void OnSave();
+    bool RunOperation(int forcedKind);
+    void OnSaveSession();
+    void OnOpenSession();
+    void OnFind();
+    void ShowProperties(const CNode* n);
+    void OpenWithViewer(const CNode* n);
+    // On leaving the results: offers to save the session; false when the user cancels.
+    bool OfferSession();
+    void SelectNode(CNode* n);
+    CNode* SelectedNode() const;
+    void closeEvent(QCloseEvent* e) override;
+    void SetPage(Page p);
+
+    uint32_t m_mode = 1019;
+    cli::OpenedSource m_src;
+    bool m_haveSource = false;
+    std::vector<SignatureRecord> m_signatures;   // the ticked rows, searched by the signature scan
+    std::vector<SignatureRecord> m_modeSignatures; // every row the mode lists
+    std::vector<bool> m_signatureTicks;
+    std::unique_ptr<CNode> m_tree;
+    CResultsState m_results;
+    SaveResult m_lastSave;
+    bool m_sessionSaved = false;
+    QString m_lastPattern;
+
+    QStackedWidget* m_pages = nullptr;
+    QTabWidget* m_modeTabs = nullptr;
+    struct ModeButton {
+        uint32_t mode;
+        const char* labelId;
+        const char* textId;
+        QPushButton* button;
+        QLabel* text;
+    };
+    std::vector<ModeButton> m_modeButtons;
+    QLabel* m_driveTitle = nullptr;
+    QLabel* m_driveHint = nullptr;
+    QTreeWidget* m_drives = nullptr;
+    QPushButton* m_addImage = nullptr;
+    QPushButton* m_fileTypes = nullptr;
+    QPushButton* m_driveBack = nullptr;
+    QPushButton* m_driveNext = nullptr;
+    QLabel* m_partTitle = nullptr;
+    QTreeWidget* m_partitions = nullptr;
+    QPushButton* m_partBack = nullptr;
+    QPushButton* m_partScan = nullptr;
+    QPushButton* m_partSearch = nullptr;
+    QTreeView* m_folderView = nullptr;
+    QTreeView* m_listView = nullptr;
+    CFolderTreeModel* m_treeModel = nullptr;
+    CFileTypesModel* m_typesModel = nullptr;
+    QTreeView* m_typesView = nullptr;
+    QTabWidget* m_leftTabs = nullptr;
+    CFileListModel* m_listModel = nullptr;
+    QSortFilterProxyModel* m_sorter = nullptr;
+    QCheckBox* m_deletedOnly = nullptr;
+    QPushButton* m_markAll = nullptr;
+    QPushButton* m_unmarkAll = nullptr;
+    QPushButton* m_save = nullptr;
+    QPushButton* m_newScan = nullptr;
+    QPushButton* m_find = nullptr;
+    QMenu* m_toolsMenu = nullptr;
+    QAction* m_saveSessionAction = nullptr;
+    QAction* m_openSessionAction = nullptr;
+    QComboBox* m_collision = nullptr;
+    QLabel* m_collisionLabel = nullptr;
+    QLabel* m_preview = nullptr;
+    QPlainTextEdit* m_previewText = nullptr;
+    QMenu* m_languageMenu = nullptr;
+    QList<QAction*> m_languageActions;
+};
+
+} // namespace kestrin::ui

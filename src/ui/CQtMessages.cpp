@@ -1,0 +1,53 @@
+#include "ui/CQtMessages.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QThread>
+
+#include "ui/UiText.h"
+
+namespace kestrin::ui {
+
+namespace {
+std::function<void(const QString&)>& Hook() {
+    static std::function<void(const QString&)> hook;
+    return hook;
+}
+} // namespace
+
+void CQtMessages::SetHook(std::function<void(const QString&)> hook) { Hook() = std::move(hook); }
+
+void CQtMessages::Inform(QWidget* parent, const QString& text) {
+    if (Hook()) {
+        Hook()(text);
+        return;
+    }
+    QMessageBox::information(parent, Caption(), text);
+}
+
+bool CQtMessages::Ask(QWidget* parent, const QString& text) {
+    if (Hook()) {
+        Hook()(text);
+        return false;
+    }
+    return QMessageBox::question(parent, Caption(), text, QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) ==
+           QMessageBox::Yes;
+}
+
+void CQtMessages::Show(const UserMessage& message) {
+    QString text = QString::fromStdString(message.text);
+    QString caption = QString::fromStdString(message.caption);
+    bool error = message.icon == MessageIcon::Error;
+    auto show = [this, text, caption, error] {
+        if (Hook()) {
+            Hook()(text);
+            return;
+        }
+        if (error) QMessageBox::critical(m_parent, caption, text);
+        else QMessageBox::information(m_parent, caption, text);
+    };
+    if (QThread::currentThread() == qApp->thread()) show();
+    else QMetaObject::invokeMethod(qApp, show, Qt::BlockingQueuedConnection);
+}
+
+} // namespace kestrin::ui

@@ -1,0 +1,50 @@
+#include "ui/NodeDisplay.h"
+
+#include <QApplication>
+#include <QPainter>
+#include <QPixmap>
+#include <QStyle>
+
+#include "ui/UiText.h"
+#include "util/DosDate.h"
+#include "util/Text.h"
+
+namespace kestrin::ui {
+
+QString NodeName(const CNode* n) {
+    if (!n->parent) return Tx("IDS_UI_ROOT", "Root");
+    return QString::fromStdU16String(n->name);
+}
+
+namespace {
+QIcon WithCross(const QIcon& base) {
+    QPixmap pm = base.pixmap(16, 16);
+    if (pm.isNull()) pm = QPixmap(16, 16), pm.fill(Qt::transparent);
+    QPainter p(&pm);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(QPen(QColor(200, 0, 0), 2.2));
+    p.drawLine(7, 7, 15, 15);
+    p.drawLine(15, 7, 7, 15);
+    return QIcon(pm);
+}
+} // namespace
+
+QIcon NodeIcon(const CNode* n) {
+    static const QIcon folder = qApp->style()->standardIcon(QStyle::SP_DirIcon);
+    static const QIcon file = qApp->style()->standardIcon(QStyle::SP_FileIcon);
+    static const QIcon deletedFolder = WithCross(folder);
+    static const QIcon deletedFile = WithCross(file);
+    // Carved files carry no in-use flag: only file-system items count as deleted.
+    bool deleted = n->parent && n->IsDeleted() && !n->carved;
+    if (n->IsFolder()) return deleted ? deletedFolder : folder;
+    return deleted ? deletedFile : file;
+}
+
+QString NodeSize(const CNode* n) {
+    if (n->IsFolder()) return {};
+    return QString::fromStdString(FormatSizeKB(n->size));
+}
+
+QString NodeDate(uint16_t dosDate) { return QString::fromStdString(FormatDosDateShort(dosDate)); }
+
+} // namespace kestrin::ui

@@ -1,0 +1,17 @@
+#pragma once
+// How one found item looks in the tree and the list: its name, icon with the deleted overlay,
+// size and dates.
+#include <QIcon>
+#include <QString>
+
+#include "fs/CNode.h"
+
+namespace kestrin::ui {
+
+QString NodeName(const CNode* n);
+// Folder or file icon; deleted items get the red cross overlay.
+QIcon NodeIcon(const CNode* n);
+QString NodeSize(const CNode* n);
+QString NodeDate(uint16_t dosDate);
+
+} // namespace kestrin::ui

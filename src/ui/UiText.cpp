@@ -1,0 +1,15 @@
+#include "ui/UiText.h"
+
+#include "app/Language.h"
+
+namespace kestrin::ui {
+
+QString Tx(const char* id, const char* fallback) {
+    std::string t = app::Text(id);
+    if (!t.empty()) return QString::fromStdString(t);
+    return QString::fromUtf8(fallback && *fallback ? fallback : id);
+}
+
+QString Caption() { return Tx("IDS_KESTRIN", "Kestrin"); }
+
+} // namespace kestrin::ui

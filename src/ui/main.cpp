@@ -1,0 +1,22 @@
+// The desktop program: start-up (language, single instance), then the main window.
+#include <QApplication>
+#include <QMessageBox>
+
+#include "app/Language.h"
+#include "app/Startup.h"
+#include "platform/Platform.h"
+#include "ui/CMainWindow.h"
+
+int main(int argc, char** argv) {
+    QApplication qapp(argc, argv);
+    kestrin::app::InitLanguage();
+    kestrin::platform::InstanceLock lock;
+    kestrin::app::StartupRefusal refusal = kestrin::app::StartupCheck(lock);
+    if (!refusal.caption.empty()) {
+        QMessageBox::critical(nullptr, QString::fromStdString(refusal.caption), QString::fromStdString(refusal.message));
+        return 1;
+    }
+    kestrin::ui::CMainWindow window;
+    window.show();
+    return qapp.exec();
+}
