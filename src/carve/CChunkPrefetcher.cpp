@@ -8,12 +8,18 @@
 namespace kestrin {
 
 CChunkPrefetcher::CChunkPrefetcher(CSectorReader& reader, uint64_t first, uint64_t end, uint32_t chunkSectors,
-                                   bool threaded)
+                                   bool threaded, uint64_t lookAheadSectors)
     : m_reader(reader), m_first(first), m_end(end), m_chunkSectors(chunkSectors), m_sectorSize(reader.SectorSize()),
       m_threaded(threaded) {
     m_chunkCount = end > first && chunkSectors ? (end - first + chunkSectors - 1) / chunkSectors : 0;
-    size_t bytes = size_t(std::min<uint64_t>(chunkSectors, end > first ? end - first : 0)) * m_sectorSize;
-    for (Slot& s : m_slots) s.buffer.resize(bytes);
+    // The chunk being scanned, plus the base read-ahead or whatever a look of lookAheadSectors
+    // past the scanned chunk's end can reach, whichever is more; never more slots than chunks.
+    uint64_t ahead = chunkSectors ? (lookAheadSectors + chunkSectors - 1) / chunkSectors : 0;
+    uint64_t slots = 1 + std::max(kBaseDepth, ahead);
+    m_slots.resize(size_t(std::max<uint64_t>(1, std::min(slots, m_chunkCount))));
+    m_slotOf.assign(m_slots.size(), 0);
+    m_batch = std::max<uint64_t>(kReadBatch, m_slots.size() / 4);
+    for (size_t i = m_slots.size(); i-- > 0;) m_free.push_back(uint32_t(i));
     if (m_threaded && m_chunkCount > 1) m_thread = std::thread([this] { Run(); });
     else m_threaded = false;
 }
@@ -24,25 +30,41 @@ CChunkPrefetcher::~CChunkPrefetcher() {
             std::lock_guard lk(m_mutex);
             m_stop = true;
         }
-        m_cv.notify_all();
+        m_readerCv.notify_all();
         m_thread.join();
     }
 }
 
 // One read of the whole chunk; the part past the source's end is zero, as the loop clears its
-// buffer before each read.
+// buffer before each read. A slot's buffer is allocated the first time it is used.
 void CChunkPrefetcher::ReadChunk(uint64_t index, Slot& slot) {
     uint64_t start = m_first + index * m_chunkSectors;
     uint32_t sectors = uint32_t(std::min<uint64_t>(m_chunkSectors, m_end - start));
     uint32_t bytes = sectors * m_sectorSize;
+    if (slot.buffer.empty())
+        slot.buffer.resize(size_t(std::min<uint64_t>(m_chunkSectors, m_end - m_first)) * m_sectorSize);
     slot.chunk.data = slot.buffer.data();
     slot.chunk.sectors = sectors;
-    slot.chunk.ok = m_reader.Read(slot.buffer.data(), bytes, start);
-    slot.chunk.error = slot.chunk.ok ? 0 : m_reader.LastError();
+    slot.chunk.ok = m_reader.Read(slot.buffer.data(), bytes, start, slot.chunk.error);
     if (slot.chunk.ok) {
         uint64_t present = m_reader.BytesFrom(start * m_sectorSize);
         if (present < bytes) std::memset(slot.buffer.data() + present, 0, bytes - size_t(present));
     }
+}
+
+// A slot is free once the loop has moved past the chunk it held; the chunk being scanned
+// (m_nextToGive - 1) keeps its slot.
+uint64_t CChunkPrefetcher::ReadLimit() const {
+    return std::min<uint64_t>(m_chunkCount, m_nextToGive + m_slots.size() - 1);
+}
+
+// The reading runs as far ahead as the slots allow: with scanners that look far ahead, the
+// loop then scans what they looked at while the next stretch is read, instead of the two
+// threads taking turns. Either thread sleeps until a batch of chunks (a quarter of the slots,
+// at least two) can be read or scanned: waking a thread costs more than scanning a chunk.
+bool CChunkPrefetcher::ReaderHasWork() const {
+    uint64_t target = ReadLimit();
+    return m_nextToRead < target && (m_mainWaiting || target - m_nextToRead >= m_batch || target == m_chunkCount);
 }
 
 void CChunkPrefetcher::Run() {
@@ -50,46 +72,97 @@ void CChunkPrefetcher::Run() {
         uint64_t index;
         {
             std::unique_lock lk(m_mutex);
-            // A slot is free once the loop has moved past the chunk it held; the chunk being
-            // scanned (m_nextToGive - 1) keeps its slot.
-            m_cv.wait(lk, [&] {
-                return m_stop || (m_nextToRead < m_chunkCount && m_nextToRead < m_nextToGive + kSlots - 1);
-            });
-            if (m_stop || m_nextToRead >= m_chunkCount) return;
+            m_readerWaiting = true;
+            m_readerCv.wait(lk, [&] { return m_stop || ReaderHasWork(); });
+            m_readerWaiting = false;
+            if (m_stop) return;
             index = m_nextToRead;
+            Take(index);
         }
-        Slot& slot = m_slots[index % kSlots];
-        ReadChunk(index, slot);
+        ReadChunk(index, SlotOf(index));
+        bool wake;
         {
             std::lock_guard lk(m_mutex);
-            slot.ready = true;
+            ++m_nextToRead;
+            wake = m_mainWaiting && m_nextToRead > m_mainWaitsFor;
+        }
+        if (wake) m_mainCv.notify_one();
+    }
+}
+
+const CChunkPrefetcher::Chunk& CChunkPrefetcher::WaitFor(uint64_t index) {
+    if (!m_threaded) {
+        while (m_nextToRead <= index) {
+            Take(m_nextToRead);
+            ReadChunk(m_nextToRead, SlotOf(m_nextToRead));
             ++m_nextToRead;
         }
-        m_cv.notify_all();
+        return SlotOf(index).chunk;
     }
+    // Mostly the chunk is there already: no lock for that (its slot was recorded before the
+    // count was raised).
+    if (m_nextToRead.load(std::memory_order_acquire) > index) return SlotOf(index).chunk;
+    std::unique_lock lk(m_mutex);
+    if (m_nextToRead <= index) {
+        // Woken once a batch is there rather than for every chunk.
+        m_mainWaitsFor = std::max(index, std::min(index + m_batch, ReadLimit()) - 1);
+        m_mainWaiting = true;
+        if (m_readerWaiting) m_readerCv.notify_one();
+        m_mainCv.wait(lk, [&] { return m_nextToRead > index; });
+        m_mainWaiting = false;
+    }
+    return SlotOf(index).chunk;
+}
+
+// Called with the lock held (or without a thread): `index` is below ReadLimit, so fewer than
+// all slots are held and one is free.
+void CChunkPrefetcher::Take(uint64_t index) {
+    m_slotOf[index % m_slotOf.size()] = m_free.back();
+    m_free.pop_back();
 }
 
 CChunkPrefetcher::Chunk CChunkPrefetcher::Next() {
     if (m_nextToGive >= m_chunkCount) return {};
     uint64_t index = m_nextToGive;
-    Slot& slot = m_slots[index % kSlots];
-    if (!m_threaded) {
-        ReadChunk(index, slot);
-        ++m_nextToGive;
-        return slot.chunk;
-    }
-    Chunk c;
+    bool wake = false;
     {
-        std::unique_lock lk(m_mutex);
         // The previous chunk's slot is free now.
-        if (index > 0) m_slots[(index - 1) % kSlots].ready = false;
+        std::unique_lock lk(m_mutex, std::defer_lock);
+        if (m_threaded) lk.lock();
+        if (index > 0) m_free.push_back(m_slotOf[(index - 1) % m_slotOf.size()]);
         ++m_nextToGive;
-        m_cv.notify_all();
-
-        m_cv.wait(lk, [&] { return slot.ready; });
-        c = slot.chunk;
+        wake = m_readerWaiting && ReaderHasWork();
     }
-    return c;
+    if (wake) m_readerCv.notify_one();
+    return WaitFor(index);
+}
+
+std::span<const uint8_t> CChunkPrefetcher::View(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch) {
+    if (m_nextToGive == 0 || count == 0 || sector < m_first || sector >= m_end || m_end - sector < count) return {};
+    const uint64_t current = m_nextToGive - 1;
+    const uint64_t a = (sector - m_first) / m_chunkSectors;
+    const uint64_t b = (sector + count - 1 - m_first) / m_chunkSectors;
+    if (a < current || b >= current + m_slots.size()) return {};
+    if (!WaitFor(b).ok) return {};
+    for (uint64_t i = a; i < b; ++i)
+        if (!SlotOf(i).chunk.ok) return {};
+
+    const size_t bps = m_sectorSize;
+    auto at = [&](uint64_t s) {
+        uint64_t i = (s - m_first) / m_chunkSectors;
+        return SlotOf(i).buffer.data() + size_t(s - m_first - i * m_chunkSectors) * bps;
+    };
+    if (a == b) return {at(sector), size_t(count) * bps};
+    scratch.resize(size_t(count) * bps);
+    uint64_t s = sector;
+    const uint64_t last = sector + count;
+    while (s < last) {
+        uint64_t chunkEnd = m_first + ((s - m_first) / m_chunkSectors + 1) * m_chunkSectors;
+        uint64_t n = std::min(last, chunkEnd) - s;
+        std::memcpy(scratch.data() + size_t(s - sector) * bps, at(s), size_t(n) * bps);
+        s += n;
+    }
+    return {scratch.data(), scratch.size()};
 }
 
 } // namespace kestrin

@@ -1,10 +1,15 @@
 #pragma once
-// Reads the loop's chunks ahead on a second thread: up to three chunks are read while chunk i is
-// scanned, so neither side waits for the other on every chunk. Both buffers are read through the same CSectorReader as the scanners' own reads, so
-// the media still sees one reader at a time.
+// Reads the loop's chunks ahead on a second thread: the chunks after chunk i are read while it
+// is scanned, so neither side waits for the other on every chunk. The chunks form a window that
+// scanners may look into (View): a scanner that wants sectors ahead of the scan position gets
+// them from the chunks the loop will scan next, read once, in large sequential reads. All reads
+// go through the same CSectorReader as the scanners' own reads, so the media still sees one
+// reader at a time.
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <span>
 #include <thread>
 #include <vector>
 
@@ -22,7 +27,11 @@ public:
     };
 
     // Chunk i covers sectors first + i × chunkSectors up to `end` (the last one shorter).
-    CChunkPrefetcher(CSectorReader& reader, uint64_t first, uint64_t end, uint32_t chunkSectors, bool threaded = true);
+    // `lookAheadSectors`: how far past the end of the chunk being scanned View may reach; the
+    // chunks are read that far ahead (at least four chunks), so the window takes about that
+    // many sectors plus two chunks of memory.
+    CChunkPrefetcher(CSectorReader& reader, uint64_t first, uint64_t end, uint32_t chunkSectors, bool threaded = true,
+                     uint64_t lookAheadSectors = 0);
     ~CChunkPrefetcher();
     CChunkPrefetcher(const CChunkPrefetcher&) = delete;
     CChunkPrefetcher& operator=(const CChunkPrefetcher&) = delete;
@@ -31,13 +40,26 @@ public:
     Chunk Next();
     bool Done() const { return m_nextToGive >= m_chunkCount; }
 
+    // Sectors [sector, sector + count) from the chunk being scanned and the ones after it, for the
+    // thread that calls Next. Points into the chunk when the range lies in one chunk, else the
+    // range is copied into `scratch`. Empty when any of it lies before the chunk being scanned,
+    // past the window or past `end`, or in a chunk whose read failed: the caller reads it itself.
+    std::span<const uint8_t> View(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch);
+
 private:
     struct Slot {
         std::vector<uint8_t> buffer;
         Chunk chunk;
-        bool ready = false;
     };
     void ReadChunk(uint64_t index, Slot& slot);
+    // The slot that holds chunk `index` (read, or being read, and not yet given back).
+    Slot& SlotOf(uint64_t index) { return m_slots[m_slotOf[index % m_slotOf.size()]]; }
+    // Chunk `index` is read (the loop has taken chunk index - window + 1 or later).
+    const Chunk& WaitFor(uint64_t index);
+    void Take(uint64_t index);
+    // Chunks that may be read now: past the one being scanned, within the slots.
+    uint64_t ReadLimit() const;
+    bool ReaderHasWork() const;
     void Run();
 
     CSectorReader& m_reader;
@@ -45,13 +67,25 @@ private:
     uint32_t m_chunkSectors, m_sectorSize;
     uint64_t m_chunkCount;
     uint64_t m_nextToGive = 0;
-    static constexpr uint64_t kSlots = 4;
-    Slot m_slots[kSlots];
+    // Chunks read ahead of the scanned one when no scanner looks further, and the fewest chunks
+    // a sleeping thread is woken for.
+    static constexpr uint64_t kBaseDepth = 4;
+    static constexpr uint64_t kReadBatch = 2;
+    std::vector<Slot> m_slots;
+    // At most m_slots.size() chunks are held at once, so chunk i's slot number is kept at
+    // i modulo that. Free slots are taken last-freed first: without a scanner looking far
+    // ahead the same few buffers, still in the processor's cache, take every chunk.
+    std::vector<uint32_t> m_slotOf;
+    std::vector<uint32_t> m_free;
     bool m_threaded;
     bool m_stop = false;
-    uint64_t m_nextToRead = 0;
+    std::atomic<uint64_t> m_nextToRead{0};
+    bool m_readerWaiting = false, m_mainWaiting = false;
+    uint64_t m_mainWaitsFor = 0; // the chunk the loop's thread waits for, while m_mainWaiting
+    uint64_t m_batch = kReadBatch;
     std::mutex m_mutex;
-    std::condition_variable m_cv;
+    // Each side is woken only when it sleeps and has something to do.
+    std::condition_variable m_readerCv, m_mainCv;
     std::thread m_thread;
 };
 

@@ -44,6 +44,9 @@ public:
     // candidates per sector from a table instead of asking every scanner; nullopt when no single
     // byte decides (an empty header). Scanners that override IsHeader override this too.
     virtual std::optional<std::pair<uint32_t, uint8_t>> HeaderKey() const;
+    // How many sectors past a candidate sector Verify and FindFileSize may read through the
+    // reader's ReadView; the loop keeps that much of what it reads ahead for them. 0: none.
+    virtual uint64_t LookAheadSectors(uint32_t /*sectorSize*/) const { return 0; }
 
     uint64_t FixedSize() const { return m_fixedSize; }
     uint8_t HeaderLength() const { return m_headerLength; }

@@ -1,5 +1,8 @@
 #include "carve/CSectorReader.h"
 
+#include <cstring>
+
+#include "carve/CChunkPrefetcher.h"
 #include "storage/CPhysicalDisk.h"
 
 namespace kestrin {
@@ -13,13 +16,36 @@ CSectorReader::CSectorReader(CPhysicalDisk& media) : m_media(media), m_sectorSiz
 }
 
 bool CSectorReader::Read(void* buffer, uint32_t byteCount, uint64_t sector) {
+    uint32_t error;
+    return Read(buffer, byteCount, sector, error);
+}
+
+bool CSectorReader::Read(void* buffer, uint32_t byteCount, uint64_t sector, uint32_t& error) {
     std::lock_guard lk(m_mutex);
+    error = 0;
     if (m_media.ReadSectors(buffer, byteCount, sector, true)) return true;
     // The media deliberately keeps its own recorded code; the reason of this failure is the
     // source's system code (errno mapped by the platform layer).
     ByteSource* h = m_media.Handle();
-    m_lastError = h ? h->LastError() : 0;
+    error = h ? h->LastError() : 0;
+    m_lastError = error;
     return false;
+}
+
+std::span<const uint8_t> CSectorReader::ReadView(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch) {
+    if (m_window) {
+        std::span<const uint8_t> view = m_window->View(sector, count, scratch);
+        if (!view.empty()) return view;
+    }
+    // Not in the window (or a chunk of it failed): the scanner's own read, so a failure here is
+    // the same as it always was.
+    if (m_sectorSize == 0 || count > UINT32_MAX / m_sectorSize || sector > UINT64_MAX / m_sectorSize) return {};
+    uint32_t bytes = count * m_sectorSize;
+    scratch.resize(bytes);
+    if (!Read(scratch.data(), bytes, sector)) return {};
+    uint64_t present = BytesFrom(sector * m_sectorSize);
+    if (present < bytes) std::memset(scratch.data() + present, 0, bytes - size_t(present));
+    return {scratch.data(), bytes};
 }
 
 } // namespace kestrin

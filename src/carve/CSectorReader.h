@@ -2,11 +2,15 @@
 // The signature scan's one way to the media: the loop's read-ahead and the scanners' own reads
 // all pass through here, one at a time, because the media object keeps a file position and has
 // no lock of its own.
+#include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <span>
+#include <vector>
 
 namespace kestrin {
 
+class CChunkPrefetcher;
 class CPhysicalDisk;
 
 class CSectorReader {
@@ -16,8 +20,18 @@ public:
     // `byteCount` bytes at absolute sector `sector` (seek read). False on failure, with the
     // system code of the failure in LastError().
     bool Read(void* buffer, uint32_t byteCount, uint64_t sector);
+    // The same, with the system code of a failure in `error` (taken under the lock: the loop's
+    // reading thread and the scanners read at the same time).
+    bool Read(void* buffer, uint32_t byteCount, uint64_t sector, uint32_t& error);
+    // `count` sectors at absolute sector `sector` for a scanner, as one Read of them would give
+    // them, with the part past the source's end zero. Taken from the loop's read-ahead window when
+    // it holds them (no read at all, often no copy), else read into `scratch`. Empty when the read
+    // fails (system code in LastError()). Valid until the next call or the loop's next chunk.
+    std::span<const uint8_t> ReadView(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch);
+    // The loop's chunks, for ReadView; null outside the loop.
+    void SetWindow(CChunkPrefetcher* window) { m_window = window; }
     // System code of the last failed read (5 access denied, 55 device gone, ...).
-    uint32_t LastError() const { return m_lastError; }
+    uint32_t LastError() const { return m_lastError.load(); }
     uint32_t SectorSize() const { return m_sectorSize; }
     // First sector past the source: scanners never walk beyond it.
     uint64_t EndSector() const { return m_endSector; }
@@ -36,6 +50,13 @@ public:
         uint8_t found = 0;
     };
     DirectoryWalk& CompoundDirectoryWalk() { return m_directoryWalk; }
+    // The allocation-table sector the compound-document size rule read last (C bytes at
+    // `sector`, past the source's end zero).
+    struct TableSector {
+        uint64_t sector = UINT64_MAX;
+        std::vector<uint8_t> data;
+    };
+    TableSector& CompoundTableSector() { return m_tableSector; }
 
 private:
     CPhysicalDisk& m_media;
@@ -43,9 +64,11 @@ private:
     uint32_t m_sectorSize;
     uint64_t m_byteSize;
     uint64_t m_endSector;
-    uint32_t m_lastError = 0;
+    std::atomic<uint32_t> m_lastError{0};
     uint64_t m_scannerFailures = 0;
     DirectoryWalk m_directoryWalk;
+    TableSector m_tableSector;
+    CChunkPrefetcher* m_window = nullptr;
 };
 
 } // namespace kestrin

@@ -143,8 +143,14 @@ uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstS
     uint64_t current = firstSector;
     uint64_t skipUntil = 0;
     bool endedByError = false;
+    // What the scanners read past a candidate is kept in the read-ahead window, so it is read
+    // from the media once, in the loop's large reads.
+    uint64_t lookAheadSectors = 0;
+    for (auto& e : set) lookAheadSectors = std::max(lookAheadSectors, e.scanner->LookAheadSectors(bps));
     // A sector needs at least the eight bytes of the zero test.
-    CChunkPrefetcher chunks(reader, firstSector, bps >= 8 ? endSector : firstSector, kSignatureChunkSectors);
+    CChunkPrefetcher chunks(reader, firstSector, bps >= 8 ? endSector : firstSector, kSignatureChunkSectors, true,
+                            lookAheadSectors);
+    reader.SetWindow(&chunks);
 
     while (current < endSector && bps >= 8) {
         if (IsStop(ctx.PollState())) {
@@ -206,6 +212,7 @@ uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstS
     }
 
     set.clear();
+    reader.SetWindow(nullptr);
     if (hook) hook->Finish(ctx);
     return endedByError ? 0 : ctx.op.state.load();
 }

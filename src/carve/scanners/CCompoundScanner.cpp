@@ -33,6 +33,17 @@ bool EntryNameIs(const uint8_t* entry, std::u16string_view name) {
         if (Le16(entry + 2 * i) != name[i]) return false;
     return true;
 }
+
+bool UnitIsZero(const uint8_t* entry, size_t unit) { return (entry[2 * unit] | entry[2 * unit + 1]) == 0; }
+
+// False when the entry's name can be none of the names the walk compares, judged from the
+// terminators alone: a name of length L has its first zero unit at L. Almost every sector the
+// walk passes over is file data and fails here without the name being measured.
+bool MayNameAny(const uint8_t* entry) {
+    return UnitIsZero(entry, kRootEntry.size()) || UnitIsZero(entry, CCompoundScanner::kStreams[0].size()) ||
+           UnitIsZero(entry, CCompoundScanner::kStreams[1].size()) ||
+           UnitIsZero(entry, CCompoundScanner::kStreams[2].size());
+}
 } // namespace
 
 bool CCompoundScanner::IsHeader(std::span<const uint8_t> sector) { return MatchAt(sector, 0, kMagic, sizeof kMagic); }
@@ -60,15 +71,23 @@ uint64_t CCompoundScanner::SizeFromAllocationTable(std::span<const uint8_t> sect
     uint32_t bps = r->SectorSize();
     uint64_t at = (uint64_t(last) + 1) * c / bps;
     if (at >= r->EndSector()) return 0;
-    m_buffer.assign(size_t(c), 0);
-    if (!r->Read(m_buffer.data(), uint32_t(c), at)) {
-        r->CountScannerFailure();
-        return 0;
+    // The three document classes ask for the same sector for one hit, and the files of one
+    // writer mostly name the same one: the last one read is kept (the source does not change
+    // while it is scanned). Reading it again would also wait for the loop's read-ahead.
+    CSectorReader::TableSector& table = r->CompoundTableSector();
+    if (table.sector != at || table.data.size() != c) {
+        table.sector = UINT64_MAX;
+        table.data.assign(size_t(c), 0);
+        if (!r->Read(table.data.data(), uint32_t(c), at)) {
+            r->CountScannerFailure();
+            return 0;
+        }
+        uint64_t present = r->BytesFrom(at * bps);
+        if (present < c) std::memset(table.data.data() + present, 0, size_t(c - present));
+        table.sector = at;
     }
-    uint64_t present = r->BytesFrom(at * bps);
-    if (present < c) std::memset(m_buffer.data() + present, 0, size_t(c - present));
     size_t j = k; // the count goes on from the header's entries
-    while (j < c / 4 && Le32(m_buffer.data() + 4 * j) != kFreeSector) ++j;
+    while (j < c / 4 && Le32(table.data.data() + 4 * j) != kFreeSector) ++j;
     return before + j * c + c;
 }
 
@@ -94,21 +113,20 @@ uint8_t CCompoundScanner::WalkDirectory(uint64_t sectorNumber) {
     if (bps < kDirectoryEntrySize) return 0;
     uint64_t maxSectors = kMaxDirectoryDistance / bps;
     uint64_t endSector = r->EndSector();
-    m_buffer.resize(size_t(kReadSectors) * bps);
     for (uint64_t walked = 0; walked < maxSectors;) {
         uint64_t current = sectorNumber + walked;
         if (current >= endSector) return found;
         uint32_t n = uint32_t(std::min<uint64_t>(kReadSectors, endSector - current));
-        uint32_t bytes = n * bps;
-        if (!r->Read(m_buffer.data(), bytes, current)) {
+        // Usually straight from the loop's read-ahead: these sectors are scanned next anyway.
+        std::span<const uint8_t> data = r->ReadView(current, n, m_buffer);
+        if (data.empty()) {
             r->CountScannerFailure();
             return found;
         }
-        uint64_t present = r->BytesFrom(current * bps);
-        if (present < bytes) std::memset(m_buffer.data() + present, 0, bytes - size_t(present));
         for (uint32_t i = 0; i < n && walked + i < maxSectors; ++i) {
-            const uint8_t* s = m_buffer.data() + size_t(i) * bps;
+            const uint8_t* s = data.data() + size_t(i) * bps;
             if (walked + i > 0 && IsHeader({s, bps})) return found;
+            if (!MayNameAny(s)) continue;
             size_t len = EntryNameLength(s);
             for (int k = 0; k < 3; ++k)
                 if (len == kStreams[k].size() && EntryNameIs(s, kStreams[k])) found |= uint8_t(1 << k);

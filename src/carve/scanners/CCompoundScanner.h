@@ -30,6 +30,10 @@ public:
     uint32_t GetEmbeddedOffset() override { return 0; }
     std::u16string_view GetEmbeddedExtension() override { return u".jpg"; }
     std::optional<std::pair<uint32_t, uint8_t>> HeaderKey() const override { return std::make_pair(0u, uint8_t(0xD0)); }
+    // The directory walk: 20 MiB, plus the part of its last read that goes past them.
+    uint64_t LookAheadSectors(uint32_t sectorSize) const override {
+        return sectorSize ? kMaxDirectoryDistance / sectorSize + kReadSectors : 0;
+    }
 
 private:
     uint64_t SizeFromAllocationTable(std::span<const uint8_t> sector);

@@ -25,13 +25,14 @@ bool CJpgScanner::ReadInto(uint64_t sector, uint32_t sectorCount) {
     CSectorReader* r = Reader();
     uint32_t bps = r->SectorSize();
     if (sector >= r->EndSector()) return false;
-    uint32_t bytes = sectorCount * bps;
-    if (!r->Read(m_work.data(), bytes, sector)) {
+    // From the loop's read-ahead when it reaches that far (the file lies just ahead of the scan
+    // position); the search does not ask for more of it, a JPEG being mostly small.
+    std::span<const uint8_t> data = r->ReadView(sector, sectorCount, m_scratch);
+    if (data.empty()) {
         r->CountScannerFailure();
         return false;
     }
-    uint64_t present = r->BytesFrom(sector * bps);
-    if (present < bytes) std::memset(m_work.data() + present, 0, bytes - size_t(present));
+    std::memcpy(m_work.data(), data.data(), size_t(sectorCount) * bps);
     return true;
 }
 

@@ -44,6 +44,7 @@ private:
     uint32_t m_readBase[2] = {0, 0};
     // Allocated on first use and kept for the next candidate; m_haveBuffer marks a live candidate.
     std::vector<uint8_t> m_work;
+    std::vector<uint8_t> m_scratch; // for reads the loop's read-ahead cannot serve
     bool m_haveBuffer = false;
     uint32_t m_firstFour = 0;
 };
