@@ -3,6 +3,7 @@
 #include <tuple>
 #include <vector>
 
+#include "fs/ntfs/NtfsEngine.h"
 #include "fs/ntfs/NtfsRecord.h"
 #include "recover/Ldm.h"
 #include "recover/Recover.h"
@@ -257,15 +258,22 @@ std::vector<PartitionRecord> RankCandidates(CStorageMedia& media, uint64_t diskS
                      candidates.end());
     std::vector<PartitionRecord> accepted;
     size_t checks = 0;
+    uint64_t intactStart = ~0ull; // a table entry whose own boot sector was seen intact
     for (const auto& c : candidates) {
-        bool listed = false;
+        // Candidates are sorted by start, then source: the primary boot sector comes first, so its
+        // copies and the MFT's vote add nothing once the table's entry proved intact.
+        bool listed = c.startSector == intactStart;
         for (const auto& t : table)
-            // The table's entry reads the same boot sector (checked or not): nothing new. A volume
-            // found through a copy or its MFT is listed, since its own first sector is damaged.
-            if (t.startSector == c.startSector && (t.partitionFlag == kValidated || t.fsKind == c.fsKind) &&
-                (t.fsKind == c.fsKind || c.source == 0) && (c.source == 0 || t.partitionFlag == kValidated))
+            // The table's entry reads the same boot sector (checked or not; an unchecked entry is
+            // read by what its boot sector holds, whatever type the table gives): nothing new. A
+            // volume found through a copy or its MFT is listed, since its own first sector is damaged.
+            if (t.startSector == c.startSector &&
+                (c.source == 0 || (t.partitionFlag == kValidated && t.fsKind == c.fsKind)))
                 listed = true;
-        if (listed) continue;
+        if (listed) {
+            if (c.source == 0) intactStart = c.startSector;
+            continue;
+        }
         bool covered = false;
         for (const auto& a : accepted) {
             // Same start: the better source came first. Inside an accepted volume: a file-system
@@ -322,7 +330,24 @@ void RecoverRecordSearch(CPhysicalDisk& media, uint64_t, uint64_t, ScanContext& 
         SearchPreviousFileSystem(media, ctx);
         return;
     }
-    SearchLostPartitions(media, ctx);
+    size_t added = SearchLostPartitions(media, ctx);
+    // Nothing to place a volume by (no table entry, no boot sector, no usable $MFT record 0):
+    // the MFT records lying on the disk are still worth listing, each read back from the volume
+    // start the records themselves vote for.
+    bool tableHasVolumes = media.Partitions().size() > 1 || !media.SecondPartitions().empty();
+    if (added == 0 && !tableHasVolumes && !ctx.StopRequested()) {
+        // The items are read back through the NTFS engine from this whole range, as the smart
+        // scan does for a volume whose MFT is gone.
+        PartitionRecord r;
+        r.fsKind = kFsNtfs;
+        r.startSector = media.GetFirstSector();
+        r.length = media.GetSectorCount();
+        r.partitionFlag = kTableOnly;
+        media.SetFsKind(kFsNtfs);
+        media.SetPartitionFlag(kTableOnly);
+        media.SetPartitionParams(r);
+        NtfsSearchRecords(media, 0, media.GetSectorCount(), ctx);
+    }
     if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
 }
 

@@ -1,5 +1,6 @@
 // Whole-volume scans over an image in memory: FAT16 or FAT32 by the first byte (which also picks
-// the walk mode), then the content of every file found.
+// the walk mode, or the rebuild of an older file system's folders from every cluster), then the
+// content of every file found.
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -36,7 +37,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     PauseGate gate;
     ScanContext ctx{op, events, gate};
     ctx.top = top.get();
-    FatScanVolume(media, data[0] & 2 ? 0 : 1, ctx);
+    if (data[0] & 4) {
+        std::vector<uint32_t> every;
+        for (uint32_t c = 2; c < 2 + (size - 1) / 512; ++c) every.push_back(c);
+        FatRebuildFolders(media, every, ctx);
+    } else {
+        FatScanVolume(media, data[0] & 2 ? 0 : 1, ctx);
+    }
     int files = 0;
     ForEachNode(top.get(), [&](CNode* n) {
         if (n->IsFolder() || ++files > 64) return;

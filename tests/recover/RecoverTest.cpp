@@ -264,6 +264,36 @@ TEST(PreviousFileSystem, OlderNtfsFilesAreListed) {
     }
 }
 
+// A disk whose table, both NTFS boot sectors and first MFT records are gone gives the partition
+// search nothing to place a volume by: the records on the disk are listed instead, and read back
+// from the volume start they vote for (a 1,800-run file whose runs live in extension records).
+TEST(PartitionSearch, NothingFoundFallsBackToTheRecordSearch) {
+    std::string path = test::UnpackImage("ntfs-search-attrlist");
+    ASSERT_FALSE(path.empty());
+    CPhysicalDisk disk;
+    ASSERT_TRUE(disk.AttachImageFile(path));
+    Layout layout;
+    EXPECT_TRUE(ListPartitions(disk, layout).empty());
+    ScanHarness run;
+    RecoverRecordSearch(disk, 0, disk.GetSectorCount(), run.ctx);
+    EXPECT_TRUE(disk.SecondPartitions().empty());
+    EXPECT_EQ(disk.GetFsKind(), kFsNtfs);
+    EXPECT_EQ(CountFiles(run.top.get()), 5u);
+    const CNode* frag = Find(run.top.get(), {u"Fragmented.bin"});
+    ASSERT_NE(frag, nullptr);
+    EXPECT_EQ(Content(disk, *frag).size(), frag->size);
+    EXPECT_GT(frag->size, 1000000u);
+}
+
+// The sample's exFAT volume sits in a slot typed NTFS: its intact boot sector (and the backup the
+// search also meets) must not list it a second time.
+TEST(PartitionSearch, UncheckedTableEntryWithIntactBootSectorIsNotRepeated) {
+    std::string path = UnpackSample();
+    ASSERT_FALSE(path.empty());
+    auto found = Search(ReadWhole(path));
+    EXPECT_TRUE(found.empty());
+}
+
 // The generated dynamic disk: both volumes are listed like partitions, the simple one as a range
 // of the disk, the spanned FAT32 volume (two extents that are apart) with the file system its own
 // sector 0 shows and the means to open it; reading the layout again keeps one entry per volume.

@@ -1,6 +1,7 @@
 #include "fs/fat/CFatWalker.h"
 
 #include <algorithm>
+#include <string_view>
 #include <vector>
 
 #include "fs/VolumeTree.h"
@@ -47,7 +48,47 @@ bool IsDotEntries(std::span<const uint8_t> b) {
     return MatchAt(b, 0, ".          ", 11) && MatchAt(b, kEntryBytes, "..         ", 11);
 }
 
+// Characters an 8.3 name never holds (besides control characters and lower case).
+bool IllegalShortNameByte(uint8_t b) {
+    if (b < 0x20 || (b >= 'a' && b <= 'z')) return true;
+    for (char c : std::string_view("\"*+,./:;<=>?[\\]|"))
+        if (b == uint8_t(c)) return true;
+    return false;
+}
+
 } // namespace
+
+FatFolderShape FatFolderClusterShape(std::span<const uint8_t> c, uint32_t highest) {
+    const size_t count = c.size() / kEntryBytes;
+    size_t shorts = 0;
+    for (size_t i = 0; i < count; ++i) {
+        const uint8_t* e = c.data() + i * kEntryBytes;
+        if (e[0] == 0x00) {
+            if (shorts == 0) return FatFolderShape::kNone;
+            for (size_t k = i * kEntryBytes; k < c.size(); ++k)
+                if (c[k] != 0) return FatFolderShape::kNone;
+            return FatFolderShape::kEnds;
+        }
+        const uint8_t attr = e[0x0B];
+        if (attr == kAttrLongName) {
+            // Sequence 1-20 with the "last piece" bit 0x40, or a deleted piece; type 0; cluster 0.
+            const uint8_t seq = e[0];
+            if (e[0x0C] != 0 || Le16(e + 0x1A) != 0) return FatFolderShape::kNone;
+            if (seq != kDeletedMark && ((seq & 0xA0) != 0 || (seq & 0x1F) == 0 || (seq & 0x1F) > 20))
+                return FatFolderShape::kNone;
+            continue;
+        }
+        if ((attr & 0xC0) != 0 || (e[0x0C] & ~0x18) != 0 || e[0] == ' ') return FatFolderShape::kNone;
+        for (size_t k = 0; k < 11; ++k) {
+            if (k == 0 && (e[0] == kDeletedMark || e[0] == 0x05)) continue;
+            if (IllegalShortNameByte(e[k])) return FatFolderShape::kNone;
+        }
+        if (EntryCluster(e) > highest) return FatFolderShape::kNone;
+        if ((attr & kAttrFolder) && Le32(e + 0x1C) != 0) return FatFolderShape::kNone;
+        ++shorts;
+    }
+    return shorts ? FatFolderShape::kFull : FatFolderShape::kNone;
+}
 
 std::u16string FatShortName(std::span<const uint8_t> e, bool deleted) {
     std::u16string name;
@@ -110,6 +151,13 @@ ScanEntry* CFatWalker::FindFolder(uint32_t recordId) const {
     return it == m_index.end() ? nullptr : it->second;
 }
 
+void CFatWalker::SetFolderClusters(uint32_t first, std::vector<uint32_t> clusters, bool headless) {
+    const uint32_t bytes = m_vol.Geometry().clusterBytes;
+    const size_t most = size_t(std::max<uint64_t>(1, kFatMaxFolderBytes / std::max<uint32_t>(bytes, 1)));
+    if (clusters.size() > most) clusters.resize(most);
+    m_given[first] = {std::move(clusters), headless};
+}
+
 void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
     // Mode 1 merges into an existing tree: a deleted folder already listed under this parent is
     // refreshed from the newer sighting instead of being listed twice.
@@ -130,6 +178,22 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
                 FreeScanEntries(e);
                 return;
             }
+        }
+    }
+    // Folders found as bare clusters are read where they are met first; a later entry naming one
+    // (its old parent's entry, read after it) is not listed a second time, but gives a folder
+    // that so far had only its number as name its real name and dates.
+    if (m_mode == kFatWalkBare && (e->flags & kNodeFolder)) {
+        ScanEntry* known = FindFolder(e->recordId);
+        if (known && known != folder && known != m_root && known->recordId != 0) {
+            if (known->name == RecordName(known->recordId)) {
+                known->name = std::move(e->name);
+                known->nameLength = e->nameLength;
+                known->createdDate = e->createdDate;
+                known->modifiedDate = e->modifiedDate;
+            }
+            FreeScanEntries(e);
+            return;
         }
     }
     e->parent = folder;
@@ -211,11 +275,22 @@ void CFatWalker::ReadFolder(ScanEntry* folder) {
     // Each folder is read once (the index holds those read); the root is registered up front.
     if (folder != m_root && m_index.count(folder->recordId)) return;
     if (g.clusterBytes == 0) return;
-    size_t maxClusters = size_t(std::max<uint64_t>(1, kFatMaxFolderBytes / g.clusterBytes));
-    std::vector<uint32_t> chain = m_vol.FollowChain(folder->recordId, maxClusters);
+    std::vector<uint32_t> chain;
+    bool headless = false;
+    if (auto given = m_given.find(folder->recordId); given != m_given.end()) {
+        headless = given->second.headless;
+        // A headless run is read only as the numbered folder made for it under "Lost": a folder
+        // entry elsewhere naming its first cluster points at what reuses that cluster, not at it.
+        if (headless && folder->parentRecordId != 0) return;
+        chain = given->second.clusters;
+        if (headless) m_index.emplace(folder->recordId, folder);
+    } else {
+        size_t maxClusters = size_t(std::max<uint64_t>(1, kFatMaxFolderBytes / g.clusterBytes));
+        chain = m_vol.FollowChain(folder->recordId, maxClusters);
+    }
     m_vol.ReadClusters(chain, kFolderReadBytes, [&](size_t index, std::span<const uint8_t> data, bool) {
         // A sub-folder must start with "." and ".."; anything else is not (or no longer) it.
-        if (index == 0 && folder != m_root && !IsDotEntries(data)) return false;
+        if (index == 0 && folder != m_root && !headless && !IsDotEntries(data)) return false;
         return !ParseEntries(data, folder);
     });
     m_longName.clear();

@@ -5,6 +5,7 @@
 #include <map>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "fs/CNode.h"
 #include "fs/fat/CFatVolume.h"
@@ -51,10 +52,20 @@ public:
 
     // The folder registered under a first cluster, or null.
     ScanEntry* FindFolder(uint32_t recordId) const;
+    // Gives the clusters of the folder starting at `first`, read instead of its FAT chain (the
+    // formatted-volume search, where the old chains are gone and the clusters were inferred).
+    // A `headless` folder is a run of folder clusters whose first cluster is lost: it has no "."
+    // and ".." entries to check. Lists longer than the folder size limit are cut.
+    void SetFolderClusters(uint32_t first, std::vector<uint32_t> clusters, bool headless);
     uint64_t EntriesMade() const { return m_made; }
 
 private:
     void AddEntry(ScanEntry* folder, ScanEntry* entry);
+
+    struct GivenFolder {
+        std::vector<uint32_t> clusters;
+        bool headless = false;
+    };
 
     CFatVolume& m_vol;
     int m_mode;
@@ -64,6 +75,7 @@ private:
     // Folders already read, keyed by first cluster: a folder is read once, so a folder entry
     // pointing back at an ancestor (or anywhere already read) ends there.
     std::map<uint32_t, ScanEntry*> m_index;
+    std::map<uint32_t, GivenFolder> m_given;
     std::u16string m_longName;
     uint64_t m_made = 0, m_visited = 0;
 };
@@ -75,5 +87,15 @@ std::u16string FatShortName(std::span<const uint8_t> entry, bool deleted);
 // One long-name piece: 13 units, cut at the first 0x0000, 0xFFFF padding dropped; the piece that
 // ends the name (`endOfName`) also loses trailing 0x0020 and 0x00FF units.
 std::u16string FatLongNamePiece(std::span<const uint8_t> entry, bool endOfName);
+
+// How a cluster without "." and ".." reads as part of a folder: not at all (kNone), as folder
+// entries ending inside it (kEnds), or as folder entries filling it to the end, so that the folder
+// goes on in another cluster (kFull). Every entry before the end mark must be a well-formed
+// long-name piece or short entry (legal 8.3 characters, known attribute and case bits, a cluster
+// not above `highestCluster`, size 0 on folders), at least one short entry must be there, and
+// everything after the end mark must be zero, as a folder's unused space is. File data almost
+// never passes: text has letters where the attributes byte lies, binary data fails the names.
+enum class FatFolderShape { kNone, kEnds, kFull };
+FatFolderShape FatFolderClusterShape(std::span<const uint8_t> cluster, uint32_t highestCluster);
 
 } // namespace kestrin

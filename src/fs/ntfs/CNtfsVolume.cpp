@@ -53,7 +53,8 @@ bool CNtfsVolume::LoadGeometry() {
     m_volumeBytes = 0; // not known yet: the boot read is not clipped
     if (ReadVolume(0, boot.data(), boot.size()) && NtfsBootTest(boot) && SetGeometryFromBoot(boot)) return true;
     const PartitionRecord& p = m_media.GetPartitionParams();
-    if (m_media.GetFsKind() == kFsNtfs && p.fsKind == kFsNtfs && p.bytesPerSector && p.sectorsPerCluster &&
+    const bool atRangeStart = m_startByte == m_media.GetFirstSector() * m_mediaSectorSize;
+    if (atRangeStart && m_media.GetFsKind() == kFsNtfs && p.fsKind == kFsNtfs && p.bytesPerSector && p.sectorsPerCluster &&
         p.mftRecordSize >= 512 && p.mftRecordSize % 512 == 0 && p.bytesPerCluster <= kMaxClusterBytes) {
         m_bytesPerSector = p.bytesPerSector;
         m_sectorsPerCluster = p.sectorsPerCluster;
@@ -67,14 +68,27 @@ bool CNtfsVolume::LoadGeometry() {
     return false;
 }
 
+void CNtfsVolume::SetStartSector(uint64_t sector) {
+    m_startByte = sector > ~0ull / m_mediaSectorSize ? 0 : sector * m_mediaSectorSize;
+}
+
+void CNtfsVolume::SetClusterSize(uint32_t bpc) {
+    if (bpc < m_bytesPerSector || bpc > kMaxClusterBytes || bpc % m_bytesPerSector != 0) return;
+    m_bytesPerCluster = bpc;
+    m_sectorsPerCluster = bpc / m_bytesPerSector;
+}
+
 void CNtfsVolume::UseDefaultGeometry() {
     m_bytesPerSector = m_mediaSectorSize;
     m_bytesPerCluster = std::max<uint32_t>(4096, m_mediaSectorSize);
     m_sectorsPerCluster = m_bytesPerCluster / m_bytesPerSector;
     m_recordSize = 0;
-    uint64_t count = m_media.GetSectorCount();
-    if (count == 0 && m_media.ByteSize() > m_startByte) count = (m_media.ByteSize() - m_startByte) / m_mediaSectorSize;
-    m_volumeBytes = count * m_mediaSectorSize;
+    // The volume reaches to the end of the selected range (or of the media).
+    const uint64_t first = m_media.GetFirstSector(), count = m_media.GetSectorCount();
+    uint64_t endByte = 0;
+    if (count && first <= ~0ull / m_mediaSectorSize - count) endByte = (first + count) * m_mediaSectorSize;
+    else if (m_media.ByteSize()) endByte = m_media.ByteSize();
+    m_volumeBytes = endByte > m_startByte ? (endByte - m_startByte) / m_mediaSectorSize * m_mediaSectorSize : 0;
 }
 
 bool CNtfsVolume::ReadVolume(uint64_t offset, void* out, size_t len) {

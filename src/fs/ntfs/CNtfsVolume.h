@@ -21,13 +21,19 @@ public:
 
     explicit CNtfsVolume(CPhysicalDisk& media);
 
-    // Geometry from the boot sector at the media's first sector; when that fails the engine's
-    // boot test, from the selected partition's recorded NTFS geometry. False when neither works.
+    // Geometry from the boot sector at the volume's first sector; when that fails the engine's
+    // boot test, from the selected partition's recorded NTFS geometry (only for a volume that
+    // starts where the selected range does). False when neither works.
     bool LoadGeometry();
+    // Places the volume at another absolute media sector than the selected range's first (a
+    // volume found by the record search inside a whole disk). Call before LoadGeometry.
+    void SetStartSector(uint64_t sector);
+    // Replaces the default cluster size by one learnt from a record (see ClusterSizeOf).
+    void SetClusterSize(uint32_t bytesPerCluster);
     // Geometry from a boot sector that passed the test (exposed for tests).
     bool SetGeometryFromBoot(Bytes boot);
     // For searches without a usable boot sector: 4096-byte clusters, record size taken from each
-    // record, the volume reaching to the end of the media's range.
+    // record, the volume reaching to the end of the media's selected range.
     void UseDefaultGeometry();
     // Reads MFT record 0 (else the mirror's copy), checks it and gathers the MFT's runs, following
     // an attribute list into extension records. False when the MFT cannot be had.

@@ -200,14 +200,72 @@ private:
     ContentResult m_result;
 };
 
+// Finds extension record `number` of the base record at volume byte `baseOffset` when the MFT
+// cannot be opened (a volume found by the record search): first where an unbroken MFT would keep
+// it, then anywhere in a window around the base. Only a record that names this base (number and
+// sequence) is taken.
+class CNearbyRecords {
+public:
+    static constexpr uint64_t kWindow = 4u << 20;
+
+    CNearbyRecords(CNtfsVolume& vol, uint64_t baseOffset, Bytes base, uint32_t recordSize, uint64_t baseNumber)
+        : m_vol(vol), m_baseOffset(baseOffset), m_recordSize(recordSize), m_baseNumber(baseNumber),
+          m_baseSequence(Le16(base.data() + 0x10)) {}
+
+    bool Read(uint64_t number, std::vector<uint8_t>& out) {
+        if (number > 0xFFFFFFFFull || m_baseNumber > 0xFFFFFFFFull) return false;
+        out.resize(m_recordSize);
+        int64_t delta = (int64_t(number) - int64_t(m_baseNumber)) * int64_t(m_recordSize);
+        if (delta >= 0 || uint64_t(-delta) <= m_baseOffset) {
+            uint64_t at = m_baseOffset + uint64_t(delta);
+            if (m_vol.ReadVolume(at, out.data(), out.size()) && Matches(out, number)) return true;
+        }
+        if (!m_windowRead) {
+            m_windowRead = true;
+            m_windowStart = m_baseOffset > kWindow ? m_baseOffset - kWindow : 0;
+            m_window.assign(size_t(m_baseOffset - m_windowStart + kWindow + m_recordSize), 0);
+            m_vol.ReadVolume(m_windowStart, m_window.data(), m_window.size());
+        }
+        for (size_t pos = 0; pos + m_recordSize <= m_window.size(); pos += kNtfsFixupBlock) {
+            if (std::memcmp(m_window.data() + pos, "FILE", 4) != 0) continue;
+            std::memcpy(out.data(), m_window.data() + pos, m_recordSize);
+            if (Matches(out, number)) return true;
+        }
+        return false;
+    }
+
+private:
+    bool Matches(std::vector<uint8_t>& rec, uint64_t number) const {
+        if (!CheckFileRecord(rec, m_recordSize) || Le16(rec.data() + 4) != 48 || Le32(rec.data() + 0x2C) != number)
+            return false;
+        uint64_t ref = Le64(rec.data() + 0x20);
+        uint16_t seq = uint16_t(ref >> 48);
+        return (ref & 0xFFFFFFFFFFFFull) == m_baseNumber && (seq == 0 || m_baseSequence == 0 || seq == m_baseSequence);
+    }
+
+    CNtfsVolume& m_vol;
+    uint64_t m_baseOffset;
+    uint32_t m_recordSize;
+    uint64_t m_baseNumber;
+    uint16_t m_baseSequence;
+    bool m_windowRead = false;
+    uint64_t m_windowStart = 0;
+    std::vector<uint8_t> m_window;
+};
+
 } // namespace
 
 ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
     ContentResult failed;
     if (node.IsFolder()) return failed;
     CNtfsVolume vol(media);
-    if (!vol.LoadGeometry()) vol.UseDefaultGeometry();
-    if (vol.RecordSize()) vol.Open(); // extension records need the MFT; without it only the base record serves
+    // A file found by the record search knows how far its record lies into its own volume, which
+    // need not start where the searched range does.
+    if (node.startOffset != 0 && node.startOffset <= node.location) vol.SetStartSector(node.location - node.startOffset);
+    const bool bootGeometry = vol.LoadGeometry();
+    if (!bootGeometry) vol.UseDefaultGeometry();
+    // Extension records need the MFT; without it they are looked for around the base record.
+    const bool mftOpen = vol.RecordSize() && vol.Open();
 
     uint64_t abs = node.location * vol.MediaSectorSize();
     if (abs < vol.VolumeStartByte()) return failed;
@@ -222,6 +280,9 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
     std::vector<uint8_t> record(recordSize);
     vol.ReadVolume(offset, record.data(), record.size());
     if (!CheckFileRecord(record, recordSize)) return failed;
+    // Without a boot sector the cluster size comes from the record's own attributes.
+    if (!bootGeometry)
+        if (uint32_t bpc = ClusterSizeOfRecord(record)) vol.SetClusterSize(bpc);
 
     DataStream data;
     struct ListRef {
@@ -259,9 +320,10 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
     });
     uint64_t own = Le16(rec.data() + 4) == 48 ? Le32(rec.data() + 0x2C) : node.recordId;
     std::vector<uint8_t> ext;
+    CNearbyRecords nearby(vol, offset, rec, recordSize, own);
     for (const ListRef& r : refs) {
         if (r.record == own || data.resident) continue;
-        if (!vol.ReadRecord(r.record, ext)) continue;
+        if (!(mftOpen && vol.ReadRecord(r.record, ext)) && !nearby.Read(r.record, ext)) continue;
         Bytes e = ext;
         ForEachAttribute(e, [&](const NtfsAttr& a) {
             if (a.type == kAttrData && a.Unnamed() && a.nonResident && ReadLe64(e, a.offset + 0x10).value_or(~0ull) == r.vcn) {

@@ -79,6 +79,7 @@ void NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
 
 void NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx) {
     CNtfsRecordSearch search;
+    search.SetMedia(&media);
     const uint32_t mediaSector = media.GetSectorSize() ? media.GetSectorSize() : 512;
     const uint64_t base = media.GetFirstSector();
     // Each read carries a tail of up to one largest record, so a record that starts near the end
@@ -98,7 +99,8 @@ void NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endS
             const size_t chunkBytes = size_t(n * mediaSector);
             for (size_t off = 0; off < chunkBytes; off += kNtfsFixupBlock) {
                 size_t taken = search.Offer(base + s + off / mediaSector,
-                                            std::span<const uint8_t>(buffer.data() + off, readBytes - off));
+                                            std::span<const uint8_t>(buffer.data() + off, readBytes - off),
+                                            uint32_t(off % mediaSector));
                 if (taken > kNtfsFixupBlock) off += taken - kNtfsFixupBlock; // the whole record was examined
             }
         }

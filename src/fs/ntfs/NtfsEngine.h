@@ -16,12 +16,17 @@ void NtfsScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
 
 // Searches sectors [firstSector, endSector) of the selected range (relative to its first sector)
 // for "FILE" and "INDX" records, testing every 512-byte position that can start one, and builds
-// the tree from what it finds under ctx.top as ".".
+// the tree from what it finds under ctx.top as ".". Base records with an attribute list take
+// their names and sizes from the extension records the search met. Files remember where their
+// volume starts (see CNtfsRecordSearch.h), so that a search over a whole disk reads their
+// clusters from the right place.
 void NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx);
 
 // Writes the content of one NTFS item (node.size bytes) by re-reading its record at
 // node.location: resident data, runs, sparse runs as zeros, pieces in extension records,
 // LZNT1-compressed units decompressed. Clusters past the volume end the copy (beyondVolume).
+// A non-zero node.startOffset (set by the record search) is the distance in sectors from the
+// volume's first sector to the record; 0 means the volume starts at the selected range.
 ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
 
 } // namespace kestrin

@@ -248,6 +248,41 @@ Bytes ResidentValue(Bytes rec, const NtfsAttr& a) {
     return rec.subspan(a.offset + off, len);
 }
 
+uint32_t ClusterSizeOf(Bytes rec, const NtfsAttr& a) {
+    if (!a.nonResident) return 0;
+    auto first = ReadLe64(rec, a.offset + 0x10), last = ReadLe64(rec, a.offset + 0x18);
+    auto allocated = ReadLe64(rec, a.offset + 0x28);
+    if (!first || !last || !allocated || *first != 0 || *last >= (1ull << 40)) return 0;
+    uint64_t clusters = *last + 1;
+    if (*allocated == 0 || *allocated % clusters) return 0;
+    uint64_t bpc = *allocated / clusters;
+    if (bpc < 512 || bpc > (2u << 20) || (bpc & (bpc - 1))) return 0;
+    return uint32_t(bpc);
+}
+
+uint32_t ClusterSizeOfRecord(Bytes rec) {
+    // With an attribute list, a data attribute may be only the first of several pieces, whose
+    // clusters do not add up to its allocated size: only single-piece attributes count then
+    // (the list itself, index allocations, bitmaps).
+    const bool listed = HasAttributeList(rec);
+    uint32_t bpc = 0;
+    ForEachAttribute(rec, [&](const NtfsAttr& a) {
+        if (listed && a.type == kAttrData) return true;
+        bpc = ClusterSizeOf(rec, a);
+        return bpc == 0;
+    });
+    return bpc;
+}
+
+bool HasAttributeList(Bytes rec) {
+    bool found = false;
+    ForEachAttribute(rec, [&](const NtfsAttr& a) {
+        found = a.type == kAttrList;
+        return !found && a.type < kAttrList;
+    });
+    return found;
+}
+
 bool IsMftRecord(Bytes rec, bool mirror) {
     std::u16string_view want = mirror ? u"$MFTMirr" : u"$MFT";
     bool match = false;

@@ -69,6 +69,15 @@ void ForEachAttribute(Bytes record, const std::function<bool(const NtfsAttr&)>& 
 // The resident value of an attribute, empty when it does not fit.
 Bytes ResidentValue(Bytes record, const NtfsAttr& a);
 
+// The cluster size a non-resident attribute's first piece shows (allocated bytes over its
+// clusters), for volumes whose boot sector is gone; 0 when it shows none (not a power of two
+// between 512 bytes and 2 MiB).
+uint32_t ClusterSizeOf(Bytes record, const NtfsAttr& a);
+// The cluster size the first non-resident attribute piece of a checked record shows, or 0.
+uint32_t ClusterSizeOfRecord(Bytes record);
+// True when a checked record has an attribute list.
+bool HasAttributeList(Bytes record);
+
 // What record parsing needs from the volume: extension records and non-resident attribute lists.
 class INtfsRecordSource {
 public:
