@@ -35,13 +35,15 @@
 #include "output/SessionFile.h"
 #include "scan/CScanDriver.h"
 #include "scan/OperationRules.h"
+#include "ui/CDrivePage.h"
 #include "ui/CFileListModel.h"
 #include "ui/CFileTypesModel.h"
 #include "ui/CFolderTreeModel.h"
 #include "ui/CQtMessages.h"
 #include "ui/CScanMan.h"
-#include "ui/CSignatureDialog.h"
+#include "ui/CSignatureExplorer.h"
 #include "ui/NodeDisplay.h"
+#include "ui/PreviewContent.h"
 #include "ui/UiText.h"
 #include "util/Text.h"
 #ifdef KESTRIN_HAVE_CARVE
@@ -74,25 +76,11 @@ const ModeInfo* FindMode(uint32_t mode) {
     return nullptr;
 }
 
-QString HumanSize(uint64_t bytes) {
-    const char* units[] = {"B", "KB", "MB", "GB", "TB"};
-    double v = double(bytes);
-    int u = 0;
-    while (v >= 1024 && u < 4) v /= 1024, ++u;
-    return QString::number(v, 'f', u ? 1 : 0) + " " + units[u];
-}
-
-// Size of a block device from /sys (512-byte units), 0 when unknown.
-uint64_t SysBlockBytes(const QString& sysPath) {
-    QFile f(sysPath + "/size");
-    if (!f.open(QIODevice::ReadOnly)) return 0;
-    return f.readAll().trimmed().toULongLong() * 512;
-}
-
-// Preview reads stop here: enough for a picture or the start of a document.
+// Preview reads stop here: enough for a picture or the start of a document; a camera raw
+// file's preview picture may lie behind the first megabytes of sensor data.
 constexpr size_t kPreviewLimit = 8u << 20;
+constexpr size_t kRawPreviewLimit = 48u << 20;
 constexpr int kHexPreviewBytes = 4096;
-
 } // namespace
 
 CMainWindow::CMainWindow(QWidget* parent) : QMainWindow(parent) {
@@ -101,7 +89,13 @@ CMainWindow::CMainWindow(QWidget* parent) : QMainWindow(parent) {
     m_pages = new QStackedWidget(this);
     setCentralWidget(m_pages);
     BuildModePages();
-    BuildDrivePage();
+    m_drivePage = new CDrivePage;
+    connect(m_drivePage, &CDrivePage::OpenRequested, this, [this](const QString& path, int partition) {
+        OpenAndContinue(path, partition);
+    });
+    connect(m_drivePage, &CDrivePage::BackRequested, this, [this] { SetPage(kModePage); });
+    connect(m_drivePage, &CDrivePage::FileTypesRequested, this, &CMainWindow::ChooseFileTypes);
+    m_pages->addWidget(m_drivePage);
     BuildPartitionPage();
     BuildResultsPage();
     BuildMenus();
@@ -147,6 +141,7 @@ void CMainWindow::BuildToolsMenu() {
 void CMainWindow::SetLanguage(int index) {
     app::ChangeLanguage(index); // rewrites settings.ini when the language changes
     Retranslate();
+    if (CurrentPage() == kDrivePage) m_drivePage->Fill(); // its lines carry translated kinds
 }
 
 void CMainWindow::BuildModePages() {
@@ -180,112 +175,31 @@ void CMainWindow::BuildModePages() {
     m_pages->addWidget(m_modeTabs);
 }
 
-void CMainWindow::BuildDrivePage() {
-    auto* page = new QWidget;
-    auto* v = new QVBoxLayout(page);
-    m_driveTitle = new QLabel;
-    QFont f = m_driveTitle->font();
-    f.setPointSize(f.pointSize() + 4);
-    f.setBold(true);
-    m_driveTitle->setFont(f);
-    m_driveHint = new QLabel;
-    m_driveHint->setWordWrap(true);
-    m_drives = new QTreeWidget;
-    m_drives->setObjectName("drives");
-    m_drives->setColumnCount(3);
-    m_drives->setRootIsDecorated(true);
-    m_drives->header()->setSectionResizeMode(0, QHeaderView::Stretch);
-    connect(m_drives, &QTreeWidget::itemDoubleClicked, this, [this](QTreeWidgetItem* it) {
-        if (!it->data(0, Qt::UserRole).toString().isEmpty()) OpenAndContinue(it->data(0, Qt::UserRole).toString());
-    });
-    m_addImage = new QPushButton;
-    m_addImage->setObjectName("addImage");
-    connect(m_addImage, &QPushButton::clicked, this, &CMainWindow::AddImageFile);
-    m_driveBack = new QPushButton;
-    connect(m_driveBack, &QPushButton::clicked, this, [this] { SetPage(kModePage); });
-    m_driveNext = new QPushButton;
-    m_driveNext->setObjectName("driveNext");
-    connect(m_driveNext, &QPushButton::clicked, this, [this] {
-        QTreeWidgetItem* it = m_drives->currentItem();
-        QString path = it ? it->data(0, Qt::UserRole).toString() : QString();
-        if (path.isEmpty()) {
-            CQtMessages::Inform(this, Tx("IDS_UI_PICK_DRIVE", "Select a drive, a volume or an image file first."));
-            return;
-        }
-        OpenAndContinue(path);
-    });
-    m_fileTypes = new QPushButton;
-    m_fileTypes->setObjectName("fileTypes");
-    connect(m_fileTypes, &QPushButton::clicked, this, &CMainWindow::ChooseFileTypes);
-    auto* buttons = new QHBoxLayout;
-    buttons->addWidget(m_addImage);
-    buttons->addWidget(m_fileTypes);
-    buttons->addStretch();
-    buttons->addWidget(m_driveBack);
-    buttons->addWidget(m_driveNext);
-    v->addWidget(m_driveTitle);
-    v->addWidget(m_driveHint);
-    v->addWidget(m_drives, 1);
-    v->addLayout(buttons);
-    m_pages->addWidget(page);
-}
-
-void CMainWindow::FillDriveList() {
-    // Keep the image files the user added; rebuild the disks.
-    QList<QTreeWidgetItem*> images;
-    for (int i = m_drives->topLevelItemCount() - 1; i >= 0; --i) {
-        QTreeWidgetItem* it = m_drives->topLevelItem(i);
-        if (it->data(1, Qt::UserRole).toBool()) images.prepend(m_drives->takeTopLevelItem(i));
-    }
-    m_drives->clear();
-    for (const std::string& name : CPhysicalDisk::ListDiskNames()) {
-        QString n = QString::fromStdString(name);
-        QString sys = "/sys/block/" + n;
-        auto* disk = new QTreeWidgetItem(m_drives, {"/dev/" + n, HumanSize(SysBlockBytes(sys)),
-                                                    Tx("IDS_UI_PHYSICAL_DISK", "Physical disk")});
-        disk->setData(0, Qt::UserRole, "/dev/" + n);
-        QDir dir(sys);
-        for (const QString& part : dir.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
-            if (!part.startsWith(n)) continue;
-            auto* vol = new QTreeWidgetItem(disk, {"/dev/" + part, HumanSize(SysBlockBytes(sys + "/" + part)),
-                                                   Tx("IDS_UI_VOLUME", "Volume")});
-            vol->setData(0, Qt::UserRole, "/dev/" + part);
-        }
-    }
-    for (auto* it : images) m_drives->addTopLevelItem(it);
-    m_drives->expandAll();
-}
-
-void CMainWindow::AddImageFile() {
-    QString path = QFileDialog::getOpenFileName(this, m_addImage->text(), QString(),
-                                                Tx("IDS_UI_IMAGE_FILTER", "Disk images") +
-                                                    " (*.img *.dd *.raw *.bin *.001 *.iso);;* (*)");
-    if (!path.isEmpty()) AddImageItem(path);
-}
-
-void CMainWindow::AddImageItem(const QString& path) {
-    auto* it = new QTreeWidgetItem(m_drives, {path, HumanSize(QFileInfo(path).size()), Tx("IDS_UI_IMAGE_FILE", "Image file")});
-    it->setData(0, Qt::UserRole, path);
-    it->setData(1, Qt::UserRole, true);
-    m_drives->setCurrentItem(it);
-}
-
 void CMainWindow::ChooseFileTypes() {
-    CSignatureDialog dlg(m_modeSignatures, m_signatureTicks, this);
-    if (dlg.exec() != QDialog::Accepted) return;
-    m_signatureTicks = dlg.Ticked();
+    // The explorer reads the signature file again; added, edited and deleted types change the
+    // mode's rows even when the choice of rows is skipped.
+    CSignatureExplorer dlg(m_mode, app::CurrentPaths().programFolder, m_modeSignatures, m_signatureTicks, this);
+    bool chosen = dlg.exec() == QDialog::Accepted;
+    m_modeSignatures = dlg.Rows();
+    m_signatureTicks = chosen ? dlg.Ticked() : dlg.EntryTicks();
     m_signatures.clear();
     for (size_t i = 0; i < m_modeSignatures.size() && i < m_signatureTicks.size(); ++i)
         if (m_signatureTicks[i]) m_signatures.push_back(m_modeSignatures[i]);
 }
 
+void CMainWindow::AddImageItem(const QString& path) { m_drivePage->AddImage(path); }
+
 void CMainWindow::BuildPartitionPage() {
     auto* page = new QWidget;
     auto* v = new QVBoxLayout(page);
     m_partTitle = new QLabel;
+    QFont titleFont = m_partTitle->font();
+    titleFont.setPointSize(titleFont.pointSize() + 4);
+    titleFont.setBold(true);
+    m_partTitle->setFont(titleFont);
     m_partitions = new QTreeWidget;
     m_partitions->setObjectName("partitions");
-    m_partitions->setColumnCount(4);
+    m_partitions->setColumnCount(6);
     m_partitions->setRootIsDecorated(false);
     connect(m_partitions, &QTreeWidget::itemDoubleClicked, this,
             [this](QTreeWidgetItem* it) { ScanPartition(it->data(0, Qt::UserRole).toInt()); });
@@ -318,9 +232,13 @@ void CMainWindow::FillPartitionList() {
     for (size_t i = 0; i < m_src.partitions.size(); ++i) {
         const PartitionRecord& r = m_src.partitions[i];
         uint64_t sectors = cli::RecordSectorCount(r, m_src.layout);
-        auto* it = new QTreeWidgetItem(m_partitions, {QString::number(i + 1), QString::number(r.startSector),
-                                                      HumanSize(sectors * m_src.media->GetSectorSize()),
-                                                      QString::fromUtf8(FsKindName(r.fsKind))});
+        auto* it = new QTreeWidgetItem(
+            m_partitions, {QString::number(i + 1), QString::number(r.startSector),
+                           CDrivePage::HumanSize(sectors * m_src.media->GetSectorSize()),
+                           QString::fromUtf8(FsKindName(CDrivePage::ShownFsKind(m_src, i))),
+                           CDrivePage::PartitionLabel(m_src, i),
+                           r.found ? Tx("IDS_UI_FOUND_BY_SEARCH", "found by the search")
+                                   : Tx("IDS_UI_IN_TABLE", "partition table")});
         it->setData(0, Qt::UserRole, int(i));
     }
     if (m_partitions->topLevelItemCount()) m_partitions->setCurrentItem(m_partitions->topLevelItem(0));
@@ -334,15 +252,19 @@ void CMainWindow::BuildResultsPage() {
     m_deletedOnly->setObjectName("deletedOnly");
     connect(m_deletedOnly, &QCheckBox::toggled, this, [this](bool on) { m_results.SetDeletedOnly(on); });
     m_markAll = new QPushButton;
+    m_markAll->setObjectName("markAll");
     connect(m_markAll, &QPushButton::clicked, this, [this] { m_results.MarkAll(true); });
     m_unmarkAll = new QPushButton;
     connect(m_unmarkAll, &QPushButton::clicked, this, [this] { m_results.MarkAll(false); });
     m_collisionLabel = new QLabel;
     m_collision = new QComboBox;
+    m_saveZip = new QCheckBox;
+    m_saveZip->setObjectName("saveZip");
     m_save = new QPushButton;
     m_save->setObjectName("save");
     connect(m_save, &QPushButton::clicked, this, &CMainWindow::OnSave);
     m_newScan = new QPushButton;
+    m_newScan->setObjectName("newScan");
     connect(m_newScan, &QPushButton::clicked, this, [this] {
         if (OfferSession()) SetPage(kModePage);
     });
@@ -356,6 +278,7 @@ void CMainWindow::BuildResultsPage() {
     bar->addStretch();
     bar->addWidget(m_collisionLabel);
     bar->addWidget(m_collision);
+    bar->addWidget(m_saveZip);
     bar->addWidget(m_save);
     bar->addWidget(m_newScan);
 
@@ -462,24 +385,20 @@ void CMainWindow::Retranslate() {
         b.text->setText(Tx(b.textId));
     }
     if (const ModeInfo* m = FindMode(m_mode)) {
-        m_driveTitle->setText(Tx(m->titleId));
+        m_drivePage->Retranslate(Tx(m->titleId));
         m_partTitle->setText(Tx(m->titleId) + " - " + Tx("IDS_UI_PICK_PARTITION_TITLE", "choose a partition"));
     }
-    m_driveHint->setText(Tx("IDS_UI_DRIVE_HINT", "Select the drive, volume or disk image file to scan, then click Next."));
-    m_drives->setHeaderLabels({Tx("IDS_UI_DRIVE", "Drive"), Tx("IDS_UI_SIZE", "Size"), Tx("IDS_UI_KIND", "Kind")});
     m_partitions->setHeaderLabels({"#", Tx("IDS_UI_START_SECTOR", "Start sector"), Tx("IDS_UI_SIZE", "Size"),
-                                   Tx("IDS_UI_FILE_SYSTEM", "File system")});
-    m_addImage->setText(Tx("IDS_UI_ADD_IMAGE", "Add Image File..."));
-    m_fileTypes->setText(Tx("IDS_UI_CHOOSE_FILE_TYPES", "File Types..."));
-    m_driveBack->setText(Tx("IDS_UI_BACK", "< Back"));
-    m_driveNext->setText(Tx("IDS_UI_NEXT", "Next >"));
+                                   Tx("IDS_UI_FILE_SYSTEM", "File system"), Tx("IDS_UI_LABEL", "Label"),
+                                   Tx("IDS_UI_ORIGIN", "Origin")});
     m_partBack->setText(Tx("IDS_UI_BACK", "< Back"));
-    m_partScan->setText(Tx("IDS_SCANNING", "Scan"));
+    m_partScan->setText(Tx("IDS_UI_SCAN", "Scan"));
     m_partSearch->setText(Tx("IDS_SEARCHING_LOST_PARTITIONS", "Search for lost partitions"));
     m_deletedOnly->setText(Tx("IDS_UI_SHOW_DELETED_ONLY", "Show deleted only"));
     m_markAll->setText(Tx("IDS_MARK_ALL", "Mark All"));
     m_unmarkAll->setText(Tx("IDS_UNMARK_ALL", "Unmark All"));
     m_save->setText(Tx("IDS_UI_SAVE", "Save..."));
+    m_saveZip->setText(Tx("IDS_UI_SAVE_ZIP", "Save into a zip archive"));
     m_newScan->setText(Tx("IDS_UI_NEW_SCAN", "New Scan"));
     m_find->setText(Tx("IDS_FIND", "Find"));
     m_leftTabs->setTabText(0, Tx("IDS_UI_FOLDERS", "Folders"));
@@ -511,13 +430,13 @@ void CMainWindow::ChooseMode(uint32_t mode) {
 #endif
     m_signatures = m_modeSignatures;
     m_signatureTicks.assign(m_modeSignatures.size(), true);
-    m_fileTypes->setEnabled(!m_modeSignatures.empty());
+    m_drivePage->SetFileTypesEnabled(!m_modeSignatures.empty());
     Retranslate();
-    FillDriveList();
+    m_drivePage->Fill();
     SetPage(kDrivePage);
 }
 
-bool CMainWindow::OpenAndContinue(const QString& path) {
+bool CMainWindow::OpenAndContinue(const QString& path, int partition) {
     // The views refer to the old tree and the old media: detach them first.
     m_results.SetTop(nullptr);
     m_tree.reset();
@@ -534,6 +453,8 @@ bool CMainWindow::OpenAndContinue(const QString& path) {
         return false;
     }
     m_haveSource = true;
+    // A partition the drive page listed under its disk or image: scan it at once.
+    if (partition >= 0 && size_t(partition) < m_src.partitions.size()) return ScanPartition(partition);
     bool wholeSearch = m_mode == kModePartition || m_mode == kModeFormatted;
     if (m_src.wholeKind == kSourceVolume || m_src.layout == Layout::Volume)
         return ScanPartition(m_src.partitions.empty() ? -1 : 0);
@@ -593,7 +514,9 @@ bool CMainWindow::RunOperation(int forcedKind) {
     dlg.Run(driver);
     if (kind == kKindPartitionSearch && !driver.CancelConfirmed()) {
         if (driver.NoPartitionFound()) {
-            if (CQtMessages::Ask(this, Tx("IDS_NO_PARTITION_FOUND")) && driver.ContinueAsSignatureScan()) dlg.Run(driver);
+            // Declined: nothing was found to show, so the drive page stays.
+            if (!CQtMessages::Ask(this, Tx("IDS_NO_PARTITION_FOUND")) || !driver.ContinueAsSignatureScan()) return false;
+            dlg.Run(driver);
         }
         // The search's finds join the numbered list.
         m_src.partitions.clear();
@@ -625,45 +548,27 @@ void CMainWindow::ShowPreview(CNode* n) {
     m_preview->clear();
     m_previewText->clear();
     m_preview->setVisible(true);
-    m_previewText->setVisible(true);
+    m_previewText->setVisible(false);
     if (!n || n->IsFolder() || !m_haveSource) return;
     QByteArray bytes;
-    size_t want = size_t(std::min<uint64_t>(n->size, kPreviewLimit));
+    bool raw = IsCameraRawName(QString::fromStdU16String(n->name));
+    size_t want = size_t(std::min<uint64_t>(n->size, raw ? kRawPreviewLimit : kPreviewLimit));
     bytes.reserve(qsizetype(want));
     WriteNodeContent(*m_src.media, *n, [&](const uint8_t* p, size_t len) {
         size_t take = std::min(len, want - size_t(bytes.size()));
         bytes.append(reinterpret_cast<const char*>(p), qsizetype(take));
         return size_t(bytes.size()) < want; // stop reading once the preview has enough
     });
-    QImage img;
-    if (img.loadFromData(bytes)) {
+    QImage img = DecodePreviewImage(bytes, raw);
+    if (!img.isNull()) {
         m_previewText->setVisible(false);
         m_preview->setPixmap(QPixmap::fromImage(img).scaled(m_preview->parentWidget()->size(), Qt::KeepAspectRatio,
                                                             Qt::SmoothTransformation));
         return;
     }
     m_preview->setVisible(false);
-    // Text when the start reads as UTF-8 without control bytes; hex otherwise.
-    QByteArray head = bytes.left(kHexPreviewBytes);
-    bool text = !head.isEmpty();
-    for (char c : head)
-        if ((unsigned char)c < 0x20 && c != '\n' && c != '\r' && c != '\t') text = false;
-    if (text) {
-        m_previewText->setPlainText(QString::fromUtf8(head));
-        return;
-    }
-    QString hex;
-    for (int off = 0; off < head.size(); off += 16) {
-        QString line = QString("%1  ").arg(off, 8, 16, QChar('0'));
-        QString ascii;
-        for (int i = off; i < off + 16 && i < head.size(); ++i) {
-            unsigned char c = (unsigned char)head[i];
-            line += QString("%1 ").arg(c, 2, 16, QChar('0'));
-            ascii += (c >= 0x20 && c < 0x7f) ? QChar(c) : QChar('.');
-        }
-        hex += line.leftJustified(58) + ascii + "\n";
-    }
-    m_previewText->setPlainText(hex);
+    m_previewText->setVisible(true);
+    m_previewText->setPlainText(PreviewText(bytes, kHexPreviewBytes));
 }
 
 void CMainWindow::OnSave() {
@@ -673,9 +578,17 @@ void CMainWindow::OnSave() {
         CQtMessages::Inform(this, Tx("IDS_UI_NOTHING_MARKED", "Tick the files and folders to save first."));
         return;
     }
-    QString folder = QFileDialog::getExistingDirectory(this, Tx("IDS_UI_SAVE_TO", "Choose the folder to save into"));
-    if (folder.isEmpty()) return;
-    SaveTo(folder, uint8_t(m_collision->currentData().toInt()));
+    QString destination;
+    if (m_saveZip->isChecked()) {
+        destination = QFileDialog::getSaveFileName(this, m_saveZip->text(), QString(),
+                                                   Tx("IDS_UI_ZIP_FILTER", "Zip archives") + " (*.zip)");
+        // The saver tells an archive from a folder by this ending.
+        if (!destination.isEmpty() && !destination.endsWith(".zip", Qt::CaseInsensitive)) destination += ".zip";
+    } else {
+        destination = QFileDialog::getExistingDirectory(this, Tx("IDS_UI_SAVE_TO", "Choose the folder to save into"));
+    }
+    if (destination.isEmpty()) return;
+    SaveTo(destination, uint8_t(m_collision->currentData().toInt()));
 }
 
 bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
@@ -772,10 +685,10 @@ bool CMainWindow::SaveSession(const QString& path) {
     return true;
 }
 
-bool CMainWindow::OpenSession(const QString& path) {
+bool CMainWindow::OpenSession(const QString& path, bool fromOutside) {
     CQtMessages messages(this);
     ReadSessionOptions options;
-    options.requestedFromOutside = true;
+    options.requestedFromOutside = fromOutside;
     options.currentMode = m_mode;
     SessionData session;
     if (!ReadSession(path.toStdString(), options, session, messages)) return false;
@@ -803,7 +716,12 @@ void CMainWindow::OnOpenSession() {
     if (CurrentPage() == kResultsPage && !OfferSession()) return;
     QString path = QFileDialog::getOpenFileName(this, m_openSessionAction->text(), QString(),
                                                 "Recovery Session File (*.tks4)");
-    if (!path.isEmpty()) OpenSession(path);
+    if (!path.isEmpty()) OpenSessionFromMenu(path);
+}
+
+bool CMainWindow::OpenSessionFromMenu(const QString& path) {
+    // From the mode pages no recovery mode is in use yet: the session brings its own.
+    return OpenSession(path, CurrentPage() == kModePage);
 }
 
 bool CMainWindow::OfferSession() {
@@ -895,8 +813,10 @@ QString CMainWindow::PropertiesText(const CNode* n) const {
     lines << Tx("IDS_UI_CREATED", "Created") + ": " + NodeDate(n->createdDate);
     // Where the item is found again: an MFT record's first sector, a carved file's first byte.
     lines << Tx("IDS_UI_SECTOR", "Sector") + ": " + QString::number(n->location);
+    // A carved file keeps its byte within the first sector there; a file-system item found by the
+    // record search keeps its distance to its volume's start instead, which is no byte offset.
     lines << Tx("IDS_UI_BYTE_OFFSET", "Byte offset") + ": " +
-                 QString::number(n->location * sectorSize + n->startOffset);
+                 QString::number(n->location * sectorSize + (n->carved ? n->startOffset : 0));
     lines << Tx("IDS_UI_RECORD", "Record") + ": " + QString::number(n->recordId) + " (" +
                  Tx("IDS_UI_PARENT_RECORD", "parent") + " " + QString::number(n->parentRecordId) + ")";
     lines << QString("Flags: 0x%1").arg(n->flags, 0, 16);

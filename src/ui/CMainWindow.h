@@ -1,7 +1,7 @@
 #pragma once
-// The main window: the three mode pages, the drive-selection page, the partition choice and the
-// results explorer, with the Language menu. Scans and saves run on the driver's worker behind the
-// progress window; this thread only shows.
+// The main window: the three mode pages, the drive-selection page (CDrivePage), the partition
+// choice and the results explorer, with the Language menu. Scans and saves run on the driver's
+// worker behind the progress window; this thread only shows.
 #include <QDateTime>
 #include <QMainWindow>
 #include <memory>
@@ -23,10 +23,12 @@ class QStackedWidget;
 class QTabWidget;
 class QTreeView;
 class QTreeWidget;
+class QTreeWidgetItem;
 class QPlainTextEdit;
 
 namespace kestrin::ui {
 
+class CDrivePage;
 class CFolderTreeModel;
 class CFileListModel;
 class CFileTypesModel;
@@ -43,10 +45,12 @@ public:
     void ChooseMode(uint32_t mode);
     // Opens a disk, volume or image file read-only and goes on: a volume is scanned at once, a
     // disk shows its partitions. False (with a message) when it cannot be opened.
-    bool OpenAndContinue(const QString& path);
+    // `partition` >= 0: scan that entry of the source's partition list straight away.
+    bool OpenAndContinue(const QString& path, int partition = -1);
     // Scans listed partition `index` (-1: the whole source) and shows the results.
     bool ScanPartition(int index);
-    // Saves the ticked items into `folder` after the destination checks.
+    // Saves the ticked items into `folder` after the destination checks; a name ending in ".zip"
+    // is a zip archive to write them into.
     bool SaveTo(const QString& folder, uint8_t collisionMode);
     void SetLanguage(int index);
     // Lists an image file on the drive page as "Add Image File..." does, without the dialog.
@@ -54,7 +58,12 @@ public:
     void ShowModeTab(int tab);
     // Recovery sessions: the tree and the source description, to browse and save again later.
     bool SaveSession(const QString& path);
-    bool OpenSession(const QString& path);
+    // `fromOutside`: named on the command line rather than opened from the Tools menu while a
+    // recovery mode is in use; only then may the session come from another mode.
+    bool OpenSession(const QString& path, bool fromOutside);
+    // Tools > Open Recovery Session without the file dialog: from the mode pages any session
+    // opens, while a recovery mode is in use only one of that mode.
+    bool OpenSessionFromMenu(const QString& path);
     // The proposed file name of a session of the current source at local time `now`.
     QString DefaultSessionName(const QDateTime& now) const;
     // Next found item after the selected one whose name matches `pattern` ("*" and "?",
@@ -74,15 +83,12 @@ public:
 
 private:
     void BuildModePages();
-    void BuildDrivePage();
     void BuildPartitionPage();
     void BuildResultsPage();
     void BuildMenus();
     void BuildToolsMenu();
     void Retranslate();
-    void FillDriveList();
     void FillPartitionList();
-    void AddImageFile();
     void ChooseFileTypes();
     void ShowResults();
     void ShowPreview(CNode* n);
@@ -122,13 +128,7 @@ private:
         QLabel* text;
     };
     std::vector<ModeButton> m_modeButtons;
-    QLabel* m_driveTitle = nullptr;
-    QLabel* m_driveHint = nullptr;
-    QTreeWidget* m_drives = nullptr;
-    QPushButton* m_addImage = nullptr;
-    QPushButton* m_fileTypes = nullptr;
-    QPushButton* m_driveBack = nullptr;
-    QPushButton* m_driveNext = nullptr;
+    CDrivePage* m_drivePage = nullptr;
     QLabel* m_partTitle = nullptr;
     QTreeWidget* m_partitions = nullptr;
     QPushButton* m_partBack = nullptr;
@@ -146,6 +146,7 @@ private:
     QPushButton* m_markAll = nullptr;
     QPushButton* m_unmarkAll = nullptr;
     QPushButton* m_save = nullptr;
+    QCheckBox* m_saveZip = nullptr;
     QPushButton* m_newScan = nullptr;
     QPushButton* m_find = nullptr;
     QMenu* m_toolsMenu = nullptr;

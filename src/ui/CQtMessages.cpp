@@ -13,9 +13,14 @@ std::function<void(const QString&)>& Hook() {
     static std::function<void(const QString&)> hook;
     return hook;
 }
+bool& HookAnswer() {
+    static bool yes = false;
+    return yes;
+}
 } // namespace
 
 void CQtMessages::SetHook(std::function<void(const QString&)> hook) { Hook() = std::move(hook); }
+void CQtMessages::SetHookAnswer(bool yes) { HookAnswer() = yes; }
 
 void CQtMessages::Inform(QWidget* parent, const QString& text) {
     if (Hook()) {
@@ -28,7 +33,7 @@ void CQtMessages::Inform(QWidget* parent, const QString& text) {
 bool CQtMessages::Ask(QWidget* parent, const QString& text) {
     if (Hook()) {
         Hook()(text);
-        return false;
+        return HookAnswer();
     }
     return QMessageBox::question(parent, Caption(), text, QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) ==
            QMessageBox::Yes;

@@ -17,8 +17,10 @@ public:
     static void SetHook(std::function<void(const QString&)> hook);
     // Shows one information box, or hands it to the hook.
     static void Inform(QWidget* parent, const QString& text);
-    // A Yes/No question; with the hook set it is recorded there and answered No.
+    // A Yes/No question; with the hook set it is recorded there and answered as SetHookAnswer
+    // says (No until then).
     static bool Ask(QWidget* parent, const QString& text);
+    static void SetHookAnswer(bool yes);
 
 private:
     QWidget* m_parent;

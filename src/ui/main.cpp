@@ -18,5 +18,8 @@ int main(int argc, char** argv) {
     }
     kestrin::ui::CMainWindow window;
     window.show();
+    // A recovery session file named on the command line (a double-click on it) opens directly.
+    QStringList args = qapp.arguments();
+    if (args.size() > 1 && args[1].endsWith(".tks4", Qt::CaseInsensitive)) window.OpenSession(args[1], true);
     return qapp.exec();
 }

@@ -2,7 +2,14 @@
 // image. Run under a real X server for real fonts:
 //   xvfb-run -s "-screen 0 1280x900x24" build/tests/ui_screenshots OUTPUT_DIR
 #include <QApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTreeWidget>
 #include <QCheckBox>
+#include <QComboBox>
+#include <QLineEdit>
 #include <QDir>
 #include <QScreen>
 #include <QTabWidget>
@@ -14,12 +21,15 @@
 
 #include "TestImages.h"
 #include "app/Language.h"
+#include "carve/SignatureFile.h"
 #include "scan/CScanDriver.h"
 #include "scan/ScanContext.h"
 #include "ui/CFolderTreeModel.h"
 #include "ui/CMainWindow.h"
 #include "ui/CQtMessages.h"
 #include "ui/CScanMan.h"
+#include "ui/CSignatureAddDlg.h"
+#include "ui/CSignatureExplorer.h"
 
 using namespace kestrin;
 using namespace kestrin::ui;
@@ -34,12 +44,47 @@ void Grab(QWidget* w, const QString& file) {
     w->grab().save(file);
     std::printf("%s\n", qPrintable(file));
 }
+
+// The signature explorer of a photo mode and its add dialog filled in (never confirmed, so the
+// signature file stays as built).
+void GrabSignatureDialogs(QWidget* parent, const QDir& out) {
+    const std::string folder = app::CurrentPaths().programFolder;
+    CSignatureExplorer explorer(kModeDeletedPhotos, folder, {}, {}, parent);
+    explorer.show();
+    explorer.FindNext("png");
+    Grab(&explorer, out.filePath("signature-explorer.png"));
+    std::vector<SignatureRecord> records = LoadSignatureFile(folder).records;
+    CSignatureAddDlg add(records, folder, parent);
+    const std::pair<const char*, const char*> fields[] = {
+        {"size", "512"}, {"header", "4B53544E"}, {"extension", "ksn"}, {"offset", "0"},
+        {"description", "Field recorder take"}};
+    for (const auto& [name, text] : fields)
+        if (auto* e = add.findChild<QLineEdit*>(name)) e->setText(text);
+    if (auto* type = add.findChild<QComboBox*>("type")) type->setCurrentIndex(type->findData(3));
+    add.show();
+    Grab(&add, out.filePath("signature-add.png"));
+}
+
+
+// Grabs the next message box once it is shown, then answers it with `button`.
+void GrabNextBox(const QString& file, QMessageBox::StandardButton button) {
+    auto* poll = new QTimer;
+    QObject::connect(poll, &QTimer::timeout, poll, [=] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box) return;
+        poll->stop();
+        poll->deleteLater();
+        Grab(box, file);
+        box->button(button)->click();
+    });
+    poll->start(50);
+}
 } // namespace
 
 int main(int argc, char** argv) {
     QApplication qapp(argc, argv);
     if (argc < 2) {
-        std::fprintf(stderr, "usage: ui_screenshots OUTPUT_DIR\n");
+        std::fprintf(stderr, "usage: ui_screenshots OUTPUT_DIR [IMAGE]\n");
         return 1;
     }
     QDir out(argv[1]);
@@ -47,23 +92,31 @@ int main(int argc, char** argv) {
     app::InitLanguage(KESTRIN_BINARY_DIR);
     app::UseLanguageByName("English");
     CQtMessages::SetHook([](const QString&) {});
-    std::string image = test::UnpackImage("fat32-features");
+    // The bundled sample under a short path of its own, so that no build path shows.
+    QString image = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString("/tmp/Images/sample-disk.img");
+    if (!QFile::exists(image)) {
+        QDir().mkpath(QFileInfo(image).path());
+        QString cmd = QString("zstd -q -d -f '%1/data/sample/sample-disk.img.zst' -o '%2'").arg(KESTRIN_SOURCE_DIR, image);
+        if (std::system(qPrintable(cmd)) != 0) return 1;
+    }
 
     CMainWindow w;
-    w.resize(1000, 640);
+    w.resize(1100, 660);
     w.show();
     for (int t = 0; t < 3; ++t) {
         w.ShowModeTab(t);
         Grab(&w, out.filePath(QString("mode-page-%1.png").arg(t + 1)));
     }
-    w.ChooseMode(kModeDeletedFiles);
-    w.AddImageItem(QString::fromStdString(image));
+    w.ChooseMode(kModeDeletedPhotos);
+    w.AddImageItem(image);
+    if (auto* drives = w.findChild<QTreeWidget*>("drives"); drives && drives->currentItem() && drives->currentItem()->childCount())
+        drives->setCurrentItem(drives->currentItem()->child(0));
     Grab(&w, out.filePath("drive-page.png"));
 
     {
         // The progress window over an operation that runs until it is stopped.
         CPhysicalDisk media;
-        media.AttachImageFile(image);
+        media.AttachImageFile(image.toStdString());
         Engines engines;
         engines.fileSystemScan = [](CPhysicalDisk&, int, ScanContext& ctx) {
             ctx.events.OnStatus("Searching for deleted files and folders");
@@ -82,14 +135,16 @@ int main(int argc, char** argv) {
         dlg.Run(driver);
     }
 
-    w.OpenAndContinue(QString::fromStdString(image));
-    auto* tree = static_cast<CFolderTreeModel*>(w.FolderView()->model());
-    CNode* volume = FindChild(w.Tree(), u".");
-    if (CNode* photos = volume ? FindChild(volume, u"Photos") : nullptr) {
-        w.Results().SetChecked(photos, true);
-        w.FolderView()->setCurrentIndex(tree->IndexOf(photos));
-    }
-    w.FindNext("Summer holiday*.jpg"); // selected: the preview shows it
+    // Partition recovery: the whole-disk search lists what it found.
+    w.ChooseMode(kModePartition);
+    w.OpenAndContinue(image);
+    Grab(&w, out.filePath("partition-page.png"));
+
+    // Deleted photos of the camera card's partition.
+    w.ChooseMode(kModeDeletedPhotos);
+    w.OpenAndContinue(image, 0);
+    if (CNode* photo = w.FindNext("?MG_4304.JPG")) w.Results().SetChecked(photo->parent, true);
+    w.FindNext("?MG_4304.JPG"); // selected: the preview shows it
     Grab(&w, out.filePath("results.png"));
     {
         // The File Types view with its first group open.
@@ -99,14 +154,22 @@ int main(int argc, char** argv) {
         QModelIndex top = w.TypesView()->model()->index(0, 0);
         w.TypesView()->setCurrentIndex(w.TypesView()->model()->index(0, 0, top));
         Grab(&w, out.filePath("results-file-types.png"));
+        if (auto* t = qobject_cast<QTabWidget*>(tabs)) t->setCurrentIndex(0);
     }
     w.findChild<QCheckBox*>("deletedOnly")->click();
     w.FolderView()->expandAll();
+    w.FindNext("Day 2*.png");
     Grab(&w, out.filePath("results-deleted-only.png"));
+    // Leaving the results: the offer to save the session, answered Cancel.
+    GrabNextBox(out.filePath("session-offer.png"), QMessageBox::Cancel);
+    if (auto* b = w.findChild<QPushButton*>("newScan")) b->click();
 
     w.SetLanguage(2);
     w.ShowModeTab(0);
     Grab(&w, out.filePath("mode-page-german.png"));
+    w.ChooseMode(kModeDeletedPhotos);
+    Grab(&w, out.filePath("drive-page-german.png"));
     w.SetLanguage(0);
+    GrabSignatureDialogs(&w, out);
     return 0;
 }

@@ -2,6 +2,9 @@
 // items only, mark them, save, and compare what was written with the image's manifest. Also the
 // language switch, the tick states of folders and the stop question.
 #include <QAction>
+#include <QApplication>
+#include <QBuffer>
+#include <QMessageBox>
 #include <QCheckBox>
 #include <QCryptographicHash>
 #include <QDirIterator>
@@ -28,6 +31,7 @@
 #include "ui/CMainWindow.h"
 #include "ui/CQtMessages.h"
 #include "ui/CScanMan.h"
+#include "ui/PreviewContent.h"
 
 using namespace kestrin;
 using namespace kestrin::ui;
@@ -62,6 +66,51 @@ bool SavedAs(const QString& saved, const QString& path, bool deleted) {
            savedName.mid(1) == rest;
 }
 
+// Every node below `top` as "path|size|flags|checked|location", sorted: two trees with the same
+// lines hold the same items.
+QStringList Dump(CNode* top) {
+    QStringList out;
+    ForEachNode(top, [&](CNode* n) {
+        QString path = QString::fromStdU16String(n->name);
+        for (CNode* p = n->parent; p; p = p->parent) path.prepend(QString::fromStdU16String(p->name) + "/");
+        out << QString("%1|%2|%3|%4|%5").arg(path).arg(n->size).arg(n->flags).arg(n->checked).arg(n->location);
+    });
+    out.sort();
+    return out;
+}
+
+QByteArray JpegOf(int width, int height) {
+    QImage pic(width, height, QImage::Format_RGB32);
+    pic.fill(QColor(200, 40, 40));
+    QByteArray bytes;
+    QBuffer buf(&bytes);
+    buf.open(QIODevice::WriteOnly);
+    pic.save(&buf, "JPG");
+    return bytes;
+}
+
+// Answers the next message box with `button` once it is shown, keeping its text.
+void AnswerNextBox(QMessageBox::StandardButton button, QString* text) {
+    auto* poll = new QTimer;
+    QObject::connect(poll, &QTimer::timeout, poll, [=] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box) return;
+        *text = box->text() + "\n" + box->informativeText();
+        poll->stop();
+        poll->deleteLater();
+        box->button(button)->click();
+    });
+    poll->start(20);
+}
+
+QTreeWidgetItem* ChildLabelled(QTreeWidgetItem* it, const QString& label) {
+    for (int i = 0; it && i < it->childCount(); ++i)
+        if (it->child(i)->text(4) == label) return it->child(i);
+    return nullptr;
+}
+
+QString T(const char* id) { return QString::fromStdString(app::Text(id)); }
+
 void Click(QWidget* root, const char* name) {
     auto* b = root->findChild<QPushButton*>(name);
     QVERIFY2(b, name);
@@ -86,6 +135,8 @@ private slots:
             QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
         QVERIFY(QFile::copy(QString(KESTRIN_SOURCE_DIR) + "/data/settings.ini", m_program.filePath("settings.ini")));
         QFile::setPermissions(m_program.filePath("settings.ini"), QFile::ReadOwner | QFile::WriteOwner);
+        // The built signature file: the photo and partition modes search by content too.
+        QVERIFY(QFile::copy(QString(KESTRIN_BINARY_DIR) + "/slt.dat", m_program.filePath("slt.dat")));
         app::InitLanguage(m_program.path().toStdString());
         app::ChangeLanguage(0);
         CQtMessages::SetHook([this](const QString& text) { m_messages << text; });
@@ -181,6 +232,15 @@ private slots:
             ++checked;
         }
         QVERIFY(checked >= 5);
+        // The same items into a zip archive.
+        SaveResult folderSave = w.LastSave();
+        QVERIFY(w.SaveTo(out.filePath("deleted.zip"), kCollisionRename));
+        QCOMPARE(w.LastSave().files, folderSave.files);
+        QCOMPARE(w.LastSave().bytes, folderSave.bytes);
+        QFile zip(out.filePath("deleted.zip"));
+        QVERIFY(zip.open(QIODevice::ReadOnly));
+        QVERIFY(zip.read(4) == QByteArray("PK\x03\x04", 4));
+        QVERIFY(zip.size() > qint64(folderSave.bytes) / 4);
 
         // Find with wildcards selects the item in the list.
         CNode* gif = w.FindNext("inside*.GIF");
@@ -188,20 +248,6 @@ private slots:
         QCOMPARE(QString::fromStdU16String(gif->name), QString("Inside the deleted folder.gif"));
         QCOMPARE(w.ListModel()->Folder(), gif->parent);
         QVERIFY(!w.FindNext("no such *.name"));
-
-        // A saved session opens again without scanning, with the same items.
-        QTemporaryDir sessions;
-        QString session = sessions.filePath("scan.tks4");
-        QVERIFY(w.SaveSession(session));
-        CMainWindow reopened;
-        QVERIFY2(reopened.OpenSession(session), qPrintable(m_messages.join(" | ")));
-        QCOMPARE(reopened.CurrentPage(), CMainWindow::kResultsPage);
-        QCOMPARE(reopened.Mode(), uint32_t(kModeDeletedFiles));
-        CNode* again = FindPath(reopened.Tree(), "Old folder/Sub/deep file.txt");
-        QVERIFY(again);
-        QVERIFY(again->IsDeleted());
-        QVERIFY(reopened.DefaultSessionName(QDateTime(QDate(2024, 3, 5), QTime(7, 8, 9)))
-                    .startsWith(" # fat32-features.img, 05-March-2024[7 8 9]"));
     }
 
     // A disk image with several file systems lists its partitions; choosing one scans it, and
@@ -256,27 +302,208 @@ private slots:
         QVERIFY(FindPath(w.Tree(), "Data"));
     }
 
-    // The bundled sample: deleted photos of the camera card come back in photo mode.
-    void recoversDeletedPhotosFromSample() {
+    // The bundled sample, in each language, by the steps a user clicks: photo mode, the camera
+    // card's partition on the drive page, deleted items only, mark all, save. The deleted photos
+    // come back byte for byte.
+    void recoversDeletedPhotosFromSampleInEveryLanguage() {
         QTemporaryDir dir;
         QString image = dir.filePath("sample-disk.img");
         QString cmd = QString("zstd -q -d -f '%1/data/sample/sample-disk.img.zst' -o '%2'").arg(KESTRIN_SOURCE_DIR, image);
         QCOMPARE(std::system(qPrintable(cmd)), 0);
+        const QByteArray deletedPhotos[] = {"a9b9693c95eaa5ab98cdfd7887fae613e70d85f05dea39457719050defa26ea0",
+                                            "3bfad322358e86ace9da303df6e32df16ebf663bd7555ab407e60c378e3fe1b4"};
+        for (int lang = 0; lang < app::kLanguageCount; ++lang) {
+            CMainWindow w;
+            w.findChild<QAction*>(QString("lang%1").arg(app::kLanguageMenuFirst + lang))->trigger();
+            auto* photoMode = w.findChild<QPushButton*>("mode1037");
+            QCOMPARE(photoMode->text(), T("IDS_RECOVERDELETEDPHOTOS"));
+            Click(&w, "mode1037");
+            w.AddImageItem(image);
+            auto* drives = w.findChild<QTreeWidget*>("drives");
+            QTreeWidgetItem* card = ChildLabelled(drives->currentItem(), "PHOTOS");
+            QVERIFY(card);
+            QCOMPARE(card->text(3), QString("FAT32"));
+            drives->setCurrentItem(card);
+            Click(&w, "driveNext");
+            QCOMPARE(w.CurrentPage(), CMainWindow::kResultsPage);
+            // A deleted short name has lost its first character.
+            CNode* photo = w.FindNext("?MG_4302.JPG");
+            QVERIFY(photo && photo->parent && photo->parent->name == u"100CANON");
+            QVERIFY(photo->IsDeleted());
+            w.findChild<QCheckBox*>("deletedOnly")->click();
+            Click(&w, "markAll");
+            QTemporaryDir out;
+            m_messages.clear();
+            QVERIFY(w.SaveTo(out.path(), kCollisionRename));
+            QCOMPARE(m_messages.size(), 1);
+            QVERIFY2(m_messages[0].startsWith(T("IDS_UI_SAVE_DONE")), qPrintable(m_messages[0]));
+            QSet<QByteArray> hashes;
+            for (QDirIterator it(out.path(), QDir::Files, QDirIterator::Subdirectories); it.hasNext();)
+                hashes.insert(Sha256(it.next()));
+            for (const QByteArray& h : deletedPhotos) QVERIFY2(hashes.contains(h), qPrintable(QString::number(lang)));
+        }
+        app::ChangeLanguage(0);
+    }
+
+    // Opening each kind of source shows what it holds: the table's partitions with their file
+    // systems and labels, or one volume's own; a partition chosen there is scanned at once.
+    void drivePageShowsFileSystemsAndLabels() {
         CMainWindow w;
-        Click(&w, "mode1037");
-        QVERIFY(w.OpenAndContinue(image));
-        QCOMPARE(w.CurrentPage(), CMainWindow::kPartitionPage);
-        QVERIFY(w.ScanPartition(0)); // the FAT32 camera card
+        w.ChooseMode(kModeDeletedFiles);
+        auto* drives = w.findChild<QTreeWidget*>("drives");
+        struct Disk {
+            const char* image;
+            QStringList labels, fileSystems;
+        } disks[] = {{"disk-mbr", {"SYSTEM", "DATA", "OLDDATA"}, {"FAT32", "NTFS", "FAT16"}},
+                     // The exFAT entry no boot-sector test accepts comes after the table's own.
+                     {"disk-gpt", {"NTFS", "FAT32", "EXFAT"}, {"NTFS", "FAT32", "exFAT"}}};
+        for (const Disk& d : disks) {
+            w.AddImageItem(QString::fromStdString(test::UnpackImage(d.image)));
+            QTreeWidgetItem* it = drives->currentItem();
+            QCOMPARE(it->childCount(), d.labels.size());
+            for (int i = 0; i < it->childCount(); ++i) {
+                QCOMPARE(it->child(i)->text(4), d.labels[i]);
+                QCOMPARE(it->child(i)->text(3), d.fileSystems[i]);
+            }
+        }
+        struct Volume {
+            const char* image;
+            QString label, fileSystem;
+        } volumes[] = {{"fat16-features", "FAT16", "FAT16"}, {"exfat-features", "EXFEAT", "exFAT"}, {"ntfs-4k", "FOURK", "NTFS"}};
+        for (const Volume& v : volumes) {
+            w.AddImageItem(QString::fromStdString(test::UnpackImage(v.image)));
+            QCOMPARE(drives->currentItem()->childCount(), 0);
+            QCOMPARE(drives->currentItem()->text(4), v.label);
+            QCOMPARE(drives->currentItem()->text(3), v.fileSystem);
+        }
+        drives->setCurrentItem(ChildLabelled(drives->topLevelItem(drives->topLevelItemCount() - 5), "DATA"));
+        Click(&w, "driveNext");
         QCOMPARE(w.CurrentPage(), CMainWindow::kResultsPage);
-        // A deleted short name has lost its first character.
-        CNode* photo = w.FindNext("?MG_4302.JPG");
-        QVERIFY(photo && photo->parent && photo->parent->name == u"100CANON");
-        QVERIFY(photo->IsDeleted());
-        w.findChild<QCheckBox*>("deletedOnly")->click();
-        w.Results().MarkAll(true);
+        QVERIFY(FindPath(w.Tree(), "Data/holiday.jpg"));
+    }
+
+    // A saved session opens again without scanning, with the same items and ticks; from inside
+    // another mode it is refused with the mode that made it; a vanished image is named.
+    void savedSessionReopensSameTree() {
+        QTemporaryDir dir;
+        QString image = dir.filePath("card.img");
+        QVERIFY(QFile::copy(QString::fromStdString(test::UnpackImage("fat32-features")), image));
+        CMainWindow w;
+        w.ChooseMode(kModeDeletedFiles);
+        QVERIFY(w.OpenAndContinue(image));
+        w.Results().SetChecked(FindPath(w.Tree(), "Photos/IMG_0001.jpg"), true);
+        QString session = dir.filePath("scan.tks4");
+        QVERIFY(w.SaveSession(session));
+        QVERIFY(w.DefaultSessionName(QDateTime(QDate(2024, 3, 5), QTime(7, 8, 9)))
+                    .startsWith(" # card.img, 05-March-2024[7 8 9]"));
+
+        CMainWindow reopened;
+        m_messages.clear();
+        QVERIFY2(reopened.OpenSessionFromMenu(session), qPrintable(m_messages.join(" | ")));
+        QCOMPARE(reopened.CurrentPage(), CMainWindow::kResultsPage);
+        QCOMPARE(reopened.Mode(), uint32_t(kModeDeletedFiles));
+        QCOMPARE(Dump(reopened.Tree()), Dump(w.Tree()));
+        QCOMPARE(reopened.FolderView()->model()->index(0, 0).data().toString(), QString("Root"));
+        // Its items can be saved from the re-opened source.
         QTemporaryDir out;
-        QVERIFY(w.SaveTo(out.path(), kCollisionRename));
-        QVERIFY(w.LastSave().files >= 2);
+        QVERIFY(reopened.SaveTo(out.path(), kCollisionRename));
+        QCOMPARE(reopened.LastSave().files, 1u);
+
+        CMainWindow photos;
+        photos.ChooseMode(kModeDeletedPhotos);
+        m_messages.clear();
+        QVERIFY(!photos.OpenSessionFromMenu(session));
+        QCOMPARE(m_messages.size(), 1);
+        QVERIFY(m_messages[0].contains(T("IDS_THIS_REC_SES_CREATED_USING")));
+        QVERIFY(m_messages[0].contains(T("IDS_RECOVER_DELETED_FILES")));
+        QCOMPARE(photos.CurrentPage(), CMainWindow::kDrivePage);
+
+        QVERIFY(QFile::remove(image));
+        CMainWindow gone;
+        m_messages.clear();
+        QVERIFY(!gone.OpenSessionFromMenu(session));
+        QCOMPARE(m_messages.size(), 1);
+        QVERIFY2(m_messages[0].contains(T("IDS_SOURCE_IMAGE_NOT_FOUND")), qPrintable(m_messages[0]));
+    }
+
+    // Leaving unsaved results asks whether to save the session: Cancel stays, No leaves; once
+    // saved, New Scan leaves without asking.
+    void leavingResultsOffersSession() {
+        CMainWindow w;
+        w.show();
+        w.ChooseMode(kModeDeletedFiles);
+        QVERIFY(w.OpenAndContinue(QString::fromStdString(test::UnpackImage("fat16-features"))));
+        QString text;
+        AnswerNextBox(QMessageBox::Cancel, &text);
+        Click(&w, "newScan");
+        QVERIFY(text.contains(T("IDS_ADVISABLE_SESSION")));
+        QVERIFY(text.contains(T("IDS_SAVE_SCANNING_TIME")));
+        QCOMPARE(w.CurrentPage(), CMainWindow::kResultsPage);
+        AnswerNextBox(QMessageBox::No, &text);
+        Click(&w, "newScan");
+        QCOMPARE(w.CurrentPage(), CMainWindow::kModePage);
+
+        QTemporaryDir dir;
+        w.ChooseMode(kModeDeletedFiles);
+        QVERIFY(w.OpenAndContinue(QString::fromStdString(test::UnpackImage("fat16-features"))));
+        QVERIFY(w.SaveSession(dir.filePath("s.tks4")));
+        Click(&w, "newScan");
+        QCOMPARE(w.CurrentPage(), CMainWindow::kModePage);
+    }
+
+    // A blank disk with one picture on it: the partition search finds nothing and offers the
+    // search by content. Declined, the drive page stays; accepted, the picture is found.
+    void noPartitionFoundOffersContentSearch() {
+        QTemporaryDir dir;
+        QByteArray disk(8 << 20, '\0');
+        QByteArray jpeg = JpegOf(200, 150);
+        disk.replace(1 << 20, jpeg.size(), jpeg);
+        QString path = dir.filePath("blank.img");
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly) && f.write(disk) == disk.size());
+        f.close();
+
+        CMainWindow w;
+        Click(&w, "mode1021");
+        m_messages.clear();
+        QVERIFY(!w.OpenAndContinue(path));
+        QCOMPARE(m_messages, QStringList{T("IDS_NO_PARTITION_FOUND")});
+        QCOMPARE(w.CurrentPage(), CMainWindow::kDrivePage);
+
+        CQtMessages::SetHookAnswer(true);
+        bool opened = w.OpenAndContinue(path);
+        CQtMessages::SetHookAnswer(false);
+        QVERIFY(opened);
+        QCOMPARE(w.CurrentPage(), CMainWindow::kResultsPage);
+        CNode* carved = nullptr;
+        ForEachNode(w.Tree(), [&](CNode* n) {
+            if (n->carved && n->location * 512 + n->startOffset == uint64_t(1 << 20)) carved = n;
+        });
+        QVERIFY(carved);
+        QVERIFY(carved->size >= uint64_t(jpeg.size()));
+    }
+
+    // The preview's choice: a picture (a raw file's largest embedded JPEG, not its lossless
+    // sensor frame nor its thumbnail), text, or hex.
+    void previewShowsPicturesTextAndHex() {
+        QByteArray raw("II*\0\x08\0\0\0", 8);
+        raw += QByteArray(100, '\x11');
+        // Sensor data as a lossless frame, larger than any preview: not a picture to show.
+        raw += QByteArray::fromHex("ffd8ffc3000b080bb80fa0011100") + QByteArray(64, '\x55');
+        raw += JpegOf(40, 30) + QByteArray(77, '\x22');
+        raw += JpegOf(320, 240) + QByteArray(500, '\x33');
+        QCOMPARE(DecodePreviewImage(raw, true).size(), QSize(320, 240));
+        QCOMPARE(DecodePreviewImage(raw, false).size(), QSize(320, 240));
+        QVERIFY(DecodePreviewImage(QByteArray(1000, 'x')).isNull());
+        QVERIFY(IsCameraRawName("IMG_0001.CR2") && !IsCameraRawName("IMG_0001.JPG"));
+
+        QString text = QString::fromUtf8("h\xc3\xa9llo\r\n\tw\xc3\xb6rld");
+        QCOMPARE(PreviewText(text.toUtf8(), 100), text);
+        // The limit cuts "é" in two: the half is left out.
+        QCOMPARE(PreviewText(QByteArray("a\xc3\xa9z"), 2), QString("a"));
+        QString hex = PreviewText(QByteArray("\x00\x01" "ABC", 5), 100);
+        QVERIFY2(hex.startsWith("00000000  00 01 41 42 43 ") && hex.trimmed().endsWith("..ABC"), qPrintable(hex));
+        QVERIFY(PreviewText(QByteArray("\xff\xfe\x41\x42"), 100).startsWith("00000000  ff fe 41 42"));
     }
 
     // Cancel asks the stop question while the worker is held at the gate; Yes ends the
@@ -329,7 +556,14 @@ private slots:
         QFile ini(m_program.filePath("settings.ini"));
         QVERIFY(ini.open(QIODevice::ReadOnly));
         QVERIFY(ini.readAll().contains("=2"));
+        // The drive page's lines follow too, and keep their selection.
+        w.ChooseMode(kModeDeletedFiles);
+        w.AddImageItem(QString::fromStdString(test::UnpackImage("disk-mbr")));
+        auto* drives = w.findChild<QTreeWidget*>("drives");
+        drives->setCurrentItem(ChildLabelled(drives->currentItem(), "DATA"));
         w.findChild<QAction*>("lang40043")->trigger();
+        QVERIFY(drives->currentItem() && drives->currentItem()->text(4) == "DATA");
+        QCOMPARE(drives->currentItem()->parent()->text(1), QString("Image file"));
         QCOMPARE(w.findChild<QPushButton*>("mode1019")->text(), QString("Recover Deleted Files"));
         QCOMPARE(w.windowTitle(), QString("Kestrin"));
     }

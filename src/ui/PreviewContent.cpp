@@ -1,0 +1,72 @@
+#include "ui/PreviewContent.h"
+
+#include <QFileInfo>
+#include <QStringList>
+
+#ifdef KESTRIN_HAVE_CARVE
+#include "carve/EmbeddedJpeg.h"
+#endif
+
+namespace kestrin::ui {
+
+bool IsCameraRawName(const QString& name) {
+    static const QStringList kRaw = {"3fr", "arw", "cr2", "crw", "dcr", "dng", "erf", "kdc", "mef", "mos", "mrw",
+                                     "nef", "nrw", "orf", "pef", "raf", "raw", "rw2", "rwl", "sr2", "srf", "srw", "x3f"};
+    return kRaw.contains(QFileInfo(name).suffix().toLower());
+}
+
+QImage DecodePreviewImage(const QByteArray& bytes, bool cameraRaw) {
+    QImage img;
+    if (bytes.isEmpty()) return img;
+    // A raw file read as TIFF shows its first directory, often a thumbnail of a few pixels:
+    // its embedded preview JPEG comes first.
+    if (!cameraRaw && img.loadFromData(bytes)) return img;
+#ifdef KESTRIN_HAVE_CARVE
+    auto candidates = FindEmbeddedJpegs({reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size())});
+    // Largest first; a handful of tries is enough, and a thumbnail of a few pixels is no preview.
+    for (size_t i = 0; i < candidates.size() && i < 4; ++i) {
+        if (uint32_t(candidates[i].width) * candidates[i].height < 64 * 48) break;
+        QByteArray jpeg = QByteArray::fromRawData(bytes.constData() + candidates[i].offset,
+                                                  bytes.size() - qsizetype(candidates[i].offset));
+        if (img.loadFromData(jpeg, "JPEG")) return img;
+    }
+#endif
+    if (cameraRaw && img.loadFromData(bytes)) return img;
+    return {};
+}
+
+QString PreviewText(const QByteArray& bytes, int limit) {
+    QByteArray head = bytes.left(limit);
+    bool text = !head.isEmpty();
+    for (char c : head)
+        if ((unsigned char)c < 0x20 && c != '\n' && c != '\r' && c != '\t') text = false;
+    if (text) {
+        // A multi-byte character that the limit cut in two is left out.
+        qsizetype end = head.size();
+        if (bytes.size() > head.size()) {
+            for (qsizetype back = 1; back <= 3 && back <= end; ++back) {
+                unsigned char c = (unsigned char)head[end - back];
+                if ((c & 0xC0) == 0x80) continue;
+                int need = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+                if (need > back) end -= back;
+                break;
+            }
+        }
+        QString s = QString::fromUtf8(head.left(end));
+        if (!s.contains(QChar::ReplacementCharacter)) return s; // not UTF-8: shown as hex
+    }
+    QString hex;
+    for (int off = 0; off < head.size(); off += 16) {
+        QString line = QString("%1  ").arg(off, 8, 16, QChar('0'));
+        QString ascii;
+        for (int i = off; i < off + 16 && i < head.size(); ++i) {
+            unsigned char c = (unsigned char)head[i];
+            line += QString("%1 ").arg(c, 2, 16, QChar('0'));
+            ascii += (c >= 0x20 && c < 0x7f) ? QChar(c) : QChar('.');
+        }
+        hex += line.leftJustified(58) + ascii + "\n";
+    }
+    return hex;
+}
+
+} // namespace kestrin::ui

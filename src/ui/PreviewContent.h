@@ -1,0 +1,20 @@
+#pragma once
+// What the preview pane makes of a found file's first bytes: a picture (the file's own, or the
+// JPEG preview a camera raw file carries), else text, else a hex dump.
+#include <QByteArray>
+#include <QImage>
+#include <QString>
+
+namespace kestrin::ui {
+
+// By the name's extension: the raw formats of digital cameras.
+bool IsCameraRawName(const QString& name);
+// The file's picture when Qt reads its format, else the largest JPEG inside it that decodes and
+// is more than a thumbnail; null when there is none. For a camera raw file the embedded JPEG
+// is tried first.
+QImage DecodePreviewImage(const QByteArray& bytes, bool cameraRaw = false);
+// The first `limit` bytes as text when they read as UTF-8 without control characters (line
+// breaks and tabs allowed), else as a hex dump: offset, 16 bytes, their printable characters.
+QString PreviewText(const QByteArray& bytes, int limit);
+
+} // namespace kestrin::ui

@@ -1,0 +1,282 @@
+// The signature explorer and its add and edit dialogs, driven through their fields and buttons
+// on a copy of the shipped signature file in a program folder of the test's own.
+#include <QApplication>
+#include <QComboBox>
+#include <QFile>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QTreeWidget>
+#include <QtTest>
+#include <algorithm>
+#include <functional>
+
+#include "app/Language.h"
+#include "carve/SignatureFile.h"
+#include "carve/SignatureList.h"
+#include "scan/ScanOperation.h"
+#include "ui/CMainWindow.h"
+#include "ui/CQtMessages.h"
+#include "ui/CSignatureAddDlg.h"
+#include "ui/CSignatureExplorer.h"
+#include "ui/CSignaturesDlg.h"
+#include "ui/UiText.h"
+
+using namespace kestrin;
+using namespace kestrin::ui;
+
+namespace {
+
+// Runs `fill` on the modal dialog of type T once it is shown (by a command that runs exec()).
+// A dialog still open afterwards (a failed check inside `fill`) is cancelled, not left waiting.
+template <typename T>
+void WhenShown(std::function<void(T*)> fill) {
+    QTimer::singleShot(10, [fill] {
+        auto* dlg = qobject_cast<T*>(QApplication::activeModalWidget());
+        if (!dlg) return WhenShown<T>(fill);
+        fill(dlg);
+        if (dlg->isVisible()) dlg->reject();
+    });
+}
+
+void Type(QWidget* dlg, const char* field, const QString& text) {
+    auto* e = dlg->findChild<QLineEdit*>(field);
+    QVERIFY2(e, field);
+    e->setText(text);
+}
+
+void Click(QWidget* root, const char* name) {
+    auto* b = root->findChild<QPushButton*>(name);
+    QVERIFY2(b, name);
+    QTest::mouseClick(b, Qt::LeftButton);
+}
+
+QByteArray FileBytes(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+} // namespace
+
+class SignatureExplorerTest : public QObject {
+    Q_OBJECT
+private:
+    QTemporaryDir m_program;
+    QStringList m_messages;
+
+    std::string Folder() const { return m_program.path().toStdString(); }
+    QString SltPath() const { return m_program.filePath(kSignatureFileName); }
+
+private slots:
+    void initTestCase() {
+        QVERIFY(m_program.isValid());
+        QDir().mkpath(m_program.filePath("Lang"));
+        QDir lang(QString(KESTRIN_SOURCE_DIR) + "/data/Lang");
+        for (const QString& f : lang.entryList({"*.ini"}, QDir::Files))
+            QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
+        app::InitLanguage(Folder());
+        app::UseLanguageByName("English");
+        CQtMessages::SetHook([this](const QString& text) { m_messages << text; });
+    }
+
+    void init() {
+        QDir(SltPath()).removeRecursively();
+        QFile::remove(SltPath());
+        QFile::remove(m_program.filePath(kSignatureTempName));
+        QVERIFY(QFile::copy(QString(KESTRIN_BINARY_DIR) + "/" + kSignatureFileName, SltPath()));
+        QFile::setPermissions(SltPath(), QFile::ReadOwner | QFile::WriteOwner);
+        m_messages.clear();
+    }
+
+    // Add, edit and delete in a photo mode, whose rows are not the file's records one to one.
+    void addEditDeleteUserType() {
+        const QByteArray shipped = FileBytes(SltPath());
+        const size_t fileCount = LoadSignatureFile(Folder()).records.size();
+        CSignatureExplorer ex(kModeDeletedPhotos, Folder(), {}, {});
+        const size_t rowCount = ex.Rows().size();
+        QVERIFY(rowCount > 0 && rowCount < fileCount);
+        ex.List()->topLevelItem(0)->setCheckState(0, Qt::Unchecked);
+
+        // One empty field: OK does nothing and the dialog stays open.
+        bool stayedOpen = false;
+        WhenShown<CSignatureAddDlg>([&](CSignatureAddDlg* dlg) {
+            QCOMPARE(dlg->windowTitle(), Tx("IDS_ADD_FILE_TYPE"));
+            Type(dlg, "size", "5");
+            Type(dlg, "header", "ffd8");
+            Type(dlg, "extension", "jpg");
+            Type(dlg, "offset", "0");
+            Click(dlg, "ok");
+            stayedOpen = dlg->isVisible();
+            Type(dlg, "description", "My camera");
+            auto* type = dlg->findChild<QComboBox*>("type");
+            type->setCurrentIndex(type->findData(1)); // picture
+            Click(dlg, "ok");
+        });
+        ex.AddFileType();
+        QVERIFY(stayedOpen);
+        QCOMPARE(m_messages, QStringList{Tx("IDS_SIG_SAVED")});
+
+        SignatureLoad load = LoadSignatureFile(Folder());
+        QCOMPARE(load.status, SignatureLoadStatus::kOk);
+        QCOMPARE(load.records.size(), fileCount + 1);
+        const SignatureRecord& added = load.records.back();
+        QCOMPARE(added.header, (std::vector<uint8_t>{0xFF, 0xD8}));
+        QCOMPARE(added.extension, std::string(".jpg"));
+        QCOMPARE(added.fixedSize, uint64_t(5120));
+        QCOMPARE(added.secondValue, 1u);
+        QCOMPARE(added.description, std::string("My camera"));
+        QCOMPARE(added.userDefined, 1u);
+        QCOMPARE(added.typeId, uint32_t(fileCount + kFirstUserTypeId));
+        QVERIFY(!QFile::exists(m_program.filePath(kSignatureTempName)));
+
+        // Listed by the mode, selected, ticked; the row unticked before stays unticked.
+        QCOMPARE(ex.Rows().size(), rowCount + 1);
+        const int userRow = int(rowCount);
+        QCOMPARE(ex.CurrentRow(), userRow);
+        QCOMPARE(ex.List()->topLevelItem(userRow)->text(0), QString(".jpg"));
+        std::vector<bool> ticks = ex.Ticked();
+        QVERIFY(!ticks[0] && ticks[size_t(userRow)]);
+        // Skipping keeps the ticks of when the explorer opened: none given, so all ticked.
+        QCOMPARE(ex.EntryTicks(), std::vector<bool>(rowCount + 1, true));
+
+        // Edit: the size is shown and taken in bytes; the other fields come from the record.
+        m_messages.clear();
+        ex.SelectRow(userRow);
+        WhenShown<CSignaturesDlg>([&](CSignaturesDlg* dlg) {
+            QCOMPARE(dlg->windowTitle(), Tx("IDS_EDIT_FILE_TYPe"));
+            QCOMPARE(dlg->findChild<QLineEdit*>("size")->text(), QString("5120"));
+            QCOMPARE(dlg->findChild<QLineEdit*>("header")->text(), QString("FFD8"));
+            QCOMPARE(dlg->findChild<QComboBox*>("unit")->currentText(), Tx("IDS_BYTE"));
+            Type(dlg, "size", "777");
+            Click(dlg, "ok");
+        });
+        ex.EditFileType();
+        QCOMPARE(m_messages, QStringList{Tx("IDS_SIG_SAVED")});
+        load = LoadSignatureFile(Folder());
+        QCOMPARE(load.records.size(), fileCount + 1);
+        QCOMPARE(load.records.back().fixedSize, uint64_t(777));
+        QCOMPARE(load.records.back().header, (std::vector<uint8_t>{0xFF, 0xD8}));
+        QCOMPARE(ex.Rows().size(), rowCount + 1);
+        QVERIFY(!ex.Ticked()[0] && ex.Ticked()[size_t(userRow)]);
+
+        // A shipped type cannot be deleted: the file stays as it is.
+        m_messages.clear();
+        const QByteArray withUser = FileBytes(SltPath());
+        ex.SelectRow(0);
+        ex.DeleteFileType();
+        QCOMPARE(m_messages, QStringList{Tx("IDS_SELECT_USER_DEF")});
+        QCOMPARE(FileBytes(SltPath()), withUser);
+        QCOMPARE(ex.Rows().size(), rowCount + 1);
+
+        // Deleting the user's type writes the shipped file back as it was.
+        m_messages.clear();
+        ex.SelectRow(userRow);
+        ex.DeleteFileType();
+        QCOMPARE(m_messages, QStringList{Tx("IDS_DEL_SUCCESSFUL")});
+        QCOMPARE(FileBytes(SltPath()), shipped);
+        QCOMPARE(ex.Rows().size(), rowCount);
+        QVERIFY(!ex.Ticked()[0]);
+    }
+
+    // A new type is ticked where the explorer opened with every row unticked, and skipping keeps
+    // that; a save whose new file cannot take the old one's place is reported by list and dialog.
+    void newRowTickedAndSaveFailures() {
+        std::vector<SignatureRecord> rows = SignaturesForMode(kModeLostFiles, Folder());
+        CSignatureExplorer ex(kModeLostFiles, Folder(), rows, std::vector<bool>(rows.size(), false));
+        ex.SelectRow(0);
+        QVERIFY(!ex.findChild<QPushButton*>("edit")->isEnabled());
+        auto fill = [](CSignatureAddDlg* dlg) {
+            for (const char* field : {"size", "header", "extension", "offset", "description"}) Type(dlg, field, "2");
+            dlg->findChild<QComboBox*>("unit")->setCurrentIndex(1); // megabytes
+            Click(dlg, "ok");
+        };
+        WhenShown<CSignatureAddDlg>(fill);
+        ex.AddFileType();
+        QCOMPARE(LoadSignatureFile(Folder()).records.back().fixedSize, uint64_t(2) << 20);
+        QVERIFY(ex.findChild<QPushButton*>("edit")->isEnabled());
+        std::vector<bool> expected(rows.size(), false);
+        expected.push_back(true);
+        QCOMPARE(ex.Ticked(), expected);
+        QCOMPARE(ex.EntryTicks(), expected);
+
+        // A folder in the file's place that cannot be removed.
+        m_messages.clear();
+        QVERIFY(QFile::remove(SltPath()));
+        QVERIFY(QDir().mkpath(SltPath() + "/keep"));
+        ex.DeleteFileType();
+        QCOMPARE(m_messages, QStringList{Tx("IDS_FAILED_TO_SAVE")});
+        QFile::remove(m_program.filePath(kSignatureTempName));
+        m_messages.clear();
+        WhenShown<CSignatureAddDlg>(fill);
+        ex.AddFileType();
+        QCOMPARE(m_messages, QStringList{Tx("IDS_UNABLE_TO_SAVE")});
+    }
+
+    // The main window hands the explorer the rows and ticks of the last time: OK keeps the
+    // choice, Skip keeps the one before, and an added type stays listed either way.
+    void mainWindowKeepsChoice() {
+        CMainWindow w;
+        w.show();
+        w.ChooseMode(kModeLostFiles);
+        auto* open = w.findChild<QPushButton*>("fileTypes");
+        QVERIFY(open && open->isEnabled());
+        std::vector<bool> seen;
+        // Chosen: row 1 only. Skipped: every row ticked and a type added.
+        auto choose = [&](bool skip) {
+            WhenShown<CSignatureExplorer>([&, skip](CSignatureExplorer* ex) {
+                seen = ex->Ticked();
+                Click(ex, skip ? "markAll" : "unmarkAll");
+                ex->List()->topLevelItem(1)->setCheckState(0, Qt::Checked);
+                if (skip) {
+                    WhenShown<CSignatureAddDlg>([](CSignatureAddDlg* dlg) {
+                        for (const char* field : {"size", "header", "extension", "offset", "description"})
+                            Type(dlg, field, "3");
+                        Click(dlg, "ok");
+                    });
+                    ex->AddFileType();
+                }
+                Click(ex, skip ? "skip" : "ok");
+            });
+            open->click();
+        };
+        choose(false);
+        const size_t n = seen.size();
+        QCOMPARE(seen, std::vector<bool>(n, true));
+        choose(true);
+        std::vector<bool> expected(n + 1, false);
+        expected[1] = expected[n] = true; // the added row is ticked as new
+        choose(false);
+        QCOMPARE(seen, expected);
+    }
+
+    void markAllAndFind() {
+        CSignatureExplorer ex(kModeLostFiles, Folder(), {}, {});
+        const int n = ex.List()->topLevelItemCount();
+        QVERIFY(n > 2);
+        Click(&ex, "unmarkAll");
+        QCOMPARE(ex.Ticked(), std::vector<bool>(size_t(n), false));
+        Click(&ex, "markAll");
+        QCOMPARE(ex.Ticked(), std::vector<bool>(size_t(n), true));
+
+        auto* field = ex.findChild<QLineEdit*>("findText");
+        QCOMPARE(field->placeholderText(), Tx("IDS_ENTER_FILE_TYPE") + " e.g. jpg");
+        // Each Find goes on after the selected row.
+        field->setText(".PDF");
+        Click(&ex, "find");
+        const int first = ex.CurrentRow();
+        QVERIFY(first >= 0);
+        QCOMPARE(ex.List()->topLevelItem(first)->text(0), QString(".pdf"));
+        QVERIFY(ex.FindNext("jpg"));
+        QVERIFY(ex.List()->topLevelItem(ex.CurrentRow())->text(0).contains("jpg", Qt::CaseInsensitive));
+        const int jpg = ex.CurrentRow();
+        QVERIFY(ex.FindNext("jpg"));
+        QVERIFY(ex.CurrentRow() != jpg);
+        field->setText("no-such-type");
+        Click(&ex, "find");
+        QCOMPARE(m_messages.size(), 1);
+    }
+};
+
+QTEST_MAIN(SignatureExplorerTest)
+#include "SignatureExplorerTest.moc"
