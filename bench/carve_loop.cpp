@@ -9,6 +9,7 @@
 #include <memory>
 #include <random>
 
+#include "scan/QuietScanEvents.h"
 #include "carve/ScanSignatures.h"
 #include "carve/SignatureList.h"
 #include "carve/SignatureTable.h"
@@ -24,11 +25,7 @@ using namespace kestrin;
 
 const std::filesystem::path kRepo = std::filesystem::path(__FILE__).parent_path().parent_path();
 
-struct NoEvents final : IScanEvents {
-    void OnEnd() override {}
-    void OnProgress() override {}
-    void OnSignatureScanStart() override {}
-};
+using NoEvents = QuietScanEvents;
 
 // 128 MiB: a quarter each of random bytes, zeros, text and random bytes again, with a real
 // JPEG every 2 MiB.

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "scan/QuietScanEvents.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
 #include "fs/exfat/ExFatEngine.h"
@@ -19,12 +20,7 @@ namespace {
 
 using namespace kestrin;
 
-class NoEvents : public IScanEvents {
-public:
-    void OnEnd() override {}
-    void OnProgress() override {}
-    void OnSignatureScanStart() override {}
-};
+using NoEvents = QuietScanEvents;
 
 std::string Env(const char* name) {
     const char* v = std::getenv(name);

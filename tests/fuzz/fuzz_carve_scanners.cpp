@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "scan/QuietScanEvents.h"
 #include "carve/CSectorReader.h"
 #include "carve/ScanSignatures.h"
 #include "carve/ScannerSet.h"
@@ -18,11 +19,7 @@ namespace {
 
 using namespace kestrin;
 
-struct NoEvents final : IScanEvents {
-    void OnEnd() override {}
-    void OnProgress() override {}
-    void OnSignatureScanStart() override {}
-};
+using NoEvents = QuietScanEvents;
 
 SignatureRecord Row(uint32_t typeId, const char* ext, std::vector<uint8_t> header, uint32_t user = 0,
                     uint32_t offset = 0) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "scan/QuietScanEvents.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
 #include "fs/exfat/ExFatEngine.h"
@@ -14,12 +15,7 @@
 using namespace kestrin;
 
 namespace {
-class NoEvents : public IScanEvents {
-public:
-    void OnEnd() override {}
-    void OnProgress() override {}
-    void OnSignatureScanStart() override {}
-};
+using NoEvents = QuietScanEvents;
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "scan/QuietScanEvents.h"
 #include "fs/CNode.h"
 #include "scan/CScanDriver.h"
 #include "storage/CPhysicalDisk.h"
@@ -26,11 +27,7 @@ using namespace kestrin;
 
 namespace {
 
-struct Quiet : IScanEvents {
-    void OnEnd() override {}
-    void OnProgress() override {}
-    void OnSignatureScanStart() override {}
-};
+using Quiet = QuietScanEvents;
 
 Engines FuzzEngines() {
     Engines e;

@@ -9,17 +9,13 @@
 
 #include <unistd.h>
 
+#include "scan/QuietScanEvents.h"
 #include "output/UserMessages.h"
 #include "scan/ScanContext.h"
 
 namespace kestrin::test {
 
-struct NullEvents final : IScanEvents {
-    void OnEnd() override {}
-    void OnProgress() override { ++progressCalls; }
-    void OnSignatureScanStart() override {}
-    int progressCalls = 0;
-};
+using NullEvents = QuietScanEvents;
 
 struct TestContext {
     ScanOperation op;

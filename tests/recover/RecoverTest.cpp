@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "scan/QuietScanEvents.h"
 #include "TestImages.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
@@ -24,12 +25,7 @@
 namespace kestrin {
 namespace {
 
-class NoEvents : public IScanEvents {
-public:
-    void OnEnd() override {}
-    void OnProgress() override {}
-    void OnSignatureScanStart() override {}
-};
+using NoEvents = QuietScanEvents;
 
 std::vector<uint8_t> ReadWhole(const std::string& path) {
     std::ifstream f(path, std::ios::binary | std::ios::ate);

@@ -12,6 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "scan/QuietScanEvents.h"
 #include "fs/VolumeTree.h"
 #include "scan/ScanContext.h"
 #include "storage/ByteSource.h"
@@ -20,12 +21,7 @@
 
 namespace kestrin::test {
 
-class NullEvents : public IScanEvents {
-public:
-    void OnEnd() override {}
-    void OnProgress() override {}
-    void OnSignatureScanStart() override {}
-};
+using NullEvents = QuietScanEvents;
 
 using ScanFn = void (*)(CPhysicalDisk&, int, ScanContext&);
 using WriterFn = ContentResult (*)(CPhysicalDisk&, const CNode&, const ContentSink&);

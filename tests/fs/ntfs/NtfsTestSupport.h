@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "scan/QuietScanEvents.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
 #include "fs/ntfs/NtfsEngine.h"
@@ -14,13 +15,7 @@
 
 namespace kestrin::test {
 
-class NullEvents final : public IScanEvents {
-public:
-    void OnEnd() override {}
-    void OnProgress() override { ++progressCalls; }
-    void OnSignatureScanStart() override {}
-    int progressCalls = 0;
-};
+using NullEvents = QuietScanEvents;
 
 // One scan's worth of driver state.
 struct ScanHarness {
