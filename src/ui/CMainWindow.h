@@ -1,7 +1,8 @@
 #pragma once
 // The main window: the three mode pages, the drive-selection page (CDrivePage), the partition
-// choice and the results explorer, with the Language menu. Scans and saves run on the driver's
-// worker behind the progress window; this thread only shows.
+// choice and the results explorer (CResultsPage), with the Tools and Language menus. Saving and
+// recovery sessions live in CMainWindowSave.cpp. Scans and saves run on the driver's worker
+// behind the progress window; this thread only shows.
 #include <QDateTime>
 #include <QMainWindow>
 #include <memory>
@@ -14,24 +15,18 @@
 #include "ui/CResultsState.h"
 
 class QAction;
-class QCheckBox;
-class QComboBox;
 class QLabel;
 class QPushButton;
-class QSortFilterProxyModel;
 class QStackedWidget;
 class QTabWidget;
 class QTreeView;
 class QTreeWidget;
-class QTreeWidgetItem;
-class QPlainTextEdit;
 
 namespace kestrin::ui {
 
 class CDrivePage;
-class CFolderTreeModel;
 class CFileListModel;
-class CFileTypesModel;
+class CResultsPage;
 
 class CMainWindow final : public QMainWindow {
     Q_OBJECT
@@ -77,34 +72,28 @@ public:
     CResultsState& Results() { return m_results; }
     CNode* Tree() const { return m_tree.get(); }
     const SaveResult& LastSave() const { return m_lastSave; }
-    CFileListModel* ListModel() const { return m_listModel; }
-    QTreeView* FolderView() const { return m_folderView; }
-    QTreeView* TypesView() const { return m_typesView; }
+    CFileListModel* ListModel() const;
+    QTreeView* FolderView() const;
+    QTreeView* TypesView() const;
 
 private:
     void BuildModePages();
     void BuildPartitionPage();
-    void BuildResultsPage();
     void BuildMenus();
     void BuildToolsMenu();
     void Retranslate();
     void FillPartitionList();
     void ChooseFileTypes();
     void ShowResults();
-    void ShowPreview(CNode* n);
-    void OnSave();
     bool RunOperation(int forcedKind);
+    void SetPage(Page p);
+    // Saving and sessions (CMainWindowSave.cpp).
+    void OnSave();
     void OnSaveSession();
     void OnOpenSession();
-    void OnFind();
-    void ShowProperties(const CNode* n);
-    void OpenWithViewer(const CNode* n);
     // On leaving the results: offers to save the session; false when the user cancels.
     bool OfferSession();
-    void SelectNode(CNode* n);
-    CNode* SelectedNode() const;
     void closeEvent(QCloseEvent* e) override;
-    void SetPage(Page p);
 
     uint32_t m_mode = 1019;
     cli::OpenedSource m_src;
@@ -116,7 +105,6 @@ private:
     CResultsState m_results;
     SaveResult m_lastSave;
     bool m_sessionSaved = false;
-    QString m_lastPattern;
 
     QStackedWidget* m_pages = nullptr;
     QTabWidget* m_modeTabs = nullptr;
@@ -134,28 +122,10 @@ private:
     QPushButton* m_partBack = nullptr;
     QPushButton* m_partScan = nullptr;
     QPushButton* m_partSearch = nullptr;
-    QTreeView* m_folderView = nullptr;
-    QTreeView* m_listView = nullptr;
-    CFolderTreeModel* m_treeModel = nullptr;
-    CFileTypesModel* m_typesModel = nullptr;
-    QTreeView* m_typesView = nullptr;
-    QTabWidget* m_leftTabs = nullptr;
-    CFileListModel* m_listModel = nullptr;
-    QSortFilterProxyModel* m_sorter = nullptr;
-    QCheckBox* m_deletedOnly = nullptr;
-    QPushButton* m_markAll = nullptr;
-    QPushButton* m_unmarkAll = nullptr;
-    QPushButton* m_save = nullptr;
-    QCheckBox* m_saveZip = nullptr;
-    QPushButton* m_newScan = nullptr;
-    QPushButton* m_find = nullptr;
+    CResultsPage* m_resultsPage = nullptr;
     QMenu* m_toolsMenu = nullptr;
     QAction* m_saveSessionAction = nullptr;
     QAction* m_openSessionAction = nullptr;
-    QComboBox* m_collision = nullptr;
-    QLabel* m_collisionLabel = nullptr;
-    QLabel* m_preview = nullptr;
-    QPlainTextEdit* m_previewText = nullptr;
     QMenu* m_languageMenu = nullptr;
     QList<QAction*> m_languageActions;
 };

@@ -1,0 +1,202 @@
+// The main window's saving of the ticked items (destination checks, collision choice, zip
+// archives, the result's summary) and its recovery sessions (save, open, the offer on leaving
+// the results).
+#include "ui/CMainWindow.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDateTime>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QInputDialog>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QThread>
+
+#include "cli/CliEngines.h"
+#include "output/SessionFile.h"
+#include "scan/CScanDriver.h"
+#include "scan/OperationRules.h"
+#include "ui/CQtMessages.h"
+#include "ui/CResultsPage.h"
+#include "ui/CScanMan.h"
+#include "ui/UiText.h"
+#include "util/Text.h"
+
+namespace kestrin::ui {
+
+void CMainWindow::OnSave() {
+    if (!m_tree) return;
+    SaveCount count = CountForSave(m_tree.get(), m_results.DeletedOnly());
+    if (!count.files && !count.folders) {
+        CQtMessages::Inform(this, Tx("IDS_UI_NOTHING_MARKED", "Tick the files and folders to save first."));
+        return;
+    }
+    QString destination;
+    if (m_resultsPage->SaveIntoZip()) {
+        destination = QFileDialog::getSaveFileName(this, m_resultsPage->SaveZipText(), QString(),
+                                                   Tx("IDS_UI_ZIP_FILTER", "Zip archives") + " (*.zip)");
+        // The saver tells an archive from a folder by this ending.
+        if (!destination.isEmpty() && !destination.endsWith(".zip", Qt::CaseInsensitive)) destination += ".zip";
+    } else {
+        destination = QFileDialog::getExistingDirectory(this, Tx("IDS_UI_SAVE_TO", "Choose the folder to save into"));
+    }
+    if (destination.isEmpty()) return;
+    SaveTo(destination, m_resultsPage->CollisionMode());
+}
+
+bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
+    if (!m_tree || !m_haveSource) return false;
+    CQtMessages messages(this);
+    SaveRequest req;
+    req.destination = folder.toStdString();
+    req.collisionMode = collisionMode;
+    req.deletedOnly = m_results.DeletedOnly();
+    req.start = m_tree.get();
+    req.messages = &messages;
+    if (collisionMode == kCollisionAsk) {
+        // Asked by the window thread while the worker waits for the answer.
+        req.askRename = [this](std::u16string& name, uint32_t code, uint8_t& mode) {
+            bool keep = false;
+            auto ask = [&] {
+                bool ok = false;
+                QString answer = QInputDialog::getText(
+                    this, Caption(),
+                    Tx("IDS_CLI_RENAME_QUESTION", "Cannot create") + QString(" \"%1\" (%2)").arg(QString::fromStdU16String(name)).arg(code),
+                    QLineEdit::Normal, QString::fromStdU16String(name), &ok);
+                if (!ok || answer.isEmpty()) {
+                    mode = kCollisionSkipOnce;
+                    return;
+                }
+                name = answer.toStdU16String();
+                keep = true;
+            };
+            if (QThread::currentThread() == qApp->thread()) ask();
+            else QMetaObject::invokeMethod(qApp, ask, Qt::BlockingQueuedConnection);
+            return keep;
+        };
+    }
+    {
+        // An image file is never written by a save, so its own file system may take the result;
+        // for disks and volumes the same-drive refusal stands.
+        struct Captured final : IUserMessages {
+            std::vector<UserMessage> shown;
+            void Show(const UserMessage& m) override { shown.push_back(m); }
+        } captured;
+        if (!CheckDestination(*m_src.media, m_tree.get(), req, captured)) {
+            bool imageOnSameDrive = m_src.media->GetDeviceKind() == kNotByName && captured.shown.size() == 1 &&
+                                    captured.shown[0].id == "IDS_TRYING_TO_SAVE_DATA_ON_SAME";
+            if (!imageOnSameDrive) {
+                for (const auto& m : captured.shown) messages.Show(m);
+                return false;
+            }
+        }
+    }
+    SaveResult result;
+    Engines engines = cli::MakeCliEngines();
+    engines.saveToFolder = [&](CPhysicalDisk& m, ScanContext& ctx) { result = SaveMarked(m, ctx, req); };
+    CScanMan dlg(this);
+    CScanDriver driver(*m_src.media, engines, dlg);
+    driver.SetSaveDestination(req.destination, 0);
+    if (!driver.Start(kKindSave, m_mode)) return false;
+    dlg.Run(driver);
+    m_lastSave = result;
+    QString summary = Tx("IDS_UI_SAVE_DONE", "Saved to") + " " + folder + "\n" +
+                      Tx("IDS_CLI_SUMMARY_FOLDERS", "Folders") + ": " + QString::number(result.folders) + "\n" +
+                      Tx("IDS_CLI_SUMMARY_FILES", "Files") + ": " + QString::number(result.files) + " (" +
+                      QString::fromStdString(FormatSizeKB(result.bytes)) + ")";
+    if (result.skipped) summary += "\n" + Tx("IDS_CLI_SAVE_SKIPPED", "Skipped") + ": " + QString::number(result.skipped);
+    if (result.incomplete)
+        summary += "\n" + Tx("IDS_CLI_SAVE_INCOMPLETE", "Saved with unreadable parts") + ": " +
+                   QString::number(result.incomplete);
+    if (result.logged)
+        summary += "\n" + Tx("IDS_CLI_SAVE_LOGGED", "Not saved, listed in the log") + ": " +
+                   QString::number(result.logged) + " (" + QString::fromStdString(result.logPath) + ")";
+    if (driver.CancelConfirmed() || result.cancelled) summary += "\n" + Tx("IDS_UI_CANCELLED", "Cancelled.");
+    CQtMessages::Inform(this, summary);
+    return !driver.CancelConfirmed();
+}
+
+QString CMainWindow::DefaultSessionName(const QDateTime& now) const {
+    QString source = m_haveSource ? QFileInfo(QString::fromStdString(m_src.path)).fileName() : QString();
+    QDate d = now.date();
+    QTime t = now.time();
+    // " # %s, %02d-%s-%u[%u %u %u]": source, day, month name, year, hour, minute, second.
+    static const char* kMonths[] = {"January", "February", "March",     "April",   "May",      "June",
+                                    "July",    "August",   "September", "October", "November", "December"};
+    QString name = QString::asprintf(" # %s, %02d-%s-%u[%u %u %u]", qPrintable(source), d.day(), kMonths[d.month() - 1],
+                                     unsigned(d.year()), unsigned(t.hour()), unsigned(t.minute()), unsigned(t.second()));
+    // The source name may hold characters a file name cannot.
+    name.replace('/', '_');
+    return name + ".tks4";
+}
+
+bool CMainWindow::SaveSession(const QString& path) {
+    if (!m_tree || !m_haveSource) return false;
+    CQtMessages messages(this);
+    if (!WriteScanSession(path.toStdString(), m_mode, *m_src.media, m_tree.get(), messages)) return false;
+    m_sessionSaved = true;
+    return true;
+}
+
+bool CMainWindow::OpenSession(const QString& path, bool fromOutside) {
+    CQtMessages messages(this);
+    ReadSessionOptions options;
+    options.requestedFromOutside = fromOutside;
+    options.currentMode = m_mode;
+    SessionData session;
+    if (!ReadSession(path.toStdString(), options, session, messages)) return false;
+    m_results.SetTop(nullptr);
+    m_tree = std::move(session.top);
+    m_src = cli::OpenedSource();
+    m_src.path = ToUtf8(session.sourcePath);
+    m_src.media = std::move(session.media);
+    m_haveSource = m_src.media != nullptr;
+    m_resultsPage->SetSource(m_src.media.get());
+    if (IsKnownMode(session.mode)) m_mode = session.mode;
+    Retranslate();
+    ShowResults();
+    m_sessionSaved = true; // it is already on disk
+    return true;
+}
+
+void CMainWindow::OnSaveSession() {
+    if (!m_tree) return;
+    QString path = QFileDialog::getSaveFileName(this, m_saveSessionAction->text(), DefaultSessionName(QDateTime::currentDateTime()),
+                                                "Recovery Session File (*.tks4);;All Files (*.*)");
+    if (!path.isEmpty()) SaveSession(path);
+}
+
+void CMainWindow::OnOpenSession() {
+    if (CurrentPage() == kResultsPage && !OfferSession()) return;
+    QString path = QFileDialog::getOpenFileName(this, m_openSessionAction->text(), QString(),
+                                                "Recovery Session File (*.tks4)");
+    if (!path.isEmpty()) OpenSessionFromMenu(path);
+}
+
+bool CMainWindow::OpenSessionFromMenu(const QString& path) {
+    // From the mode pages no recovery mode is in use yet: the session brings its own.
+    return OpenSession(path, CurrentPage() == kModePage);
+}
+
+bool CMainWindow::OfferSession() {
+    if (CurrentPage() != kResultsPage || !m_tree || m_sessionSaved || !m_haveSource) return true;
+    QMessageBox box(QMessageBox::Question, Tx("IDS_CONFIRM", "Confirm"),
+                    Tx("IDS_ADVISABLE_SESSION") + "\n\n" + Tx("IDS_SAVE_RECOVERY_SESSION"),
+                    QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel, this);
+    box.setInformativeText(Tx("IDS_IMPORTANT_TIP") + ": " + Tx("IDS_SAVE_SCANNING_TIME"));
+    int answer = box.exec();
+    if (answer == QMessageBox::Cancel) return false;
+    if (answer == QMessageBox::Yes) {
+        OnSaveSession();
+        return m_sessionSaved;
+    }
+    return true;
+}
+
+void CMainWindow::closeEvent(QCloseEvent* e) {
+    if (OfferSession()) e->accept();
+    else e->ignore();
+}
+
+} // namespace kestrin::ui
