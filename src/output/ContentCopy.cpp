@@ -1,5 +1,7 @@
 #include "output/ContentCopy.h"
 
+#include <algorithm>
+
 #include "fs/CNode.h"
 #include "storage/CPhysicalDisk.h"
 #ifdef KESTRIN_HAVE_NTFS
@@ -17,7 +19,9 @@
 
 namespace kestrin {
 
-ContentResult WriteNodeContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
+namespace {
+
+ContentResult EngineContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
     if (node.carved) {
 #ifdef KESTRIN_HAVE_CARVE
         return CarvedWriteContent(media, node, sink);
@@ -45,6 +49,22 @@ ContentResult WriteNodeContent(CPhysicalDisk& media, const CNode& node, const Co
         return {};
 #endif
     }
+}
+
+} // namespace
+
+ContentResult WriteNodeContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
+    // Reads past the end of the source come back short and still succeed; what they could not
+    // deliver was never on the source, so it is counted here as unreadable, whatever the engine
+    // made of it.
+    const uint64_t pastEndBefore = media.BytesPastEnd();
+    ContentResult r = EngineContent(media, node, sink);
+    const uint64_t pastEnd = media.BytesPastEnd() - pastEndBefore;
+    if (pastEnd) {
+        r.ok = false;
+        r.unreadable += std::min<uint64_t>(pastEnd, node.size > r.unreadable ? node.size - r.unreadable : 0);
+    }
+    return r;
 }
 
 } // namespace kestrin

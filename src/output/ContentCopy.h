@@ -5,7 +5,8 @@
 
 namespace kestrin {
 
-// False in `ok` when the engine for this item is not part of this build, or the read fell short.
+// False in `ok` when the engine for this item is not part of this build, a read failed, or the
+// content reaches past the end of the source (those bytes count as unreadable).
 ContentResult WriteNodeContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
 
 } // namespace kestrin

@@ -62,6 +62,10 @@ struct SaveResult {
     uint64_t logged = 0;         // names written to log.txt
     uint64_t refusedFat = 0;     // files over the FAT limit
     uint64_t incomplete = 0;     // files written with unreadable or missing parts
+    uint64_t unreadableBytes = 0; // bytes of those files that could not be read
+    uint64_t writeErrors = 0;    // files (or folders) that could not be written; partial files removed
+    bool diskFull = false;       // one of those failed because the destination is full
+    std::string writeErrorText;  // the system's text of the first write error
     std::string logPath;         // empty when nothing was logged
 };
 

@@ -41,23 +41,49 @@ uint32_t SysCodeFromErrno(int err, bool forFolder) {
     }
 }
 
-std::string SysErrorText(uint32_t code) {
+#ifndef _WIN32
+// The errno a system code was mapped from, so that messages carry the system's own wording.
+static int ErrnoOfCode(uint32_t code) {
     switch (code) {
-    case kErrSuccess: return "The operation completed successfully.";
-    case kErrPathNotFound: return "The system cannot find the path specified.";
-    case kErrAccessDenied: return "Access is denied.";
-    case kErrNotReady: return "The device is not ready.";
-    case 23: return "Data error (cyclic redundancy check).";
-    case 31: return "A device attached to the system is not functioning.";
-    case kErrDeviceGone: return "The specified network resource or device is no longer available.";
-    case kErrFileExists: return "The file exists.";
-    case kErrInvalidParameter: return "The parameter is incorrect.";
-    case kErrDiskFull: return "There is not enough space on the disk.";
-    case kErrInvalidName: return "The filename, directory name, or volume label syntax is incorrect.";
-    case kErrAlreadyExists: return "Cannot create a file when that file already exists.";
-    case kErrFilenameTooLong: return "The filename or extension is too long.";
-    default: return "failed to retrieve system error";
+    case kErrSuccess: return 0;
+    case kErrPathNotFound: return ENOENT;
+    case kErrAccessDenied: return EACCES;
+#ifdef ENOMEDIUM
+    case kErrNotReady: return ENOMEDIUM;
+#endif
+    case 23: return EIO;
+    case 31: return EIO;
+    case kErrDeviceGone: return ENODEV;
+    case kErrFileExists:
+    case kErrAlreadyExists: return EEXIST;
+    case kErrInvalidParameter: return EINVAL;
+    case kErrDiskFull: return ENOSPC;
+    case kErrInvalidName: return EILSEQ;
+    case kErrFilenameTooLong: return ENAMETOOLONG;
+    default: return -1;
     }
+}
+#endif
+
+std::string SysErrorText(uint32_t code) {
+#ifdef _WIN32
+    wchar_t* buf = nullptr;
+    DWORD n = FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                             nullptr, code, 0, reinterpret_cast<wchar_t*>(&buf), 0, nullptr);
+    std::string out;
+    if (n && buf) {
+        int len = WideCharToMultiByte(CP_UTF8, 0, buf, int(n), nullptr, 0, nullptr, nullptr);
+        out.assign(size_t(len), '\0');
+        WideCharToMultiByte(CP_UTF8, 0, buf, int(n), out.data(), len, nullptr, nullptr);
+        while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
+    }
+    LocalFree(buf);
+    return out.empty() ? "failed to retrieve system error" : out;
+#else
+    int err = ErrnoOfCode(code);
+    if (err < 0) return "failed to retrieve system error";
+    return std::strerror(err);
+#endif
 }
 
 #ifdef _WIN32

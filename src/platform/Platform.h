@@ -24,7 +24,8 @@ enum SysCode : uint32_t {
 
 // errno → system code. `forFolder` picks 183 over 80 for EEXIST, as folder creation reports it.
 uint32_t SysCodeFromErrno(int err, bool forFolder = false);
-// The system's text for a code; "failed to retrieve system error" when there is none.
+// The operating system's own text for a code (strerror of the errno it came from on POSIX);
+// "failed to retrieve system error" when there is none.
 std::string SysErrorText(uint32_t code);
 
 #ifdef _WIN32

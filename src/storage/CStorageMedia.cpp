@@ -61,6 +61,7 @@ bool CStorageMedia::Transfer(void* buffer, uint32_t byteCount, uint64_t startSec
         ++m_readFailures;
         return false;
     }
+    if (!write && uint64_t(n) < byteCount) m_bytesPastEnd += byteCount - uint64_t(n);
     m_position += uint64_t(n);
     return true;
 }

@@ -55,6 +55,9 @@ public:
     uint8_t GetModeByte() const { return m_modeByte; }
     // Reads that failed since the media was opened (for the "finished with read errors" exit).
     uint64_t ReadFailures() const { return m_readFailures; }
+    // Bytes that reads asked for past the end of the source (a short read succeeds, but what it
+    // could not deliver was never read: savers count these bytes as unreadable).
+    uint64_t BytesPastEnd() const { return m_bytesPastEnd; }
 
 protected:
     std::unique_ptr<ByteSource> m_handle;
@@ -73,6 +76,7 @@ protected:
 private:
     bool Transfer(void* buffer, uint32_t byteCount, uint64_t startSector, bool seek, bool write);
     uint64_t m_position = 0; // byte position of the next read without seek
+    uint64_t m_bytesPastEnd = 0;
     uint64_t m_readFailures = 0;
     std::vector<uint8_t> m_bounce; // aligned copy for unbuffered devices
 };
