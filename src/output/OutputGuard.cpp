@@ -51,7 +51,7 @@ std::vector<platform::FileIdentity> SourceIdentities(const CPhysicalDisk& media)
 }
 
 OutputCheck CheckOutputFile(const std::string& path, const std::vector<platform::FileIdentity>& sources,
-                            bool overwrite) {
+                            bool overwrite, bool deviceAllowed) {
     platform::FileIdentity target = platform::IdentityOf(path);
     for (const auto& s : sources)
         if (platform::SameFile(target, s)) return Problem(OutputProblem::kIsSource, path);
@@ -63,7 +63,10 @@ OutputCheck CheckOutputFile(const std::string& path, const std::vector<platform:
     if (!platform::ParentFolderExists(path)) return Problem(OutputProblem::kNoFolder, path);
     std::error_code ec;
     if (std::filesystem::is_directory(path, ec)) return Problem(OutputProblem::kIsFolder, path);
+    if (target.valid && target.blockDevice && deviceAllowed) return {};
     struct stat st;
+    if (target.valid && ::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode))
+        return Problem(OutputProblem::kNotRegular, path);
     // A dangling symbolic link counts as taken too: writing through it would create its target.
     if (::lstat(path.c_str(), &st) == 0 && !overwrite) return Problem(OutputProblem::kExists, path);
     return {};
@@ -97,6 +100,8 @@ std::string OutputProblemText(const OutputCheck& check) {
         return p + ": " + LookupText("IDS_OUTPUT_NO_FOLDER", "the folder it would go into does not exist");
     case OutputProblem::kIsFolder:
         return p + ": " + LookupText("IDS_OUTPUT_IS_FOLDER", "this is a folder; give a file name");
+    case OutputProblem::kNotRegular:
+        return p + ": " + LookupText("IDS_OUTPUT_NOT_REGULAR", "this is a device or another special file, not a file that can be written");
     case OutputProblem::kNotAFolder:
         return p + ": " + LookupText("IDS_OUTPUT_NOT_FOLDER", "this exists and is not a folder");
     }

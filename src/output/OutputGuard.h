@@ -21,6 +21,7 @@ enum class OutputProblem : uint8_t {
     kNoFolder,       // the folder it would go into does not exist
     kIsFolder,       // a folder stands where the file would go
     kNotAFolder,     // a save folder that exists but is not a folder
+    kNotRegular,     // a device, pipe or socket stands where a file would go
 };
 
 struct OutputCheck {
@@ -34,9 +35,10 @@ std::vector<platform::FileIdentity> SourceIdentities(const CPhysicalDisk& media)
 // The same for a path as the user gave it (a recovery session file, an image not opened yet).
 void AddSourcePath(std::vector<platform::FileIdentity>& ids, const std::string& path);
 
-// A file about to be written (JSON, recovery session, zip, image, bad-sector map).
+// A file about to be written (JSON, recovery session, zip, image, bad-sector map). Only a disk
+// image may go onto a device (`deviceAllowed`), and then never onto the source's disk.
 OutputCheck CheckOutputFile(const std::string& path, const std::vector<platform::FileIdentity>& sources,
-                            bool overwrite);
+                            bool overwrite, bool deviceAllowed = false);
 // A folder a save writes into (made when missing): it and what it lies on.
 OutputCheck CheckOutputFolder(const std::string& folder, const std::vector<platform::FileIdentity>& sources);
 

@@ -51,6 +51,8 @@ struct SaveRequest {
     IUserMessages* messages = nullptr;
     // Whether the 4 GiB rule applies; unset: from the destination's file system.
     std::optional<bool> destinationIsFat;
+    // A zip archive may replace an existing file of its name (the user agreed); never the source.
+    bool replaceExisting = false;
 };
 
 struct SaveResult {

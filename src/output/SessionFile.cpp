@@ -9,6 +9,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "output/OutputGuard.h"
+#include "platform/AtomicFile.h"
 #include "platform/Platform.h"
 #include "scan/ScanOperation.h"
 #include "storage/ByteSource.h"
@@ -385,15 +387,26 @@ std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRe
     return rows;
 }
 
-int WriteSession(const std::string& path, const SessionView& s, IUserMessages& messages) {
-    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0) {
-        uint32_t code = platform::SysCodeFromErrno(errno);
-        std::string text = LookupText("IDS_FAILED_CREATING_SESSION_FILE") + " =" + std::to_string(code);
+int WriteSession(const std::string& path, const SessionView& s, IUserMessages& messages, bool replace) {
+    // The session never replaces the source it describes, nor, without consent, any other file.
+    std::vector<platform::FileIdentity> sources;
+    if (s.media) sources = SourceIdentities(*s.media);
+    OutputCheck check = CheckOutputFile(path, sources, replace);
+    if (!check.ok()) {
+        messages.Show({"IDS_FAILED_CREATING_SESSION_FILE",
+                       LookupText("IDS_FAILED_CREATING_SESSION_FILE") + "\n" + OutputProblemText(check),
+                       LookupText("IDS_INFORMATION"), MessageIcon::Information});
+        return 0;
+    }
+    platform::AtomicFile file;
+    if (!file.Create(path, replace)) {
+        std::string text = LookupText("IDS_FAILED_CREATING_SESSION_FILE") + "\n" + path + ": " +
+                           platform::ErrnoText(file.Error());
         messages.Show({"IDS_FAILED_CREATING_SESSION_FILE", text, LookupText("IDS_INFORMATION"),
                        MessageIcon::Information});
         return 0;
     }
+    int fd = file.Handle();
     SessionOut out(fd);
     const CPhysicalDisk* media = s.media;
     bool ok = [&] {
@@ -437,8 +450,15 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
         if (s.secondList && !PutList(out, *s.secondList, 13)) return false;
         return out.Flush();
     }();
-    ::close(fd);
-    if (ok) return 1;
+    if (ok && file.Commit()) return 1;
+    if (ok) {
+        // Everything was written but could not be moved into place (the name was taken meanwhile,
+        // the disk filled up at the last moment): the temporary is gone, any old file stays.
+        messages.Show({"", path + ": " + platform::ErrnoText(file.Error()), LookupText("IDS_INFORMATION"),
+                       MessageIcon::Error});
+        return 0;
+    }
+    file.Abort();
     // A media-level failure code of 1006 ends the write without a second message.
     if (media && media->GetLastError() == 1006) return 0;
     // The media rarely holds a code of its own; then the failed write's code is the one to show.
@@ -448,11 +468,11 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
 }
 
 int WriteScanSession(const std::string& path, uint32_t mode, const CPhysicalDisk& media, const CNode* top,
-                     IUserMessages& messages) {
+                     IUserMessages& messages, bool replace) {
     uint16_t kind = media.GetDeviceKind() == kNotByName ? kSourceImagePartition : kSourceDiskPartition1;
     auto first = DriveListFromPartitions(media.Partitions(), true, kind);
     auto second = DriveListFromPartitions(media.SecondPartitions(), false, kind);
-    return WriteSession(path, {mode, &media, top, &first, second.empty() ? nullptr : &second}, messages);
+    return WriteSession(path, {mode, &media, top, &first, second.empty() ? nullptr : &second}, messages, replace);
 }
 
 bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, SessionData& out,

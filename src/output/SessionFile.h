@@ -52,13 +52,15 @@ struct SessionView {
     const std::vector<DriveListItem>* secondList = nullptr;
 };
 
-// Writes the session to `path`, replacing any file there. Returns 1 on success, 0 after the
-// failure was reported through `messages`.
-int WriteSession(const std::string& path, const SessionView& session, IUserMessages& messages);
+// Writes the session to `path`: under a temporary name first, moved into place when complete.
+// An existing file there is replaced only with `replace` (the caller asked the user); the
+// source itself never is. Returns 1 on success, 0 after the failure was reported through
+// `messages`.
+int WriteSession(const std::string& path, const SessionView& session, IUserMessages& messages, bool replace = false);
 
 // A finished scan as the command line has it: the drive lists are the media's partition lists.
 int WriteScanSession(const std::string& path, uint32_t mode, const CPhysicalDisk& media, const CNode* top,
-                     IUserMessages& messages);
+                     IUserMessages& messages, bool replace = false);
 
 struct ReadSessionOptions {
     // False when the user opened the file from inside a running scan: a session made in another
