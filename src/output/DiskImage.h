@@ -28,8 +28,10 @@ struct ImageResult {
 bool ImageTargetIsSource(const std::string& outPath, const CPhysicalDisk& source);
 
 // Copies the source's range (first sector, sector count) into `outPath`. Progress in sectors.
+// A regular file appears under its name only when the copy is complete; an existing file (image
+// or map) is replaced only with `replace`. Sectors past the end of the source count as bad.
 ImageResult CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, ScanContext& ctx,
-                            IUserMessages& messages);
+                            IUserMessages& messages, bool replace = false);
 // The driver's form: messages are dropped (the caller reports from the result).
 void CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, ScanContext& ctx);
 

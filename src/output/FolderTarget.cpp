@@ -29,20 +29,24 @@ uint32_t CodeOfErrno(int err, bool folder) {
     return platform::SysCodeFromErrno(err, folder);
 }
 
-bool WriteAll(int fd, const uint8_t* p, size_t len) {
+long SystemWrite(int fd, const void* data, size_t len) { return long(::write(fd, data, len)); }
+
+// 0, or the errno of the failed write (a write that takes nothing counts as a full disk).
+int WriteAll(WriteFn write, int fd, const uint8_t* p, size_t len) {
     while (len) {
-        ssize_t n = ::write(fd, p, len);
+        long n = write(fd, p, len);
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
+        if (n < 0) return errno ? errno : EIO;
+        if (n == 0) return ENOSPC;
         p += n;
         len -= size_t(n);
     }
-    return true;
+    return 0;
 }
 
 class CFolderTarget final : public COutputTarget {
 public:
-    explicit CFolderTarget(std::string root) : m_root(std::move(root)) {}
+    CFolderTarget(std::string root, WriteFn write) : m_root(std::move(root)), m_write(write ? write : &SystemWrite) {}
     ~CFolderTarget() override {
         if (m_file >= 0) ::close(m_file);
         if (m_log >= 0) ::close(m_log);
@@ -88,10 +92,9 @@ public:
     FileOutcome WriteFile(CPhysicalDisk& media, const CNode& node, ContentWriter content,
                           const AdvanceFn& advance) override {
         FileOutcome out;
-        bool writeFailed = false;
         ContentSink sink = [&](const uint8_t* data, size_t len) {
-            if (!WriteAll(m_file, data, len)) {
-                writeFailed = true;
+            if (int err = WriteAll(m_write, m_file, data, len)) {
+                out.writeError = err;
                 return false;
             }
             if (!advance(len)) {
@@ -101,16 +104,19 @@ public:
             return true;
         };
         ContentResult r = content ? content(media, node, sink) : ContentResult{};
-        out.complete = r.ok && !writeFailed && !out.cancelled;
-        if (out.cancelled) {
-            // A file cut short by a cancel would pass for a recovered one; it goes.
-            ::unlinkat(Current(), m_fileName.c_str(), 0);
-        } else if (int64_t t; LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), t)) {
-            struct timespec times[2] = {{0, UTIME_OMIT}, {time_t(t), 0}};
-            ::futimens(m_file, times);
+        if (!out.writeError && !out.cancelled) {
+            if (int64_t t; LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), t)) {
+                struct timespec times[2] = {{0, UTIME_OMIT}, {time_t(t), 0}};
+                ::futimens(m_file, times);
+            }
         }
-        ::close(m_file);
+        // Some file systems (network ones) report a failed write only when the file is closed.
+        if (::close(m_file) != 0 && !out.writeError && !out.cancelled && errno != EINTR) out.writeError = errno;
         m_file = -1;
+        out.unreadable = r.unreadable + r.beyondVolume;
+        out.complete = r.ok && !out.writeError && !out.cancelled;
+        // A file cut short by a cancel or a failed write would pass for a recovered one; it goes.
+        if (out.cancelled || out.writeError) ::unlinkat(Current(), m_fileName.c_str(), 0);
         return out;
     }
 
@@ -130,17 +136,21 @@ public:
 
     bool OpenLog() override {
         if (m_log >= 0) return true;
-        // Non-blocking so that a planted pipe cannot hold the save; anything but a regular file
-        // is left alone.
-        int fd = ::openat(m_dirs.front(), "log.txt", O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
-        if (fd < 0) return false;
-        struct stat st;
-        if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || ::ftruncate(fd, 0) != 0) {
-            ::close(fd);
-            return false;
+        // Non-blocking so that a planted pipe cannot hold the save; a name that is taken (the
+        // user's own log.txt, or a recovered file of that name) is left alone and the next free
+        // one is used.
+        for (int n = 1; n <= 1000; ++n) {
+            std::string name = n == 1 ? "log.txt" : "log (" + std::to_string(n) + ").txt";
+            int fd = ::openat(m_dirs.front(), name.c_str(),
+                              O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644);
+            if (fd >= 0) {
+                m_log = fd;
+                m_logName = name;
+                return true;
+            }
+            if (errno != EEXIST) return false;
         }
-        m_log = fd;
-        return true;
+        return false;
     }
 
     // UTF-16 little-endian without a byte-order mark: two bytes per character.
@@ -151,14 +161,14 @@ public:
             bytes[2 * i] = uint8_t(text[i]);
             bytes[2 * i + 1] = uint8_t(text[i] >> 8);
         }
-        WriteAll(m_log, bytes.data(), bytes.size());
+        WriteAll(&SystemWrite, m_log, bytes.data(), bytes.size());
     }
 
     void Finish(SaveResult& result) override {
         if (m_log >= 0) {
             ::close(m_log);
             m_log = -1;
-            result.logPath = m_root + "/log.txt";
+            result.logPath = m_root + "/" + m_logName;
         }
         while (m_dirs.size() > 1) LeaveFolder();
     }
@@ -171,14 +181,21 @@ private:
     int m_file = -1;
     std::string m_fileName;
     int m_log = -1;
+    std::string m_logName;
+    WriteFn m_write;
 };
 
 } // namespace
 
+bool IsControlOrOverride(char16_t c) {
+    return c < 0x20 || (c >= 0x7F && c <= 0x9F) || (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) ||
+           c == 0x200E || c == 0x200F || c == 0x061C || c == 0x2028 || c == 0x2029;
+}
+
 uint32_t CheckOutputName(const std::u16string& name) {
     if (name.empty() || name == u"." || name == u"..") return platform::kErrInvalidName;
     for (char16_t c : name)
-        if (c == u'/' || c == u'\0') return platform::kErrInvalidName;
+        if (c == u'/' || IsControlOrOverride(c)) return platform::kErrInvalidName;
     return 0;
 }
 
@@ -196,8 +213,8 @@ bool LocalTimeOfDosDate(uint16_t dosDate, int64_t& seconds) {
     return true;
 }
 
-std::unique_ptr<COutputTarget> MakeFolderTarget(const std::string& root) {
-    return std::make_unique<CFolderTarget>(root);
+std::unique_ptr<COutputTarget> MakeFolderTarget(const std::string& root, WriteFn write) {
+    return std::make_unique<CFolderTarget>(root, write);
 }
 
 } // namespace kestrin

@@ -25,6 +25,8 @@ inline constexpr const char16_t* kPathSeparator = u"/";
 struct FileOutcome {
     bool complete = true;
     bool cancelled = false;
+    int writeError = 0;       // errno of a failed write (the partial file is gone then)
+    uint64_t unreadable = 0;  // bytes of the content that could not be read
 };
 
 // Called with each delivered run of content bytes; false stops the copy (a cancel).
@@ -46,17 +48,26 @@ public:
     virtual void RemoveRegularFile(const std::u16string& name) = 0;
     // Path of the current folder, for the log.
     virtual std::string CurrentFolder() const = 0;
-    // "log.txt" at the destination's root, made anew.
+    // The log at the destination's root: "log.txt", or "log (2).txt", ... when that name is
+    // taken (an existing file is never truncated).
     virtual bool OpenLog() = 0;
     virtual void WriteLog(const std::u16string& text) = 0;
     virtual void Finish(SaveResult& result) = 0;
 };
 
-// 123 for names no folder can hold under any spelling: empty, ".", "..", or holding "/" or NUL.
+// 123 for names no folder can hold under any spelling: empty, ".", "..", or holding "/" or NUL,
+// and for names holding control characters (C0, DEL, C1) or direction overrides, which would
+// reach a terminal or a file manager raw: such items are saved under counter names instead.
 uint32_t CheckOutputName(const std::u16string& name);
+// C0 and C1 controls, DEL, and the characters that reorder text on screen.
+bool IsControlOrOverride(char16_t c);
 
-std::unique_ptr<COutputTarget> MakeFolderTarget(const std::string& root);
-std::unique_ptr<COutputTarget> MakeZipTarget(const std::string& path, IUserMessages& messages);
+// How a folder target writes content bytes: returns bytes written or -1 with errno set, like
+// write(2). Tests pass one that fails on purpose (a full disk).
+using WriteFn = long (*)(int fd, const void* data, size_t len);
+std::unique_ptr<COutputTarget> MakeFolderTarget(const std::string& root, WriteFn write = nullptr);
+// An existing file at `path` is replaced only with `replace`; the archive appears when complete.
+std::unique_ptr<COutputTarget> MakeZipTarget(const std::string& path, IUserMessages& messages, bool replace = false);
 
 // Midnight local time of an MS-DOS date; false for 0 or an impossible date.
 bool LocalTimeOfDosDate(uint16_t dosDate, int64_t& seconds);

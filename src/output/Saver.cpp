@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "output/OutputTarget.h"
+#include "platform/FileIdentity.h"
 #include "platform/Platform.h"
 #include "util/Text.h"
 
@@ -43,12 +44,13 @@ std::u16string Clip(std::u16string name) {
     return name;
 }
 
-// The node's name with the two characters no file name may hold replaced, for building
-// counter names (the original name itself is tried unchanged and refused as invalid).
+// The node's name with the characters no saved name may hold replaced (separators, controls,
+// direction overrides), for building counter names (the original name itself is tried unchanged
+// and refused as invalid).
 std::u16string Sanitised(const std::u16string& name) {
     std::u16string s = name;
     for (auto& c : s)
-        if (c == u'/' || c == u'\0' || c == u'\\') c = u'_';
+        if (c == u'/' || c == u'\\' || IsControlOrOverride(c)) c = u'_';
     return s;
 }
 
@@ -125,10 +127,26 @@ public:
                 ++m_result.skipped;
                 continue;
             }
-            ++m_result.files;
             FileOutcome out = m_target.WriteFile(m_media, *n, m_req.content, [&](uint64_t len) { return Advance(len); });
-            if (out.cancelled) m_result.cancelled = true;
-            if (!out.complete) ++m_result.incomplete;
+            if (out.cancelled) {
+                m_result.cancelled = true;
+            } else if (out.writeError) {
+                // Not saved at all: the partial file is gone. A full disk is told apart from
+                // other write errors, and from unreadable source sectors.
+                ++m_result.writeErrors;
+                if (out.writeError == ENOSPC || out.writeError == EDQUOT) m_result.diskFull = true;
+                std::string text = platform::ErrnoText(out.writeError);
+                if (m_result.writeErrorText.empty()) m_result.writeErrorText = text;
+                LogLine(u"Not saved, could not be written (" + Utf16Of(text) + u"): ");
+            } else {
+                ++m_result.files;
+                if (!out.complete) {
+                    ++m_result.incomplete;
+                    m_result.unreadableBytes += out.unreadable;
+                    LogLine(u"Saved with unreadable parts (" + Utf16Of(std::to_string(out.unreadable)) + u" of " +
+                            Utf16Of(std::to_string(n->size)) + u" bytes could not be read): ");
+                }
+            }
             // Many small files move the byte count little; report by item count as well.
             if (++m_filesSinceReport >= kProgressFiles) {
                 m_filesSinceReport = 0;
@@ -182,8 +200,17 @@ private:
         uint32_t counter = 0;
         for (;;) {
             uint32_t code = folder ? m_target.CreateFolder(name) : m_target.CreateFile(name);
-            if (code == 0) return true;
-            if (!IsNameGroupError(code) && !IsExistsError(code)) return false;
+            if (code == 0) {
+                m_createdName = name;
+                return true;
+            }
+            if (!IsNameGroupError(code) && !IsExistsError(code)) {
+                // Refusals other than names (no room for the entry, no rights) are write errors.
+                if (code == platform::kErrDiskFull) m_result.diskFull = true;
+                ++m_result.writeErrors;
+                if (m_result.writeErrorText.empty()) m_result.writeErrorText = platform::SysErrorText(code);
+                return false;
+            }
             for (;;) {
                 if (m_mode == kCollisionSkipOnce || m_mode == kCollisionSkip) return false;
                 if (m_mode == kCollisionAsk) {
@@ -220,13 +247,21 @@ private:
     }
 
     void Log(const std::u16string& lastName) {
-        if (!m_logOpen) {
-            m_logOpen = m_target.OpenLog();
+        if (!m_renameHeader) {
+            if (!m_logOpen) m_logOpen = m_target.OpenLog();
             if (!m_logOpen) return;
+            m_renameHeader = true;
             m_target.WriteLog(u"The following files were not saved dude to long-file path/rename issues: \n");
         }
         m_target.WriteLog(Utf16Of(m_target.CurrentFolder()) + kPathSeparator + lastName + u"\n");
         ++m_result.logged;
+    }
+
+    // One line for a file that was written in part or not at all: `what`, then its path.
+    void LogLine(const std::u16string& what) {
+        if (!m_logOpen) m_logOpen = m_target.OpenLog();
+        if (!m_logOpen) return; // no room left even for the log
+        m_target.WriteLog(what + Utf16Of(m_target.CurrentFolder()) + kPathSeparator + m_createdName + u"\n");
     }
 
     CPhysicalDisk& m_media;
@@ -236,6 +271,8 @@ private:
     uint8_t m_mode;
     bool m_fat = false;
     bool m_logOpen = false;
+    bool m_renameHeader = false;
+    std::u16string m_createdName;
     bool m_itemStarted = false;
     std::unordered_set<const CNode*> m_folders;
     uint64_t m_total = 0, m_done = 0, m_sinceReport = 0;
@@ -334,7 +371,7 @@ SaveResult SaveMarked(CPhysicalDisk& media, ScanContext& ctx, const SaveRequest&
     CSilentMessages silent;
     IUserMessages& messages = request.messages ? *request.messages : silent;
     std::unique_ptr<COutputTarget> target = IsZipDestination(request.destination)
-                                                ? MakeZipTarget(request.destination, messages)
+                                                ? MakeZipTarget(request.destination, messages, request.replaceExisting)
                                                 : MakeFolderTarget(request.destination);
     if (!request.destinationIsFat) {
         SaveRequest withFat = request;

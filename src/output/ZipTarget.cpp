@@ -3,6 +3,7 @@
 // passes the bytes through a bounded buffer, so no file is ever held in memory whole. Entries
 // whose size says 4 GiB or more are written in the zip64 form.
 #include <algorithm>
+#include <cerrno>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
@@ -10,11 +11,15 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
+#include <unistd.h>
 #include <zip.h>
 
 #include "fs/CNode.h"
 #include "output/OutputTarget.h"
 #include "output/Saver.h"
+#include "platform/AtomicFile.h"
+#include "platform/FileIdentity.h"
 #include "platform/Platform.h"
 #include "util/Text.h"
 
@@ -110,14 +115,24 @@ zip_int64_t EntryCallback(void* user, void* data, zip_uint64_t len, zip_source_c
 
 class CZipTarget final : public COutputTarget {
 public:
-    CZipTarget(std::string path, IUserMessages& messages) : m_path(std::move(path)), m_messages(messages) {}
+    CZipTarget(std::string path, IUserMessages& messages, bool replace)
+        : m_path(std::move(path)), m_messages(messages), m_replace(replace) {}
     ~CZipTarget() override {
         if (m_zip) zip_discard(m_zip);
+        if (!m_temp.empty()) ::unlink(m_temp.c_str());
     }
 
+    // The archive is built under a temporary name beside its final one and moved into place only
+    // when complete: a cancel or a failure leaves no half archive, and an existing file of the
+    // final name is replaced only when the user agreed.
     uint32_t Open() override {
+        struct stat st;
+        if (!m_replace && ::lstat(m_path.c_str(), &st) == 0) return platform::kErrFileExists;
+        int error = 0;
+        m_temp = platform::MakeTempBeside(m_path, error);
+        if (m_temp.empty()) return platform::SysCodeFromErrno(error);
         int err = 0;
-        m_zip = zip_open(m_path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
+        m_zip = zip_open(m_temp.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
         if (!m_zip) return errno ? platform::SysCodeFromErrno(errno) : uint32_t(platform::kErrAccessDenied);
         return 0;
     }
@@ -209,17 +224,40 @@ public:
                     result.logPath = m_path + "/log.txt";
             }
         }
+        std::string why;
+        int sysError = 0;
         if (zip_close(m_zip) != 0) {
-            std::string why = zip_strerror(m_zip);
+            why = zip_strerror(m_zip);
+            sysError = zip_error_code_system(zip_get_error(m_zip));
             zip_discard(m_zip);
-            m_zip = nullptr;
-            result.archiveFailed = true;
-            if (!m_cancelled) {
-                std::string text = LookupText("IDS_SAVING_FAILED", "The recovered files could not be saved to") + " " + m_path + ": " + why;
-                m_messages.Show({"IDS_SAVING_FAILED", text, LookupText("IDS_INFORMATION"), MessageIcon::Information});
+        } else {
+            int error = 0;
+            bool moved = m_replace ? ::rename(m_temp.c_str(), m_path.c_str()) == 0
+                                   : platform::RenameNoReplace(m_temp, m_path, error);
+            if (m_replace && !moved) error = errno;
+            if (moved) {
+                m_temp.clear();
+            } else {
+                sysError = error;
+                why = platform::ErrnoText(error);
             }
         }
         m_zip = nullptr;
+        if (!m_temp.empty()) {
+            ::unlink(m_temp.c_str());
+            m_temp.clear();
+        }
+        if (!why.empty()) {
+            result.archiveFailed = true;
+            if (!m_cancelled) {
+                ++result.writeErrors;
+                if (sysError == ENOSPC || sysError == EDQUOT) result.diskFull = true;
+                result.writeErrorText = sysError > 0 ? platform::ErrnoText(sysError) : why;
+                std::string text = LookupText("IDS_SAVING_FAILED", "The recovered files could not be saved to") + " " + m_path + ": " + why;
+                m_messages.Show({"IDS_SAVING_FAILED", text, LookupText("IDS_INFORMATION"), MessageIcon::Information});
+            }
+            result.logPath.clear();
+        }
         result.incomplete += m_incomplete;
         if (m_cancelled) result.cancelled = true;
     }
@@ -244,6 +282,8 @@ private:
 
     std::string m_path;
     IUserMessages& m_messages;
+    bool m_replace = false;
+    std::string m_temp;
     zip_t* m_zip = nullptr;
     std::vector<std::string> m_prefix;
     std::string m_pending;
@@ -309,8 +349,8 @@ zip_int64_t EntryCallback(void* user, void* data, zip_uint64_t len, zip_source_c
 
 } // namespace
 
-std::unique_ptr<COutputTarget> MakeZipTarget(const std::string& path, IUserMessages& messages) {
-    return std::make_unique<CZipTarget>(path, messages);
+std::unique_ptr<COutputTarget> MakeZipTarget(const std::string& path, IUserMessages& messages, bool replace) {
+    return std::make_unique<CZipTarget>(path, messages, replace);
 }
 
 } // namespace kestrin

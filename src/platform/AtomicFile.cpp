@@ -23,9 +23,8 @@ std::string TempTemplate(const std::string& path) {
     return folder + "." + name + ".XXXXXX.part";
 }
 
-// Moves `from` to `to` unless `to` exists: a file that appeared since the checks is kept and the
-// move fails with EEXIST. File systems without the no-replace rename get a hard link instead, and
-// those without hard links (FAT through FUSE) a check right before the rename.
+} // namespace
+
 bool RenameNoReplace(const std::string& from, const std::string& to, int& error) {
     if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
     if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) {
@@ -52,7 +51,19 @@ bool RenameNoReplace(const std::string& from, const std::string& to, int& error)
     return true;
 }
 
-} // namespace
+std::string MakeTempBeside(const std::string& path, int& error) {
+    std::string tmpl = TempTemplate(path);
+    int fd = ::mkostemps(tmpl.data(), 5, O_CLOEXEC);
+    if (fd < 0) {
+        error = errno;
+        return {};
+    }
+    mode_t mask = ::umask(0);
+    ::umask(mask);
+    ::fchmod(fd, 0666 & ~mask);
+    ::close(fd);
+    return tmpl;
+}
 
 AtomicFile::~AtomicFile() { Abort(); }
 

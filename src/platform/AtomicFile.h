@@ -46,6 +46,15 @@ private:
     int m_error = 0;
 };
 
+// Moves `from` to `to` unless `to` exists: a file that appeared since the checks is kept and the
+// move fails with EEXIST in `error`. File systems without the no-replace rename get a hard link
+// instead, and those without hard links (FAT through FUSE) a check right before the rename.
+bool RenameNoReplace(const std::string& from, const std::string& to, int& error);
+
+// A new empty file beside `path` with a temporary name (as AtomicFile makes them), for writers
+// that need a path rather than a descriptor. Empty string with `error` set on failure.
+std::string MakeTempBeside(const std::string& path, int& error);
+
 // Writes `bytes` to `path` through an AtomicFile. errno of the failure in `error`.
 bool WriteFileAtomically(const std::string& path, const void* data, size_t len, bool replace, int* error = nullptr);
 

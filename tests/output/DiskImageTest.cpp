@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+
 #include "OutputTestUtil.h"
 #include "output/DiskImage.h"
 #include "storage/ByteSource.h"
@@ -45,10 +48,15 @@ TEST(DiskImage, BadSectorsBecomeZerosAndAreMapped) {
     EXPECT_NE(text.find("\n130 3\n"), std::string::npos) << text;
     EXPECT_EQ(tc.op.done.load(), 300);
 
-    // A partition range: only its sectors, counted from its start; a clean copy leaves no map.
+    // A partition range: only its sectors, counted from its start. The earlier copy is kept
+    // unless replacing it was allowed; a clean copy then leaves no map either.
     media.SetFirstSector(200);
     media.SetSectorCount(50);
     r = CreateDiskImage(media, dir / "out.img", tc.ctx, msgs);
+    EXPECT_TRUE(r.refused);
+    EXPECT_EQ(ReadAll(dir / "out.img"), expect);
+    msgs.shown.clear();
+    r = CreateDiskImage(media, dir / "out.img", tc.ctx, msgs, true);
     EXPECT_EQ(r.badSectors, 0u);
     EXPECT_TRUE(r.mapPath.empty());
     EXPECT_FALSE(std::filesystem::exists(dir / "out.img.map"));
@@ -73,6 +81,40 @@ TEST(DiskImage, RefusesToWriteOntoTheSource) {
     EXPECT_TRUE(r.ok);
     EXPECT_EQ(ReadAll(dir / "copy.img"), data);
     EXPECT_EQ(ReadAll(dir / "src.img"), data);
+}
+
+TEST(DiskImage, RangePastTheSourceEndIsMappedAndACancelLeavesNoFile) {
+    ScratchDir dir("image-short");
+    // A partition whose range runs 20 sectors past the end of a truncated image (the last
+    // sector only half there): those sectors are bad, not zeros passing for data.
+    auto data = Pattern(100 * 512 + 256);
+    CPhysicalDisk media;
+    media.Attach(std::make_unique<MemorySource>(data));
+    media.SetSectorSize(512);
+    media.SetFirstSector(40);
+    media.SetSectorCount(80);
+    TestContext tc;
+    CapturedMessages msgs;
+    ImageResult r = CreateDiskImage(media, dir / "part.img", tc.ctx, msgs);
+    EXPECT_FALSE(r.refused);
+    EXPECT_EQ(r.sectors, 80u);
+    EXPECT_EQ(r.badSectors, 20u);
+    std::string map;
+    for (uint8_t c : ReadAll(r.mapPath)) map += char(c);
+    EXPECT_NE(map.find("\n60 20\n"), std::string::npos) << map;
+    auto out = ReadAll(dir / "part.img");
+    ASSERT_EQ(out.size(), 80u * 512);
+    EXPECT_TRUE(std::equal(out.begin(), out.begin() + 60 * 512, data.begin() + 40 * 512));
+    EXPECT_TRUE(std::all_of(out.begin() + 60 * 512, out.end(), [](uint8_t b) { return b == 0; }));
+
+    // A stop before the copy ends: no image under the name, no temporary beside it.
+    tc.op.state = kStateCancel;
+    r = CreateDiskImage(media, dir / "stopped.img", tc.ctx, msgs);
+    EXPECT_TRUE(r.cancelled);
+    EXPECT_FALSE(r.ok);
+    size_t files = 0;
+    for (auto& e : std::filesystem::directory_iterator(dir.path)) files += e.path().filename().string().find("stopped") != std::string::npos;
+    EXPECT_EQ(files, 0u);
 }
 
 } // namespace
