@@ -5,6 +5,7 @@
 #include "app/Language.h"
 #include "cli/CliEngines.h"
 #include "cli/CliFrontEnd.h"
+#include "cli/CliOutputs.h"
 #include "cli/CliText.h"
 #include "fs/VolumeTree.h"
 #include "scan/CScanDriver.h"
@@ -113,6 +114,9 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, int forcedKind = -1
             }
         }
     }
+    // The file system is named by what the boot sector holds (an exFAT volume in a slot typed
+    // for NTFS), as the engine that read it found it.
+    if (media.GetFsKind() != kFsNone) v.info.fsKind = media.GetFsKind();
     v.tree = driver->ReleaseTree();
     v.cancelled = driver->CancelConfirmed();
     v.notices = fe.Notices();
@@ -160,9 +164,12 @@ void AddScanOptions(CLI::App* sub, ScanOptions& o, bool withJson, bool withAll) 
                     "1037, 1038)");
     sub->add_option("--partition", o.partition,
                     withAll ? "Partition number as `kestrin partitions` lists it, or all"
-                            : "Partition number as `kestrin partitions` lists it");
+                            : "Partition number as `kestrin partitions` lists it")
+        ->check(PartitionValue(withAll));
     sub->add_option("--types", o.types, "Only these file types in the signature scan (jpg,pdf,...)");
-    if (withJson) sub->add_option("--json", o.json, "Write the found tree as JSON to FILE, or - for standard output");
+    if (withJson)
+        sub->add_option("--json", o.json, "Write the found tree as JSON to FILE, or - for standard output")
+            ->check(PathValue(true));
     sub->add_flag("--quiet", o.quiet, "No progress display");
     sub->add_flag("--yes", o.yes, "Answer Yes to the program's offers when there is no terminal to ask");
     sub->add_option("--lang", o.lang, "Language of the texts (English, French, German, Italian, Spanish)");
@@ -199,6 +206,7 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
         std::fprintf(stderr, "kestrin: %s\n", error.c_str());
         return 1;
     }
+    if (o.beforeScan && !o.beforeScan(run.src)) return 1;
 
     // In partition mode a chosen number counts the found partitions too: search first.
     // A number past the table's entries can only name a found one (the numbering of

@@ -3,6 +3,7 @@
 // running the operations the mode calls for through the scan driver, and the summary.
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,6 +26,9 @@ struct ScanOptions {
     std::string lang;
     bool quiet = false;
     bool yes = false;
+    // Called once the source is open and before anything is scanned: the verbs check their
+    // outputs against it here. False ends the run with exit code 1.
+    std::function<bool(const OpenedSource&)> beforeScan;
 };
 
 // Registers SOURCE and the options shared by the scanning verbs on `sub`.

@@ -1,5 +1,6 @@
 // kestrin recover and kestrin image: saving found items to a folder or zip archive (from a fresh
 // scan or a recovery session), and copying a source into an image file.
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -10,12 +11,14 @@
 
 #include "cli/CliEngines.h"
 #include "cli/CliFrontEnd.h"
+#include "cli/CliOutputs.h"
 #include "cli/CliScan.h"
 #include "cli/CliSource.h"
 #include "cli/CliText.h"
 #include "cli/Verbs.h"
 #include "fs/CNode.h"
 #include "output/DiskImage.h"
+#include "output/OutputGuard.h"
 #include "output/Saver.h"
 #include "output/SessionFile.h"
 #include "scan/CScanDriver.h"
@@ -47,6 +50,7 @@ struct RecoverOptions {
     std::string zip;
     std::vector<std::string> select;
     bool deletedOnly = false;
+    bool overwrite = false;
     std::string collision = "rename";
 };
 
@@ -91,7 +95,9 @@ uint64_t TickFiles(CNode* top, const RecoverOptions& o) {
                 path = ToUtf8(p->name) + "/" + path;
             want = false;
             for (auto& pat : o.select)
-                want |= fnmatch(pat.c_str(), path.c_str(), 0) == 0 || fnmatch(pat.c_str(), name.c_str(), 0) == 0;
+                // Names on FAT, exFAT and NTFS ignore case, and so do the patterns.
+                want |= fnmatch(pat.c_str(), path.c_str(), FNM_CASEFOLD) == 0 ||
+                        fnmatch(pat.c_str(), name.c_str(), FNM_CASEFOLD) == 0;
         }
         if (want) {
             n->checked = 1;
@@ -149,6 +155,7 @@ SaveResult RunSave(const SaveJob& job, const RecoverOptions& o, uint32_t mode, u
                    bool& cancelled) {
     SaveRequest req;
     req.destination = job.destination;
+    req.replaceExisting = o.overwrite;
     req.collisionMode = collision;
     req.deletedOnly = o.deletedOnly;
     req.start = job.top;
@@ -178,12 +185,29 @@ void PrintSaveResult(const SaveResult& r, const std::string& destination) {
     if (r.incomplete)
         std::printf("%s: %s\n", T("IDS_CLI_SAVE_INCOMPLETE", "Saved with unreadable parts").c_str(),
                     WithThousands(r.incomplete).c_str());
+    if (r.writeErrors)
+        std::printf("%s: %s (%s)\n", T("IDS_CLI_SAVE_WRITE_ERRORS", "Could not be written").c_str(),
+                    WithThousands(r.writeErrors).c_str(), r.writeErrorText.c_str());
     if (r.logged)
         std::printf("%s: %s (%s)\n", T("IDS_CLI_SAVE_LOGGED", "Not saved, listed in the log").c_str(),
                     WithThousands(r.logged).c_str(), r.logPath.c_str());
+    else if (!r.logPath.empty())
+        std::printf("%s: %s\n", T("IDS_CLI_SAVE_LOG", "Log").c_str(), r.logPath.c_str());
 }
 
-int RunRecover(const RecoverOptions& o) {
+// Exit code of a finished save: write errors outrank read errors.
+int SaveExitCode(const SaveResult& r, int scanCode) {
+    if (r.writeErrors || r.archiveFailed) return kExitWriteErrors;
+    if (r.incomplete) return kExitReadErrors;
+    return scanCode;
+}
+
+int RunRecover(RecoverOptions o) {
+    // A folder name ending in .zip means an archive, as the docs say.
+    if (!o.to.empty() && o.zip.empty() && IsZipDestination(o.to)) {
+        o.zip = o.to;
+        o.to.clear();
+    }
     if (o.to.empty() == o.zip.empty()) {
         std::fprintf(stderr, "kestrin: give either --to DIR or --zip FILE\n");
         return kExitUsage;
@@ -192,20 +216,26 @@ int RunRecover(const RecoverOptions& o) {
         std::fprintf(stderr, "kestrin: --zip needs a file name ending in .zip\n");
         return kExitUsage;
     }
+    if (!o.zip.empty() && o.scan.partition == "all") {
+        std::fprintf(stderr, "kestrin: a zip archive holds one volume; choose one with --partition N\n");
+        return kExitUsage;
+    }
     uint8_t collision = CollisionModeOf(o.collision);
     if (!collision) {
         std::fprintf(stderr, "kestrin: --on-collision takes rename, replace, skip or ask\n");
         return kExitUsage;
     }
     std::string destination = o.zip.empty() ? o.to : o.zip;
-    if (!o.to.empty()) {
-        std::error_code ec;
-        std::filesystem::create_directories(o.to, ec);
-        if (!std::filesystem::is_directory(o.to, ec)) {
-            std::fprintf(stderr, "kestrin: %s is not a folder that can be written\n", o.to.c_str());
-            return kExitUsage;
-        }
-    }
+    const bool fromSession = EndsWithNoCase(o.scan.source, ".tks4");
+    // Every output is checked against the source before anything is scanned or made.
+    auto checkOutputs = [&](const CPhysicalDisk* media, const std::string& alsoSource) {
+        std::vector<platform::FileIdentity> ids;
+        if (media) ids = SourceIdentities(*media);
+        AddSourcePath(ids, o.scan.source);
+        if (!alsoSource.empty()) AddSourcePath(ids, alsoSource);
+        PlannedOutput out{o.zip.empty() ? PlannedOutput::Kind::Folder : PlannedOutput::Kind::File, destination};
+        return CheckPlannedOutputs({out}, ids, o.overwrite);
+    };
 
     // The volumes to save: from a recovery session, or from a scan made now.
     struct Volume {
@@ -219,12 +249,13 @@ int RunRecover(const RecoverOptions& o) {
     ScanRun run;
     int exitCode = kExitOk;
     CliMessages msgs;
-    if (EndsWithNoCase(o.scan.source, ".tks4")) {
+    if (fromSession) {
         if (!o.scan.lang.empty() && !ChooseLanguage(o.scan.lang)) return kExitUsage;
         if (!ReadSession(o.scan.source, {}, session, msgs) || !session.media) {
             if (msgs.shown.empty()) std::fprintf(stderr, "kestrin: the session holds no source\n");
             return kExitUsage;
         }
+        if (!checkOutputs(session.media.get(), ToUtf8(session.sourcePath))) return kExitUsage;
         mode = session.mode;
         volumes.push_back({0, session.media.get(), session.top.get()});
     } else {
@@ -232,6 +263,7 @@ int RunRecover(const RecoverOptions& o) {
         // systems hold types that no signature describes.
         ScanOptions scanOptions = o.scan;
         scanOptions.types.clear();
+        scanOptions.beforeScan = [&](const OpenedSource& src) { return checkOutputs(src.media.get(), {}); };
         int rc = RunScan(scanOptions, run);
         if (rc != 0 && run.volumes.empty()) return rc;
         exitCode = ExitCodeOf(run);
@@ -247,19 +279,37 @@ int RunRecover(const RecoverOptions& o) {
         return kExitUsage;
     }
 
+    // Nothing matched: say so, make nothing, and exit with a code of its own.
+    uint64_t anything = 0;
+    for (auto& v : volumes)
+        if (v.top) anything += TickFiles(v.top, o);
+    if (anything == 0) {
+        std::printf("%s\n", T("IDS_CLI_NOTHING_TO_SAVE", "Nothing to save: no file matches.").c_str());
+        return kExitNothingToSave;
+    }
+    if (!o.to.empty()) {
+        std::error_code ec;
+        std::filesystem::create_directories(o.to, ec);
+        if (!std::filesystem::is_directory(o.to, ec)) {
+            std::fprintf(stderr, "kestrin: %s: %s\n", o.to.c_str(),
+                         ec ? ec.message().c_str() : "not a folder that can be written");
+            return kExitUsage;
+        }
+    }
+
     for (auto& v : volumes) {
         if (!v.top) continue;
         if (!session.media && v.partition > 0) SelectListedPartition(run.src, size_t(v.partition - 1));
         std::string dest = destination;
         if (volumes.size() > 1) {
             std::printf("Partition %d:\n", v.partition);
+            if (TickFiles(v.top, o) == 0) {
+                std::printf("%s\n", T("IDS_CLI_NOTHING_TO_SAVE", "Nothing to save: no file matches.").c_str());
+                continue;
+            }
             dest = (std::filesystem::path(destination) / ("Partition " + std::to_string(v.partition))).string();
             std::error_code ec;
             std::filesystem::create_directories(dest, ec);
-        }
-        if (TickFiles(v.top, o) == 0) {
-            std::printf("%s\n", T("IDS_CLI_NOTHING_TO_SAVE", "Nothing to save: no file matches.").c_str());
-            continue;
         }
         SaveRequest check;
         check.destination = dest;
@@ -282,8 +332,7 @@ int RunRecover(const RecoverOptions& o) {
             std::printf("%s\n", T("IDS_CLI_SAVE_CANCELLED", "The save was cancelled.").c_str());
             return kExitCancelled;
         }
-        if (r.archiveFailed) return kExitUsage;
-        if (r.incomplete && exitCode == kExitOk) exitCode = kExitReadErrors;
+        exitCode = std::max(exitCode, SaveExitCode(r, kExitOk)); // 4 over 3 over 0
     }
     return exitCode;
 }
@@ -292,8 +341,10 @@ void AddRecoverVerb(CLI::App& app, VerbResult& result) {
     auto o = std::make_shared<RecoverOptions>();
     CLI::App* sub = app.add_subcommand("recover", "Scan a source (or open a .tks4 session) and save what was found");
     AddScanOptions(sub, o->scan, false, true);
-    sub->add_option("--to", o->to, "Folder to save into (made when missing)");
-    sub->add_option("--zip", o->zip, "Zip archive to save into");
+    sub->add_option("--to", o->to, "Folder to save into (made when missing; a name ending in .zip makes an archive)")
+        ->check(PathValue());
+    sub->add_option("--zip", o->zip, "Zip archive to save into")->check(PathValue());
+    sub->add_flag("--overwrite", o->overwrite, "Replace an existing zip archive of that name");
     sub->add_option("--select", o->select, "Only files whose path or name matches one of these patterns")
         ->expected(1, -1);
     sub->add_flag("--deleted-only", o->deletedOnly, "Only deleted items");
@@ -307,13 +358,16 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
     struct ImageOptions {
         std::string source, out, partition;
         bool quiet = false;
+        bool overwrite = false;
     };
     auto o = std::make_shared<ImageOptions>();
     CLI::App* sub = app.add_subcommand("image", "Copy a disk, volume or partition into an image file");
     sub->add_option("SOURCE", o->source, "Device (/dev/sdb), disk number or image file")->required();
-    sub->add_option("OUT", o->out, "Image file to write")->required();
-    sub->add_option("--partition", o->partition, "Only this partition, as `kestrin partitions` numbers it");
+    sub->add_option("OUT", o->out, "Image file to write")->required()->check(PathValue());
+    sub->add_option("--partition", o->partition, "Only this partition, as `kestrin partitions` numbers it")
+        ->check(PartitionValue(false));
     sub->add_flag("--quiet", o->quiet, "No progress display");
+    sub->add_flag("--overwrite", o->overwrite, "Replace an existing image file (and its .map) of that name");
     sub->callback([o, &result] {
         OpenedSource src;
         std::string error;
@@ -322,26 +376,51 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
             result.exitCode = kExitUsage;
             return;
         }
+        {
+            std::vector<platform::FileIdentity> ids = SourceIdentities(*src.media);
+            AddSourcePath(ids, o->source);
+            if (!CheckPlannedOutputs({{PlannedOutput::Kind::Device, o->out}, {PlannedOutput::Kind::File, o->out + ".map"}},
+                                     ids, o->overwrite)) {
+                result.exitCode = kExitUsage;
+                return;
+            }
+        }
         SelectWholeSource(src);
         if (!o->partition.empty()) {
-            size_t n = 0;
-            for (char c : o->partition) n = c >= '0' && c <= '9' && n < 100000 ? n * 10 + size_t(c - '0') : 0;
+            size_t n = size_t(std::stoul(o->partition));
             if (n == 0 || n > src.partitions.size() || !SelectListedPartition(src, n - 1)) {
                 std::fprintf(stderr, "kestrin: there is no partition %s\n%s", o->partition.c_str(),
                              DescribePartitions(src).c_str());
                 result.exitCode = kExitUsage;
                 return;
             }
+            // The copy covers the partition's whole range as the table gives it: on a truncated
+            // image the sectors past the end are copied as bad sectors, not left out unnoticed.
+            const PartitionRecord& r = src.partitions[n - 1];
+            uint64_t declared = RecordSectorCount(r, src.layout);
+            if (!DynamicVolumeOf(src, n - 1) && declared > src.media->GetSectorCount() && declared < (1ull << 48))
+                src.media->SetSectorCount(declared);
         }
         CliMessages msgs;
         ImageResult r;
         Engines engines = MakeCliEngines();
-        engines.createImage = [&](CPhysicalDisk& m, ScanContext& ctx) { r = CreateDiskImage(m, o->out, ctx, msgs); };
+        engines.createImage = [&](CPhysicalDisk& m, ScanContext& ctx) {
+            r = CreateDiskImage(m, o->out, ctx, msgs, o->overwrite);
+        };
         CliFrontEnd fe(o->quiet, src.media->GetSectorSize());
         CScanDriver driver(*src.media, engines, fe);
         if (driver.Start(kKindCreateImage, kModeDeletedFiles)) fe.RunToEnd(driver);
-        if (r.refused || r.error) {
+        if (r.refused) {
             result.exitCode = kExitUsage;
+            return;
+        }
+        if (driver.CancelConfirmed() || r.cancelled) {
+            std::printf("%s\n", T("IDS_CLI_IMAGE_CANCELLED", "The copy was cancelled; no image was written.").c_str());
+            result.exitCode = kExitCancelled;
+            return;
+        }
+        if (r.error) {
+            result.exitCode = kExitWriteErrors;
             return;
         }
         std::printf("%s %s: %s %s\n", T("IDS_CLI_IMAGE_WRITTEN", "Image written to").c_str(), o->out.c_str(),
@@ -349,11 +428,6 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
         if (r.badSectors)
             std::printf("%s: %s (%s)\n", T("IDS_CLI_IMAGE_BAD_SECTORS", "Unreadable sectors written as zeros").c_str(),
                         WithThousands(r.badSectors).c_str(), r.mapPath.c_str());
-        if (driver.CancelConfirmed() || r.cancelled) {
-            std::printf("%s\n", T("IDS_CLI_IMAGE_CANCELLED", "The copy was cancelled; the image is incomplete.").c_str());
-            result.exitCode = kExitCancelled;
-            return;
-        }
         result.exitCode = r.badSectors ? kExitReadErrors : kExitOk;
     });
 }

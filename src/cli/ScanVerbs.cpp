@@ -1,11 +1,13 @@
 // kestrin scan, ls and drives.
 #include <cstdio>
-#include <fstream>
+#include <functional>
+#include <sstream>
 #include <iostream>
 #include <memory>
 
 #include "cli/CliDrives.h"
 #include "cli/CliJson.h"
+#include "cli/CliOutputs.h"
 #include "cli/CliScan.h"
 #include "cli/CliSource.h"
 #include "cli/CliText.h"
@@ -20,34 +22,28 @@ namespace kestrin::cli {
 
 namespace {
 
-// The whole run as JSON: one scan object, or {"volumes":[...]} for --partition all.
-bool WriteRunJson(const std::string& target, const ScanRun& run, bool all) {
-    std::ofstream file;
-    std::ostream* out = &std::cout;
-    if (target != "-") {
-        file.open(target, std::ios::binary | std::ios::trunc);
-        if (!file) {
-            std::fprintf(stderr, "kestrin: cannot write %s\n", target.c_str());
-            return false;
-        }
-        out = &file;
-    }
+// The whole run as JSON: one scan object, or {"volumes":[...]} for --partition all. A file is
+// written whole under a temporary name and then moved into place.
+bool WriteRunJson(const std::string& target, const ScanRun& run, bool all, bool overwrite) {
+    std::ostringstream text;
     if (all) {
-        *out << "{\"volumes\":[";
+        text << "{\"volumes\":[";
         for (size_t i = 0; i < run.volumes.size(); ++i) {
             const auto& v = run.volumes[i];
-            *out << (i ? "," : "") << "{\"partition\":" << v.partition << ",";
-            WriteScanJsonBody(*out, run.mode, v.info, *v.tree);
-            *out << "}";
+            text << (i ? "," : "") << "{\"partition\":" << v.partition << ",";
+            WriteScanJsonBody(text, run.mode, v.info, *v.tree);
+            text << "}";
         }
-        *out << "]}\n";
+        text << "]}\n";
     } else if (!run.volumes.empty()) {
-        *out << "{";
-        WriteScanJsonBody(*out, run.mode, run.volumes.front().info, *run.volumes.front().tree);
-        *out << "}\n";
+        text << "{";
+        WriteScanJsonBody(text, run.mode, run.volumes.front().info, *run.volumes.front().tree);
+        text << "}\n";
     }
-    out->flush();
-    if (!*out) {
+    if (target != "-") return WriteOutputFile(target, text.str(), overwrite);
+    std::cout << text.str();
+    std::cout.flush();
+    if (!std::cout) {
         std::fprintf(stderr, "kestrin: writing the JSON failed\n");
         return false;
     }
@@ -80,6 +76,12 @@ int ReadSessionAsRun(const ScanOptions& o, ScanRun& run) {
         if (!msgs.shown) std::fprintf(stderr, "kestrin: %s cannot be read\n", o.source.c_str());
         return kExitUsage;
     }
+    if (o.beforeScan) {
+        // The outputs are checked against the session file and the source it names.
+        OpenedSource named;
+        named.path = o.source;
+        if (!o.beforeScan(named)) return kExitUsage;
+    }
     run.mode = session.mode;
     VolumeScan v;
     if (session.media) {
@@ -97,7 +99,7 @@ int ReadSessionAsRun(const ScanOptions& o, ScanRun& run) {
 }
 
 // Writes the scanned volume as a recovery session (one volume per session file).
-int WriteRunSession(const std::string& path, ScanRun& run) {
+int WriteRunSession(const std::string& path, ScanRun& run, bool overwrite) {
     if (run.volumes.size() != 1 || !run.src.media) {
         std::fprintf(stderr, "kestrin: a session holds one volume; choose one with --partition N\n");
         return kExitUsage;
@@ -105,7 +107,7 @@ int WriteRunSession(const std::string& path, ScanRun& run) {
     VolumeScan& v = run.volumes.front();
     if (v.partition > 0) SelectListedPartition(run.src, size_t(v.partition - 1));
     SessionMessages msgs;
-    if (!WriteScanSession(path, run.mode, *run.src.media, v.tree.get(), msgs)) return kExitUsage;
+    if (!WriteScanSession(path, run.mode, *run.src.media, v.tree.get(), msgs, overwrite)) return kExitWriteErrors;
     return kExitOk;
 }
 
@@ -163,13 +165,54 @@ void PrintTree(std::FILE* out, CNode* top, const ListOptions& lo) {
     if (lo.deleted) ClearDeletedView(top);
 }
 
+// The outputs a scanning verb plans (JSON file, session), checked against the source once it is
+// open and before anything is scanned.
+std::function<bool(const OpenedSource&)> OutputCheckFor(std::shared_ptr<ScanOptions> opts,
+                                                        std::shared_ptr<std::string> session, bool overwrite) {
+    return [opts, session, overwrite](const OpenedSource& src) {
+        std::vector<platform::FileIdentity> ids;
+        if (src.media) ids = SourceIdentities(*src.media);
+        AddSourcePath(ids, opts->source);
+        if (IsSessionPath(opts->source)) {
+            // A session's own source is protected as much as the session file.
+            SessionData s;
+            CSilentMessages silent;
+            ReadSessionOptions ro;
+            ro.openSource = false;
+            if (ReadSession(opts->source, ro, s, silent)) AddSourcePath(ids, ToUtf8(s.sourcePath));
+        }
+        std::vector<PlannedOutput> outputs;
+        if (!opts->json.empty() && opts->json != "-") outputs.push_back({PlannedOutput::Kind::File, opts->json});
+        if (session && !session->empty()) outputs.push_back({PlannedOutput::Kind::File, *session});
+        if (!opts->json.empty() && session && *session == opts->json) {
+            std::fprintf(stderr, "kestrin: --json and --session name the same file\n");
+            return false;
+        }
+        return CheckPlannedOutputs(outputs, ids, overwrite);
+    };
+}
+
 void AddScanVerb(CLI::App& app, VerbResult& result) {
     auto opts = std::make_shared<ScanOptions>();
     auto sessionPath = std::make_shared<std::string>();
+    auto overwrite = std::make_shared<bool>(false);
     CLI::App* sub = app.add_subcommand("scan", "Scan a source and print what was found (or write it as JSON)");
     AddScanOptions(sub, *opts, true, true);
-    sub->add_option("--session", *sessionPath, "Also save the scan as a recovery session (FILE.tks4)");
-    sub->callback([opts, sessionPath, &result] {
+    sub->add_option("--session", *sessionPath, "Also save the scan as a recovery session (FILE.tks4)")
+        ->check(PathValue());
+    sub->add_flag("--overwrite", *overwrite, "Replace an existing --json or --session file");
+    sub->callback([opts, sessionPath, overwrite, &result] {
+        if (!sessionPath->empty() && opts->partition == "all") {
+            std::fprintf(stderr, "kestrin: a session holds one volume; choose one with --partition N\n");
+            result.exitCode = kExitUsage;
+            return;
+        }
+        if (!sessionPath->empty() && IsSessionPath(opts->source)) {
+            std::fprintf(stderr, "kestrin: %s is a session already; --session saves a new scan\n", opts->source.c_str());
+            result.exitCode = kExitUsage;
+            return;
+        }
+        opts->beforeScan = OutputCheckFor(opts, sessionPath, *overwrite);
         ScanRun run;
         int rc = IsSessionPath(opts->source) ? ReadSessionAsRun(*opts, run) : RunScan(*opts, run);
         if (rc != 0 && run.volumes.empty()) {
@@ -177,15 +220,15 @@ void AddScanVerb(CLI::App& app, VerbResult& result) {
             return;
         }
         bool jsonToStdout = opts->json == "-";
-        if (!opts->json.empty() && !WriteRunJson(opts->json, run, opts->partition == "all")) {
-            result.exitCode = kExitUsage;
+        if (!opts->json.empty() && !WriteRunJson(opts->json, run, opts->partition == "all", *overwrite)) {
+            result.exitCode = kExitWriteErrors;
             return;
         }
         std::FILE* out = jsonToStdout ? stderr : stdout;
         for (const auto& v : run.volumes) PrintSummary(out, v, run.volumes.size() > 1 || v.partition);
         result.exitCode = ExitCodeOf(run);
-        if (!sessionPath->empty() && !IsSessionPath(opts->source)) {
-            if (WriteRunSession(*sessionPath, run) != kExitOk) result.exitCode = kExitUsage;
+        if (!sessionPath->empty()) {
+            if (int rc2 = WriteRunSession(*sessionPath, run, *overwrite); rc2 != kExitOk) result.exitCode = rc2;
         }
     });
 }
@@ -193,19 +236,22 @@ void AddScanVerb(CLI::App& app, VerbResult& result) {
 void AddLsVerb(CLI::App& app, VerbResult& result) {
     auto opts = std::make_shared<ScanOptions>();
     auto lo = std::make_shared<ListOptions>();
+    auto overwrite = std::make_shared<bool>(false);
     CLI::App* sub = app.add_subcommand("ls", "Scan a source and list the found tree");
     AddScanOptions(sub, *opts, true, true);
     sub->add_flag("--deleted", lo->deleted, "Only deleted items and the folders that lead to them");
     sub->add_flag("--long", lo->longFormat, "Also record numbers, locations and flags");
-    sub->callback([opts, lo, &result] {
+    sub->add_flag("--overwrite", *overwrite, "Replace an existing --json file");
+    sub->callback([opts, lo, overwrite, &result] {
+        opts->beforeScan = OutputCheckFor(opts, nullptr, *overwrite);
         ScanRun run;
         int rc = IsSessionPath(opts->source) ? ReadSessionAsRun(*opts, run) : RunScan(*opts, run);
         if (rc != 0 && run.volumes.empty()) {
             result.exitCode = rc;
             return;
         }
-        if (!opts->json.empty() && !WriteRunJson(opts->json, run, opts->partition == "all")) {
-            result.exitCode = kExitUsage;
+        if (!opts->json.empty() && !WriteRunJson(opts->json, run, opts->partition == "all", *overwrite)) {
+            result.exitCode = kExitWriteErrors;
             return;
         }
         std::FILE* out = opts->json == "-" ? stderr : stdout;

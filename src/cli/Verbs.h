@@ -4,8 +4,15 @@
 
 namespace kestrin::cli {
 
-// Exit codes: 0 done, 1 bad usage or unreadable source, 2 cancelled, 3 finished with read errors.
-enum ExitCode : int { kExitOk = 0, kExitUsage = 1, kExitCancelled = 2, kExitReadErrors = 3 };
+// Exit codes of every verb (docs/cli.md lists them).
+enum ExitCode : int {
+    kExitOk = 0,
+    kExitUsage = 1,
+    kExitCancelled = 2,
+    kExitReadErrors = 3,
+    kExitWriteErrors = 4,  // finished, but some items could not be written (a full disk, a refused file)
+    kExitNothingToSave = 5, // recover: no item matched what was asked for; nothing was created
+};
 
 // The verb's action runs after parsing; it stores its exit code here.
 struct VerbResult {

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <string>
 
 #include "cli/Verbs.h"
 
@@ -29,6 +30,20 @@ int main(int argc, char** argv) {
 #ifdef KESTRIN_HAVE_RECOVER_VERBS
     AddRecoverVerbs(app, result);
 #endif
+    // A first word that names no verb gets a message of its own, not "a subcommand is required".
+    if (argc > 1 && argv[1][0] != '-') {
+        bool known = false;
+        std::string verbs;
+        for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+            known |= sub->get_name() == argv[1];
+            verbs += (verbs.empty() ? "" : ", ") + sub->get_name();
+        }
+        if (!known) {
+            std::fprintf(stderr, "kestrin: unknown command \"%s\" (commands: %s; see kestrin --help)\n", argv[1],
+                         verbs.c_str());
+            return kExitUsage;
+        }
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

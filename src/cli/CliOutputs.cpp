@@ -1,0 +1,89 @@
+#include "cli/CliOutputs.h"
+
+#include <cstdio>
+#include <filesystem>
+
+#include <unistd.h>
+
+#include "platform/AtomicFile.h"
+#include "platform/FileIdentity.h"
+
+namespace kestrin::cli {
+
+namespace {
+
+// The nearest folder on the way up that exists; empty when none does.
+std::filesystem::path NearestExisting(const std::string& path) {
+    std::filesystem::path p = std::filesystem::absolute(path.empty() ? "." : path);
+    std::error_code ec;
+    while (!std::filesystem::exists(p, ec)) {
+        if (!p.has_relative_path()) return {};
+        p = p.parent_path();
+    }
+    return p;
+}
+
+} // namespace
+
+CLI::Validator PathValue(bool dashMeansStdout) {
+    return CLI::Validator(
+        [dashMeansStdout](std::string& value) -> std::string {
+            if (value.empty()) return "an empty path";
+            if (value == "-" && dashMeansStdout) return {};
+            if (value.front() == '-')
+                return "\"" + value + "\" looks like an option, not a path (write ./" + value + " for a file of that name)";
+            return {};
+        },
+        "PATH");
+}
+
+CLI::Validator PartitionValue(bool allowAll) {
+    return CLI::Validator(
+        [allowAll](std::string& value) -> std::string {
+            if (allowAll && value == "all") return {};
+            bool digits = !value.empty() && value.size() <= 6 && value.find_first_not_of("0123456789") == std::string::npos;
+            if (digits && value.find_first_not_of('0') != std::string::npos) return {};
+            return "\"" + value + "\" is not a partition number (1, 2, ... as `kestrin partitions` lists them" +
+                   std::string(allowAll ? ", or all)" : ")");
+        },
+        allowAll ? "N|all" : "N");
+}
+
+bool CheckPlannedOutputs(const std::vector<PlannedOutput>& outputs,
+                         const std::vector<platform::FileIdentity>& sources, bool overwrite) {
+    for (const auto& o : outputs) {
+        OutputCheck check;
+        if (o.kind == PlannedOutput::Kind::Folder) {
+            check = CheckOutputFolder(o.path, sources);
+            if (check.ok()) {
+                // The folder is made after the scan; what it would be made in must take it now.
+                std::filesystem::path base = NearestExisting(o.path);
+                std::error_code ec;
+                if (base.empty() || !std::filesystem::is_directory(base, ec)) {
+                    std::fprintf(stderr, "kestrin: %s: %s is not a folder\n", o.path.c_str(), base.c_str());
+                    return false;
+                }
+                if (::access(base.c_str(), W_OK | X_OK) != 0) {
+                    std::fprintf(stderr, "kestrin: %s: %s\n", base.c_str(), platform::ErrnoText(errno).c_str());
+                    return false;
+                }
+            }
+        } else {
+            check = CheckOutputFile(o.path, sources, overwrite, o.kind == PlannedOutput::Kind::Device);
+        }
+        if (!check.ok()) {
+            std::fprintf(stderr, "kestrin: %s\n", OutputProblemText(check).c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+bool WriteOutputFile(const std::string& path, const std::string& text, bool overwrite) {
+    int error = 0;
+    if (platform::WriteFileAtomically(path, text.data(), text.size(), overwrite, &error)) return true;
+    std::fprintf(stderr, "kestrin: %s: %s\n", path.c_str(), platform::ErrnoText(error).c_str());
+    return false;
+}
+
+} // namespace kestrin::cli

@@ -1,0 +1,34 @@
+#pragma once
+// What the command line checks before any work starts: option values that are really the next
+// option, partition numbers, and every output path against the source (never the source, never
+// on the source device, never an existing file without --overwrite, never in a missing folder).
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "output/OutputGuard.h"
+
+namespace kestrin::cli {
+
+// A file or folder value: refuses a value that looks like an option ("--json --quiet" would
+// otherwise write a file named "--quiet"). `dashMeansStdout` lets "-" through.
+CLI::Validator PathValue(bool dashMeansStdout = false);
+// "", "all" (when allowed) or a partition number from 1.
+CLI::Validator PartitionValue(bool allowAll);
+
+struct PlannedOutput {
+    enum class Kind { File, Folder, Device } kind = Kind::File;
+    std::string path;
+};
+
+// Checks every planned output against the source identities; prints why on standard error
+// ("kestrin: PATH: ...") and returns false at the first refusal.
+bool CheckPlannedOutputs(const std::vector<PlannedOutput>& outputs,
+                         const std::vector<platform::FileIdentity>& sources, bool overwrite);
+
+// Writes `text` to `path` under a temporary name and moves it into place when complete
+// (replacing an existing file only with `overwrite`). Prints why on failure.
+bool WriteOutputFile(const std::string& path, const std::string& text, bool overwrite);
+
+} // namespace kestrin::cli
