@@ -1,13 +1,19 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <set>
 
 #include <sys/stat.h>
+#include <unistd.h>
 #include <zip.h>
 
 #include "OutputTestUtil.h"
 #include "fs/VolumeTree.h"
+#include "output/ContentCopy.h"
 #include "output/OutputTarget.h"
 #include "output/Saver.h"
 #include "storage/ByteSource.h"
@@ -402,6 +408,110 @@ TEST_F(SaverFixture, SourceImageIsNeverWritten) {
     SaveMarked(image, tc.ctx, Request(dest / "x.zip"));
     EXPECT_EQ(ReadAll(dest / "x.bin").size(), 5000u);
     EXPECT_EQ(ReadAll(dir / "src.img"), before);
+}
+
+// A destination that fills up after this many bytes: writes then fail as a full disk does.
+std::atomic<long> g_roomLeft{0};
+long WriteUntilFull(int fd, const void* data, size_t len) {
+    long room = g_roomLeft.load();
+    if (room <= 0) {
+        errno = ENOSPC;
+        return -1;
+    }
+    long n = long(std::min<size_t>(len, size_t(room)));
+    n = long(::write(fd, data, size_t(n)));
+    if (n > 0) g_roomLeft -= n;
+    return n;
+}
+
+std::u16string LogText(const std::string& path) {
+    auto log = ReadAll(path);
+    std::u16string text;
+    for (size_t i = 0; i + 1 < log.size(); i += 2) text.push_back(char16_t(log[i] | log[i + 1] << 8));
+    return text;
+}
+
+TEST_F(SaverFixture, FullDestinationIsAWriteErrorNotAReadError) {
+    ScratchDir dir("full");
+    tree.File(tree.vol, u"small.bin", 1, 1000);
+    tree.File(tree.vol, u"big.bin", 2, 30000);
+    tree.File(tree.vol, u"after.bin", 3, 0);
+    g_roomLeft = 1000 + 4000; // the first file fits, the second does not; the walk goes on
+    auto target = MakeFolderTarget(dir.path.string(), &WriteUntilFull);
+    SaveResult r = SaveInto(*target, media, tc.ctx, Request(dir.path.string()));
+    EXPECT_EQ(r.files, 2u);
+    EXPECT_EQ(r.writeErrors, 1u);
+    EXPECT_TRUE(r.diskFull);
+    EXPECT_EQ(r.writeErrorText, std::strerror(ENOSPC));
+    EXPECT_EQ(r.incomplete, 0u); // nothing was unreadable
+    EXPECT_FALSE(fs::exists(dir / "big.bin")); // no partial file passes for a saved one
+    EXPECT_EQ(ReadAll(dir / "small.bin").size(), 1000u);
+    EXPECT_TRUE(fs::exists(dir / "after.bin"));
+    EXPECT_EQ(r.logPath, dir / "log.txt");
+    EXPECT_NE(LogText(r.logPath).find(u"could not be written"), std::u16string::npos);
+    EXPECT_NE(LogText(r.logPath).find(u"/big.bin\n"), std::u16string::npos);
+}
+
+TEST_F(SaverFixture, ContentPastTheSourceEndIsCountedAndLoggedAndTheLogNeverReplacesAFile) {
+    ScratchDir dir("pastend");
+    test::WriteAll(dir / "log.txt", {'m', 'i', 'n', 'e'}); // the user's own log.txt
+    // A truncated image: the volume claims more sectors than the file holds. A carved item that
+    // runs past the end reads short, which succeeds, but those bytes were never there.
+    media.SetSectorCount(kMediaBytes / 512 + 100);
+    CNode* cut = tree.File(tree.vol, u"cut.bin", kMediaBytes / 512 - 2, 3000);
+    cut->carved = true;
+    tree.File(tree.vol, u"whole.bin", 1, 700)->carved = true;
+    SaveRequest req = Request(dir.path.string());
+    req.content = &WriteNodeContent;
+    SaveResult r = SaveMarked(media, tc.ctx, req);
+    EXPECT_EQ(r.files, 2u);
+    EXPECT_EQ(r.incomplete, 1u);
+    EXPECT_EQ(r.unreadableBytes, 3000u - 1024u);
+    // What could be read is kept; the rest is counted, not passed off as data.
+    auto pattern = Pattern();
+    EXPECT_EQ(ReadAll(dir / "cut.bin"), std::vector<uint8_t>(pattern.end() - 1024, pattern.end()));
+    EXPECT_EQ(Text(dir / "log.txt"), "mine");
+    EXPECT_EQ(r.logPath, dir / "log (2).txt");
+    EXPECT_NE(LogText(r.logPath).find(u"Saved with unreadable parts (1976 of 3000 bytes"), std::u16string::npos);
+}
+
+TEST_F(SaverFixture, ControlCharactersNeverReachASavedName) {
+    ScratchDir dir("controls");
+    const std::u16string names[] = {u"\x1b[31mred.txt", u"bell\a.txt", u"new\nline.txt", u"del\x7f.txt",
+                                    u"c1\x9b.txt", u"\u202egpj.exe", u"plain.txt"};
+    for (auto& name : names) tree.File(tree.vol, name, 1, 3);
+    SaveResult r = SaveMarked(media, tc.ctx, Request(dir.path.string()));
+    EXPECT_EQ(r.files, 7u);
+    std::set<std::string> saved;
+    for (auto& e : fs::directory_iterator(dir.path)) saved.insert(e.path().filename().string());
+    for (const std::string& name : saved)
+        for (char16_t c : ToUtf16(name)) EXPECT_FALSE(IsControlOrOverride(c)) << name;
+    EXPECT_TRUE(saved.count("plain.txt"));
+    EXPECT_TRUE(saved.count("0.txt"));
+    EXPECT_TRUE(saved.count("0.exe"));
+}
+
+TEST_F(SaverFixture, ZipReplacesAnExistingFileOnlyWithConsent) {
+    ScratchDir dir("zip-consent");
+    tree.File(tree.vol, u"a.bin", 1, 100);
+    std::string zipPath = dir / "out.zip";
+    test::WriteAll(zipPath, {'o', 'l', 'd'});
+    SaveResult r = SaveMarked(media, tc.ctx, Request(zipPath));
+    EXPECT_FALSE(r.started);
+    EXPECT_EQ(Text(zipPath), "old");
+    SaveRequest req = Request(zipPath);
+    req.replaceExisting = true;
+    r = SaveMarked(media, tc.ctx, req);
+    EXPECT_EQ(r.files, 1u);
+    EXPECT_NE(Text(zipPath), "old");
+    // Cancelled before it ends: the archive never appears, and no temporary is left.
+    std::string stopped = dir / "stopped.zip";
+    tc.op.state = kStateCancel;
+    r = SaveMarked(media, tc.ctx, Request(stopped));
+    EXPECT_FALSE(fs::exists(stopped));
+    size_t entries = 0;
+    for (auto& e : fs::directory_iterator(dir.path)) entries += e.path().filename() != "out.zip";
+    EXPECT_EQ(entries, 0u);
 }
 
 } // namespace
