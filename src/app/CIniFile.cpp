@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "platform/AtomicFile.h"
 #include "platform/Platform.h"
 #include "util/Text.h"
 
@@ -150,21 +151,11 @@ std::vector<uint8_t> CIniFile::Serialize() const {
 
 bool CIniFile::Save(const std::string& path) const {
     std::vector<uint8_t> bytes = Serialize();
-    auto writeAll = [&](const std::string& target) {
-        platform::File f;
-        if (!f.OpenWrite(target, false)) return false;
-        return bytes.empty() || f.WriteAt(bytes.data(), bytes.size(), 0) == (long long)bytes.size();
-    };
-    // Write beside the file and rename, so an interrupted write never leaves half a settings
-    // file; when the folder refuses new files but the file itself is writable, write in place.
-    std::string temp = path + ".new";
-    if (writeAll(temp)) {
-        std::error_code ec;
-        fs::rename(U8Path(temp), U8Path(path), ec);
-        if (!ec) return true;
-        fs::remove(U8Path(temp), ec);
-    }
-    return writeAll(path);
+    // Written beside the file, flushed and renamed over it: a crash or a full disk never leaves
+    // half a file, and a failed rename keeps the old one. There is deliberately no fall-back to
+    // writing in place when the folder refuses new files: that truncates the file first, so a
+    // failed write would lose it, and a setting not remembered costs far less.
+    return platform::WriteFileAtomically(path, bytes.data(), bytes.size(), /*replace=*/true);
 }
 
 std::optional<std::pair<size_t, size_t>> CIniFile::FindSection(std::string_view section) const {

@@ -34,7 +34,8 @@ public:
 
     // False when the file is missing, unreadable or too large; the object is then empty.
     bool Load(const std::string& path);
-    // Writes the whole file through a temporary file in the same folder and a rename.
+    // Writes the whole file to a temporary file in the same folder, flushes it and renames it
+    // over `path`; false (the old file untouched) when any step fails.
     bool Save(const std::string& path) const;
 
     // Value of the first `key` in the first `section`; nullopt when either is missing.

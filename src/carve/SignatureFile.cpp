@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <filesystem>
 
 #include "carve/SignatureList.h"
+#include "platform/AtomicFile.h"
 #include "platform/Platform.h"
 #include "util/Bytes.h"
 
@@ -60,15 +60,27 @@ void PutBlob(std::vector<uint8_t>& out, const void* p, size_t n) {
     out.insert(out.end(), b, b + n);
 }
 
-bool AnyEmpty(const SignatureFields& f) {
-    return f.size.empty() || f.header.empty() || f.extension.empty() || f.offset.empty() || f.description.empty();
+unsigned UnitShift(int unitIndex) { return unitIndex < 0 ? 0 : unitIndex == 0 ? 10 : 20; }
+
+int HexDigit(char ch) {
+    if (ch >= '0' && ch <= '9') return ch - '0';
+    if (ch >= 'A' && ch <= 'F') return ch - 'A' + 10;
+    if (ch >= 'a' && ch <= 'f') return ch - 'a' + 10;
+    return -1;
 }
 
+std::string_view TrimBlanks(std::string_view s) {
+    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+    while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
+    return s;
+}
+
+// Only called once ValidateUserSignature passed, so every strict parse succeeds.
 void ApplyFields(SignatureRecord& r, const SignatureFields& f) {
-    r.fixedSize = ApplySizeUnit(uint64_t(ParseDecimal64(f.size)), f.unitIndex);
-    r.header = ParseHeaderHex(f.header);
+    r.fixedSize = *ParseUnsignedDecimal(f.size, kMaxUserFixedSize) << UnitShift(f.unitIndex);
+    r.header = *ParseHeaderHexStrict(f.header);
     r.extension = ExtensionWithDot(f.extension);
-    r.headerOffset = uint32_t(ParseDecimal64(f.offset));
+    r.headerOffset = uint32_t(*ParseUnsignedDecimal(f.offset, kUserHeaderSectorBytes));
     r.secondValue = f.secondValue;
     r.description = f.description;
     r.category = f.category ? f.category : uint8_t(kCategoryUserDefault);
@@ -148,19 +160,90 @@ std::vector<uint8_t> SerializeSignatureFile(const std::vector<SignatureRecord>& 
 }
 
 SignatureSaveStatus SaveSignatureFile(const std::string& folder, const std::vector<SignatureRecord>& records) {
-    std::string target = folder + "/" + kSignatureFileName;
-    std::string temp = folder + "/" + kSignatureTempName;
-    {
-        platform::File f;
-        if (f.OpenWrite(temp, /*exclusive=*/true)) {
-            std::vector<uint8_t> bytes = SerializeSignatureFile(records);
-            f.WriteAt(bytes.data(), bytes.size(), 0);
-        }
+    std::vector<uint8_t> bytes = SerializeSignatureFile(records);
+    bool saved = platform::WriteFileAtomically(folder + "/" + kSignatureFileName, bytes.data(), bytes.size(),
+                                               /*replace=*/true);
+    return saved ? SignatureSaveStatus::kSaved : SignatureSaveStatus::kRenameFailed;
+}
+
+std::optional<std::vector<uint8_t>> ParseHeaderHexStrict(std::string_view text, SignatureProblem* problem) {
+    auto fail = [problem](SignatureProblem p) {
+        if (problem) *problem = p;
+        return std::nullopt;
+    };
+    if (text.empty()) return fail(SignatureProblem::kEmpty);
+    for (char ch : text)
+        if (HexDigit(ch) < 0) return fail(SignatureProblem::kNotHex);
+    if (text.size() % 2) return fail(SignatureProblem::kOddHexDigits);
+    if (text.size() / 2 > kMaxUserHeaderBytes) return fail(SignatureProblem::kHeaderTooLong);
+    std::vector<uint8_t> out;
+    out.reserve(text.size() / 2);
+    for (size_t i = 0; i < text.size(); i += 2) out.push_back(uint8_t(HexDigit(text[i]) << 4 | HexDigit(text[i + 1])));
+    if (problem) *problem = SignatureProblem::kNone;
+    return out;
+}
+
+std::optional<uint64_t> ParseUnsignedDecimal(std::string_view text, uint64_t max, SignatureProblem* problem) {
+    auto fail = [problem](SignatureProblem p) {
+        if (problem) *problem = p;
+        return std::nullopt;
+    };
+    text = TrimBlanks(text);
+    if (text.empty()) return fail(SignatureProblem::kEmpty);
+    bool negative = text.front() == '-';
+    if (text.front() == '+' || negative) text.remove_prefix(1);
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string_view::npos)
+        return fail(SignatureProblem::kNotNumber);
+    // "-0" is zero, not a negative number.
+    if (negative && text.find_first_not_of('0') != std::string_view::npos) return fail(SignatureProblem::kNegative);
+    uint64_t v = 0;
+    for (char ch : text) {
+        uint64_t digit = uint64_t(ch - '0');
+        if (v > (max - digit) / 10) return fail(SignatureProblem::kTooLarge);
+        v = v * 10 + digit;
     }
-    std::error_code ec;
-    std::filesystem::remove(target, ec);
-    std::filesystem::rename(temp, target, ec);
-    return ec ? SignatureSaveStatus::kRenameFailed : SignatureSaveStatus::kSaved;
+    if (problem) *problem = SignatureProblem::kNone;
+    return v;
+}
+
+SignatureCheck ValidateUserSignature(const SignatureFields& fields) {
+    auto bad = [](SignatureField f, SignatureProblem p) { return SignatureCheck{f, p}; };
+    SignatureProblem p = SignatureProblem::kNone;
+    // The size is checked against the cap in the unit it was typed in, so size × unit can never
+    // overflow.
+    auto size = ParseUnsignedDecimal(fields.size, kMaxUserFixedSize >> UnitShift(fields.unitIndex), &p);
+    if (!size) return bad(SignatureField::kSize, p);
+    if (*size == 0) return bad(SignatureField::kSize, SignatureProblem::kZero);
+    auto header = ParseHeaderHexStrict(fields.header, &p);
+    if (!header) return bad(SignatureField::kHeader, p);
+    if (fields.extension.empty()) return bad(SignatureField::kExtension, SignatureProblem::kEmpty);
+    if (fields.extension.find_first_not_of('.') == std::string::npos)
+        return bad(SignatureField::kExtension, SignatureProblem::kNoExtensionName);
+    // The header is compared at the offset inside the candidate's first 512 bytes: it has to end
+    // there, or the row could never match.
+    auto offset = ParseUnsignedDecimal(fields.offset, kUserHeaderSectorBytes, &p);
+    if (!offset) return bad(SignatureField::kOffset, p == SignatureProblem::kTooLarge ? SignatureProblem::kNoRoomInSector : p);
+    if (*offset > kUserHeaderSectorBytes - header->size())
+        return bad(SignatureField::kOffset, SignatureProblem::kNoRoomInSector);
+    if (fields.description.empty()) return bad(SignatureField::kDescription, SignatureProblem::kEmpty);
+    return {};
+}
+
+const char* SignatureProblemTextId(SignatureProblem problem) {
+    switch (problem) {
+    case SignatureProblem::kNone: return nullptr;
+    case SignatureProblem::kEmpty: return "IDS_SIG_BAD_EMPTY";
+    case SignatureProblem::kNotHex: return "IDS_SIG_BAD_NOT_HEX";
+    case SignatureProblem::kOddHexDigits: return "IDS_SIG_BAD_ODD_HEX";
+    case SignatureProblem::kHeaderTooLong: return "IDS_SIG_BAD_HEADER_LONG";
+    case SignatureProblem::kNotNumber: return "IDS_SIG_BAD_NOT_NUMBER";
+    case SignatureProblem::kNegative: return "IDS_SIG_BAD_NEGATIVE";
+    case SignatureProblem::kZero: return "IDS_SIG_BAD_ZERO";
+    case SignatureProblem::kTooLarge: return "IDS_SIG_BAD_TOO_LARGE";
+    case SignatureProblem::kNoRoomInSector: return "IDS_SIG_BAD_NO_ROOM";
+    case SignatureProblem::kNoExtensionName: return "IDS_SIG_BAD_NO_EXT";
+    }
+    return nullptr;
 }
 
 std::vector<uint8_t> ParseHeaderHex(std::string_view text) {
@@ -193,8 +276,11 @@ std::string ExtensionWithDot(std::string extension) {
     return extension;
 }
 
-SignatureEditResult AddUserSignature(std::vector<SignatureRecord>& records, const SignatureFields& fields) {
-    if (AnyEmpty(fields)) return SignatureEditResult::kEmptyField;
+SignatureEditResult AddUserSignature(std::vector<SignatureRecord>& records, const SignatureFields& fields,
+                                     SignatureCheck* check) {
+    SignatureCheck c = ValidateUserSignature(fields);
+    if (check) *check = c;
+    if (!c.Ok()) return SignatureEditResult::kInvalidField;
     SignatureRecord r;
     ApplyFields(r, fields);
     r.userDefined = 1;
@@ -203,10 +289,13 @@ SignatureEditResult AddUserSignature(std::vector<SignatureRecord>& records, cons
     return SignatureEditResult::kDone;
 }
 
-SignatureEditResult EditUserSignature(std::vector<SignatureRecord>& records, size_t row, const SignatureFields& fields) {
+SignatureEditResult EditUserSignature(std::vector<SignatureRecord>& records, size_t row, const SignatureFields& fields,
+                                      SignatureCheck* check) {
     if (row >= records.size()) return SignatureEditResult::kNoSuchRow;
     if (records[row].userDefined != 1) return SignatureEditResult::kNotUserDefined;
-    if (AnyEmpty(fields)) return SignatureEditResult::kEmptyField;
+    SignatureCheck c = ValidateUserSignature(fields);
+    if (check) *check = c;
+    if (!c.Ok()) return SignatureEditResult::kInvalidField;
     ApplyFields(records[row], fields);
     return SignatureEditResult::kDone;
 }

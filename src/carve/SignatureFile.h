@@ -2,7 +2,9 @@
 // The signature file "slt.dat" in the program folder: every searchable type, shipped and
 // user-defined, as "KST3", a count, the records and a "3TSK" trailer (little-endian, texts
 // without terminator). Also the add, edit and delete rules of the signature list.
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,7 +15,6 @@
 namespace kestrin {
 
 inline constexpr const char* kSignatureFileName = "slt.dat";
-inline constexpr const char* kSignatureTempName = "~slt.dat";
 // Type ids of user records start here (record count at the time of adding + 1001).
 inline constexpr uint32_t kFirstUserTypeId = 1001;
 
@@ -37,9 +38,10 @@ SignatureLoad LoadSignatureFile(const std::string& folder);
 std::vector<uint8_t> SerializeSignatureFile(const std::vector<SignatureRecord>& records);
 
 enum class SignatureSaveStatus { kSaved, kRenameFailed };
-// Writes "~slt.dat" (only when no such file exists), deletes "slt.dat" and renames the new file
-// into its place. A leftover "~slt.dat" is therefore what ends up as "slt.dat", and a failed
-// rename leaves no "slt.dat" at all: both as the program has always behaved.
+// Writes the whole list to a fresh temporary file beside "slt.dat", flushes it to the device and
+// renames it over "slt.dat". Until that rename the old file is untouched, so a crash, a full disk
+// or a failed rename leaves the previous list in place; a temporary left by an earlier crash
+// ("~slt.dat" included) is never used.
 SignatureSaveStatus SaveSignatureFile(const std::string& folder, const std::vector<SignatureRecord>& records);
 
 // The add and edit dialogs' fields, as typed.
@@ -54,6 +56,47 @@ struct SignatureFields {
     uint8_t category = 0;    // 0: the user-defined default (listed by every mode)
 };
 
+// The first sector a user signature is compared in: the header must lie inside its 512 bytes.
+inline constexpr uint32_t kUserHeaderSectorBytes = 512;
+// The stored header length is 8-bit.
+inline constexpr size_t kMaxUserHeaderBytes = 255;
+// Every hit of a user signature becomes a file of the fixed size. 4 GiB is far above any file
+// a fixed-size rule is good for and keeps size × unit clear of overflow; a larger value is a
+// typing error that would turn each hit into a huge bogus file.
+inline constexpr uint64_t kMaxUserFixedSize = 4ull << 30;
+
+// The fields of the add and edit dialogs, in the order they are shown and checked.
+enum class SignatureField { kNone, kSize, kHeader, kExtension, kOffset, kDescription };
+enum class SignatureProblem {
+    kNone,
+    kEmpty,           // nothing typed
+    kNotHex,          // a character other than 0-9, A-F, a-f
+    kOddHexDigits,    // a byte is given by one hex digit only
+    kHeaderTooLong,   // more than kMaxUserHeaderBytes bytes
+    kNotNumber,       // not a whole decimal number
+    kNegative,        // a minus sign
+    kZero,            // a fixed size of 0
+    kTooLarge,        // the size times its unit is above kMaxUserFixedSize
+    kNoRoomInSector,  // offset + header length is past the first 512 bytes
+    kNoExtensionName, // only dots
+};
+struct SignatureCheck {
+    SignatureField field = SignatureField::kNone;
+    SignatureProblem problem = SignatureProblem::kNone;
+    bool Ok() const { return problem == SignatureProblem::kNone; }
+};
+
+// Checks the typed fields before anything is stored: the first faulty field in dialog order.
+SignatureCheck ValidateUserSignature(const SignatureFields& fields);
+// Language text identifier that explains `problem` after the field's name (nullptr for kNone).
+const char* SignatureProblemTextId(SignatureProblem problem);
+
+// Whole hex pairs only (upper or lower case), nothing else; nullopt with `problem` set otherwise.
+std::optional<std::vector<uint8_t>> ParseHeaderHexStrict(std::string_view text, SignatureProblem* problem = nullptr);
+// Decimal digits only (blanks around them allowed) for a value up to `max`; nullopt with
+// `problem` set to kEmpty, kNegative, kNotNumber or kTooLarge otherwise.
+std::optional<uint64_t> ParseUnsignedDecimal(std::string_view text, uint64_t max, SignatureProblem* problem = nullptr);
+
 // Upper-cased, two characters per byte: a character below 'A' counts as its value - 48, any
 // other as its value - 55, with no further check; a trailing odd character is dropped.
 std::vector<uint8_t> ParseHeaderHex(std::string_view text);
@@ -66,11 +109,15 @@ uint64_t ApplySizeUnit(uint64_t size, int unitIndex);
 // "jpg" becomes ".jpg"; a text holding a dot anywhere is kept as it is.
 std::string ExtensionWithDot(std::string extension);
 
-enum class SignatureEditResult { kDone, kEmptyField, kNotUserDefined, kNoSuchRow };
-// Appends a user record: type id = record count + 1001. Any empty field adds nothing.
-SignatureEditResult AddUserSignature(std::vector<SignatureRecord>& records, const SignatureFields& fields);
-// Replaces the fields of the user record at `row` (shipped records cannot be edited).
-SignatureEditResult EditUserSignature(std::vector<SignatureRecord>& records, size_t row, const SignatureFields& fields);
+enum class SignatureEditResult { kDone, kInvalidField, kNotUserDefined, kNoSuchRow };
+// Appends a user record: type id = record count + 1001. Fields that fail ValidateUserSignature
+// add nothing; `check` (when given) says which and why.
+SignatureEditResult AddUserSignature(std::vector<SignatureRecord>& records, const SignatureFields& fields,
+                                     SignatureCheck* check = nullptr);
+// Replaces the fields of the user record at `row` (shipped records cannot be edited), with the
+// same checks as adding.
+SignatureEditResult EditUserSignature(std::vector<SignatureRecord>& records, size_t row, const SignatureFields& fields,
+                                      SignatureCheck* check = nullptr);
 // Removes the user record at `row`; shipped records cannot be deleted.
 SignatureEditResult DeleteUserSignature(std::vector<SignatureRecord>& records, size_t row);
 

@@ -2,6 +2,7 @@
 // rows a recovery mode shows), add, edit and delete user-defined file types.
 #include <cinttypes>
 #include <cstdio>
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -22,7 +23,7 @@ struct SignatureOptions {
     std::string folder;
     std::string mode;
     bool json = false;
-    size_t row = 0;
+    std::string row; // as typed: "abc" must get its own message, not CLI11's
     std::string header, ext, offset, size, unit, description, type, category;
 };
 
@@ -43,10 +44,8 @@ std::string Hex(const std::vector<uint8_t>& b) {
     return s;
 }
 
-// Loads the list; a missing or damaged file is said on stderr, and what could be read is used.
-std::vector<SignatureRecord> Load(const std::string& folder, bool& missing) {
-    SignatureLoad load = LoadSignatureFile(folder);
-    missing = load.status == SignatureLoadStatus::kMissing;
+// Says on stderr what is wrong with a missing or damaged file.
+void ReportLoad(const std::string& folder, const SignatureLoad& load) {
     switch (load.status) {
     case SignatureLoadStatus::kOk: break;
     case SignatureLoadStatus::kMissing:
@@ -65,6 +64,13 @@ std::vector<SignatureRecord> Load(const std::string& folder, bool& missing) {
                         "The signature file ends early; file types loaded:").c_str());
         break;
     }
+}
+
+// Loads the list for reading; what could be read is used.
+std::vector<SignatureRecord> Load(const std::string& folder, bool& missing) {
+    SignatureLoad load = LoadSignatureFile(folder);
+    missing = load.status == SignatureLoadStatus::kMissing;
+    ReportLoad(folder, load);
     return std::move(load.records);
 }
 
@@ -93,6 +99,35 @@ bool ParseUnit(const std::string& text, int& index) {
 int Usage(const std::string& what) {
     std::fprintf(stderr, "kestrin: %s\n", what.c_str());
     return kExitUsage;
+}
+
+// `text` with each "%s" replaced by the next of `args`.
+std::string Fill(std::string text, std::initializer_list<std::string> args) {
+    size_t at = 0;
+    for (const std::string& a : args) {
+        at = text.find("%s", at);
+        if (at == std::string::npos) break;
+        text.replace(at, 2, a);
+        at += a.size();
+    }
+    return text;
+}
+
+// The option that holds `field`, for messages that name it.
+const char* OptionName(SignatureField field) {
+    switch (field) {
+    case SignatureField::kSize: return "--size";
+    case SignatureField::kHeader: return "--header";
+    case SignatureField::kExtension: return "--ext";
+    case SignatureField::kOffset: return "--offset";
+    case SignatureField::kDescription: return "--description";
+    case SignatureField::kNone: break;
+    }
+    return "";
+}
+
+int RejectFields(const SignatureCheck& check) {
+    return Usage(std::string(OptionName(check.field)) + ": " + T(SignatureProblemTextId(check.problem)));
 }
 
 // The fields as typed; for edit, the fields not given keep the record's values.
@@ -176,42 +211,64 @@ int Save(const std::string& folder, const std::vector<SignatureRecord>& rows, co
     return kExitOk;
 }
 
+// Loads the list for a change. A file that could not be read in full is refused: saving what was
+// read would drop the rows that were not.
+bool LoadForChange(const std::string& folder, std::vector<SignatureRecord>& rows) {
+    SignatureLoad load = LoadSignatureFile(folder);
+    if (load.status == SignatureLoadStatus::kOk) {
+        rows = std::move(load.records);
+        return true;
+    }
+    ReportLoad(folder, load);
+    std::fprintf(stderr, "kestrin: %s\n", T("IDS_SIG_NOT_CHANGED").c_str());
+    return false;
+}
+
 int RunAdd(const SignatureOptions& o) {
     std::string folder = Folder(o);
-    bool missing;
-    std::vector<SignatureRecord> rows = Load(folder, missing);
+    std::vector<SignatureRecord> rows;
     SignatureFields f;
     int rc = kExitOk;
     if (!Fields(o, nullptr, f, rc)) return rc;
-    if (AddUserSignature(rows, f) != SignatureEditResult::kDone)
-        return Usage(T("IDS_SIG_EMPTY_FIELD", "Every field must be filled in; nothing was added."));
+    // The fields are checked before the file is even read, so a typing error says only that.
+    SignatureCheck check = ValidateUserSignature(f);
+    if (!check.Ok()) return RejectFields(check);
+    if (!LoadForChange(folder, rows)) return kExitUsage;
+    if (AddUserSignature(rows, f, &check) != SignatureEditResult::kDone) return RejectFields(check);
     if ((rc = Save(folder, rows, "IDS_UNABLE_TO_SAVE")) != kExitOk) return rc;
     std::printf("%s\n", Tf("IDS_SIG_ADDED", std::to_string(rows.back().typeId), "File type added; type id").c_str());
     return kExitOk;
 }
 
-bool RowIndex(const SignatureOptions& o, size_t count, size_t& index) {
-    if (o.row == 0 || o.row > count) return false;
-    index = o.row - 1;
+// The index of the user-defined row that ID names; false, with the reason on stderr, for an ID
+// that names no row or a shipped row. `edit` picks the wording (edited or deleted).
+bool UserRowIndex(const SignatureOptions& o, const std::vector<SignatureRecord>& rows, bool edit, size_t& index) {
+    auto row = ParseUnsignedDecimal(o.row, rows.size());
+    if (!row || *row == 0) {
+        std::string text = rows.empty() ? Fill(T("IDS_SIG_NO_ROW_EMPTY"), {o.row})
+                                        : Fill(T("IDS_SIG_NO_ROW"), {o.row, "1-" + std::to_string(rows.size())});
+        std::fprintf(stderr, "kestrin: %s\n", text.c_str());
+        return false;
+    }
+    index = size_t(*row - 1);
+    if (rows[index].userDefined != 1) {
+        std::string text = Fill(T(edit ? "IDS_SIG_SHIPPED_EDIT" : "IDS_SIG_SHIPPED_DELETE"), {std::to_string(*row)});
+        std::fprintf(stderr, "kestrin: %s\n", text.c_str());
+        return false;
+    }
     return true;
 }
 
 int RunEdit(const SignatureOptions& o) {
     std::string folder = Folder(o);
-    bool missing;
-    std::vector<SignatureRecord> rows = Load(folder, missing);
+    std::vector<SignatureRecord> rows;
     size_t index;
-    if (!RowIndex(o, rows.size(), index))
-        return Usage(Tf("IDS_SIG_NO_SUCH_ROW", std::to_string(o.row), "No such row in the signature list:"));
-    if (rows[index].userDefined != 1) {
-        std::fprintf(stderr, "kestrin: %s\n", T("IDS_SELECT_USER_DEF").c_str());
-        return kExitUsage;
-    }
+    if (!LoadForChange(folder, rows) || !UserRowIndex(o, rows, true, index)) return kExitUsage;
     SignatureFields f;
     int rc = kExitOk;
     if (!Fields(o, &rows[index], f, rc)) return rc;
-    if (EditUserSignature(rows, index, f) != SignatureEditResult::kDone)
-        return Usage(T("IDS_SIG_EMPTY_FIELD", "Every field must be filled in; nothing was changed."));
+    SignatureCheck check;
+    if (EditUserSignature(rows, index, f, &check) != SignatureEditResult::kDone) return RejectFields(check);
     if ((rc = Save(folder, rows, "IDS_UNABLE_TO_SAVE")) != kExitOk) return rc;
     std::printf("%s\n", T("IDS_SIG_SAVED", "The file type was saved.").c_str());
     return kExitOk;
@@ -219,19 +276,16 @@ int RunEdit(const SignatureOptions& o) {
 
 int RunDelete(const SignatureOptions& o) {
     std::string folder = Folder(o);
-    bool missing;
-    std::vector<SignatureRecord> rows = Load(folder, missing);
+    std::vector<SignatureRecord> rows;
     size_t index;
-    if (!RowIndex(o, rows.size(), index)) {
+    if (!LoadForChange(folder, rows) || !UserRowIndex(o, rows, false, index)) return kExitUsage;
+    if (DeleteUserSignature(rows, index) != SignatureEditResult::kDone) {
         std::fprintf(stderr, "kestrin: %s\n", T("IDS_DELETION_FAILED").c_str());
         return kExitUsage;
     }
-    if (DeleteUserSignature(rows, index) == SignatureEditResult::kNotUserDefined) {
-        std::fprintf(stderr, "kestrin: %s\n", T("IDS_SELECT_USER_DEF").c_str());
-        return kExitUsage;
-    }
+    if (int rc = Save(folder, rows, "IDS_FAILED_TO_SAVE"); rc != kExitOk) return rc;
     std::printf("%s\n", T("IDS_DEL_SUCCESSFUL").c_str());
-    return Save(folder, rows, "IDS_FAILED_TO_SAVE");
+    return kExitOk;
 }
 
 void AddFieldOptions(CLI::App* sub, SignatureOptions& o, bool required) {

@@ -99,11 +99,37 @@ SignatureFields CSignatureAddDlg::Fields() const {
 SignatureEditResult CSignatureAddDlg::Apply(const SignatureFields& fields) { return AddUserSignature(m_records, fields); }
 
 void CSignatureAddDlg::Confirm() {
-    // An empty field leaves everything as it is and the dialog open.
-    if (Apply(Fields()) != SignatureEditResult::kDone) return;
+    // A faulty field is named in a message box; nothing is stored and the dialog stays open with
+    // that field selected for correcting.
+    SignatureFields fields = Fields();
+    SignatureCheck check = ValidateUserSignature(fields);
+    if (!check.Ok()) {
+        RejectField(check);
+        return;
+    }
+    if (Apply(fields) != SignatureEditResult::kDone) return;
     for (QLineEdit* e : {m_size, m_header, m_extension, m_offset, m_description}) e->clear();
     SaveSignaturesAndTell(this, m_folder, m_records, "IDS_SIG_SAVED", "IDS_UNABLE_TO_SAVE");
     accept();
+}
+
+void CSignatureAddDlg::RejectField(const SignatureCheck& check) {
+    struct Named {
+        QLineEdit* edit;
+        QString name;
+    };
+    Named field{};
+    switch (check.field) {
+    case SignatureField::kSize: field = {m_size, Tx("IDS_UI_SIZE", "Size")}; break;
+    case SignatureField::kHeader: field = {m_header, Tx("IDS_FSINHEX")}; break;
+    case SignatureField::kExtension: field = {m_extension, Tx("IDS_UI_EXTENSION", "Extension")}; break;
+    case SignatureField::kOffset: field = {m_offset, Tx("IDS_UI_SIG_OFFSET", "Offset in the first sector")}; break;
+    case SignatureField::kDescription: field = {m_description, Tx("IDS_FE")}; break;
+    case SignatureField::kNone: return;
+    }
+    CQtMessages::Inform(this, field.name + ": " + Tx(SignatureProblemTextId(check.problem)));
+    field.edit->setFocus();
+    field.edit->selectAll();
 }
 
 void CSignatureAddDlg::ShowRecord(const SignatureRecord& record) {

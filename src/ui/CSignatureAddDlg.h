@@ -1,8 +1,8 @@
 #pragma once
 // The dialog that adds a user-defined file type: fixed size with its unit, file signature in
 // hex, extension, offset of the signature in the first sector, type group and description. OK
-// with any field empty does nothing; otherwise the record is appended, the list is saved to the
-// signature file and the dialog closes.
+// with a faulty field (empty ones included) names it in a message box and stores nothing;
+// otherwise the record is appended, the list is saved to the signature file and the dialog closes.
 #include <QDialog>
 #include <string>
 #include <vector>
@@ -31,6 +31,8 @@ protected:
     virtual SignatureEditResult Apply(const SignatureFields& fields);
     // Fills the fields from `record` (the edit dialog); the size is shown in bytes.
     void ShowRecord(const SignatureRecord& record);
+    // Names the faulty field and why in a message box, and selects that field.
+    void RejectField(const SignatureCheck& check);
 
     std::vector<SignatureRecord>& m_records;
     std::string m_folder;

@@ -1,7 +1,7 @@
 #pragma once
 // The dialog that edits a user-defined file type: the add dialog's fields filled from the record,
-// with the size in bytes. OK with any field empty does nothing; otherwise the record is changed
-// in place, the list is saved and the dialog closes.
+// with the size in bytes. OK with a faulty field names it and stores nothing, as adding does;
+// otherwise the record is changed in place, the list is saved and the dialog closes.
 #include "ui/CSignatureAddDlg.h"
 
 namespace kestrin::ui {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <iterator>
+
 #include "AppTestUtil.h"
 
 namespace kestrin::app {
@@ -94,7 +97,32 @@ TEST(CIniFile, ProfileReadCapsLikeAFixedBuffer) {
     EXPECT_EQ(ReadProfileString("S", "k", path, 0), "");
     ASSERT_TRUE(WriteProfileString("s", "K", "other", path));
     EXPECT_EQ(test::ReadFile(path), "[S]\nk=other\n");
-    EXPECT_FALSE(std::filesystem::exists(path + ".new"));
+}
+
+size_t EntryCount(const std::string& dir) {
+    namespace fs = std::filesystem;
+    return size_t(std::distance(fs::directory_iterator(dir), fs::directory_iterator()));
+}
+
+TEST(CIniFile, SaveReplacesTheWholeFileOrLeavesItAlone) {
+    test::TempFolder dir;
+    std::string path = dir.path + "/settings.ini";
+    // Temporaries left by an earlier crash are not used: the write lands.
+    test::WriteFile(path + ".new", "[S]\nk=stale\n");
+    test::WriteFile(dir.path + "/.settings.ini.Q1w2E3.part", "[S]\nk=stale\n");
+    ASSERT_TRUE(WriteProfileString("S", "k", "1", path));
+    ASSERT_TRUE(WriteProfileString("S", "k", "2", path));
+    EXPECT_EQ(test::ReadFile(path), "[S]\r\nk=2\r\n");
+    EXPECT_EQ(ReadProfileString("S", "k", path, 10), "2");
+    EXPECT_EQ(EntryCount(dir.path), 3u); // nothing of ours left beside it
+
+    // Something the rename cannot replace (a folder with content) stays as it was.
+    test::TempFolder blocked;
+    std::string inPlace = blocked.path + "/settings.ini";
+    test::WriteFile(inPlace + "/keep", "keep");
+    EXPECT_FALSE(WriteProfileString("S", "k", "3", inPlace));
+    EXPECT_EQ(test::ReadFile(inPlace + "/keep"), "keep");
+    EXPECT_EQ(EntryCount(blocked.path), 1u);
 }
 
 } // namespace

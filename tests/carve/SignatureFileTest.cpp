@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
 
 #include "CarveTestUtil.h"
@@ -84,28 +85,52 @@ TEST(SignatureFile, RoundTripAndDamagedFiles) {
     EXPECT_EQ(load.records[0].header.size(), 44u);
 }
 
-TEST(SignatureFile, SaveSequenceAndItsLeftoverQuirk) {
+std::string FileText(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+size_t EntryCount(const fs::path& dir) {
+    return size_t(std::distance(fs::directory_iterator(dir), fs::directory_iterator()));
+}
+
+TEST(SignatureFile, SaveReplacesWholeAndKeepsTheOldFileOnFailure) {
     TempFolder dir;
     auto table = ShippedTable();
     ASSERT_EQ(SaveSignatureFile(dir.str(), table), SignatureSaveStatus::kSaved);
-    EXPECT_FALSE(fs::exists(dir.path / "~slt.dat"));
     EXPECT_EQ(LoadSignatureFile(dir.str()).records.size(), table.size());
+    EXPECT_EQ(EntryCount(dir.path), 1u); // no temporary left beside it
 
-    // A leftover "~slt.dat" is not overwritten: it becomes slt.dat and the edit is lost.
-    {
-        auto old = SerializeSignatureFile({table[0]});
-        std::ofstream(dir.path / "~slt.dat", std::ios::binary).write(reinterpret_cast<const char*>(old.data()), old.size());
-    }
-    EXPECT_EQ(SaveSignatureFile(dir.str(), table), SignatureSaveStatus::kSaved);
-    EXPECT_EQ(LoadSignatureFile(dir.str()).records.size(), 1u);
+    // A temporary left by an earlier crash (the old fixed name, or ours) takes no part: the new
+    // list lands, and the leftovers are not ours to delete.
+    auto stale = SerializeSignatureFile({table[0]});
+    std::string staleText(stale.begin(), stale.end());
+    std::ofstream(dir.path / "~slt.dat", std::ios::binary) << staleText;
+    std::ofstream(dir.path / ".slt.dat.AbC123.part", std::ios::binary) << staleText;
+    std::vector<SignatureRecord> two = {table[1], table[2]};
+    ASSERT_EQ(SaveSignatureFile(dir.str(), two), SignatureSaveStatus::kSaved);
+    SignatureLoad load = LoadSignatureFile(dir.str());
+    ASSERT_EQ(load.records.size(), 2u);
+    EXPECT_EQ(load.records[0].extension, table[1].extension);
+    EXPECT_EQ(FileText(dir.path / "~slt.dat"), staleText);
+    EXPECT_EQ(EntryCount(dir.path), 3u);
 
-    // Nowhere to write: the old file is deleted first, so nothing is left.
+    // The rename cannot replace what is there (a folder with content): it stays as it was and
+    // no temporary is left.
+    TempFolder blocked;
+    fs::create_directories(blocked.path / "slt.dat");
+    std::ofstream(blocked.path / "slt.dat" / "keep", std::ios::binary) << "keep";
+    EXPECT_EQ(SaveSignatureFile(blocked.str(), table), SignatureSaveStatus::kRenameFailed);
+    EXPECT_EQ(FileText(blocked.path / "slt.dat" / "keep"), "keep");
+    EXPECT_EQ(EntryCount(blocked.path), 1u);
+
+    // No folder to write into.
     EXPECT_EQ(SaveSignatureFile((dir.path / "missing").string(), table), SignatureSaveStatus::kRenameFailed);
-    SignatureLoad load = LoadSignatureFile((dir.path / "missing").string());
-    EXPECT_EQ(load.status, SignatureLoadStatus::kMissing);
+    EXPECT_FALSE(fs::exists(dir.path / "missing"));
 }
 
 TEST(SignatureFile, AddEditDeleteRules) {
+    // The literal parsers keep their behaviour for what still reads old text.
     EXPECT_EQ(ParseHeaderHex("ffd8"), (std::vector<uint8_t>{0xFF, 0xD8}));
     EXPECT_EQ(ParseHeaderHex("FFD"), (std::vector<uint8_t>{0xFF}));
     EXPECT_EQ(ParseHeaderHex("G0"), (std::vector<uint8_t>{0x00}));    // 'G' - 55 = 16: its high half is lost
@@ -124,24 +149,99 @@ TEST(SignatureFile, AddEditDeleteRules) {
     EXPECT_EQ(added.typeId, shipped + 1001);
     EXPECT_EQ(added.userDefined, 1u);
     EXPECT_EQ(added.fixedSize, 5120u);
+    EXPECT_EQ(added.header, (std::vector<uint8_t>{0xFF, 0xD8}));
     EXPECT_EQ(added.extension, ".xyz");
     EXPECT_EQ(added.headerOffset, 3u);
     EXPECT_EQ(added.secondValue, 4u);
     EXPECT_EQ(added.category, kCategoryUserDefault);
 
-    SignatureFields empty = f;
-    empty.description.clear();
-    EXPECT_EQ(AddUserSignature(rows, empty), SignatureEditResult::kEmptyField);
+    // A faulty field stores nothing and says which.
+    SignatureFields junk = f;
+    junk.header = "ZZ";
+    SignatureCheck check;
+    EXPECT_EQ(AddUserSignature(rows, junk, &check), SignatureEditResult::kInvalidField);
+    EXPECT_EQ(check.field, SignatureField::kHeader);
     EXPECT_EQ(rows.size(), shipped + 1);
+    EXPECT_EQ(EditUserSignature(rows, shipped, junk, &check), SignatureEditResult::kInvalidField);
+    EXPECT_EQ(rows.back().header, (std::vector<uint8_t>{0xFF, 0xD8}));
 
     f.unitIndex = 1;
     EXPECT_EQ(EditUserSignature(rows, shipped, f), SignatureEditResult::kDone);
     EXPECT_EQ(rows.back().fixedSize, 5242880u);
     EXPECT_EQ(EditUserSignature(rows, 0, f), SignatureEditResult::kNotUserDefined);
+    EXPECT_EQ(EditUserSignature(rows, rows.size(), f), SignatureEditResult::kNoSuchRow);
     EXPECT_EQ(DeleteUserSignature(rows, 0), SignatureEditResult::kNotUserDefined);
     EXPECT_EQ(rows.size(), shipped + 1);
     EXPECT_EQ(DeleteUserSignature(rows, shipped), SignatureEditResult::kDone);
     EXPECT_EQ(rows.size(), shipped);
+}
+
+TEST(SignatureFile, UserFieldsAreCheckedBeforeStoring) {
+    using F = SignatureField;
+    using P = SignatureProblem;
+    const std::string maxHeader(2 * kMaxUserHeaderBytes, 'A');
+    struct Case {
+        SignatureFields fields;
+        F field;
+        P problem;
+    } cases[] = {
+        {{"1", 0, "4B53", "ks", "0", 0, "d"}, F::kNone, P::kNone},
+        {{" 7 ", -1, "4b53", ".ks", "+5", 0, "d"}, F::kNone, P::kNone},
+        // Header: whole hex pairs, 1 to 255 bytes.
+        {{"1", 0, "ZZ", "ks", "0", 0, "d"}, F::kHeader, P::kNotHex},
+        {{"1", 0, "FF D8", "ks", "0", 0, "d"}, F::kHeader, P::kNotHex},
+        {{"1", 0, "0x", "ks", "0", 0, "d"}, F::kHeader, P::kNotHex},
+        {{"1", 0, "FFD", "ks", "0", 0, "d"}, F::kHeader, P::kOddHexDigits},
+        {{"1", 0, "", "ks", "0", 0, "d"}, F::kHeader, P::kEmpty},
+        {{"1", 0, maxHeader + "AA", "ks", "0", 0, "d"}, F::kHeader, P::kHeaderTooLong},
+        // Offset: the header has to end inside the first 512 bytes.
+        {{"1", 0, maxHeader, "ks", "257", 0, "d"}, F::kNone, P::kNone},
+        {{"1", 0, maxHeader, "ks", "258", 0, "d"}, F::kOffset, P::kNoRoomInSector},
+        {{"1", 0, "AA", "ks", "511", 0, "d"}, F::kNone, P::kNone},
+        {{"1", 0, "AA", "ks", "512", 0, "d"}, F::kOffset, P::kNoRoomInSector},
+        {{"1", 0, "AA", "ks", "4294967295", 0, "d"}, F::kOffset, P::kNoRoomInSector},
+        {{"1", 0, "AA", "ks", "99999999999999999999999", 0, "d"}, F::kOffset, P::kNoRoomInSector},
+        {{"1", 0, "AA", "ks", "-1", 0, "d"}, F::kOffset, P::kNegative},
+        {{"1", 0, "AA", "ks", "12abc", 0, "d"}, F::kOffset, P::kNotNumber},
+        {{"1", 0, "AA", "ks", "-", 0, "d"}, F::kOffset, P::kNotNumber},
+        {{"1", 0, "AA", "ks", " ", 0, "d"}, F::kOffset, P::kEmpty},
+        // Size: 1 byte up to 4 GiB whatever the unit, never a wrapped product.
+        {{"0", 0, "AA", "ks", "0", 0, "d"}, F::kSize, P::kZero},
+        {{"-5", 0, "AA", "ks", "0", 0, "d"}, F::kSize, P::kNegative},
+        {{"5k", 0, "AA", "ks", "0", 0, "d"}, F::kSize, P::kNotNumber},
+        {{"4194304", 0, "AA", "ks", "0", 0, "d"}, F::kNone, P::kNone},
+        {{"4194305", 0, "AA", "ks", "0", 0, "d"}, F::kSize, P::kTooLarge},
+        {{"4096", 1, "AA", "ks", "0", 0, "d"}, F::kNone, P::kNone},
+        {{"4097", 1, "AA", "ks", "0", 0, "d"}, F::kSize, P::kTooLarge},
+        {{"17592186044416", 1, "AA", "ks", "0", 0, "d"}, F::kSize, P::kTooLarge}, // 2^44 MB = 2^64 bytes
+        {{"4294967297", -1, "AA", "ks", "0", 0, "d"}, F::kSize, P::kTooLarge},
+        {{"18446744073709551616", -1, "AA", "ks", "0", 0, "d"}, F::kSize, P::kTooLarge},
+        // Extension and description.
+        {{"1", 0, "AA", "", "0", 0, "d"}, F::kExtension, P::kEmpty},
+        {{"1", 0, "AA", ".", "0", 0, "d"}, F::kExtension, P::kNoExtensionName},
+        {{"1", 0, "AA", "..", "0", 0, "d"}, F::kExtension, P::kNoExtensionName},
+        {{"1", 0, "AA", "ks", "0", 0, ""}, F::kDescription, P::kEmpty},
+        // The first faulty field in dialog order is the one named.
+        {{"0", 0, "ZZ", "", "-1", 0, ""}, F::kSize, P::kZero},
+    };
+    for (const Case& c : cases) {
+        SignatureCheck check = ValidateUserSignature(c.fields);
+        std::string what = c.fields.size + "|" + c.fields.header.substr(0, 8) + "|" + c.fields.extension + "|" +
+                           c.fields.offset + "|" + c.fields.description;
+        EXPECT_EQ(check.field, c.field) << what;
+        EXPECT_EQ(check.problem, c.problem) << what;
+        EXPECT_EQ(check.Ok(), c.problem == P::kNone) << what;
+        EXPECT_EQ(SignatureProblemTextId(check.problem) == nullptr, check.Ok()) << what;
+        std::vector<SignatureRecord> rows;
+        EXPECT_EQ(AddUserSignature(rows, c.fields) == SignatureEditResult::kDone, check.Ok()) << what;
+    }
+
+    // What passes is stored exactly: 4 GiB in bytes, the header at the last offset that fits.
+    std::vector<SignatureRecord> rows;
+    ASSERT_EQ(AddUserSignature(rows, {"4194304", 0, "a0Ff", "ks", "510", 0, "d"}), SignatureEditResult::kDone);
+    EXPECT_EQ(rows[0].fixedSize, kMaxUserFixedSize);
+    EXPECT_EQ(rows[0].header, (std::vector<uint8_t>{0xA0, 0xFF}));
+    EXPECT_EQ(rows[0].headerOffset, 510u);
 }
 
 TEST(SignatureList, ModesAndExtensionLists) {

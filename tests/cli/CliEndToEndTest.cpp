@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <fstream>
@@ -10,6 +11,9 @@
 #include <sys/wait.h>
 
 #include "TestImages.h"
+#ifdef KESTRIN_HAVE_CARVE
+#include "carve/SignatureFile.h"
+#endif
 
 namespace {
 
@@ -201,5 +205,72 @@ TEST(CliEndToEnd, DynamicDiskVolumesListAndRecover) {
         EXPECT_TRUE(got == want) << name;
     }
     std::filesystem::remove_all(out);
+}
+#endif
+
+#ifdef KESTRIN_HAVE_CARVE
+// `kestrin signatures` on a copy of the built slt.dat: junk fields are refused naming the option,
+// unknown and shipped rows say why, a damaged file is not rewritten, and every refusal leaves
+// the file byte for byte as it was.
+TEST(CliEndToEnd, SignaturesRefuseJunkAndKeepTheFile) {
+    namespace fs = std::filesystem;
+    std::string dir = testing::TempDir() + "kestrin-sig-XXXXXX";
+    ASSERT_TRUE(::mkdtemp(dir.data()));
+    const std::string slt = dir + "/slt.dat", err = dir + "/stderr.txt";
+    fs::copy_file(std::string(KESTRIN_BINARY_DIR) + "/slt.dat", slt);
+    const std::string shipped = ReadFile(slt);
+    const size_t rows = kestrin::LoadSignatureFile(dir).records.size();
+    ASSERT_GT(rows, 10u);
+    auto sig = [&](const std::string& args) { return Kestrin("signatures --folder " + Quote(dir) + " " + args, err); };
+
+    struct Refusal {
+        std::string args;
+        std::string message; // what stderr must hold
+    };
+    const std::string range = " (rows 1-" + std::to_string(rows) + ")";
+    const std::string ok = " --ext usr --description Mine";
+    const Refusal refusals[] = {
+        {"add --header ZZ --offset 0 --size 1" + ok, "kestrin: --header: "},
+        {"add --header FFD --offset 0 --size 1" + ok, "kestrin: --header: "},
+        {"add --header '' --offset 0 --size 1" + ok, "kestrin: --header: "},
+        {"add --header FFD8 --offset -1 --size 1" + ok, "kestrin: --offset: "},
+        {"add --header FFD8 --offset 511 --size 1" + ok, "kestrin: --offset: "},
+        {"add --header FFD8 --offset 4x --size 1" + ok, "kestrin: --offset: "},
+        {"add --header FFD8 --offset 0 --size 0" + ok, "kestrin: --size: "},
+        {"add --header FFD8 --offset 0 --size 4097 --unit mb" + ok, "kestrin: --size: "},
+        {"add --header FFD8 --offset 0 --size 1 --ext . --description Mine", "kestrin: --ext: "},
+        {"edit 99999 --description x", "kestrin: there is no signature row 99999" + range},
+        {"edit abc --description x", "kestrin: there is no signature row abc" + range},
+        {"delete 0", "kestrin: there is no signature row 0" + range},
+        {"edit 1 --description x", "kestrin: row 1 is a shipped type; only user-defined rows can be edited"},
+        {"delete 1", "kestrin: row 1 is a shipped type; only user-defined rows can be deleted"},
+    };
+    for (const Refusal& r : refusals) {
+        EXPECT_EQ(sig(r.args).exitCode, 1) << r.args;
+        EXPECT_NE(ReadFile(err).find(r.message), std::string::npos) << r.args << "\n" << ReadFile(err);
+        EXPECT_TRUE(ReadFile(slt) == shipped) << r.args;
+    }
+
+    // A good row goes in; junk in an edit of it is refused the same way; deleting it gives the
+    // shipped file back exactly.
+    ASSERT_EQ(sig("add --header ffd8 --offset 510 --size 4 --unit mb" + ok).exitCode, 0);
+    const std::string withUser = ReadFile(slt);
+    auto loaded = kestrin::LoadSignatureFile(dir).records;
+    ASSERT_EQ(loaded.size(), rows + 1);
+    EXPECT_EQ(loaded.back().fixedSize, 4u << 20);
+    EXPECT_EQ(loaded.back().headerOffset, 510u);
+    const std::string user = std::to_string(rows + 1);
+    EXPECT_EQ(sig("edit " + user + " --offset -1").exitCode, 1);
+    EXPECT_NE(ReadFile(err).find("kestrin: --offset: "), std::string::npos);
+    EXPECT_TRUE(ReadFile(slt) == withUser);
+    ASSERT_EQ(sig("delete " + user).exitCode, 0);
+    EXPECT_TRUE(ReadFile(slt) == shipped);
+
+    // A file that ends early is not rewritten from the part that could be read.
+    std::string cut = shipped.substr(0, shipped.size() / 2);
+    std::ofstream(slt, std::ios::binary | std::ios::trunc) << cut;
+    EXPECT_EQ(sig("add --header FFD8 --offset 0 --size 1" + ok).exitCode, 1);
+    EXPECT_TRUE(ReadFile(slt) == cut);
+    fs::remove_all(dir);
 }
 #endif

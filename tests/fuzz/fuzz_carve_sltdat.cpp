@@ -16,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t i = 0; i < load.records.size(); ++i)
         if (again.records[i].header != load.records[i].header || again.records[i].typeId != load.records[i].typeId)
             std::abort();
-    SignatureFields f{"12", 1, "ffd", "x", "7", 0, "d"};
+    SignatureFields f{"12", 1, "ffd8", "x", "7", 0, "d"};
     AddUserSignature(load.records, f);
     if (!load.records.empty()) DeleteUserSignature(load.records, load.records.size() - 1);
     return 0;

@@ -67,6 +67,10 @@ private:
 
     std::string Folder() const { return m_program.path().toStdString(); }
     QString SltPath() const { return m_program.filePath(kSignatureFileName); }
+    // The temporary an earlier program's crash can leave behind.
+    QString StalePath() const { return m_program.filePath("~slt.dat"); }
+    // Files in the program folder other than the language folder.
+    QStringList ProgramFiles() const { return QDir(m_program.path()).entryList(QDir::Files | QDir::Hidden); }
 
 private slots:
     void initTestCase() {
@@ -83,7 +87,7 @@ private slots:
     void init() {
         QDir(SltPath()).removeRecursively();
         QFile::remove(SltPath());
-        QFile::remove(m_program.filePath(kSignatureTempName));
+        QFile::remove(StalePath());
         QVERIFY(QFile::copy(QString(KESTRIN_BINARY_DIR) + "/" + kSignatureFileName, SltPath()));
         QFile::setPermissions(SltPath(), QFile::ReadOwner | QFile::WriteOwner);
         m_messages.clear();
@@ -98,7 +102,12 @@ private slots:
         QVERIFY(rowCount > 0 && rowCount < fileCount);
         ex.List()->topLevelItem(0)->setCheckState(0, Qt::Unchecked);
 
-        // One empty field: OK does nothing and the dialog stays open.
+        // One empty field: OK names it, stores nothing and the dialog stays open. A leftover
+        // temporary from an earlier crash does not keep the new type from being saved.
+        QFile stale(StalePath());
+        QVERIFY(stale.open(QIODevice::WriteOnly));
+        stale.write(shipped.left(64));
+        stale.close();
         bool stayedOpen = false;
         WhenShown<CSignatureAddDlg>([&](CSignatureAddDlg* dlg) {
             QCOMPARE(dlg->windowTitle(), Tx("IDS_ADD_FILE_TYPE"));
@@ -108,6 +117,9 @@ private slots:
             Type(dlg, "offset", "0");
             Click(dlg, "ok");
             stayedOpen = dlg->isVisible();
+            QCOMPARE(m_messages, QStringList{Tx("IDS_FE") + ": " + Tx("IDS_SIG_BAD_EMPTY")});
+            QCOMPARE(FileBytes(SltPath()), shipped);
+            m_messages.clear();
             Type(dlg, "description", "My camera");
             auto* type = dlg->findChild<QComboBox*>("type");
             type->setCurrentIndex(type->findData(1)); // picture
@@ -128,7 +140,7 @@ private slots:
         QCOMPARE(added.description, std::string("My camera"));
         QCOMPARE(added.userDefined, 1u);
         QCOMPARE(added.typeId, uint32_t(fileCount + kFirstUserTypeId));
-        QVERIFY(!QFile::exists(m_program.filePath(kSignatureTempName)));
+        QCOMPARE(ProgramFiles(), (QStringList{"slt.dat", "~slt.dat"}));
 
         // Listed by the mode, selected, ticked; the row unticked before stays unticked.
         QCOMPARE(ex.Rows().size(), rowCount + 1);
@@ -179,38 +191,104 @@ private slots:
         QVERIFY(!ex.Ticked()[0]);
     }
 
+    // Junk in any field is named in a message box in either dialog; nothing is written and the
+    // dialog stays open for correcting.
+    void junkFieldsAreRefused() {
+        const QByteArray before = FileBytes(SltPath());
+        const QString header = Tx("IDS_FSINHEX"), offset = Tx("IDS_UI_SIG_OFFSET"), size = Tx("IDS_UI_SIZE"),
+                      extension = Tx("IDS_UI_EXTENSION");
+        struct Junk {
+            const char* field;
+            QString text;
+            QString message;
+        };
+        const Junk junk[] = {
+            {"header", "ZZ", header + ": " + Tx("IDS_SIG_BAD_NOT_HEX")},
+            {"header", "FFD", header + ": " + Tx("IDS_SIG_BAD_ODD_HEX")},
+            {"offset", "-1", offset + ": " + Tx("IDS_SIG_BAD_NEGATIVE")},
+            {"offset", "511", offset + ": " + Tx("IDS_SIG_BAD_NO_ROOM")}, // a two-byte header
+            {"size", "0", size + ": " + Tx("IDS_SIG_BAD_ZERO")},
+            {"size", "4097", size + ": " + Tx("IDS_SIG_BAD_TOO_LARGE")}, // megabytes
+            {"extension", ".", extension + ": " + Tx("IDS_SIG_BAD_NO_EXT")},
+        };
+        auto fillValid = [](QWidget* dlg) {
+            Type(dlg, "size", "2");
+            Type(dlg, "header", "ffd8");
+            Type(dlg, "extension", "jpg");
+            Type(dlg, "offset", "0");
+            Type(dlg, "description", "Mine");
+        };
+        std::vector<bool> open;
+        WhenShown<CSignatureAddDlg>([&](CSignatureAddDlg* dlg) {
+            dlg->findChild<QComboBox*>("unit")->setCurrentIndex(1); // megabytes
+            for (const Junk& j : junk) {
+                fillValid(dlg);
+                Type(dlg, j.field, j.text);
+                Click(dlg, "ok");
+                open.push_back(dlg->isVisible());
+            }
+        });
+        std::vector<SignatureRecord> records = LoadSignatureFile(Folder()).records;
+        CSignatureAddDlg add(records, Folder());
+        add.exec();
+        QCOMPARE(open, std::vector<bool>(std::size(junk), true));
+        QStringList expected;
+        for (const Junk& j : junk) expected << j.message;
+        QCOMPARE(m_messages, expected);
+        QCOMPARE(FileBytes(SltPath()), before);
+
+        // The edit dialog checks the same way (its size is in bytes).
+        const size_t user = records.size();
+        QVERIFY(AddUserSignature(records, {"1", 0, "AA", "usr", "0", 0, "Mine"}) == SignatureEditResult::kDone);
+        m_messages.clear();
+        CSignaturesDlg edit(records, user, Folder());
+        bool editOpen = false;
+        WhenShown<CSignaturesDlg>([&](CSignaturesDlg* dlg) {
+            Type(dlg, "size", "4294967297");
+            Click(dlg, "ok");
+            editOpen = dlg->isVisible();
+        });
+        edit.exec();
+        QVERIFY(editOpen);
+        QCOMPARE(m_messages, QStringList{size + ": " + Tx("IDS_SIG_BAD_TOO_LARGE")});
+        QCOMPARE(records[user].fixedSize, uint64_t(1024));
+        QCOMPARE(FileBytes(SltPath()), before);
+    }
+
     // A new type is ticked where the explorer opened with every row unticked, and skipping keeps
-    // that; a save whose new file cannot take the old one's place is reported by list and dialog.
+    // that; a save whose new file cannot take the old one's place is reported by list and dialog,
+    // and what is in that place stays.
     void newRowTickedAndSaveFailures() {
         std::vector<SignatureRecord> rows = SignaturesForMode(kModeLostFiles, Folder());
         CSignatureExplorer ex(kModeLostFiles, Folder(), rows, std::vector<bool>(rows.size(), false));
         ex.SelectRow(0);
         QVERIFY(!ex.findChild<QPushButton*>("edit")->isEnabled());
         auto fill = [](CSignatureAddDlg* dlg) {
-            for (const char* field : {"size", "header", "extension", "offset", "description"}) Type(dlg, field, "2");
+            for (const char* field : {"size", "header", "extension", "offset", "description"}) Type(dlg, field, "22");
             dlg->findChild<QComboBox*>("unit")->setCurrentIndex(1); // megabytes
             Click(dlg, "ok");
         };
         WhenShown<CSignatureAddDlg>(fill);
         ex.AddFileType();
-        QCOMPARE(LoadSignatureFile(Folder()).records.back().fixedSize, uint64_t(2) << 20);
+        QCOMPARE(LoadSignatureFile(Folder()).records.back().fixedSize, uint64_t(22) << 20);
         QVERIFY(ex.findChild<QPushButton*>("edit")->isEnabled());
         std::vector<bool> expected(rows.size(), false);
         expected.push_back(true);
         QCOMPARE(ex.Ticked(), expected);
         QCOMPARE(ex.EntryTicks(), expected);
 
-        // A folder in the file's place that cannot be removed.
+        // A folder with content in the file's place, which no rename can replace.
         m_messages.clear();
         QVERIFY(QFile::remove(SltPath()));
         QVERIFY(QDir().mkpath(SltPath() + "/keep"));
         ex.DeleteFileType();
         QCOMPARE(m_messages, QStringList{Tx("IDS_FAILED_TO_SAVE")});
-        QFile::remove(m_program.filePath(kSignatureTempName));
         m_messages.clear();
         WhenShown<CSignatureAddDlg>(fill);
         ex.AddFileType();
         QCOMPARE(m_messages, QStringList{Tx("IDS_UNABLE_TO_SAVE")});
+        QVERIFY(QDir(SltPath() + "/keep").exists());
+        QCOMPARE(ProgramFiles(), QStringList{});
     }
 
     // The main window hands the explorer the rows and ticks of the last time: OK keeps the
@@ -231,7 +309,7 @@ private slots:
                 if (skip) {
                     WhenShown<CSignatureAddDlg>([](CSignatureAddDlg* dlg) {
                         for (const char* field : {"size", "header", "extension", "offset", "description"})
-                            Type(dlg, field, "3");
+                            Type(dlg, field, "33");
                         Click(dlg, "ok");
                     });
                     ex->AddFileType();
