@@ -104,7 +104,12 @@ uint64_t TickFiles(CNode* top, const RecoverOptions& o) {
             ++ticked;
         }
     });
-    if (o.deletedOnly) MarkDeletedView(top);
+    if (o.deletedOnly) {
+        // Only the ticked files the deleted view keeps are saved: count those.
+        MarkDeletedView(top);
+        ticked = 0;
+        ForEachNode(top, [&](CNode* n) { ticked += !n->IsFolder() && n->checked && n->inDeletedView; });
+    }
     return ticked;
 }
 
@@ -284,8 +289,15 @@ int RunRecover(RecoverOptions o) {
     for (auto& v : volumes)
         if (v.top) anything += TickFiles(v.top, o);
     if (anything == 0) {
-        std::printf("%s\n", T("IDS_CLI_NOTHING_TO_SAVE", "Nothing to save: no file matches.").c_str());
-        return kExitNothingToSave;
+        // A choice that matched nothing has its own exit code; a scan that found no files at all
+        // finished as asked (like `scan` on an empty volume).
+        bool filtered = !o.select.empty() || !o.scan.types.empty() || o.deletedOnly;
+        if (filtered) {
+            std::printf("%s\n", T("IDS_CLI_NOTHING_TO_SAVE", "Nothing to save: no file matches.").c_str());
+            return kExitNothingToSave;
+        }
+        std::printf("%s\n", T("IDS_CLI_NOTHING_FOUND", "Nothing to save: the scan found no files.").c_str());
+        return exitCode;
     }
     if (!o.to.empty()) {
         std::error_code ec;
