@@ -1,5 +1,7 @@
 #include "cli/CliDrives.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -86,7 +88,8 @@ void Probe(DriveEntry& e) {
     platform::File f;
     if (!f.OpenRead(e.device, false)) {
         e.error = platform::SysErrorText(f.LastError());
-        if (f.LastError() == platform::kErrAccessDenied)
+        // The advice only helps someone who is not root already.
+        if (f.LastError() == platform::kErrAccessDenied && ::geteuid() != 0)
             e.error += " (reading devices needs root or membership of the disk group)";
         return;
     }
