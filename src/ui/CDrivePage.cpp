@@ -14,6 +14,8 @@
 #include <QVBoxLayout>
 #include <vector>
 
+#include <unistd.h>
+
 #include "platform/Platform.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/SourceLayout.h"
@@ -135,6 +137,12 @@ void CDrivePage::Fill() {
     UpdateHint();
 }
 
+bool CDrivePage::MoreRightsWouldHelp(const QString& path) {
+    if (::geteuid() == 0) return false;
+    platform::File probe;
+    return !probe.OpenRead(path.toStdString()) && probe.LastError() == platform::kErrAccessDenied;
+}
+
 void CDrivePage::UpdateHint() {
     QString hint = Tx("IDS_UI_DRIVE_HINT", "Select the drive, volume or disk image file to scan, then click Next.");
     if (m_noAccess)
@@ -180,9 +188,9 @@ void CDrivePage::Describe(QTreeWidgetItem* it, const QString& path, const QStrin
     cli::OpenedSource src;
     std::string error;
     if (!cli::OpenSource(path.toStdString(), src, error)) {
-        // Refused for want of rights: the page says how to get them. Other failures show why.
-        platform::File probe;
-        bool denied = !probe.OpenRead(path.toStdString()) && probe.LastError() == platform::kErrAccessDenied;
+        // Refused for want of rights: the page says how to get them. Other failures, and every
+        // refusal the administrator gets, show the system's reason.
+        bool denied = MoreRightsWouldHelp(path);
         m_noAccess = m_noAccess || denied;
         it->setText(kColFs, denied ? Tx("IDS_UI_NO_ACCESS", "no access") : QString::fromStdString(error));
         it->setToolTip(kColName, QString::fromStdString(error));

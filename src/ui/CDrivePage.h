@@ -2,7 +2,7 @@
 // The drive-selection page: the disks of this machine with their volumes, and the image files
 // the user added with their partitions, each with size, file system and label as a read-only
 // look at the source shows them. A device that cannot be read for want of rights is marked and
-// the page says how to get them.
+// the page says how to get them; when more rights would not help, the system's reason is shown.
 #include <QStringList>
 #include <QWidget>
 #include <cstdint>
@@ -36,6 +36,9 @@ public:
     static QString PartitionLabel(cli::OpenedSource& src, size_t index);
     // "12.3 MB".
     static QString HumanSize(uint64_t bytes);
+    // True when `path` cannot be read for want of rights that sudo or the "disk" group would
+    // give; never when the program already runs as the administrator, who has them all.
+    static bool MoreRightsWouldHelp(const QString& path);
 
 signals:
     // A source was chosen (double-click or Next): `partition` >= 0 names an entry of its

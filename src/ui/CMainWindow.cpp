@@ -277,7 +277,8 @@ bool CMainWindow::OpenAndContinue(const QString& path, int partition) {
     std::string error;
     if (!cli::OpenSource(path.toStdString(), m_src, error)) {
         QString text = Tx("IDS_UI_CANNOT_OPEN", "The source could not be opened:") + "\n" + QString::fromStdString(error);
-        if (path.startsWith("/dev/"))
+        // The error carries the system's reason; the way to more rights only where they would help.
+        if (path.startsWith("/dev/") && CDrivePage::MoreRightsWouldHelp(path))
             text += "\n\n" + Tx("IDS_UI_NEED_RIGHTS",
                                 "Reading drives needs administrator rights: start Kestrin with sudo, or add your "
                                 "user to the \"disk\" group. Image files can always be opened.");

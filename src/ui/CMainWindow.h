@@ -46,12 +46,18 @@ public:
     bool ScanPartition(int index);
     // Saves the ticked items into `folder` after the destination checks; a name ending in ".zip"
     // is a zip archive to write them into.
+    // Every output is checked against the source first; an existing archive is replaced only
+    // after the user agreed.
     bool SaveTo(const QString& folder, uint8_t collisionMode);
+    // The result box of a save into `destination`: what was saved, and everything that was not
+    // saved as found (unreadable parts, write errors, skipped, logged, cancelled).
+    static QString SaveSummary(const SaveResult& r, const QString& destination, bool cancelled);
     void SetLanguage(int index);
     // Lists an image file on the drive page as "Add Image File..." does, without the dialog.
     void AddImageItem(const QString& path);
     void ShowModeTab(int tab);
     // Recovery sessions: the tree and the source description, to browse and save again later.
+    // Never over the source; an existing file is replaced only after the user agreed.
     bool SaveSession(const QString& path);
     // `fromOutside`: named on the command line rather than opened from the Tools menu while a
     // recovery mode is in use; only then may the session come from another mode.

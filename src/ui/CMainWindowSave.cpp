@@ -14,6 +14,7 @@
 #include <QThread>
 
 #include "cli/CliEngines.h"
+#include "output/OutputGuard.h"
 #include "output/SessionFile.h"
 #include "scan/CScanDriver.h"
 #include "scan/OperationRules.h"
@@ -25,6 +26,63 @@
 
 namespace kestrin::ui {
 
+namespace {
+
+void ShowRefusal(QWidget* parent, const OutputCheck& check) {
+    CQtMessages::Warn(parent, QString::fromStdString(OutputProblemText(check)));
+}
+
+// Whether the file at `path` may be written. What can never be written there (the source under
+// any name, the source device, a missing folder) is refused with the reason; a file that exists
+// is replaced only when the user says so, and then `replace` is set for the writer.
+bool MayWriteFile(QWidget* parent, const std::string& path, const std::vector<platform::FileIdentity>& sources,
+                  bool& replace) {
+    replace = false;
+    OutputCheck check = CheckOutputFile(path, sources, false);
+    if (check.problem == OutputProblem::kExists) {
+        // The shared refusal names the command line's option; the window asks instead.
+        QString question = QString::fromStdString(path) + "\n\n" +
+                           Tx("IDS_UI_REPLACE_FILE", "A file of this name exists. Replace it? What it holds now will be lost.");
+        if (!CQtMessages::Ask(parent, question, false)) return false;
+        replace = true;
+        check = CheckOutputFile(path, sources, true);
+    }
+    if (check.ok()) return true;
+    ShowRefusal(parent, check);
+    return false;
+}
+
+} // namespace
+
+QString CMainWindow::SaveSummary(const SaveResult& r, const QString& destination, bool cancelled) {
+    auto line = [](const char* id, const char* fallback, uint64_t n) {
+        return "\n" + Tx(id, fallback) + ": " + QString::number(n);
+    };
+    QString s = r.archiveFailed
+                    ? Tx("IDS_SAVING_FAILED", "The recovered files could not be saved to") + " " + destination
+                    : Tx("IDS_UI_SAVE_DONE", "Saved to") + " " + destination;
+    s += line("IDS_CLI_SUMMARY_FOLDERS", "Folders", r.folders);
+    s += line("IDS_CLI_SUMMARY_FILES", "Files", r.files) + " (" + QString::fromStdString(FormatSizeKB(r.bytes)) + ")";
+    if (r.skipped) s += line("IDS_CLI_SAVE_SKIPPED", "Skipped", r.skipped);
+    if (r.refusedFat) s += line("IDS_CLI_SAVE_FAT_REFUSED", "Too large for FAT", r.refusedFat);
+    if (r.incomplete) {
+        s += line("IDS_CLI_SAVE_INCOMPLETE", "Saved with unreadable parts", r.incomplete);
+        if (r.unreadableBytes)
+            s += " (" + QString::fromStdString(FormatSizeKB(r.unreadableBytes)) + " " +
+                 Tx("IDS_UI_NOT_READ", "could not be read") + ")";
+    }
+    if (r.writeErrors) {
+        s += line("IDS_UI_SAVE_WRITE_ERRORS", "Could not be written", r.writeErrors);
+        if (!r.writeErrorText.empty()) s += " (" + QString::fromStdString(r.writeErrorText) + ")";
+        if (r.diskFull)
+            s += "\n" + Tx("IDS_UI_DESTINATION_FULL",
+                           "The destination is full: free some space there or choose another drive, then save the rest again.");
+    }
+    if (r.logged) s += line("IDS_CLI_SAVE_LOGGED", "Not saved, listed in the log", r.logged) + " (" + QString::fromStdString(r.logPath) + ")";
+    if (cancelled || r.cancelled) s += "\n" + Tx("IDS_UI_CANCELLED", "Cancelled.");
+    return s;
+}
+
 void CMainWindow::OnSave() {
     if (!m_tree) return;
     SaveCount count = CountForSave(m_tree.get(), m_results.DeletedOnly());
@@ -34,8 +92,10 @@ void CMainWindow::OnSave() {
     }
     QString destination;
     if (m_resultsPage->SaveIntoZip()) {
+        // An existing archive is asked about once, by SaveTo, for the name the ending gives.
         destination = QFileDialog::getSaveFileName(this, m_resultsPage->SaveZipText(), QString(),
-                                                   Tx("IDS_UI_ZIP_FILTER", "Zip archives") + " (*.zip)");
+                                                   Tx("IDS_UI_ZIP_FILTER", "Zip archives") + " (*.zip)", nullptr,
+                                                   QFileDialog::DontConfirmOverwrite);
         // The saver tells an archive from a folder by this ending.
         if (!destination.isEmpty() && !destination.endsWith(".zip", Qt::CaseInsensitive)) destination += ".zip";
     } else {
@@ -54,6 +114,14 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
     req.deletedOnly = m_results.DeletedOnly();
     req.start = m_tree.get();
     req.messages = &messages;
+    // Nothing is written onto the source, and an existing archive only with consent.
+    std::vector<platform::FileIdentity> sources = SourceIdentities(*m_src.media);
+    if (IsZipDestination(req.destination)) {
+        if (!MayWriteFile(this, req.destination, sources, req.replaceExisting)) return false;
+    } else if (OutputCheck check = CheckOutputFolder(req.destination, sources); !check.ok()) {
+        ShowRefusal(this, check);
+        return false;
+    }
     if (collisionMode == kCollisionAsk) {
         // Asked by the window thread while the worker waits for the answer.
         req.askRename = [this](std::u16string& name, uint32_t code, uint8_t& mode) {
@@ -101,19 +169,14 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
     if (!driver.Start(kKindSave, m_mode)) return false;
     dlg.Run(driver);
     m_lastSave = result;
-    QString summary = Tx("IDS_UI_SAVE_DONE", "Saved to") + " " + folder + "\n" +
-                      Tx("IDS_CLI_SUMMARY_FOLDERS", "Folders") + ": " + QString::number(result.folders) + "\n" +
-                      Tx("IDS_CLI_SUMMARY_FILES", "Files") + ": " + QString::number(result.files) + " (" +
-                      QString::fromStdString(FormatSizeKB(result.bytes)) + ")";
-    if (result.skipped) summary += "\n" + Tx("IDS_CLI_SAVE_SKIPPED", "Skipped") + ": " + QString::number(result.skipped);
-    if (result.incomplete)
-        summary += "\n" + Tx("IDS_CLI_SAVE_INCOMPLETE", "Saved with unreadable parts") + ": " +
-                   QString::number(result.incomplete);
-    if (result.logged)
-        summary += "\n" + Tx("IDS_CLI_SAVE_LOGGED", "Not saved, listed in the log") + ": " +
-                   QString::number(result.logged) + " (" + QString::fromStdString(result.logPath) + ")";
-    if (driver.CancelConfirmed() || result.cancelled) summary += "\n" + Tx("IDS_UI_CANCELLED", "Cancelled.");
-    CQtMessages::Inform(this, summary);
+    bool cancelled = driver.CancelConfirmed() || result.cancelled;
+    QString summary = SaveSummary(result, folder, cancelled);
+    // Anything not saved as found makes the summary a warning.
+    if (result.archiveFailed || result.writeErrors || result.incomplete || result.skipped || result.refusedFat ||
+        result.logged)
+        CQtMessages::Warn(this, summary);
+    else
+        CQtMessages::Inform(this, summary);
     return !driver.CancelConfirmed();
 }
 
@@ -134,7 +197,9 @@ QString CMainWindow::DefaultSessionName(const QDateTime& now) const {
 bool CMainWindow::SaveSession(const QString& path) {
     if (!m_tree || !m_haveSource) return false;
     CQtMessages messages(this);
-    if (!WriteScanSession(path.toStdString(), m_mode, *m_src.media, m_tree.get(), messages)) return false;
+    bool replace = false;
+    if (!MayWriteFile(this, path.toStdString(), SourceIdentities(*m_src.media), replace)) return false;
+    if (!WriteScanSession(path.toStdString(), m_mode, *m_src.media, m_tree.get(), messages, replace)) return false;
     m_sessionSaved = true;
     return true;
 }
@@ -163,7 +228,8 @@ bool CMainWindow::OpenSession(const QString& path, bool fromOutside) {
 void CMainWindow::OnSaveSession() {
     if (!m_tree) return;
     QString path = QFileDialog::getSaveFileName(this, m_saveSessionAction->text(), DefaultSessionName(QDateTime::currentDateTime()),
-                                                "Recovery Session File (*.tks4);;All Files (*.*)");
+                                                "Recovery Session File (*.tks4);;All Files (*.*)", nullptr,
+                                                QFileDialog::DontConfirmOverwrite);
     if (!path.isEmpty()) SaveSession(path);
 }
 

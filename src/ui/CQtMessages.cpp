@@ -30,13 +30,21 @@ void CQtMessages::Inform(QWidget* parent, const QString& text) {
     QMessageBox::information(parent, Caption(), text);
 }
 
-bool CQtMessages::Ask(QWidget* parent, const QString& text) {
+void CQtMessages::Warn(QWidget* parent, const QString& text) {
+    if (Hook()) {
+        Hook()(text);
+        return;
+    }
+    QMessageBox::warning(parent, Caption(), text);
+}
+
+bool CQtMessages::Ask(QWidget* parent, const QString& text, bool defaultYes) {
     if (Hook()) {
         Hook()(text);
         return HookAnswer();
     }
-    return QMessageBox::question(parent, Caption(), text, QMessageBox::Yes | QMessageBox::No, QMessageBox::Yes) ==
-           QMessageBox::Yes;
+    return QMessageBox::question(parent, Caption(), text, QMessageBox::Yes | QMessageBox::No,
+                                 defaultYes ? QMessageBox::Yes : QMessageBox::No) == QMessageBox::Yes;
 }
 
 void CQtMessages::Show(const UserMessage& message) {

@@ -17,9 +17,11 @@ public:
     static void SetHook(std::function<void(const QString&)> hook);
     // Shows one information box, or hands it to the hook.
     static void Inform(QWidget* parent, const QString& text);
+    // The same with a warning sign: something was refused or went wrong.
+    static void Warn(QWidget* parent, const QString& text);
     // A Yes/No question; with the hook set it is recorded there and answered as SetHookAnswer
-    // says (No until then).
-    static bool Ask(QWidget* parent, const QString& text);
+    // says (No until then). `defaultYes` false: Enter answers No (questions that lose data).
+    static bool Ask(QWidget* parent, const QString& text, bool defaultYes = true);
     static void SetHookAnswer(bool yes);
 
 private:

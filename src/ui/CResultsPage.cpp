@@ -3,8 +3,6 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDesktopServices>
-#include <QDir>
-#include <QFile>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QInputDialog>
@@ -42,6 +40,11 @@ namespace {
 constexpr size_t kPreviewLimit = 8u << 20;
 constexpr size_t kRawPreviewLimit = 48u << 20;
 constexpr int kHexPreviewBytes = 4096;
+
+std::function<bool(const QString&)>& ViewerLauncher() {
+    static std::function<bool(const QString&)> launcher;
+    return launcher;
+}
 } // namespace
 
 CResultsPage::CResultsPage(CResultsState& results, QWidget* parent) : QWidget(parent), m_results(results) {
@@ -316,21 +319,33 @@ void CResultsPage::ShowProperties(const CNode* n) {
     box.exec();
 }
 
-void CResultsPage::OpenWithViewer(const CNode* n) {
-    if (!m_media || n->IsFolder()) return;
-    // A private temporary copy: the viewer never sees the source, and nothing is saved beside it.
-    QString folder = QDir::tempPath() + "/kestrin-view";
-    QDir().mkpath(folder);
-    QString name = QString::fromStdU16String(n->name);
-    name.replace('/', '_');
-    if (name.isEmpty() || name == "." || name == "..") name = "item";
-    QFile file(folder + "/" + name);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) return;
-    WriteNodeContent(*m_media, *n, [&](const uint8_t* p, size_t len) {
-        return file.write(reinterpret_cast<const char*>(p), qint64(len)) == qint64(len);
-    });
-    file.close();
-    QDesktopServices::openUrl(QUrl::fromLocalFile(file.fileName()));
+void CResultsPage::SetViewerLauncher(std::function<bool(const QString&)> launcher) {
+    ViewerLauncher() = std::move(launcher);
+}
+
+bool CResultsPage::OpenWithViewer(const CNode* n) {
+    if (!m_media || !n || n->IsFolder()) return false;
+    // The viewer gets a copy: it never sees the source, and nothing is written beside it.
+    CViewerCopies::Copy copy = m_viewerCopies.Make(*m_media, *n);
+    if (copy.path.isEmpty()) {
+        CQtMessages::Warn(this, copy.error);
+        return false;
+    }
+    if (copy.incomplete) {
+        QString question = NodeName(n);
+        if (copy.unreadable)
+            question += " (" + QString::fromStdString(FormatSizeKB(copy.unreadable)) + " " +
+                        Tx("IDS_UI_NOT_READ", "could not be read") + ")";
+        question += "\n\n" + Tx("IDS_UI_VIEW_INCOMPLETE", "Parts of this file could not be read; the copy holds "
+                                                          "zeros in their place or ends early. Open it anyway?");
+        if (!CQtMessages::Ask(this, question, false)) return false;
+    }
+    auto& launcher = ViewerLauncher();
+    bool started = launcher ? launcher(copy.path) : QDesktopServices::openUrl(QUrl::fromLocalFile(copy.path));
+    if (!started)
+        CQtMessages::Warn(this, Tx("IDS_UI_VIEW_NOT_STARTED", "No program could be started to show this file. The copy is kept until Kestrin closes:") +
+                                    "\n" + copy.path);
+    return started;
 }
 
 } // namespace kestrin::ui

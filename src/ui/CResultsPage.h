@@ -4,6 +4,9 @@
 // with the save choices. Saving itself is the main window's: the page only asks for it.
 #include <QWidget>
 #include <cstdint>
+#include <functional>
+
+#include "ui/CViewerCopies.h"
 
 #include "fs/CNode.h"
 
@@ -51,6 +54,15 @@ public:
     bool SaveIntoZip() const;
     QString SaveZipText() const;
 
+    // Opens a private copy of the item with the system's viewer. A copy that could not be made
+    // is reported; one with unreadable parts is opened only when the user agrees; a viewer that
+    // cannot be started is reported. True when the viewer was started.
+    bool OpenWithViewer(const CNode* n);
+    // The copies' folder lives as long as the page.
+    const CViewerCopies& ViewerCopies() const { return m_viewerCopies; }
+    // Replaces the system's viewer (tests): gets the copy's path, returns whether it started.
+    static void SetViewerLauncher(std::function<bool(const QString&)> launcher);
+
     CFileListModel* ListModel() const { return m_listModel; }
     QTreeView* FolderView() const { return m_folderView; }
     QTreeView* TypesView() const { return m_typesView; }
@@ -63,13 +75,13 @@ private:
     void ShowPreview(CNode* n);
     void OnFind();
     void ShowProperties(const CNode* n);
-    void OpenWithViewer(const CNode* n);
     void SelectNode(CNode* n);
     CNode* SelectedNode() const;
 
     CResultsState& m_results;
     CPhysicalDisk* m_media = nullptr;
     QString m_lastPattern;
+    CViewerCopies m_viewerCopies;
 
     QTreeView* m_folderView = nullptr;
     QTreeView* m_listView = nullptr;
