@@ -182,11 +182,14 @@ std::string HumanSize(uint64_t bytes) {
     return b;
 }
 
+// The model string comes from the device itself and a mount point may be any path: both are
+// printed escaped, like names read from a disk.
 void PrintEntry(const DriveEntry& e, int indent) {
+    const std::string fileSystem = e.fileSystem.empty() ? "-" : EscapeForTerminal(e.fileSystem);
+    const std::string mountPoint = e.mountPoint.empty() ? "-" : EscapeForTerminal(e.mountPoint);
     std::printf("%*s%-14s %-10s %10s  %5u B/sector  %-8s %-20s %s\n", indent, "", e.source.c_str(),
-                e.isDisk ? "disk" : "volume", HumanSize(e.sizeBytes).c_str(), e.sectorSize,
-                e.fileSystem.empty() ? "-" : e.fileSystem.c_str(), e.mountPoint.empty() ? "-" : e.mountPoint.c_str(),
-                e.model.c_str());
+                e.isDisk ? "disk" : "volume", HumanSize(e.sizeBytes).c_str(), e.sectorSize, fileSystem.c_str(),
+                mountPoint.c_str(), EscapeForTerminal(e.model).c_str());
     if (!e.error.empty()) std::printf("%*s  cannot open %s: %s\n", indent, "", e.device.c_str(), e.error.c_str());
 }
 

@@ -16,22 +16,30 @@ std::string JsonString(const std::string& utf8) {
     std::string o;
     o.reserve(s.size() + 2);
     o += '"';
-    for (unsigned char c : s) {
-        switch (c) {
+    for (size_t i = 0; i < s.size();) {
+        const unsigned char c = uint8_t(s[i]);
+        // `s` is well-formed UTF-8 here, so the lead byte gives the length.
+        const size_t len = c < 0x80 ? 1 : c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
+        uint32_t cp = len == 1 ? c : c & (0x7F >> len);
+        for (size_t k = 1; k < len; ++k) cp = cp << 6 | (uint8_t(s[i + k]) & 0x3F);
+        switch (cp) {
         case '"': o += "\\\""; break;
         case '\\': o += "\\\\"; break;
         case '\n': o += "\\n"; break;
         case '\r': o += "\\r"; break;
         case '\t': o += "\\t"; break;
         default:
-            if (c < 0x20) {
-                char b[8];
-                std::snprintf(b, sizeof b, "\\u%04x", c);
+            // Controls, bidi overrides and line separators as escapes too: a viewer that shows
+            // the document raw must not be steered by a name, and some parsers choke on U+2028.
+            if (IsUnsafeToDisplay(cp)) {
+                char b[16];
+                std::snprintf(b, sizeof b, "\\u%04x", unsigned(cp));
                 o += b;
             } else {
-                o += char(c);
+                o.append(s, i, len);
             }
         }
+        i += len;
     }
     o += '"';
     return o;

@@ -26,7 +26,8 @@ struct SourceInfo {
     uint8_t fsKind = 0;
 };
 
-// A JSON string literal of UTF-8 text (invalid bytes become U+FFFD).
+// A JSON string literal of UTF-8 text (invalid bytes become U+FFFD). Besides what JSON requires,
+// DEL, the C1 controls, the bidi characters and U+2028/U+2029 are written as \uNNNN escapes.
 std::string JsonString(const std::string& utf8);
 // Writes `node` and everything below it; iterative, so depth costs no stack.
 void WriteNodeJson(std::ostream& out, const CNode& node);

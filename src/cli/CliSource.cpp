@@ -199,7 +199,7 @@ std::string DescribePartitions(const OpenedSource& src) {
                       (unsigned long long)r.startSector, (unsigned long long)RecordSectorCount(r, src.layout),
                       FsKindName(r.fsKind), r.found ? "  (found by the search)" : "");
         s += line;
-        if (dynamic) s += "  (dynamic volume \"" + dynamic->name + "\")";
+        if (dynamic) s += "  (dynamic volume \"" + EscapeForTerminal(dynamic->name) + "\")";
         s += '\n';
     }
     return s;

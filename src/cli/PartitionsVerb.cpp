@@ -15,6 +15,7 @@
 #include "scan/ScanOperation.h"
 #include "cli/Verbs.h"
 #include "storage/SourceLayout.h"
+#include "util/Text.h"
 
 namespace kestrin::cli {
 
@@ -77,7 +78,7 @@ void PrintText(const PartitionsOptions& o, const OpenedSource& src) {
         std::printf("%3zu  %14" PRIu64 "  %14" PRIu64 "  %-11s  %4u  %12u  %15u%s%s%s\n", i + 1, r.startSector,
                     r.length, FsKindName(r.fsKind), unsigned(r.partitionFlag), BytesPerSectorOf(r, disk),
                     unsigned(r.sectorsPerCluster), r.found ? "  found" : "", dynamic ? "  dynamic volume " : "",
-                    dynamic ? dynamic->name.c_str() : "");
+                    dynamic ? EscapeForTerminal(dynamic->name).c_str() : "");
     }
     if (layout == Layout::Gpt) std::printf("\nOn GPT disks the length column holds the partition's last sector.\n");
     std::printf("Flag 2: boot sector checked; flag 1: position from the table only.\n");

@@ -1,4 +1,5 @@
 // kestrin scan, ls and drives.
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <sstream>
@@ -116,8 +117,21 @@ struct ListOptions {
     bool longFormat = false;
 };
 
+// Indentation grows two spaces a level up to this depth and then stops, so that a hostile tree
+// nested a hundred thousand levels deep prints in linear rather than quadratic size.
+constexpr size_t kMaxIndentDepth = 64;
+
+// The indentation of a line at `depth` (1 for the top's children): two spaces a level, and past
+// kMaxIndentDepth the capped indentation followed by "[depth N] ".
+std::string TreeIndent(size_t depth) {
+    std::string indent(2 * std::min(depth, kMaxIndentDepth), ' ');
+    if (depth > kMaxIndentDepth) indent += "[depth " + std::to_string(depth) + "] ";
+    return indent;
+}
+
 // One line per node: indent, name, size, modified, created, the deleted mark; with --long also
-// the record number, location and flags. Walks with an explicit stack of open folders.
+// the record number, location and flags. Names are escaped for the terminal. Walks with an
+// explicit stack of open folders.
 void PrintTree(std::FILE* out, CNode* top, const ListOptions& lo) {
     if (lo.deleted) MarkDeletedView(top);
     const std::string mark = T("IDS_CLI_DELETED_MARK", "(deleted)");
@@ -126,8 +140,8 @@ void PrintTree(std::FILE* out, CNode* top, const ListOptions& lo) {
     for (CNode* n = top->firstChild; n;) {
         bool shown = !lo.deleted || n->inDeletedView;
         if (shown) {
-            std::string line(2 * (stack.size() + 1), ' ');
-            line += ToUtf8(n->name);
+            std::string line = TreeIndent(stack.size() + 1);
+            line += EscapeForTerminal(n->name);
             if (n->IsFolder()) line += "/";
             char cols[200];
             // A folder's size field holds no byte count (grouping folders count their files in

@@ -1,16 +1,21 @@
 // Runs the kestrin program on committed images, as a user or a script would.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <sys/wait.h>
 
 #include "TestImages.h"
+#include "fs/CNode.h"
+#include "output/SessionFile.h"
+#include "storage/CPhysicalDisk.h"
 #ifdef KESTRIN_HAVE_CARVE
 #include "carve/SignatureFile.h"
 #endif
@@ -49,6 +54,21 @@ const nlohmann::json* Child(const nlohmann::json& n, const std::string& name) {
 }
 
 std::string Quote(const std::string& s) { return "'" + s + "'"; }
+
+// The first raw character in `text` that a terminal would act on or that reorders what follows
+// (controls other than the line feed, DEL, C1 controls, bidi characters, line separators);
+// npos when there is none.
+size_t FindRawControl(const std::string& text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto b = [&](size_t k) { return i + k < text.size() ? uint8_t(text[i + k]) : 0; };
+        if ((b(0) < 0x20 && b(0) != '\n') || b(0) == 0x7F) return i;
+        if (b(0) == 0xC2 && b(1) >= 0x80 && b(1) <= 0x9F) return i;
+        if (b(0) == 0xD8 && b(1) == 0x9C) return i;
+        if (b(0) == 0xE2 && b(1) == 0x80 && (b(2) == 0x8E || b(2) == 0x8F || (b(2) >= 0xA8 && b(2) <= 0xAE))) return i;
+        if (b(0) == 0xE2 && b(1) == 0x81 && b(2) >= 0xA6 && b(2) <= 0xA9) return i;
+    }
+    return std::string::npos;
+}
 
 } // namespace
 
@@ -272,5 +292,109 @@ TEST(CliEndToEnd, SignaturesRefuseJunkAndKeepTheFile) {
     EXPECT_EQ(sig("add --header FFD8 --offset 0 --size 1" + ok).exitCode, 1);
     EXPECT_TRUE(ReadFile(slt) == cut);
     fs::remove_all(dir);
+}
+#endif
+
+#ifdef KESTRIN_HAVE_FAT
+// Names that hold escape sequences, controls, bidi overrides, a line separator and an unpaired
+// surrogate: `ls` shows each escaped on a line of its own, the JSON carries them exactly.
+TEST(CliEndToEnd, HostileNamesAreEscapedOnTheTerminalAndExactInJson) {
+    std::string img = kestrin::test::UnpackImage("fat16-hostile-names");
+    ASSERT_FALSE(img.empty());
+    struct Name {
+        const char* listed; // as `ls` prints it, after the indentation
+        const char* json;   // as the JSON gives it back
+    };
+    const Name names[] = {
+        {"\\x1b]0;pwned\\x07dir/", "\x1b]0;pwned\x07" "dir"},
+        {"  tab\\x09here.txt  ", "\x1b]0;pwned\x07" "dir/tab\there.txt"},
+        {"\\x1b[31mred.txt  ", "\x1b[31mred.txt"},
+        {"a\\x0ab.txt  ", "a\nb.txt"},
+        {"cr\\x0dover.txt  ", "cr\rover.txt"},
+        {"bell\\x07.txt  ", "bell\x07.txt"},
+        {"del\\x7f.txt  ", "del\x7f.txt"},
+        {"c1\\u009b2J.txt  ", "c1\xC2\x9B" "2J.txt"},
+        {"photo\\u202egpj.exe  ", "photo\xE2\x80\xAEgpj.exe"},
+        {"iso\\u2066late.txt  ", "iso\xE2\x81\xA6late.txt"},
+        {"line\\u2028sep.txt  ", "line\xE2\x80\xA8sep.txt"},
+        {"lone\\ud800.txt  ", "lone\xEF\xBF\xBD.txt"}, // JSON text cannot hold the unpaired unit
+        {"back\\slash.txt  ", "back\\slash.txt"},
+        {"caf\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC.txt  ", "caf\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC.txt"},
+        {"plain name.txt  ", "plain name.txt"},
+    };
+
+    Result ls = Kestrin("ls " + Quote(img) + " --quiet");
+    ASSERT_EQ(ls.exitCode, 0);
+    EXPECT_EQ(FindRawControl(ls.out), std::string::npos) << ls.out;
+    for (const auto& n : names) EXPECT_NE(ls.out.find(std::string("\n    ") + n.listed), std::string::npos) << n.listed;
+    // No name breaks a line: every line but the first is an indented entry.
+    for (size_t at = ls.out.find('\n'); at + 1 < ls.out.size(); at = ls.out.find('\n', at + 1))
+        EXPECT_EQ(ls.out.compare(at + 1, 2, "  "), 0) << ls.out.substr(at + 1, 40);
+
+    Result js = Kestrin("scan " + Quote(img) + " --json - --quiet");
+    ASSERT_EQ(js.exitCode, 0);
+    EXPECT_EQ(FindRawControl(js.out), std::string::npos);
+    auto j = nlohmann::json::parse(js.out);
+    const auto* vol = Child(j["root"], ".");
+    ASSERT_NE(vol, nullptr);
+    for (const auto& n : names) {
+        std::string path = n.json;
+        const nlohmann::json* at = vol;
+        for (size_t from = 0, slash; at; from = slash + 1) {
+            slash = path.find('/', from);
+            at = Child(*at, path.substr(from, slash == std::string::npos ? slash : slash - from));
+            if (slash == std::string::npos) break;
+        }
+        EXPECT_NE(at, nullptr) << n.listed;
+    }
+}
+#endif
+
+#ifdef KESTRIN_HAVE_OUTPUT
+// A session whose tree is a chain 100,000 folders deep lists in linear size: the indentation
+// stops growing and a depth marker takes over.
+TEST(CliEndToEnd, DeepSessionTreeListsInLinearSize) {
+    std::string img = kestrin::test::UnpackImage("fat16-small");
+    ASSERT_FALSE(img.empty());
+    kestrin::CPhysicalDisk media;
+    ASSERT_TRUE(media.AttachImageFile(img));
+    std::unique_ptr<kestrin::CNode> top(new kestrin::CNode);
+    kestrin::CNode* at = top.get();
+    constexpr size_t kDepth = 100000;
+    for (size_t i = 0; i < kDepth; ++i) {
+        auto* n = new kestrin::CNode;
+        n->name = std::u16string(1, u'd');
+        n->nameLength = 1;
+        n->flags = 3;
+        at->AppendChild(n);
+        at = n;
+    }
+    std::string session = ::testing::TempDir() + "kestrin-e2e-deep.tks4";
+    std::remove(session.c_str());
+    kestrin::SessionView view;
+    view.mode = 1019;
+    view.media = &media;
+    view.top = top.get();
+    struct Quiet final : kestrin::IUserMessages {
+        void Show(const kestrin::UserMessage&) override {}
+    } quiet;
+    ASSERT_EQ(kestrin::WriteSession(session, view, quiet), 1);
+
+    // Read with a cap: listing with growing indentation would be some 10 GB, so stop well before.
+    constexpr size_t kCap = 100u << 20;
+    std::string cmd = std::string("'") + KESTRIN_BINARY_DIR + "/bin/kestrin' ls " + Quote(session) + " </dev/null 2>/dev/null";
+    FILE* p = popen(cmd.c_str(), "r");
+    ASSERT_NE(p, nullptr);
+    std::string out;
+    char buf[65536];
+    size_t n;
+    while (out.size() < kCap && (n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+    pclose(p);
+    std::remove(session.c_str());
+    ASSERT_LT(out.size(), kCap);
+    EXPECT_EQ(size_t(std::count(out.begin(), out.end(), '\n')), kDepth + 1);
+    EXPECT_NE(out.find("\n" + std::string(2 * 64, ' ') + "d/\n" + std::string(2 * 64, ' ') + "[depth 65] d/\n"),
+              std::string::npos);
+    EXPECT_NE(out.find("[depth 100000] d/\n"), std::string::npos);
 }
 #endif

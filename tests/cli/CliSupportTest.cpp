@@ -82,6 +82,26 @@ TEST(CliJson, NodeShapeAndEscaping) {
     EXPECT_EQ(depth, 20000u);
 }
 
+TEST(CliJson, ControlsBidiAndSeparatorsBecomeEscapes) {
+    // Ordinary names keep their bytes; the usual escapes are unchanged.
+    EXPECT_EQ(JsonString("caf\xC3\xA9 \xE6\x97\xA5.txt"), "\"caf\xC3\xA9 \xE6\x97\xA5.txt\"");
+    EXPECT_EQ(JsonString("q\"b\\\n\t\x1b"), "\"q\\\"b\\\\\\n\\t\\u001b\"");
+    struct Case {
+        const char* in;
+        const char* escape;
+    };
+    for (const Case& c : {Case{"\x7f", "\\u007f"}, Case{"\xC2\x80", "\\u0080"}, Case{"\xC2\x9B", "\\u009b"},
+                          Case{"\xD8\x9C", "\\u061c"}, Case{"\xE2\x80\x8F", "\\u200f"}, Case{"\xE2\x80\xA8", "\\u2028"},
+                          Case{"\xE2\x80\xA9", "\\u2029"}, Case{"\xE2\x80\xAE", "\\u202e"}, Case{"\xE2\x81\xA6", "\\u2066"}}) {
+        std::string name = std::string("a") + c.in + "b";
+        std::string j = JsonString(name);
+        EXPECT_EQ(j, std::string("\"a") + c.escape + "b\"");
+        EXPECT_EQ(nlohmann::json::parse(j).get<std::string>(), name);
+    }
+    // Broken UTF-8 and an encoded surrogate still give a valid document.
+    EXPECT_EQ(nlohmann::json::parse(JsonString("a\xFF\xED\xA0\x80")).get<std::string>(), "a\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
 TEST(CliScan, PathsModesAndCounts) {
     std::unique_ptr<CNode> top(MakeTopNode());
     CNode* vol = Add(top.get(), u".", 3);
