@@ -319,7 +319,7 @@ void PrintSummary(std::FILE* out, const VolumeScan& v, bool withHeader) {
         if (v.partition)
             std::fprintf(out, "Partition %d (%s):\n", v.partition, FsKindName(v.info.fsKind));
         else
-            std::fprintf(out, "%s:\n", v.info.path.c_str());
+            std::fprintf(out, "%s:\n", EscapeForTerminal(v.info.path).c_str()); // a session's path is untrusted
     }
     TreeCounts c = CountTree(v.tree.get());
     std::fprintf(out, "%s: %s\n", T("IDS_CLI_SUMMARY_FOLDERS").c_str(), WithThousands(c.folders).c_str());
@@ -328,7 +328,7 @@ void PrintSummary(std::FILE* out, const VolumeScan& v, bool withHeader) {
     std::fprintf(out, "%s: %s (%s)\n", T("IDS_CLI_SUMMARY_BYTES").c_str(), FormatSizeKB(c.bytes).c_str(),
                  WithThousands(c.bytes).c_str());
     std::fprintf(out, "%s%s\n", T("IDS_CLI_SUMMARY_TIME").c_str(), FormatElapsed(uint64_t(v.seconds + 0.5)).c_str());
-    for (const auto& n : v.notices) std::fprintf(out, "%s\n", n.c_str());
+    for (const auto& n : v.notices) std::fprintf(out, "%s\n", EscapeLinesForTerminal(n).c_str());
     if (v.offer == Offer::Accepted) std::fprintf(out, "%s\n", T("IDS_CLI_NO_PARTITION_ACCEPTED").c_str());
     if (v.offer == Offer::Declined) std::fprintf(out, "%s\n", T("IDS_CLI_NO_PARTITION_DECLINED").c_str());
     if (v.cancelled) std::fprintf(out, "%s\n", T("IDS_CLI_CANCELLED").c_str());

@@ -33,7 +33,8 @@ class CliMessages final : public IUserMessages {
 public:
     void Show(const UserMessage& m) override {
         shown.push_back(m);
-        std::fprintf(stderr, "kestrin: %s\n", m.text.c_str());
+        // Messages may quote names and paths read from the source.
+        std::fprintf(stderr, "kestrin: %s\n", EscapeLinesForTerminal(m.text).c_str());
     }
     std::vector<UserMessage> shown;
 };
@@ -128,7 +129,7 @@ bool AskNewName(std::u16string& name, uint32_t code, uint8_t& mode) {
         return false;
     }
     std::fprintf(stderr, "%s \"%s\" (%u): ", T("IDS_CLI_RENAME_QUESTION", "Cannot create").c_str(),
-                 ToUtf8(name).c_str(), code);
+                 EscapeForTerminal(name).c_str(), code);
     std::fprintf(stderr, "%s ", T("IDS_CLI_RENAME_HINT", "new name, empty to skip, ! to skip all:").c_str());
     char line[1024];
     if (!std::fgets(line, sizeof line, stdin)) {

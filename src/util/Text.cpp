@@ -198,4 +198,17 @@ std::string WithThousands(uint64_t v) {
     return out;
 }
 
+std::string EscapeLinesForTerminal(std::string_view text) {
+    std::string out;
+    size_t at = 0;
+    for (;;) {
+        size_t nl = text.find('\n', at);
+        out += EscapeForTerminal(text.substr(at, nl == std::string_view::npos ? std::string_view::npos : nl - at));
+        if (nl == std::string_view::npos) break;
+        out += '\n';
+        at = nl + 1;
+    }
+    return out;
+}
+
 } // namespace kestrin

@@ -25,6 +25,8 @@ bool EqualsNoCase(std::string_view a, std::string_view b);
 std::string EscapeForTerminal(std::string_view utf8);
 // The same for a name as the tree keeps it; an unpaired surrogate is shown as \udNNN.
 std::string EscapeForTerminal(std::u16string_view name);
+// The same for a message of several lines: each line escaped, the line breaks kept.
+std::string EscapeLinesForTerminal(std::string_view text);
 // Whether a code point is one that EscapeForTerminal escapes (controls, bidi, separators).
 bool IsUnsafeToDisplay(uint32_t codePoint);
 // "1,234,567" style thousands separators.
