@@ -78,7 +78,10 @@ QString CMainWindow::SaveSummary(const SaveResult& r, const QString& destination
             s += "\n" + Tx("IDS_UI_DESTINATION_FULL",
                            "The destination is full: free some space there or choose another drive, then save the rest again.");
     }
+    // The log lists write failures and unreadable parts as well as refused names: named whenever
+    // one was written.
     if (r.logged) s += line("IDS_CLI_SAVE_LOGGED", "Not saved, listed in the log", r.logged) + " (" + QString::fromStdString(r.logPath) + ")";
+    else if (!r.logPath.empty()) s += "\n" + Tx("IDS_CLI_SAVE_LOG", "Log") + ": " + QString::fromStdString(r.logPath);
     if (cancelled || r.cancelled) s += "\n" + Tx("IDS_UI_CANCELLED", "Cancelled.");
     return s;
 }

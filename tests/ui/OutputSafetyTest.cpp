@@ -4,6 +4,7 @@
 #include <QCheckBox>
 #include <QCryptographicHash>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -12,9 +13,11 @@
 #include <QTemporaryDir>
 #include <QTreeWidget>
 #include <QtTest>
+#include <csignal>
 #include <cstring>
 #include <memory>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -58,6 +61,62 @@ CNode* FindPath(CNode* top, const QString& path) {
     return n;
 }
 
+// The files of partition `index` (0: the first) in the bundled sample's manifest.
+QJsonArray SampleFiles(int index) {
+    QFile f(QString(KESTRIN_SOURCE_DIR) + "/data/sample/sample-disk.json");
+    if (!f.open(QIODevice::ReadOnly)) return {};
+    return QJsonDocument::fromJson(f.readAll()).object()["partitions"].toArray()[index].toObject()["files"].toArray();
+}
+
+QString UnpackSample(const QTemporaryDir& dir) {
+    QString image = dir.filePath("sample-disk.img");
+    QString cmd = QString("zstd -q -d -f '%1/data/sample/sample-disk.img.zst' -o '%2'").arg(KESTRIN_SOURCE_DIR, image);
+    return std::system(qPrintable(cmd)) == 0 ? image : QString();
+}
+
+// As a user does it: the image added on the drive page, the volume labelled `label` under it
+// picked, Next. True when the results page shows.
+bool OpenVolume(CMainWindow& w, const QString& image, const QString& label) {
+    w.ChooseMode(kModeDeletedFiles);
+    w.AddImageItem(image);
+    auto* drives = w.findChild<QTreeWidget*>("drives");
+    QTreeWidgetItem* disk = drives->currentItem();
+    for (int i = 0; disk && i < disk->childCount(); ++i)
+        if (disk->child(i)->text(4) == label) drives->setCurrentItem(disk->child(i));
+    if (drives->currentItem() == disk) return false;
+    QTest::mouseClick(w.findChild<QPushButton*>("driveNext"), Qt::LeftButton);
+    return w.CurrentPage() == CMainWindow::kResultsPage;
+}
+
+// The log is UTF-16 little-endian without a byte-order mark.
+QString LogText(const QString& file) {
+    QByteArray b = Bytes(file);
+    return QString::fromUtf16(reinterpret_cast<const char16_t*>(b.constData()), b.size() / 2);
+}
+
+// Files may grow to `bytes` in this process while it lives: a write past that fails with EFBIG
+// (the signal that would end the process is ignored), as a destination with no room would.
+class CFileSizeLimit {
+public:
+    explicit CFileSizeLimit(rlim_t bytes) {
+        m_handler = std::signal(SIGXFSZ, SIG_IGN);
+        m_saved = ::getrlimit(RLIMIT_FSIZE, &m_old) == 0;
+        struct rlimit low = m_old;
+        low.rlim_cur = bytes;
+        m_ok = m_saved && ::setrlimit(RLIMIT_FSIZE, &low) == 0;
+    }
+    ~CFileSizeLimit() {
+        if (m_saved) ::setrlimit(RLIMIT_FSIZE, &m_old);
+        std::signal(SIGXFSZ, m_handler);
+    }
+    bool Ok() const { return m_ok; }
+
+private:
+    struct rlimit m_old {};
+    void (*m_handler)(int) = SIG_DFL;
+    bool m_saved = false, m_ok = false;
+};
+
 } // namespace
 
 class OutputSafetyTest : public QObject {
@@ -91,9 +150,8 @@ private slots:
     // reached through a link to the image's own folder is allowed: the image is only read.
     void outputsNeverTouchTheSource() {
         QTemporaryDir dir;
-        QString image = dir.filePath("sample-disk.img");
-        QString cmd = QString("zstd -q -d -f '%1/data/sample/sample-disk.img.zst' -o '%2'").arg(KESTRIN_SOURCE_DIR, image);
-        QCOMPARE(std::system(qPrintable(cmd)), 0);
+        QString image = UnpackSample(dir);
+        QVERIFY(!image.isEmpty());
         const QByteArray before = Sha256(image);
         QVERIFY(!before.isEmpty());
         QVERIFY(QFile::link(image, dir.filePath("link.zip")));
@@ -102,16 +160,7 @@ private slots:
         QVERIFY(QFile::link(dir.path(), dir.filePath("folder-link")));
 
         CMainWindow w;
-        w.ChooseMode(kModeDeletedFiles);
-        w.AddImageItem(image);
-        auto* drives = w.findChild<QTreeWidget*>("drives");
-        QTreeWidgetItem* card = nullptr;
-        for (int i = 0; i < drives->currentItem()->childCount(); ++i)
-            if (drives->currentItem()->child(i)->text(4) == "PHOTOS") card = drives->currentItem()->child(i);
-        QVERIFY(card);
-        drives->setCurrentItem(card);
-        QTest::mouseClick(w.findChild<QPushButton*>("driveNext"), Qt::LeftButton);
-        QCOMPARE(w.CurrentPage(), CMainWindow::kResultsPage);
+        QVERIFY(OpenVolume(w, image, "PHOTOS"));
         w.Results().MarkAll(true);
 
         CQtMessages::SetHookAnswer(true);
@@ -186,6 +235,109 @@ private slots:
         QVERIFY2(reopened.OpenSessionFromMenu(dir.filePath("old.tks4")), qPrintable(m_messages.join(" | ")));
         QVERIFY(FindPath(reopened.Tree(), "Photos/IMG_0001.jpg"));
         QCOMPARE(Sha256(image), imageBefore);
+    }
+
+    // The sample's camera card saved from the window where no file may grow past 64 KiB. The
+    // larger files fail with the system's own reason and leave nothing behind; the result box
+    // says so and names the log, which names them; the smaller files come back byte for byte.
+    void writeFailuresToldFromTheWindow() {
+        constexpr qint64 kLimit = 64 * 1024;
+        QTemporaryDir dir;
+        QString image = UnpackSample(dir);
+        QVERIFY(!image.isEmpty());
+        const QByteArray before = Sha256(image);
+        CMainWindow w;
+        QVERIFY(OpenVolume(w, image, "PHOTOS"));
+        w.Results().MarkAll(true);
+        QString out = dir.filePath("saved");
+        QVERIFY(QDir().mkpath(out));
+        m_messages.clear();
+        {
+            CFileSizeLimit limit(kLimit);
+            QVERIFY(limit.Ok());
+            QVERIFY2(w.SaveTo(out, kCollisionRename), qPrintable(m_messages.join(" | ")));
+        }
+        const SaveResult& r = w.LastSave();
+        QCOMPARE(m_messages.size(), 1);
+        const QString& box = m_messages[0];
+        QVERIFY2(box.contains(T("IDS_UI_SAVE_WRITE_ERRORS") + QString(": %1 (File too large)").arg(r.writeErrors)),
+                 qPrintable(box));
+        QVERIFY(!r.diskFull && !box.contains(T("IDS_UI_DESTINATION_FULL")));
+        QString logPath = QString::fromStdString(r.logPath);
+        QCOMPARE(logPath, out + "/log.txt");
+        QVERIFY2(box.contains(logPath), qPrintable(box));
+
+        // Deleted short names have lost their first character: files are matched by the rest.
+        QHash<QString, qint64> saved; // relative path: size
+        for (QDirIterator it(out, QDir::Files, QDirIterator::Subdirectories); it.hasNext();) {
+            QString f = it.next();
+            if (f != logPath) saved.insert(QDir(out).relativeFilePath(f), QFileInfo(f).size());
+        }
+        QCOMPARE(quint64(saved.size()), r.files);
+        QSet<QByteArray> savedHashes;
+        for (auto it = saved.begin(); it != saved.end(); ++it) {
+            QVERIFY2(it.value() <= kLimit, qPrintable(it.key()));
+            savedHashes.insert(Sha256(out + "/" + it.key()));
+        }
+        const QString logText = LogText(logPath);
+        int small = 0, large = 0;
+        for (const auto& v : SampleFiles(0)) {
+            QJsonObject f = v.toObject();
+            if (f["type"].toString() != "file") continue;
+            QString path = f["path"].toString();
+            QString tail = path.section('/', -1).mid(1);
+            if (f["size"].toInteger() <= kLimit) {
+                QVERIFY2(savedHashes.contains(f["sha256"].toString().toLatin1()), qPrintable(path));
+                ++small;
+                continue;
+            }
+            ++large;
+            for (const QString& name : saved.keys()) QVERIFY2(!name.endsWith(tail), qPrintable(name));
+            QVERIFY2(logText.contains("could not be written (File too large)") && logText.contains(tail),
+                     qPrintable(path + " not in " + logText));
+        }
+        QVERIFY(small >= 4 && large >= 4);
+        QVERIFY(r.writeErrors >= quint64(large));
+        QCOMPARE(Sha256(image), before);
+    }
+
+    // The sample cut inside its NTFS volume: the files there lie past the end of the image. They
+    // are saved for what they are worth, the box says they have unreadable parts and names the
+    // log, and the log lists each one.
+    void unreadablePartsToldFromTheWindow() {
+        QTemporaryDir dir;
+        QString whole = UnpackSample(dir);
+        QVERIFY(!whole.isEmpty());
+        QString image = dir.filePath("cut.img");
+        QVERIFY(WriteBytes(image, Bytes(whole).left(90000 * 512)));
+        const QByteArray before = Sha256(image);
+        CMainWindow w;
+        QVERIFY(OpenVolume(w, image, "DOCUMENTS"));
+        w.Results().MarkAll(true);
+        QString out = dir.filePath("saved");
+        QVERIFY(QDir().mkpath(out));
+        m_messages.clear();
+        QVERIFY2(w.SaveTo(out, kCollisionRename), qPrintable(m_messages.join(" | ")));
+        const SaveResult& r = w.LastSave();
+        QCOMPARE(m_messages.size(), 1);
+        const QString& box = m_messages[0];
+        QVERIFY(r.incomplete > 0 && r.unreadableBytes > 0 && r.writeErrors == 0);
+        QVERIFY2(box.contains(T("IDS_CLI_SAVE_INCOMPLETE") + QString(": %1").arg(r.incomplete)), qPrintable(box));
+        QString logPath = QString::fromStdString(r.logPath);
+        QVERIFY2(!logPath.isEmpty() && box.contains(logPath), qPrintable(box));
+        const QString logText = LogText(logPath);
+        QCOMPARE(quint64(logText.count("Saved with unreadable parts")), r.incomplete);
+        int listed = 0;
+        for (const auto& v : SampleFiles(1)) {
+            QJsonObject f = v.toObject();
+            if (f["type"].toString() != "file") continue;
+            QString path = f["path"].toString();
+            QVERIFY2(logText.contains(out + "/" + path), qPrintable(path + " not in " + logText));
+            QVERIFY(QFileInfo(out + "/" + path).size() == f["size"].toInteger());
+            ++listed;
+        }
+        QVERIFY(listed >= 5);
+        QCOMPARE(Sha256(image), before);
     }
 
     // The result box names everything that was not saved as found, and nothing that did not happen.
