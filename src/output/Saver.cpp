@@ -127,6 +127,7 @@ public:
                 ++m_result.skipped;
                 continue;
             }
+            const uint64_t doneBefore = m_done;
             FileOutcome out = m_target.WriteFile(m_media, *n, m_req.content, [&](uint64_t len) { return Advance(len); });
             if (out.cancelled) {
                 m_result.cancelled = true;
@@ -134,6 +135,7 @@ public:
                 // Not saved at all: the partial file is gone. A full disk is told apart from
                 // other write errors, and from unreadable source sectors.
                 ++m_result.writeErrors;
+                m_lostBytes += m_done - doneBefore; // written, then removed with the partial file
                 if (out.writeError == ENOSPC || out.writeError == EDQUOT) m_result.diskFull = true;
                 std::string text = platform::ErrnoText(out.writeError);
                 if (m_result.writeErrorText.empty()) m_result.writeErrorText = text;
@@ -154,7 +156,7 @@ public:
             }
         }
         m_target.Finish(m_result);
-        m_result.bytes = m_done;
+        m_result.bytes = m_done - m_lostBytes;
         m_ctx.Progress(int64_t(m_done), int64_t(m_total));
         return m_result;
     }
@@ -276,6 +278,7 @@ private:
     bool m_itemStarted = false;
     std::unordered_set<const CNode*> m_folders;
     uint64_t m_total = 0, m_done = 0, m_sinceReport = 0;
+    uint64_t m_lostBytes = 0; // bytes of files that failed to write
     uint32_t m_filesSinceReport = 0;
     SaveResult m_result;
 };

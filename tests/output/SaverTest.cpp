@@ -440,6 +440,7 @@ TEST_F(SaverFixture, FullDestinationIsAWriteErrorNotAReadError) {
     auto target = MakeFolderTarget(dir.path.string(), &WriteUntilFull);
     SaveResult r = SaveInto(*target, media, tc.ctx, Request(dir.path.string()));
     EXPECT_EQ(r.files, 2u);
+    EXPECT_EQ(r.bytes, 1000u); // the removed partial file's bytes are not counted as saved
     EXPECT_EQ(r.writeErrors, 1u);
     EXPECT_TRUE(r.diskFull);
     EXPECT_EQ(r.writeErrorText, std::strerror(ENOSPC));
