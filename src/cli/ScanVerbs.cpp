@@ -181,8 +181,10 @@ void PrintTree(std::FILE* out, CNode* top, const ListOptions& lo) {
 
 // The outputs a scanning verb plans (JSON file, session), checked against the source once it is
 // open and before anything is scanned.
-std::function<bool(const OpenedSource&)> OutputCheckFor(std::shared_ptr<ScanOptions> opts,
-                                                        std::shared_ptr<std::string> session, bool overwrite) {
+// The check is stored in the options it reads, so it holds them by plain pointer (a shared one
+// would keep them alive for ever); they outlive the run.
+std::function<bool(const OpenedSource&)> OutputCheckFor(const ScanOptions* opts, const std::string* session,
+                                                        bool overwrite) {
     return [opts, session, overwrite](const OpenedSource& src) {
         std::vector<platform::FileIdentity> ids;
         if (src.media) ids = SourceIdentities(*src.media);
@@ -226,7 +228,7 @@ void AddScanVerb(CLI::App& app, VerbResult& result) {
             result.exitCode = kExitUsage;
             return;
         }
-        opts->beforeScan = OutputCheckFor(opts, sessionPath, *overwrite);
+        opts->beforeScan = OutputCheckFor(opts.get(), sessionPath.get(), *overwrite);
         ScanRun run;
         int rc = IsSessionPath(opts->source) ? ReadSessionAsRun(*opts, run) : RunScan(*opts, run);
         if (rc != 0 && run.volumes.empty()) {
@@ -257,7 +259,7 @@ void AddLsVerb(CLI::App& app, VerbResult& result) {
     sub->add_flag("--long", lo->longFormat, "Also record numbers, locations and flags");
     sub->add_flag("--overwrite", *overwrite, "Replace an existing --json file");
     sub->callback([opts, lo, overwrite, &result] {
-        opts->beforeScan = OutputCheckFor(opts, nullptr, *overwrite);
+        opts->beforeScan = OutputCheckFor(opts.get(), nullptr, *overwrite);
         ScanRun run;
         int rc = IsSessionPath(opts->source) ? ReadSessionAsRun(*opts, run) : RunScan(*opts, run);
         if (rc != 0 && run.volumes.empty()) {
