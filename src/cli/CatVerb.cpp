@@ -46,9 +46,12 @@ void AddCatVerb(CLI::App& app, VerbResult& result) {
             if (r.written == 0 && r.unreadable == 0 && r.beyondVolume == 0)
                 std::fprintf(stderr, "kestrin: %s: the content cannot be read by this build\n", path->c_str());
             else
-                std::fprintf(stderr, "kestrin: %s: %llu of %llu bytes written (%llu unreadable, %llu past the volume)\n",
-                             path->c_str(), (unsigned long long)r.written, (unsigned long long)node->size,
-                             (unsigned long long)r.unreadable, (unsigned long long)r.beyondVolume);
+                std::fprintf(stderr,
+                             "kestrin: %s: incomplete: %llu of %llu bytes could not be read (%llu past the volume); "
+                             "%llu bytes written\n",
+                             path->c_str(), (unsigned long long)(r.unreadable + r.beyondVolume),
+                             (unsigned long long)node->size, (unsigned long long)r.beyondVolume,
+                             (unsigned long long)r.written);
             result.exitCode = kExitReadErrors;
             return;
         }
