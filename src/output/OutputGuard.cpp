@@ -18,7 +18,7 @@ void AddSplitParts(std::vector<platform::FileIdentity>& ids, const std::string& 
     if (first.size() < 4 || first.compare(first.size() - 4, 4, ".001") != 0) return;
     std::string stem = first.substr(0, first.size() - 3);
     for (int part = 2; part <= 999; ++part) {
-        char num[8];
+        char num[16];
         std::snprintf(num, sizeof num, "%03d", part);
         platform::FileIdentity id = platform::IdentityOf(stem + num);
         if (!id.valid) break;
