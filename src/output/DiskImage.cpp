@@ -8,7 +8,6 @@
 #include <vector>
 
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include "output/OutputGuard.h"
 #include "output/Saver.h"
@@ -53,18 +52,9 @@ bool ImageTargetIsSource(const std::string& outPath, const CPhysicalDisk& source
     struct stat out;
     if (::stat(outPath.c_str(), &out) == 0) {
         if (out.st_dev == src.st_dev && out.st_ino == src.st_ino) return true;
-        if (S_ISBLK(out.st_mode) && S_ISBLK(src.st_mode)) {
-            if (out.st_rdev == src.st_rdev) return true;
-            // The output device is a partition of the source disk, or the other way round.
-            std::error_code ec;
-            auto sys = [&](dev_t d) {
-                auto p = std::filesystem::canonical(
-                    "/sys/dev/block/" + std::to_string(major(d)) + ":" + std::to_string(minor(d)), ec);
-                return ec ? std::filesystem::path() : p;
-            };
-            auto a = sys(out.st_rdev), b = sys(src.st_rdev);
-            if (!a.empty() && !b.empty() && (a.parent_path() == b || b.parent_path() == a)) return true;
-        }
+        // The output device is the source disk, a partition of it, or the disk of a source partition.
+        if (S_ISBLK(out.st_mode) && S_ISBLK(src.st_mode) && platform::SameDiskOrPartition(out.st_rdev, src.st_rdev))
+            return true;
     }
     // A new file on a file system of the source device would overwrite the source's free space.
     if (S_ISBLK(src.st_mode)) {

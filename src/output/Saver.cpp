@@ -287,13 +287,6 @@ std::mutex g_requestLock;
 SaveRequest g_request;
 SaveResult g_lastResult;
 
-std::string SysBlockPath(dev_t dev) {
-    std::error_code ec;
-    auto p = std::filesystem::canonical(
-        "/sys/dev/block/" + std::to_string(major(dev)) + ":" + std::to_string(minor(dev)), ec);
-    return ec ? std::string() : p.string();
-}
-
 // The folder a zip archive is written into; the folder itself otherwise.
 std::string FolderOf(const std::string& destination) {
     if (!IsZipDestination(destination)) return destination;
@@ -345,10 +338,8 @@ bool DestinationOnSource(const std::string& folder, const CPhysicalDisk& source)
     struct stat dev;
     if (source.DevicePath().empty() || ::stat(source.DevicePath().c_str(), &dev) != 0) return false;
     if (!S_ISBLK(dev.st_mode)) return dev.st_dev == dest.st_dev;
-    if (dev.st_rdev == dest.st_dev) return true;
-    // A partition of the source disk: its block-device folder sits inside the disk's.
-    std::string disk = SysBlockPath(dev.st_rdev), part = SysBlockPath(dest.st_dev);
-    return !disk.empty() && !part.empty() && std::filesystem::path(part).parent_path() == disk;
+    // The source device itself or a partition of the source disk.
+    return platform::SameDiskOrPartition(dev.st_rdev, dest.st_dev);
 }
 
 bool CheckDestination(const CPhysicalDisk& source, const CNode* top, const SaveRequest& request,

@@ -23,6 +23,15 @@ std::string TempTemplate(const std::string& path) {
     return folder + "." + name + ".XXXXXX.part";
 }
 
+// Creates the temporary for `path`; its name in `tmpl`. mkstemp makes the file private; a
+// finished output gets the usual rights (the umask is not touched: other threads create files).
+int OpenTempBeside(const std::string& path, std::string& tmpl) {
+    tmpl = TempTemplate(path);
+    int fd = ::mkostemps(tmpl.data(), 5, O_CLOEXEC);
+    if (fd >= 0) ::fchmod(fd, 0644);
+    return fd;
+}
+
 } // namespace
 
 bool RenameNoReplace(const std::string& from, const std::string& to, int& error) {
@@ -52,15 +61,12 @@ bool RenameNoReplace(const std::string& from, const std::string& to, int& error)
 }
 
 std::string MakeTempBeside(const std::string& path, int& error) {
-    std::string tmpl = TempTemplate(path);
-    int fd = ::mkostemps(tmpl.data(), 5, O_CLOEXEC);
+    std::string tmpl;
+    int fd = OpenTempBeside(path, tmpl);
     if (fd < 0) {
         error = errno;
         return {};
     }
-    mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::fchmod(fd, 0666 & ~mask);
     ::close(fd);
     return tmpl;
 }
@@ -72,18 +78,12 @@ bool AtomicFile::Create(const std::string& path, bool replace) {
     m_path = path;
     m_replace = replace;
     m_error = 0;
-    std::string tmpl = TempTemplate(path);
-    m_fd = ::mkostemps(tmpl.data(), 5, O_CLOEXEC);
+    m_fd = OpenTempBeside(path, m_temp);
     if (m_fd < 0) {
         m_error = errno;
         m_temp.clear();
         return false;
     }
-    // mkstemp makes the file private; a finished output gets the usual rights.
-    mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::fchmod(m_fd, 0666 & ~mask);
-    m_temp = tmpl;
     return true;
 }
 
