@@ -80,7 +80,7 @@ int ReadSessionAsRun(const ScanOptions& o, ScanRun& run) {
     if (o.beforeScan) {
         // The outputs are checked against the session file and the source it names.
         OpenedSource named;
-        named.path = o.source;
+        named.path = ToUtf8(session.sourcePath);
         if (!o.beforeScan(named)) return kExitUsage;
     }
     run.mode = session.mode;
@@ -189,14 +189,8 @@ std::function<bool(const OpenedSource&)> OutputCheckFor(const ScanOptions* opts,
         std::vector<platform::FileIdentity> ids;
         if (src.media) ids = SourceIdentities(*src.media);
         AddSourcePath(ids, opts->source);
-        if (IsSessionPath(opts->source)) {
-            // A session's own source is protected as much as the session file.
-            SessionData s;
-            CSilentMessages silent;
-            ReadSessionOptions ro;
-            ro.openSource = false;
-            if (ReadSession(opts->source, ro, s, silent)) AddSourcePath(ids, ToUtf8(s.sourcePath));
-        }
+        // For a session this is the source it names, protected as much as the session file.
+        AddSourcePath(ids, src.path);
         std::vector<PlannedOutput> outputs;
         if (!opts->json.empty() && opts->json != "-") outputs.push_back({PlannedOutput::Kind::File, opts->json});
         if (session && !session->empty()) outputs.push_back({PlannedOutput::Kind::File, *session});
