@@ -9,13 +9,13 @@
 #include <memory>
 #include <random>
 
-#include "scan/QuietScanEvents.h"
+#include "job/QuietScanEvents.h"
 #include "carve/ScanSignatures.h"
 #include "carve/SignatureList.h"
 #include "carve/SignatureTable.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/ByteSource.h"
 #include "storage/CPhysicalDisk.h"
 

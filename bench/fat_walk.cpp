@@ -8,12 +8,12 @@
 #include <memory>
 #include <string>
 
-#include "scan/QuietScanEvents.h"
+#include "job/QuietScanEvents.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
 #include "fs/exfat/ExFatEngine.h"
 #include "fs/fat/FatEngine.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 
 namespace {

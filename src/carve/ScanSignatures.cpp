@@ -9,11 +9,11 @@
 
 #include "carve/CChunkPrefetcher.h"
 #include "carve/CSectorReader.h"
-#include "carve/RecordSearchHook.h"
+#include "job/RecordSearchHook.h"
 #include "carve/ScannerSet.h"
 #include "fs/CNode.h"
 #include "platform/Platform.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 #include "util/Text.h"
 
@@ -120,8 +120,8 @@ bool StartsWithEightZeros(const uint8_t* p) {
 
 } // namespace
 
-uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSector, uint64_t endSector,
-                        ScanContext& ctx) {
+Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSector, uint64_t endSector,
+                       ScanContext& ctx) {
     ctx.events.OnSignatureScanStart();
     const bool records = scanKind == kScanRecordsOnly || scanKind == kScanRecordsAndSignatures;
     const bool signatures = scanKind == kScanSignaturesOnly || scanKind == kScanRecordsAndSignatures;
@@ -142,7 +142,7 @@ uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstS
     ctx.op.total.store(int64_t(endSector));
     uint64_t current = firstSector;
     uint64_t skipUntil = 0;
-    bool endedByError = false;
+    Outcome outcome = Outcome::Ok;
     // What the scanners read past a candidate is kept in the read-ahead window, so it is read
     // from the media once, in the loop's large reads.
     uint64_t lookAheadSectors = 0;
@@ -154,7 +154,7 @@ uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstS
 
     while (current < endSector && bps >= 8) {
         if (IsStop(ctx.PollState())) {
-            ctx.op.state.store(kStateStopFollowOn);
+            outcome = Outcome::Stopped;
             break;
         }
         ctx.op.currentSector.store(current);
@@ -165,9 +165,10 @@ uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstS
         if (!chunk.ok) {
             if (chunk.error == platform::kErrAccessDenied || chunk.error == platform::kErrDeviceGone) {
                 ctx.events.OnStatus(CStorageMedia::ErrorText(chunk.error));
-                endedByError = true;
+                outcome = chunk.error == platform::kErrDeviceGone ? Outcome::DeviceGone : Outcome::ReadFailed;
                 break;
             }
+            outcome = Worse(outcome, Outcome::ReadFailed);
             current += chunk.sectors; // never offered to a scanner
             continue;
         }
@@ -206,7 +207,7 @@ uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstS
             }
         }
         if (stop) {
-            ctx.op.state.store(kStateStopFollowOn);
+            outcome = Outcome::Stopped;
             break;
         }
     }
@@ -214,7 +215,7 @@ uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstS
     set.clear();
     reader.SetWindow(nullptr);
     if (hook) hook->Finish(ctx);
-    return endedByError ? 0 : ctx.op.state.load();
+    return outcome;
 }
 
 ContentResult CarvedWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "fs/Content.h"
+#include "job/Outcome.h"
 
 namespace kestrin {
 
@@ -23,9 +24,10 @@ inline constexpr uint32_t kSignatureChunkSectors = 512;
 // An embedded item (a camera raw's preview) of this size or more is dropped.
 inline constexpr uint64_t kMaxEmbeddedSize = 0x400000;
 
-// Returns the control block's state when the loop ends (1 when it stopped early), or 0 when a
-// read error 5 (access denied) or 55 (device gone) ended the scan; the items found so far stay.
-uint32_t ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSector, uint64_t endSector,
+// Stopped when a stop ended the loop early, DeviceGone when the source went away and ReadFailed
+// when access was refused mid-scan (both end it; the items found so far stay), else ReadFailed
+// when some chunks could not be read, else Ok.
+Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSector, uint64_t endSector,
                         ScanContext& ctx);
 
 // Files one hit of `scanner` at `sector` under "File Types": the type folder named by the

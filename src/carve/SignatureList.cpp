@@ -1,7 +1,7 @@
 #include "carve/SignatureList.h"
 
 #include "carve/SignatureFile.h"
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 #include "util/Text.h"
 
 namespace kestrin {

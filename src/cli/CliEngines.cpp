@@ -2,7 +2,7 @@
 
 #include "app/Language.h"
 #include "cli/CliText.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/SourceLayout.h"
 #ifdef KESTRIN_HAVE_NTFS
@@ -52,7 +52,7 @@ bool HaveFileSystemEngine(uint8_t fsKind) {
 Engines MakeCliEngines() {
     Engines e;
 #if defined(KESTRIN_HAVE_NTFS) || defined(KESTRIN_HAVE_FAT) || defined(KESTRIN_HAVE_EXFAT)
-    e.fileSystemScan = [](CPhysicalDisk& media, [[maybe_unused]] int mode, ScanContext& ctx) {
+    e.fileSystemScan = [](CPhysicalDisk& media, [[maybe_unused]] int mode, ScanContext& ctx) -> Outcome {
         uint8_t fs = media.GetFsKind();
 #ifdef KESTRIN_HAVE_RECOVER
         // A partition the table places but whose boot sector failed its test (an exFAT volume in
@@ -60,26 +60,22 @@ Engines MakeCliEngines() {
         uint8_t source = media.GetSourceKind();
         if (media.GetPartitionFlag() == kTableOnly &&
             (source == kSourceDiskPartition1 || source == kSourceDiskPartition2 || source == kSourceImagePartition)) {
-            SmartScanVolume(media, ctx);
-            return;
+            return SmartScanVolume(media, ctx);
         }
 #endif
         switch (fs) {
 #ifdef KESTRIN_HAVE_NTFS
         case kFsNtfs:
-            NtfsScanVolume(media, mode, ctx);
-            return;
+            return NtfsScanVolume(media, mode, ctx);
 #endif
 #ifdef KESTRIN_HAVE_FAT
         case kFsFat16:
         case kFsFat32:
-            FatScanVolume(media, mode, ctx);
-            return;
+            return FatScanVolume(media, mode, ctx);
 #endif
 #ifdef KESTRIN_HAVE_EXFAT
         case kFsExFat:
-            ExFatScanVolume(media, mode, ctx);
-            return;
+            return ExFatScanVolume(media, mode, ctx);
 #endif
         default:
             break;
@@ -89,6 +85,7 @@ Engines MakeCliEngines() {
             ctx.events.OnNotice(Tf("IDS_CLI_STAGE_NOT_AVAILABLE", FsKindName(fs)));
         else
             ctx.events.OnNotice(T("IDS_CLI_NO_FILE_SYSTEM", "No file system this program reads was found on the selected volume."));
+        return Outcome::Ok;
     };
 #endif
 #ifdef KESTRIN_HAVE_CARVE
@@ -98,23 +95,25 @@ Engines MakeCliEngines() {
 #endif
     // The preparation of the lost-partition search: the partition table read again into the
     // media's lists, which the search then adds to.
-    e.preparation = [](CPhysicalDisk& media, ScanContext&) {
+    e.preparation = [](CPhysicalDisk& media, ScanContext& ctx) {
+        WalkWatch watch(media);
         uint64_t first = media.GetFirstSector(), count = media.GetSectorCount();
         uint8_t kind = media.GetSourceKind();
         (void)ReadSourceLayout(media);
         media.SetFirstSector(first);
         media.SetSectorCount(count);
         media.SetSourceKind(kind);
+        return watch.Finish(ctx);
     };
 #ifdef KESTRIN_HAVE_RECOVER
     // Lost partitions on a disk; on a chosen volume in formatted mode, the previous file system.
     e.diskRecordSearch = [](CPhysicalDisk& media, uint64_t first, uint64_t end, ScanContext& ctx) {
-        RecoverRecordSearch(media, first, end, ctx);
+        return RecoverRecordSearch(media, first, end, ctx);
     };
-    e.secondFileSystemScan = [](CPhysicalDisk& media, ScanContext& ctx) { SmartScanVolume(media, ctx); };
+    e.secondFileSystemScan = [](CPhysicalDisk& media, ScanContext& ctx) { return SmartScanVolume(media, ctx); };
 #elif defined(KESTRIN_HAVE_NTFS)
     e.diskRecordSearch = [](CPhysicalDisk& media, uint64_t first, uint64_t end, ScanContext& ctx) {
-        NtfsSearchRecords(media, first, end, ctx);
+        return NtfsSearchRecords(media, first, end, ctx);
     };
 #endif
     return e;

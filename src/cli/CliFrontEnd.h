@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "scan/ProgressRule.h"
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 
 namespace kestrin {
 class CScanDriver;

@@ -10,7 +10,7 @@
 #include "fs/VolumeTree.h"
 #include "scan/CScanDriver.h"
 #include "scan/OperationRules.h"
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 #include "util/Text.h"
 #ifdef KESTRIN_HAVE_CARVE
 #include "carve/SignatureList.h"

@@ -12,7 +12,7 @@
 #include "cli/CliFrontEnd.h"
 #include "cli/CliSource.h"
 #include "scan/CScanDriver.h"
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 #include "cli/Verbs.h"
 #include "storage/SourceLayout.h"
 #include "util/Text.h"

@@ -169,7 +169,10 @@ SaveResult RunSave(const SaveJob& job, const RecoverOptions& o, uint32_t mode, u
     if (collision == kCollisionAsk) req.askRename = &AskNewName;
     SaveResult result;
     Engines engines = MakeCliEngines();
-    engines.saveToFolder = [&](CPhysicalDisk& m, ScanContext& ctx) { result = SaveMarked(m, ctx, req); };
+    engines.saveToFolder = [&](CPhysicalDisk& m, ScanContext& ctx) {
+        result = SaveMarked(m, ctx, req);
+        return OutcomeOf(result);
+    };
     // The rename question needs the terminal line to itself.
     CliFrontEnd fe(o.scan.quiet || collision == kCollisionAsk, job.media->GetSectorSize());
     CScanDriver driver(*job.media, engines, fe);
@@ -419,6 +422,7 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
         Engines engines = MakeCliEngines();
         engines.createImage = [&](CPhysicalDisk& m, ScanContext& ctx) {
             r = CreateDiskImage(m, o->out, ctx, msgs, o->overwrite);
+            return OutcomeOf(r);
         };
         CliFrontEnd fe(o->quiet, src.media->GetSectorSize());
         CScanDriver driver(*src.media, engines, fe);

@@ -24,9 +24,6 @@ constexpr const char* kImageOnSource =
     "The image file would be written onto the source it copies. Choose a file on another drive.";
 constexpr const char* kImageFailed = "The image file could not be written.";
 
-std::mutex g_lock;
-std::string g_imagePath;
-ImageResult g_lastImage;
 
 bool StatOfSource(const CPhysicalDisk& source, struct stat& st) {
     std::string path = source.GetDeviceKind() == kNotByName ? ToUtf8(source.GetPath()) : source.DevicePath();
@@ -184,30 +181,10 @@ ImageResult CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, S
     return result;
 }
 
-void CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, ScanContext& ctx) {
-    CSilentMessages silent;
-    ImageResult r = CreateDiskImage(source, outPath, ctx, silent);
-    std::lock_guard lk(g_lock);
-    g_lastImage = r;
-}
-
-void SetImageRequest(std::string outPath) {
-    std::lock_guard lk(g_lock);
-    g_imagePath = std::move(outPath);
-}
-
-void CreateImageOperation(CPhysicalDisk& source, ScanContext& ctx) {
-    std::string path;
-    {
-        std::lock_guard lk(g_lock);
-        path = g_imagePath;
-    }
-    if (!path.empty()) CreateDiskImage(source, path, ctx);
-}
-
-ImageResult LastImageResult() {
-    std::lock_guard lk(g_lock);
-    return g_lastImage;
+Outcome OutcomeOf(const ImageResult& r) {
+    if (r.cancelled) return Outcome::Stopped;
+    if (!r.ok || r.badSectors) return Outcome::ReadFailed;
+    return Outcome::Ok;
 }
 
 } // namespace kestrin

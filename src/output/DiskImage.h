@@ -6,7 +6,7 @@
 #include <string>
 
 #include "output/UserMessages.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 
 namespace kestrin {
@@ -32,12 +32,7 @@ bool ImageTargetIsSource(const std::string& outPath, const CPhysicalDisk& source
 // or map) is replaced only with `replace`. Sectors past the end of the source count as bad.
 ImageResult CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, ScanContext& ctx,
                             IUserMessages& messages, bool replace = false);
-// The driver's form: messages are dropped (the caller reports from the result).
-void CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, ScanContext& ctx);
-
-// The image-creation operation of the driver, with the path set beforehand.
-void SetImageRequest(std::string outPath);
-void CreateImageOperation(CPhysicalDisk& source, ScanContext& ctx);
-ImageResult LastImageResult();
+// The driver's view of an image copy: stopped, sectors that could not be copied, or ok.
+Outcome OutcomeOf(const ImageResult& r);
 
 } // namespace kestrin

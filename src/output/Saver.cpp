@@ -283,9 +283,6 @@ private:
     SaveResult m_result;
 };
 
-std::mutex g_requestLock;
-SaveRequest g_request;
-SaveResult g_lastResult;
 
 // The folder a zip archive is written into; the folder itself otherwise.
 std::string FolderOf(const std::string& destination) {
@@ -391,25 +388,10 @@ SaveResult SaveInto(COutputTarget& target, CPhysicalDisk& media, ScanContext& ct
     return walk.Run(start, request.destinationIsFat.value_or(false));
 }
 
-void SetSaveRequest(SaveRequest request) {
-    std::lock_guard lk(g_requestLock);
-    g_request = std::move(request);
-}
-
-void SaveToFolder(CPhysicalDisk& media, ScanContext& ctx) {
-    SaveRequest request;
-    {
-        std::lock_guard lk(g_requestLock);
-        request = g_request;
-    }
-    SaveResult r = request.destination.empty() ? SaveResult{} : SaveMarked(media, ctx, request);
-    std::lock_guard lk(g_requestLock);
-    g_lastResult = r;
-}
-
-SaveResult LastSaveResult() {
-    std::lock_guard lk(g_requestLock);
-    return g_lastResult;
+Outcome OutcomeOf(const SaveResult& r) {
+    if (r.cancelled) return Outcome::Stopped;
+    if (r.incomplete || r.writeErrors || r.archiveFailed) return Outcome::ReadFailed;
+    return Outcome::Ok;
 }
 
 } // namespace kestrin

@@ -11,7 +11,7 @@
 #include "fs/Content.h"
 #include "output/ContentCopy.h"
 #include "output/UserMessages.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 
 namespace kestrin {
@@ -92,10 +92,7 @@ class COutputTarget;
 // The same walk into a target already made (tests use targets that refuse on purpose).
 SaveResult SaveInto(COutputTarget& target, CPhysicalDisk& media, ScanContext& ctx, const SaveRequest& request);
 
-// The saving operation of the scan driver: runs SaveMarked with the request set beforehand.
-void SetSaveRequest(SaveRequest request);
-void SaveToFolder(CPhysicalDisk& media, ScanContext& ctx);
-// Result of the last SaveToFolder.
-SaveResult LastSaveResult();
+// The driver's view of a save: stopped, anything not saved as found, or ok.
+Outcome OutcomeOf(const SaveResult& r);
 
 } // namespace kestrin

@@ -12,7 +12,7 @@
 #include "output/OutputGuard.h"
 #include "platform/AtomicFile.h"
 #include "platform/Platform.h"
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 #include "storage/ByteSource.h"
 #include "util/Bytes.h"
 #include "util/Text.h"

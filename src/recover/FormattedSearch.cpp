@@ -50,7 +50,7 @@ std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* c
     const uint64_t total = uint64_t(g.highestCluster) - 1;
     for (uint64_t c = 2; c <= g.highestCluster && out.size() < limit;) {
         if (ctx) {
-            if (ctx->StopRequested()) break;
+            if (ctx->MustStop(media)) break;
             ctx->Progress(int64_t(c - 2), int64_t(total));
         }
         size_t n = size_t(std::min<uint64_t>(perRead, uint64_t(g.highestCluster) - c + 1));
@@ -66,8 +66,9 @@ std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* c
     return out;
 }
 
-void SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx) {
-    if (!ctx.top) return;
+Outcome SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx) {
+    if (!ctx.top) return Outcome::Ok;
+    WalkWatch watch(media);
     const uint8_t current = CurrentKind(media);
     const uint64_t count = media.GetSectorCount();
     const PartitionRecord saved = media.GetPartitionParams();
@@ -87,22 +88,21 @@ void SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx) {
         media.SetPartitionParams(r);
     }
     media.SetFsKind(kFsNtfs);
-    NtfsSearchRecords(media, 0, count, inner);
+    Outcome searched = NtfsSearchRecords(media, 0, count, inner);
     if (TreeHasItems(scratch.get())) {
         MoveVolumeRoots(scratch.get(), ctx.top);
-        if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
-        return;
+        return searched;
     }
     media.SetPartitionParams(saved);
     media.SetFsKind(savedKind);
-    if (ctx.StopRequested()) return;
+    if (Ends(searched)) return searched;
 
     if (current == kFsFat16 || current == kFsFat32) {
         media.SetFsKind(current);
         std::vector<uint32_t> folders = FindFatFolderClusters(media, &ctx);
-        if (!ctx.StopRequested()) FatRebuildFolders(media, folders, ctx);
+        if (!ctx.MustStop(media)) return FatRebuildFolders(media, folders, ctx);
     }
-    if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
+    return watch.Finish(ctx);
 }
 
 } // namespace kestrin

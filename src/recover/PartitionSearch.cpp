@@ -298,7 +298,7 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
     std::vector<PartitionCandidate> candidates;
     ctx.op.endSector.store(end);
     for (uint64_t at = base; at < end; at += chunkSectors) {
-        if (ctx.StopRequested()) break;
+        if (ctx.MustStop(media)) break;
         ctx.op.currentSector.store(at);
         ctx.Progress(int64_t(at - base), int64_t(count));
         uint64_t n = std::min<uint64_t>(chunkSectors, end - at);
@@ -323,19 +323,19 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
     return found.size();
 }
 
-void RecoverRecordSearch(CPhysicalDisk& media, uint64_t, uint64_t, ScanContext& ctx) {
+Outcome RecoverRecordSearch(CPhysicalDisk& media, uint64_t, uint64_t, ScanContext& ctx) {
+    WalkWatch watch(media);
         // A chosen volume or partition in formatted mode: what the previous file system left there.
     uint8_t source = media.GetSourceKind();
     if (ctx.mode == kModeFormatted && source != kSourcePhysicalDisk && source != kSourceImageFile) {
-        SearchPreviousFileSystem(media, ctx);
-        return;
+        return SearchPreviousFileSystem(media, ctx);
     }
     size_t added = SearchLostPartitions(media, ctx);
     // Nothing to place a volume by (no table entry, no boot sector, no usable $MFT record 0):
     // the MFT records lying on the disk are still worth listing, each read back from the volume
     // start the records themselves vote for.
     bool tableHasVolumes = media.Partitions().size() > 1 || !media.SecondPartitions().empty();
-    if (added == 0 && !tableHasVolumes && !ctx.StopRequested()) {
+    if (added == 0 && !tableHasVolumes && !ctx.MustStop(media)) {
         // The items are read back through the NTFS engine from this whole range, as the smart
         // scan does for a volume whose MFT is gone.
         PartitionRecord r;
@@ -346,9 +346,9 @@ void RecoverRecordSearch(CPhysicalDisk& media, uint64_t, uint64_t, ScanContext& 
         media.SetFsKind(kFsNtfs);
         media.SetPartitionFlag(kTableOnly);
         media.SetPartitionParams(r);
-        NtfsSearchRecords(media, 0, media.GetSectorCount(), ctx);
+        return NtfsSearchRecords(media, 0, media.GetSectorCount(), ctx);
     }
-    if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
+    return watch.Finish(ctx);
 }
 
 } // namespace kestrin

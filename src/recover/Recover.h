@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/PartitionRecord.h"
 
@@ -19,7 +19,7 @@ class CNode;
 // recognition (or a backup boot sector), whatever kind the table announced; the media's kind and
 // parameters are set to it so that content read-back goes to the same engine. NTFS volumes whose
 // MFT cannot be read, and ranges with no usable boot sector, get the whole-range record search.
-void SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx);
+Outcome SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx);
 
 // Whether a listed partition should be scanned with the smart scan rather than the plain one:
 // its boot sector failed the strict test (flag 1).
@@ -27,7 +27,7 @@ bool WantsSmartScan(const PartitionRecord& r);
 
 // The whole-disk record stage of kind 2: on a volume in formatted mode the search for the
 // previous file system, otherwise the lost-partition search.
-void RecoverRecordSearch(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx);
+Outcome RecoverRecordSearch(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx);
 
 // Lost-partition search over the whole media (sectors 0 to the count) in one pass. Checked and
 // de-duplicated candidates (not already in the table) are appended to media.SecondPartitions()
@@ -66,7 +66,7 @@ std::vector<PartitionRecord> RankCandidates(CStorageMedia& media, uint64_t diskS
 // The search for the previous file system of the selected volume (formatted recovery): NTFS
 // file and index records first; when they give nothing, FAT folders found by their "." and ".."
 // entries. The media's kind is set to the file system whose items are listed.
-void SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx);
+Outcome SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx);
 
 // Folder clusters of the selected FAT volume: every data cluster whose first two entries are "."
 // and "..". At most `limit` are returned.

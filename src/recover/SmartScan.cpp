@@ -52,13 +52,13 @@ std::optional<PartitionRecord> RecogniseRange(CPhysicalDisk& media) {
     return std::nullopt;
 }
 
-void RunEngine(CPhysicalDisk& media, uint8_t kind, ScanContext& ctx) {
+Outcome RunEngine(CPhysicalDisk& media, uint8_t kind, ScanContext& ctx) {
     switch (kind) {
-    case kFsNtfs: NtfsScanVolume(media, 1, ctx); break;
+    case kFsNtfs: return NtfsScanVolume(media, 1, ctx);
     case kFsFat16:
-    case kFsFat32: FatScanVolume(media, 1, ctx); break;
-    case kFsExFat: ExFatScanVolume(media, 1, ctx); break;
-    default: break;
+    case kFsFat32: return FatScanVolume(media, 1, ctx);
+    case kFsExFat: return ExFatScanVolume(media, 1, ctx);
+    default: return Outcome::Ok;
     }
 }
 
@@ -66,8 +66,9 @@ void RunEngine(CPhysicalDisk& media, uint8_t kind, ScanContext& ctx) {
 
 bool WantsSmartScan(const PartitionRecord& r) { return r.partitionFlag == kTableOnly; }
 
-void SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx) {
-    if (!ctx.top) return;
+Outcome SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx) {
+    WalkWatch watch(media);
+    if (!ctx.top) return Outcome::Ok;
     const uint64_t first = media.GetFirstSector(), count = media.GetSectorCount();
     std::optional<PartitionRecord> found = RecogniseRange(media);
     if (found) {
@@ -79,13 +80,12 @@ void SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx) {
         media.SetPartitionParams(r);
         std::unique_ptr<CNode> scratch(MakeTopNode());
         ScanContext inner{ctx.op, ctx.events, ctx.gate, ctx.mode, scratch.get(), ctx.signatures, ctx.recordSearch};
-        RunEngine(media, r.fsKind, inner);
+        Outcome walked = RunEngine(media, r.fsKind, inner);
         if (TreeHasItems(scratch.get()) || r.fsKind != kFsNtfs) {
             MoveVolumeRoots(scratch.get(), ctx.top);
-            if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
-            return;
+            return walked;
         }
-        if (ctx.StopRequested()) return;
+        if (Ends(walked)) return walked;
         // NTFS whose MFT and mirror cannot be read: the record search below.
     }
     media.SetFsKind(kFsNtfs);
@@ -98,8 +98,7 @@ void SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx) {
         media.SetPartitionFlag(kTableOnly);
         media.SetPartitionParams(r);
     }
-    NtfsSearchRecords(media, 0, count, ctx);
-    if (ctx.op.state.load() != kStateCancel) ctx.op.state.store(kStateRunning);
+    return Worse(watch.Finish(ctx), NtfsSearchRecords(media, 0, count, ctx));
 }
 
 } // namespace kestrin

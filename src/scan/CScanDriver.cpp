@@ -40,7 +40,6 @@ bool CScanDriver::Start(uint32_t kind, uint32_t mode) {
     if (m_running.load()) return false;
     if (m_worker.joinable()) m_worker.join();
     m_mode = mode;
-    SetLostDataModeFlag(IsLostDataMode(mode));
 
     std::string status = app::Text(StatusTextId(kind, mode, m_media.GetSourceKind(), m_destinationKind == 1));
     if (kind == kKindSave) {
@@ -61,6 +60,7 @@ bool CScanDriver::Start(uint32_t kind, uint32_t mode) {
     m_op.endSector.store(0);
     m_op.state.store(kStateRunning);
     m_cancelled.store(false);
+    m_outcome = Outcome::Ok;
     m_completionFlag.store(false);
     m_stageFailed.store(false);
     if (!m_top) m_top.reset(MakeTopNode());
@@ -184,7 +184,7 @@ void CScanDriver::MissingStage(Stage s) {
     m_events.OnNotice(text);
 }
 
-void CScanDriver::RunStage(Stage s, ScanContext& ctx) {
+Outcome CScanDriver::RunStage(Stage s, ScanContext& ctx) {
     {
         std::lock_guard lk(m_infoMutex);
         m_stagesRun.push_back(s);
@@ -194,44 +194,51 @@ void CScanDriver::RunStage(Stage s, ScanContext& ctx) {
     // partition's start when a partition was chosen, where 0 would be the wrong place.
     const uint64_t first = m_media.GetFirstSector();
     const uint64_t end = first + m_media.GetSectorCount();
+    auto missing = [&] {
+        MissingStage(s);
+        return Outcome::Ok;
+    };
     switch (s) {
     case Stage::FileSystemScan:
-        if (!m_engines.fileSystemScan) return MissingStage(s);
-        m_engines.fileSystemScan(m_media, 1, ctx);
-        return;
+        if (!m_engines.fileSystemScan) return missing();
+        return m_engines.fileSystemScan(m_media, 1, ctx);
     case Stage::SignatureScan:
-        if (!m_engines.signatureScan) return MissingStage(s);
-        m_engines.signatureScan(m_media, 2, first, end, ctx);
-        return;
+        if (!m_engines.signatureScan) return missing();
+        return m_engines.signatureScan(m_media, 2, first, end, ctx);
     case Stage::PhotoPruning:
         PruneToMediaFiles(m_top.get());
-        return;
+        return Outcome::Ok;
     case Stage::Preparation:
-        if (!m_engines.preparation) return MissingStage(s);
-        m_engines.preparation(m_media, ctx);
-        return;
+        if (!m_engines.preparation) return missing();
+        return m_engines.preparation(m_media, ctx);
     case Stage::DiskRecordSearch:
         // The record search counts from the start of the selected range: sectors 0 to the count.
-        if (!m_engines.diskRecordSearch) return MissingStage(s);
-        m_engines.diskRecordSearch(m_media, 0, m_media.GetSectorCount(), ctx);
-        return;
+        if (!m_engines.diskRecordSearch) return missing();
+        return m_engines.diskRecordSearch(m_media, 0, m_media.GetSectorCount(), ctx);
     case Stage::SecondFileSystemScan:
-        if (!m_engines.secondFileSystemScan) return MissingStage(s);
-        m_engines.secondFileSystemScan(m_media, ctx);
-        return;
+        if (!m_engines.secondFileSystemScan) return missing();
+        return m_engines.secondFileSystemScan(m_media, ctx);
     case Stage::SaveToFolder:
-        if (!m_engines.saveToFolder) return MissingStage(s);
-        m_engines.saveToFolder(m_media, ctx);
-        return;
+        if (!m_engines.saveToFolder) return missing();
+        return m_engines.saveToFolder(m_media, ctx);
     case Stage::BurnToDisc:
-        if (!m_engines.burnToDisc) return MissingStage(s);
-        m_engines.burnToDisc(m_media, ctx);
-        return;
+        if (!m_engines.burnToDisc) return missing();
+        return m_engines.burnToDisc(m_media, ctx);
     case Stage::CreateImage:
-        if (!m_engines.createImage) return MissingStage(s);
-        m_engines.createImage(m_media, ctx);
-        return;
+        if (!m_engines.createImage) return missing();
+        return m_engines.createImage(m_media, ctx);
     }
+    return Outcome::Ok;
+}
+
+void CScanDriver::Note(Outcome o) {
+    std::lock_guard lk(m_infoMutex);
+    m_outcome = Worse(m_outcome, o);
+}
+
+Outcome CScanDriver::Result() const {
+    std::lock_guard lk(m_infoMutex);
+    return m_outcome;
 }
 
 void CScanDriver::Worker(uint32_t kind) {
@@ -239,31 +246,32 @@ void CScanDriver::Worker(uint32_t kind) {
     try {
         switch (kind) {
         case kKindFileSystemScan: {
-            RunStage(Stage::FileSystemScan, ctx);
-            // The file-system engines end by writing state 1; only a confirmed cancel may keep the
-            // follow-on signature scan from running, so anything but 4 goes back to running.
-            if (m_op.state.load() != kStateCancel) m_op.state.store(kStateRunning);
-            uint32_t st = m_op.state.load();
-            if (!m_op.deletedOnly.load() && st != kStateCancel && st != kStateStopFollowOn)
-                RunStage(Stage::SignatureScan, ctx);
+            // A confirmed stop or a source that went away during the file-system stage ends the
+            // operation: the content search never starts after the user said Yes.
+            Outcome walked = RunStage(Stage::FileSystemScan, ctx);
+            Note(walked);
+            if (!m_op.deletedOnly.load() && !Ends(walked)) Note(RunStage(Stage::SignatureScan, ctx));
             if (IsPhotoMode(m_mode)) RunStage(Stage::PhotoPruning, ctx);
             break;
         }
         case kKindSave:
-            for (Stage s : StagesOf(kind, m_mode, m_destinationKind)) RunStage(s, ctx);
+            for (Stage s : StagesOf(kind, m_mode, m_destinationKind)) {
+                Note(RunStage(s, ctx));
+                if (Ends(m_outcome)) break;
+            }
             break;
         case kKindPartitionSearch:
-            RunStage(Stage::Preparation, ctx);
-            RunStage(Stage::DiskRecordSearch, ctx);
+            Note(RunStage(Stage::Preparation, ctx));
+            if (!Ends(m_outcome)) Note(RunStage(Stage::DiskRecordSearch, ctx));
             break;
         case kKindSmartScan:
-            RunStage(Stage::SecondFileSystemScan, ctx);
+            Note(RunStage(Stage::SecondFileSystemScan, ctx));
             break;
         case kKindSignatureScan:
-            RunStage(Stage::SignatureScan, ctx);
+            Note(RunStage(Stage::SignatureScan, ctx));
             break;
         case kKindCreateImage:
-            RunStage(Stage::CreateImage, ctx);
+            Note(RunStage(Stage::CreateImage, ctx));
             break;
         default:
             break;

@@ -12,8 +12,8 @@
 
 #include "scan/Engines.h"
 #include "scan/OperationRules.h"
-#include "scan/ScanContext.h"
-#include "scan/ScanOperation.h"
+#include "job/ScanContext.h"
+#include "job/ScanOperation.h"
 
 namespace kestrin {
 
@@ -51,6 +51,8 @@ public:
     // Cancel without a question (no terminal to ask, or the window is closing).
     void RequestCancel();
     bool CancelConfirmed() const { return m_cancelled; }
+    // How the last operation's stages ended, the worst first (valid once it finished).
+    Outcome Result() const;
 
     // End of a kind-2 search: true when it found no partition with a file system to scan.
     bool NoPartitionFound() const;
@@ -86,7 +88,9 @@ public:
 
 private:
     void Worker(uint32_t kind);
-    void RunStage(Stage s, ScanContext& ctx);
+    Outcome RunStage(Stage s, ScanContext& ctx);
+    // Folds a stage's outcome into the operation's.
+    void Note(Outcome o);
     void MissingStage(Stage s);
     void SetStatus(std::string text);
 
@@ -114,6 +118,7 @@ private:
     std::vector<std::string> m_missing;
 
     std::atomic<bool> m_cancelled{false};
+    Outcome m_outcome = Outcome::Ok; // guarded by m_infoMutex
     std::atomic<bool> m_skipFlag{false};
     std::atomic<bool> m_completionFlag{false};
     std::atomic<bool> m_stageFailed{false};

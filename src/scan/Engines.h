@@ -5,26 +5,29 @@
 #include <cstdint>
 #include <functional>
 
+#include "job/Outcome.h"
+
 namespace kestrin {
 
 class CPhysicalDisk;
 struct ScanContext;
 
 struct Engines {
+    // Every entry returns how its walk ended; the driver alone turns that into the operation's
+    // state and decides what runs next.
     // File-system scan of the selected range with deleted and lost items: (media, 1, window).
-    std::function<void(CPhysicalDisk&, int, ScanContext&)> fileSystemScan;
-    // Signature scan: (media, scan kind, first sector, end sector exclusive, window); returns the
-    // stop state, or 0 when a read error ended the scan.
-    std::function<uint32_t(CPhysicalDisk&, uint32_t, uint64_t, uint64_t, ScanContext&)> signatureScan;
+    std::function<Outcome(CPhysicalDisk&, int, ScanContext&)> fileSystemScan;
+    // Signature scan: (media, scan kind, first sector, end sector exclusive, window).
+    std::function<Outcome(CPhysicalDisk&, uint32_t, uint64_t, uint64_t, ScanContext&)> signatureScan;
     // Preparation step of the lost-partition search (kind 2).
-    std::function<void(CPhysicalDisk&, ScanContext&)> preparation;
+    std::function<Outcome(CPhysicalDisk&, ScanContext&)> preparation;
     // Whole-disk search for file-system records: (media, 0, sector count, window).
-    std::function<void(CPhysicalDisk&, uint64_t, uint64_t, ScanContext&)> diskRecordSearch;
+    std::function<Outcome(CPhysicalDisk&, uint64_t, uint64_t, ScanContext&)> diskRecordSearch;
     // Second file-system scan (kind 3, smart scan).
-    std::function<void(CPhysicalDisk&, ScanContext&)> secondFileSystemScan;
-    std::function<void(CPhysicalDisk&, ScanContext&)> createImage;
-    std::function<void(CPhysicalDisk&, ScanContext&)> saveToFolder;
-    std::function<void(CPhysicalDisk&, ScanContext&)> burnToDisc;
+    std::function<Outcome(CPhysicalDisk&, ScanContext&)> secondFileSystemScan;
+    std::function<Outcome(CPhysicalDisk&, ScanContext&)> createImage;
+    std::function<Outcome(CPhysicalDisk&, ScanContext&)> saveToFolder;
+    std::function<Outcome(CPhysicalDisk&, ScanContext&)> burnToDisc;
 };
 
 } // namespace kestrin

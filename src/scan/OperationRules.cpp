@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 #include "storage/CPhysicalDisk.h"
 
 namespace kestrin {
@@ -21,8 +21,6 @@ bool IsLostDataMode(uint32_t mode) {
 
 bool IsPhotoMode(uint32_t mode) { return mode == kModeDeletedPhotos || mode == kModeLostPhotos; }
 
-bool LostDataModeFlag() { return g_lostDataMode.load(std::memory_order_relaxed); }
-void SetLostDataModeFlag(bool on) { g_lostDataMode.store(on, std::memory_order_relaxed); }
 
 int ChooseOperationKind(uint32_t mode, uint8_t sourceKind, bool imageCreationPending) {
     if (imageCreationPending) return kKindCreateImage;
@@ -66,14 +64,6 @@ std::string StatusTextId(uint32_t kind, uint32_t mode, uint8_t sourceKind, bool 
     default:
         return {};
     }
-}
-
-uint32_t MainWindowStateFor(uint32_t kind) {
-    return kind == kKindPartitionSearch || kind == kKindCreateImage ? 1009 : 32777;
-}
-
-bool SetsBusyFlag(uint32_t kind) {
-    return kind == kKindFileSystemScan || kind == kKindSmartScan || kind == kKindSignatureScan;
 }
 
 std::vector<Stage> StagesOf(uint32_t kind, uint32_t mode, uint32_t destinationKind) {

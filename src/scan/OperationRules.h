@@ -13,10 +13,6 @@ bool IsKnownMode(uint32_t mode);
 bool IsLostDataMode(uint32_t mode);
 bool IsPhotoMode(uint32_t mode);
 
-// The process-wide lost-data flag, set when a scan starts in a lost-data mode.
-bool LostDataModeFlag();
-void SetLostDataModeFlag(bool on);
-
 // Operation kind for a scan of a source of `sourceKind` (1-6) in `mode`. A pending image creation
 // keeps kind 6 whatever the source. Returns -1 for a source kind that no scan is defined for.
 int ChooseOperationKind(uint32_t mode, uint8_t sourceKind, bool imageCreationPending = false);
@@ -27,11 +23,6 @@ bool DeletedOnlyFor(uint32_t mode);
 std::string StatusTextId(uint32_t kind, uint32_t mode, uint8_t sourceKind, bool toDisc = false);
 // The two detail rows every kind shows: an empty first row and this identifier as the second.
 inline constexpr const char* kDetailRowTwoId = "IDS_THIS_MIGHT_FEW_MIN";
-
-// The main window's state value while the operation runs (1009 for kinds 2 and 6, 32777 for the
-// others) and whether the kind sets its busy flag first (kinds 0, 3 and 4).
-uint32_t MainWindowStateFor(uint32_t kind);
-bool SetsBusyFlag(uint32_t kind);
 
 enum class Stage {
     FileSystemScan,

@@ -59,6 +59,7 @@ bool CStorageMedia::Transfer(void* buffer, uint32_t byteCount, uint64_t startSec
     }
     if (n < 0) {
         ++m_readFailures;
+        if (m_handle->LastError() == platform::kErrDeviceGone) m_deviceGone = true;
         return false;
     }
     if (!write && uint64_t(n) < byteCount) m_bytesPastEnd += byteCount - uint64_t(n);

@@ -58,6 +58,8 @@ public:
     // Bytes that reads asked for past the end of the source (a short read succeeds, but what it
     // could not deliver was never read: savers count these bytes as unreadable).
     uint64_t BytesPastEnd() const { return m_bytesPastEnd; }
+    // A read failed because the source went away (unplugged, medium removed): every walk stops.
+    bool DeviceGone() const { return m_deviceGone; }
 
 protected:
     std::unique_ptr<ByteSource> m_handle;
@@ -78,6 +80,7 @@ private:
     uint64_t m_position = 0; // byte position of the next read without seek
     uint64_t m_bytesPastEnd = 0;
     uint64_t m_readFailures = 0;
+    bool m_deviceGone = false;
     std::vector<uint8_t> m_bounce; // aligned copy for unbuffered devices
 };
 

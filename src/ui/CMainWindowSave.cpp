@@ -165,7 +165,10 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
     }
     SaveResult result;
     Engines engines = cli::MakeCliEngines();
-    engines.saveToFolder = [&](CPhysicalDisk& m, ScanContext& ctx) { result = SaveMarked(m, ctx, req); };
+    engines.saveToFolder = [&](CPhysicalDisk& m, ScanContext& ctx) {
+        result = SaveMarked(m, ctx, req);
+        return OutcomeOf(result);
+    };
     CScanMan dlg(this);
     CScanDriver driver(*m_src.media, engines, dlg);
     driver.SetSaveDestination(req.destination, 0);

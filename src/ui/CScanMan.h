@@ -15,7 +15,7 @@
 #include <string>
 
 #include "scan/ProgressRule.h"
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 
 class QLabel;
 class QProgressBar;

@@ -12,7 +12,7 @@
 #include "carve/SignatureRecord.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/ByteSource.h"
 #include "storage/CPhysicalDisk.h"
 #include "util/Text.h"
@@ -91,10 +91,10 @@ struct ScanRun {
     PauseGate gate;
     std::unique_ptr<CNode> top{MakeTopNode()};
     std::vector<SignatureRecord> rows;
-    uint32_t result = 0;
+    Outcome result = Outcome::Ok;
 
     ScanContext Context() { return ScanContext{op, events, gate, kModeLostFiles, top.get(), &rows}; }
-    uint32_t Run(uint32_t kind = kScanSignaturesOnly, IRecordSearchHook* hook = nullptr) {
+    Outcome Run(uint32_t kind = kScanSignaturesOnly, IRecordSearchHook* hook = nullptr) {
         op.state = kStateRunning;
         ScanContext ctx = Context();
         ctx.recordSearch = hook;

@@ -3,7 +3,7 @@
 
 #include "CarveTestUtil.h"
 #include "carve/CScanner.h"
-#include "carve/RecordSearchHook.h"
+#include "job/RecordSearchHook.h"
 #include "platform/Platform.h"
 
 namespace kestrin::test {
@@ -34,7 +34,7 @@ TEST(ScanLoop, ZeroShortcutFirstWinsAndOneHitPerSector) {
     EXPECT_EQ(run.Files(), (std::vector<std::string>{"deep[1-1000]/file#1.deep@9:10", "one[1-1000]/file#1.one@3:1000"}));
     EXPECT_EQ(run.events.starts, 1);
     EXPECT_EQ(run.events.progress, 1);
-    EXPECT_EQ(run.result, uint32_t(kStateRunning));
+    EXPECT_EQ(run.result, Outcome::Ok);
 }
 
 TEST(ScanLoop, StreamSkipRuleIsCaseSensitive) {
@@ -138,9 +138,12 @@ TEST(ScanLoop, EmbeddedItemsShareTheNumberAndAreCappedAt4MiB) {
 TEST(ScanLoop, ReadErrorsSkipTheChunkOrEndTheScan) {
     struct Case {
         uint32_t code;
-        uint32_t result;
+        Outcome result;
         size_t files;
-    } cases[] = {{23, kStateRunning, 2}, {platform::kErrAccessDenied, 0, 1}, {platform::kErrDeviceGone, 0, 1}};
+        bool ended;
+    } cases[] = {{23, Outcome::ReadFailed, 2, false},
+                 {platform::kErrAccessDenied, Outcome::ReadFailed, 1, true},
+                 {platform::kErrDeviceGone, Outcome::DeviceGone, 1, true}};
     for (const Case& c : cases) {
         ScanRun run;
         auto image = Image(1600);
@@ -151,7 +154,7 @@ TEST(ScanLoop, ReadErrorsSkipTheChunkOrEndTheScan) {
         run.rows = {UserRecord(kMagic, ".bin", 10)};
         EXPECT_EQ(run.Run(), c.result) << c.code;
         EXPECT_EQ(run.Files().size(), c.files) << c.code;
-        EXPECT_EQ(run.events.status.size(), c.result ? 0u : 1u) << c.code;
+        EXPECT_EQ(run.events.status.size(), c.ended ? 1u : 0u) << c.code;
     }
 }
 
@@ -165,8 +168,7 @@ TEST(ScanLoop, StopKeepsWhatWasFound) {
     run.events.onProgress = [&] {
         if (run.events.progress == 2) run.op.state = kStateCancel;
     };
-    EXPECT_EQ(run.Run(), uint32_t(kStateStopFollowOn));
-    EXPECT_EQ(run.op.state.load(), uint32_t(kStateStopFollowOn));
+    EXPECT_EQ(run.Run(), Outcome::Stopped);
     EXPECT_EQ(run.Files().size(), 1u);
 }
 

@@ -5,13 +5,13 @@
 #include <memory>
 #include <vector>
 
-#include "scan/QuietScanEvents.h"
+#include "job/QuietScanEvents.h"
 #include "carve/CSectorReader.h"
 #include "carve/ScanSignatures.h"
 #include "carve/ScannerSet.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/ByteSource.h"
 #include "storage/CPhysicalDisk.h"
 

@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "scan/QuietScanEvents.h"
+#include "job/QuietScanEvents.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
 #include "fs/fat/FatEngine.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/ByteSource.h"
 
 using namespace kestrin;

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "scan/QuietScanEvents.h"
+#include "job/QuietScanEvents.h"
 #include "fs/CNode.h"
 #include "scan/CScanDriver.h"
 #include "storage/CPhysicalDisk.h"
@@ -34,16 +34,16 @@ Engines FuzzEngines() {
     e.fileSystemScan = [](CPhysicalDisk& media, [[maybe_unused]] int mode, [[maybe_unused]] ScanContext& ctx) {
         switch (media.GetFsKind()) {
 #ifdef KESTRIN_HAVE_NTFS
-        case kFsNtfs: NtfsScanVolume(media, mode, ctx); break;
+        case kFsNtfs: return NtfsScanVolume(media, mode, ctx);
 #endif
 #ifdef KESTRIN_HAVE_FAT
         case kFsFat16:
-        case kFsFat32: FatScanVolume(media, mode, ctx); break;
+        case kFsFat32: return FatScanVolume(media, mode, ctx);
 #endif
 #ifdef KESTRIN_HAVE_EXFAT
-        case kFsExFat: ExFatScanVolume(media, mode, ctx); break;
+        case kFsExFat: return ExFatScanVolume(media, mode, ctx);
 #endif
-        default: break;
+        default: return Outcome::Ok;
         }
     };
 #ifdef KESTRIN_HAVE_CARVE
@@ -51,10 +51,13 @@ Engines FuzzEngines() {
         return ScanSignatures(media, kind, first, end, ctx);
     };
 #endif
-    e.preparation = [](CPhysicalDisk& media, ScanContext&) { (void)ReadSourceLayout(media); };
+    e.preparation = [](CPhysicalDisk& media, ScanContext&) {
+        (void)ReadSourceLayout(media);
+        return Outcome::Ok;
+    };
 #ifdef KESTRIN_HAVE_NTFS
     e.diskRecordSearch = [](CPhysicalDisk& media, uint64_t first, uint64_t end, ScanContext& ctx) {
-        NtfsSearchRecords(media, first, end, ctx);
+        return NtfsSearchRecords(media, first, end, ctx);
     };
 #endif
     return e;

@@ -9,9 +9,9 @@
 
 #include <unistd.h>
 
-#include "scan/QuietScanEvents.h"
+#include "job/QuietScanEvents.h"
 #include "output/UserMessages.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 
 namespace kestrin::test {
 

@@ -8,7 +8,7 @@
 
 #include "OutputTestUtil.h"
 #include "output/SessionFile.h"
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 #include "storage/ByteSource.h"
 #include "util/Bytes.h"
 #include "util/Text.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "scan/QuietScanEvents.h"
+#include "job/QuietScanEvents.h"
 #include "TestImages.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"

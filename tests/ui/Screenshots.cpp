@@ -23,7 +23,7 @@
 #include "app/Language.h"
 #include "carve/SignatureFile.h"
 #include "scan/CScanDriver.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "ui/CFolderTreeModel.h"
 #include "ui/CMainWindow.h"
 #include "ui/CQtMessages.h"
@@ -124,6 +124,7 @@ int main(int argc, char** argv) {
                 ctx.Progress(std::min<int64_t>(i, 420), 1000);
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));
             }
+            return Outcome::Stopped;
         };
         CScanMan dlg(&w);
         CScanDriver driver(media, engines, dlg);

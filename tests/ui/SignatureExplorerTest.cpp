@@ -15,7 +15,7 @@
 #include "app/Language.h"
 #include "carve/SignatureFile.h"
 #include "carve/SignatureList.h"
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 #include "ui/CMainWindow.h"
 #include "ui/CQtMessages.h"
 #include "ui/CSignatureAddDlg.h"

@@ -27,7 +27,7 @@
 #include "TestImages.h"
 #include "app/Language.h"
 #include "scan/CScanDriver.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "ui/CFileListModel.h"
 #include "ui/CFolderTreeModel.h"
 #include "ui/CMainWindow.h"
@@ -523,6 +523,7 @@ private slots:
                 ctx.Progress(i, 1000000);
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
+            return Outcome::Stopped;
         };
         CScanMan dlg;
         CScanDriver driver(media, engines, dlg);

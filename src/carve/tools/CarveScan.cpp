@@ -12,7 +12,7 @@
 #include "carve/SignatureTable.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 #include "util/Text.h"
 
@@ -66,7 +66,7 @@ int main(int argc, char** argv) {
     CNode* top = MakeTopNode();
     ScanContext ctx{op, events, gate, mode, top, &rows};
     auto t0 = std::chrono::steady_clock::now();
-    uint32_t result = ScanSignatures(disk, kScanSignaturesOnly, 0, disk.GetSectorCount(), ctx);
+    Outcome result = ScanSignatures(disk, kScanSignaturesOnly, 0, disk.GetSectorCount(), ctx);
     double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     uint64_t files = 0;
     ForEachNode(top, [&](CNode* n) {
@@ -77,8 +77,8 @@ int main(int argc, char** argv) {
                     (unsigned long long)n->location, n->startOffset, (unsigned long long)n->size);
     });
     double mib = double(disk.GetSectorCount()) * disk.GetSectorSize() / (1 << 20);
-    std::fprintf(stderr, "scan: %zu rows, %llu items, state %u, %.3f s, %.1f MiB/s\n", rows.size(),
-                 (unsigned long long)files, result, secs, secs > 0 ? mib / secs : 0.0);
+    std::fprintf(stderr, "scan: %zu rows, %llu items, %s, %.3f s, %.1f MiB/s\n", rows.size(),
+                 (unsigned long long)files, OutcomeName(result), secs, secs > 0 ? mib / secs : 0.0);
     delete top;
     return 0;
 }

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "fs/VolumeTree.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "util/Bytes.h"
 
 namespace kestrin {
@@ -139,9 +139,7 @@ void CExFatWalker::ReadFolder(ScanEntry* folder) {
 
 bool CExFatWalker::StopBeforeFolder() {
     if (!m_ctx) return false;
-    if (m_ctx->PollState() != kStateCancel) return false;
-    m_ctx->op.state.store(kStateStopFollowOn);
-    return true;
+    return m_ctx->MustStop(m_vol.Media());
 }
 
 bool CExFatWalker::ReadFolderTree(ScanEntry* top) {
@@ -158,8 +156,7 @@ bool CExFatWalker::ReadFolderTree(ScanEntry* top) {
         stack.back() = child->nextSibling;
         if (!(child->flags & kNodeFolder)) continue;
         if (m_ctx) {
-            uint32_t state = m_ctx->PollState();
-            if (state == kStateCancel || state == kStateStopFollowOn) return true;
+            if (m_ctx->MustStop(m_vol.Media())) return true;
             m_ctx->Progress(int64_t(++m_visited), int64_t(m_made));
         }
         if (StopBeforeFolder()) return true;

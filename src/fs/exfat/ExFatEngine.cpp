@@ -9,7 +9,7 @@
 #include "fs/exfat/CExFatWalker.h"
 #include "fs/fat/CFatVolume.h"
 #include "fs/fat/FatEngine.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 #include "util/Bytes.h"
 
@@ -77,14 +77,15 @@ private:
 
 } // namespace
 
-void ExFatScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
+Outcome ExFatScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
+    WalkWatch watch(media);
     CFatVolume vol(media);
-    if (!vol.Open(kFsExFat)) return;
+    if (!vol.Open(kFsExFat)) return watch.Finish(ctx, true);
     CExFatWalker walker(vol, &ctx);
     walker.ReadFolderTree(walker.Root());
-    // The walk reports itself done (state 1), also after a stop.
-    ctx.op.state.store(kStateStopFollowOn);
+    // A stopped walk still shows what it found.
     if (ctx.top) AttachVolume(ctx.top, walker.TakeRoot());
+    return watch.Finish(ctx);
 }
 
 ContentResult ExFatWriteContent(CFatVolume& vol, const CNode& node, const ContentSink& sink) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "fs/Content.h"
+#include "job/Outcome.h"
 
 namespace kestrin {
 
@@ -16,7 +17,7 @@ struct ScanContext;
 // root-directory cluster) with "Lost" first. exFAT has one walk; `mode` (the driver's
 // file-system-scan argument) does not change it. The walk ends with the scan state set to 1
 // (done), and a stop request (4) is turned into 1 before the next folder.
-void ExFatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
+Outcome ExFatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
 
 // Writes `size` bytes of a file found on the media's exFAT volume: in use, through its FAT
 // chain (flags bit 4) or as one contiguous run; deleted, from the first cluster onward over the

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "fs/VolumeTree.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "util/Bytes.h"
 
 namespace kestrin {
@@ -309,7 +309,7 @@ bool CFatWalker::ReadFolderTree(ScanEntry* top) {
         }
         stack.back() = child->nextSibling;
         if (m_ctx) {
-            if (m_ctx->StopRequested()) return true;
+            if (m_ctx->MustStop(m_vol.Media())) return true;
             m_ctx->Progress(int64_t(++m_visited), int64_t(m_made));
         }
         if (child->flags & kNodeFolder) {

@@ -6,7 +6,7 @@
 
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 #include "util/Bytes.h"
 
@@ -25,17 +25,19 @@ void Prepend(ScanEntry* folder, ScanEntry* e) {
 
 } // namespace
 
-void FatWalkVolume(CPhysicalDisk& media, FatWalkMode mode, ScanContext& ctx) {
+Outcome FatWalkVolume(CPhysicalDisk& media, FatWalkMode mode, ScanContext& ctx) {
+    WalkWatch watch(media);
     CFatVolume vol(media);
-    if (!vol.Open(media.GetFsKind())) return;
+    if (!vol.Open(media.GetFsKind())) return watch.Finish(ctx, true);
     CFatWalker walker(vol, mode, &ctx);
     walker.ReadFolderTree(walker.Root());
     // A stopped walk still shows what it found.
     if (ctx.top) AttachVolume(ctx.top, walker.TakeRoot());
+    return watch.Finish(ctx);
 }
 
-void FatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx) {
-    FatWalkVolume(media, mode == kFatWalkBare ? kFatWalkBare : kFatWalkFull, ctx);
+Outcome FatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx) {
+    return FatWalkVolume(media, mode == kFatWalkBare ? kFatWalkBare : kFatWalkFull, ctx);
 }
 
 namespace {
@@ -77,7 +79,7 @@ std::vector<OldFolder> PieceOldFolders(CFatVolume& vol, const std::map<uint32_t,
     size_t kept = 0;
     for (uint64_t c = 2; c <= last && kept < kMaxFolderClusters;) {
         if (ctx) {
-            if (ctx->StopRequested()) break;
+            if (ctx->MustStop(vol.Media())) break;
             ctx->Progress(int64_t(c - 2), int64_t(last - 1));
         }
         const size_t n = size_t(std::min<uint64_t>(perRead, uint64_t(last) - c + 1));
@@ -118,7 +120,7 @@ std::vector<OldFolder> PieceOldFolders(CFatVolume& vol, const std::map<uint32_t,
 
 } // namespace
 
-void FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx) {
+static void RebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx) {
     CFatVolume vol(media);
     if (!vol.Open(media.GetFsKind())) return;
     const FatGeometry& g = vol.Geometry();
@@ -150,7 +152,7 @@ void FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClu
         startFull[c] = !ends;
     }
     std::vector<OldFolder> pieced = PieceOldFolders(vol, startFull, &ctx);
-    if (ctx.StopRequested()) return;
+    if (ctx.MustStop(media)) return;
     std::vector<uint32_t> headless;
     for (OldFolder& f : pieced) {
         if (f.clusters.empty()) continue;
@@ -272,6 +274,12 @@ ContentResult FatWriteContent(CPhysicalDisk& media, const CNode& node, const Con
     CFatVolume vol(media);
     if (!vol.Open(media.GetFsKind())) return {};
     return FatWriteContent(vol, node, sink);
+}
+
+Outcome FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx) {
+    WalkWatch watch(media);
+    RebuildFolders(media, folderClusters, ctx);
+    return watch.Finish(ctx);
 }
 
 } // namespace kestrin

@@ -6,6 +6,7 @@
 
 #include "fs/Content.h"
 #include "fs/fat/CFatWalker.h"
+#include "job/Outcome.h"
 
 namespace kestrin {
 
@@ -19,16 +20,16 @@ struct ScanContext;
 // of the driver: it passes 1, "with deleted and lost items", which is the full walk (every entry
 // in use or deleted, with the "." and ".." checks); 2 means the same; 0 is the bare walk
 // (kFatWalkBare). The deleted-only merge walk is reached through FatWalkVolume.
-void FatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
+Outcome FatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
 // The same with an explicit walk mode.
-void FatWalkVolume(CPhysicalDisk& media, FatWalkMode mode, ScanContext& ctx);
+Outcome FatWalkVolume(CPhysicalDisk& media, FatWalkMode mode, ScanContext& ctx);
 
 // Rebuilds folders from bare clusters found by the formatted-volume search: every cluster that
 // starts with "." and ".." becomes a folder named "#<cluster>" read in the bare walk with
 // everything below it. Folders found inside another rebuilt folder keep their place there; the
 // others hang under the volume root when their ".." names the root, else under "Lost" in a
 // placeholder folder named after the missing parent cluster. The result goes to ctx.top.
-void FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx);
+Outcome FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx);
 
 // Writes `size` bytes of a file found on the media's FAT16/FAT32 volume: through its FAT chain
 // when in use; when deleted (its chain zeroed), from the first cluster onward over the clusters

@@ -5,7 +5,7 @@
 #include <new>
 #include <unordered_map>
 
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 
 namespace kestrin {

@@ -17,7 +17,7 @@
 #include <span>
 #include <vector>
 
-#include "carve/RecordSearchHook.h"
+#include "job/RecordSearchHook.h"
 #include "fs/ntfs/CNtfsTreeBuilder.h"
 
 namespace kestrin {

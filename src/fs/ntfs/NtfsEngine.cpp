@@ -36,13 +36,12 @@ void TakeRecord(std::span<uint8_t> rec, uint32_t recordSize, uint32_t runningInd
 
 } // namespace
 
-void NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
-    // The partition list is refreshed on the media first (its result is not needed here).
-    ReadPartitionTable(media);
+Outcome NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
+    WalkWatch watch(media);
     CNtfsVolume vol(media);
-    if (!vol.LoadGeometry() || !vol.Open()) return;
+    if (!vol.LoadGeometry() || !vol.Open()) return watch.Finish(ctx, true);
     CNtfsTreeBuilder builder;
-    if (!builder.Ok()) return;
+    if (!builder.Ok()) return watch.Finish(ctx, true);
 
     const uint32_t recordSize = vol.RecordSize();
     const uint32_t sectorsPerRecord = std::max<uint32_t>(1, recordSize / vol.BytesPerSector());
@@ -53,13 +52,15 @@ void NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
     std::vector<uint8_t> buffer(size_t(batch) * recordSize);
 
     for (uint64_t first = 0; first < records; first += batch) {
-        if (ctx.StopRequested()) break;
+        if (ctx.MustStop(media)) break;
         uint32_t n = uint32_t(std::min<uint64_t>(batch, records - first));
-        // A failed read leaves zeros; the batch is parsed as read.
+        // What could not be read stays zeros, which hold no record; a source that went away ends
+        // the walk at the next test instead of parsing zeros to the end of the MFT.
         vol.ReadMft(first * recordSize, buffer.data(), size_t(n) * recordSize);
+        if (media.DeviceGone()) break;
         bool stopped = false;
         for (uint32_t k = 0; k < n; ++k) {
-            if (ctx.StopRequested()) {
+            if (ctx.MustStop(media)) {
                 stopped = true;
                 break;
             }
@@ -75,9 +76,11 @@ void NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
         if (stopped) break;
     }
     builder.Finish(ctx.top);
+    return watch.Finish(ctx);
 }
 
-void NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx) {
+Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx) {
+    WalkWatch watch(media);
     CNtfsRecordSearch search;
     search.SetMedia(&media);
     const uint32_t mediaSector = media.GetSectorSize() ? media.GetSectorSize() : 512;
@@ -89,7 +92,7 @@ void NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endS
     const int64_t total = int64_t(endSector > firstSector ? endSector - firstSector : 0);
 
     for (uint64_t s = firstSector; s < endSector; s += kSearchChunkSectors) {
-        if (ctx.StopRequested()) break;
+        if (ctx.MustStop(media)) break;
         uint64_t n = std::min<uint64_t>(kSearchChunkSectors, endSector - s);
         uint64_t readSectors = std::min<uint64_t>(n + tailSectors, endSector - s);
         size_t readBytes = size_t(readSectors * mediaSector);
@@ -107,6 +110,7 @@ void NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endS
         ctx.Progress(int64_t(s + n - firstSector), total);
     }
     search.AttachTo(ctx.top);
+    return watch.Finish(ctx);
 }
 
 } // namespace kestrin

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "fs/Content.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 
 namespace kestrin {
@@ -12,7 +12,7 @@ namespace kestrin {
 // Scans the selected volume (boot sector at media.GetFirstSector()): every MFT record, in use or
 // not, in batches, with progress and stop; the result goes under ctx.top as the volume root ".".
 // Nothing is attached when neither the MFT nor its mirror can be read.
-void NtfsScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
+Outcome NtfsScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
 
 // Searches sectors [firstSector, endSector) of the selected range (relative to its first sector)
 // for "FILE" and "INDX" records, testing every 512-byte position that can start one, and builds
@@ -20,7 +20,7 @@ void NtfsScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
 // their names and sizes from the extension records the search met. Files remember where their
 // volume starts (see CNtfsRecordSearch.h), so that a search over a whole disk reads their
 // clusters from the right place.
-void NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx);
+Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx);
 
 // Writes the content of one NTFS item (node.size bytes) by re-reading its record at
 // node.location: resident data, runs, sparse runs as zeros, pieces in extension records,

@@ -13,11 +13,11 @@ namespace kestrin::test {
 namespace {
 
 // Offers every cluster of the volume, as the whole-volume search would find them.
-void RebuildFromEveryCluster(CPhysicalDisk& media, int, ScanContext& ctx) {
+Outcome RebuildFromEveryCluster(CPhysicalDisk& media, int, ScanContext& ctx) {
     std::vector<uint32_t> all;
     const uint64_t clusters = media.GetSectorCount(); // at least as many as there are
     for (uint64_t c = 2; c < clusters + 2; ++c) all.push_back(uint32_t(c));
-    FatRebuildFolders(media, all, ctx);
+    return FatRebuildFolders(media, all, ctx);
 }
 
 std::string Content(ScannedVolume& v, const CNode* n, ContentResult* r = nullptr) {

@@ -11,7 +11,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-void WalkWithMode(CPhysicalDisk& media, int mode, ScanContext& ctx) { FatWalkVolume(media, FatWalkMode(mode), ctx); }
+Outcome WalkWithMode(CPhysicalDisk& media, int mode, ScanContext& ctx) { return FatWalkVolume(media, FatWalkMode(mode), ctx); }
 
 std::string Content(ScannedVolume& v, const std::string& path, ContentResult* r = nullptr) {
     auto found = Flatten(v.root);
@@ -154,9 +154,9 @@ TEST(FatContent, DeletedFilesAndReadErrors) {
 }
 
 // Mode 0 rebuilds folders known only by their clusters (after a format).
-void RebuildFromClusters(CPhysicalDisk& media, int, ScanContext& ctx) {
+Outcome RebuildFromClusters(CPhysicalDisk& media, int, ScanContext& ctx) {
     static const uint32_t kFound[] = {51, 52, 50, 60, 51};
-    FatRebuildFolders(media, kFound, ctx);
+    return FatRebuildFolders(media, kFound, ctx);
 }
 
 TEST(FatWalk, BareWalkRebuildsFoldersFromClusters) {

@@ -12,9 +12,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "scan/QuietScanEvents.h"
+#include "job/QuietScanEvents.h"
 #include "fs/VolumeTree.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "storage/ByteSource.h"
 #include "storage/CPhysicalDisk.h"
 #include "util/Text.h"
@@ -23,13 +23,14 @@ namespace kestrin::test {
 
 using NullEvents = QuietScanEvents;
 
-using ScanFn = void (*)(CPhysicalDisk&, int, ScanContext&);
+using ScanFn = Outcome (*)(CPhysicalDisk&, int, ScanContext&);
 using WriterFn = ContentResult (*)(CPhysicalDisk&, const CNode&, const ContentSink&);
 
 struct ScannedVolume {
     CPhysicalDisk media;
     std::unique_ptr<CNode> top{MakeTopNode()};
     CNode* root = nullptr; // the volume root "."
+    Outcome outcome = Outcome::Ok;
 };
 
 // Scans the volume at [start, start + sectors) of an image file (`image` non-empty) or of
@@ -56,7 +57,7 @@ inline std::unique_ptr<ScannedVolume> Scan(const std::string& image, const std::
     PauseGate gate;
     ScanContext ctx{op ? *op : localOp, events, gate};
     ctx.top = v->top.get();
-    scan(v->media, mode, ctx);
+    v->outcome = scan(v->media, mode, ctx);
     v->root = FindVolumeRoot(v->top.get());
     return v;
 }

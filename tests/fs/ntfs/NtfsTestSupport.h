@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "scan/QuietScanEvents.h"
+#include "job/QuietScanEvents.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
 #include "fs/ntfs/NtfsEngine.h"
-#include "scan/ScanContext.h"
+#include "job/ScanContext.h"
 #include "util/Text.h"
 
 namespace kestrin::test {

@@ -1,7 +1,7 @@
 #pragma once
 // Scan events nobody watches: for running an engine outside the driver and its window (tests,
 // fuzz targets, benchmarks). Progress calls are only counted.
-#include "scan/ScanOperation.h"
+#include "job/ScanOperation.h"
 
 namespace kestrin {
 

@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "scan/ScanOperation.h"
+#include "job/Outcome.h"
+#include "job/ScanOperation.h"
+#include "storage/CStorageMedia.h"
 
 namespace kestrin {
 
@@ -34,6 +36,8 @@ struct ScanContext {
         uint32_t s = PollState();
         return s == kStateCancel || s == kStateStopFollowOn;
     }
+    // What every walk tests before its next read: a stop, or a source that went away.
+    bool MustStop(const CStorageMedia& media) { return media.DeviceGone() || StopRequested(); }
     // Waits at the gate too: an open question must not see the display change under it.
     void Progress(int64_t done, int64_t total) {
         gate.Wait();
@@ -41,6 +45,23 @@ struct ScanContext {
         op.total.store(total, std::memory_order_relaxed);
         events.OnProgress();
     }
+};
+
+// Watches one walk over `media`: Finish gives its outcome from the stop state and what the
+// media's reads reported since the watch began.
+class WalkWatch {
+public:
+    explicit WalkWatch(const CStorageMedia& media) : m_media(media), m_failures(media.ReadFailures()) {}
+    Outcome Finish(ScanContext& ctx, bool corrupt = false) const {
+        if (ctx.StopRequested()) return Outcome::Stopped;
+        if (m_media.DeviceGone()) return Outcome::DeviceGone;
+        if (m_media.ReadFailures() != m_failures) return Outcome::ReadFailed;
+        return corrupt ? Outcome::Corrupt : Outcome::Ok;
+    }
+
+private:
+    const CStorageMedia& m_media;
+    uint64_t m_failures;
 };
 
 } // namespace kestrin
