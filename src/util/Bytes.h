@@ -61,6 +61,58 @@ inline void PutBe16(uint8_t* p, uint16_t v) { p[0] = uint8_t(v >> 8); p[1] = uin
 inline void PutBe32(uint8_t* p, uint32_t v) { for (int i = 0; i < 4; ++i) p[i] = uint8_t(v >> (24 - 8 * i)); }
 inline void PutBe64(uint8_t* p, uint64_t v) { for (int i = 0; i < 8; ++i) p[i] = uint8_t(v >> (56 - 8 * i)); }
 
+// A named little-endian field of an on-disk layout: its type and its offset from the start of
+// the structure. Layout headers name every field this way, so no parser spells an offset.
+//   using BytesPerSector = LeField<uint16_t, 0x0B>;
+//   std::optional<uint16_t> bps = BytesPerSector::Read(sector);      // checked
+//   uint16_t bps = BytesPerSector::At(sector.data());                 // after one Fits check
+template <class T, size_t Offset>
+struct LeField {
+    static_assert(sizeof(T) == 1 || sizeof(T) == 2 || sizeof(T) == 4 || sizeof(T) == 8);
+    using Type = T;
+    static constexpr size_t kOffset = Offset;
+    static constexpr size_t kSize = sizeof(T);
+    static constexpr size_t kEnd = Offset + sizeof(T);
+    // The field of the structure that starts at `base` in `b`; nullopt when it lies past the end.
+    static std::optional<T> Read(Bytes b, size_t base = 0) {
+        if (base > b.size() || !Fits(b, base + Offset, sizeof(T))) return std::nullopt;
+        return At(b.data() + base);
+    }
+    // The same when the value may default (a short buffer reads as `fallback`).
+    static T Or(Bytes b, T fallback, size_t base = 0) { return Read(b, base).value_or(fallback); }
+    // Unchecked: `p` points at the structure, whose size the caller checked against kEnd.
+    static T At(const uint8_t* p) {
+        p += Offset;
+        if constexpr (sizeof(T) == 1) return T(p[0]);
+        else if constexpr (sizeof(T) == 2) return T(Le16(p));
+        else if constexpr (sizeof(T) == 4) return T(Le32(p));
+        else return T(Le64(p));
+    }
+    static void Put(uint8_t* p, T v) {
+        p += Offset;
+        if constexpr (sizeof(T) == 1) p[0] = uint8_t(v);
+        else if constexpr (sizeof(T) == 2) PutLe16(p, uint16_t(v));
+        else if constexpr (sizeof(T) == 4) PutLe32(p, uint32_t(v));
+        else PutLe64(p, uint64_t(v));
+    }
+};
+
+// A named run of bytes of a layout (a signature, a name field).
+template <size_t Offset, size_t Length>
+struct ByteField {
+    static constexpr size_t kOffset = Offset;
+    static constexpr size_t kSize = Length;
+    static constexpr size_t kEnd = Offset + Length;
+    // The bytes, or an empty span when they lie past the end of `b`.
+    static Bytes In(Bytes b, size_t base = 0) {
+        if (base > b.size() || !Fits(b, base + Offset, Length)) return {};
+        return b.subspan(base + Offset, Length);
+    }
+    static bool Is(Bytes b, const void* magic, size_t base = 0) {
+        return base <= b.size() && MatchAt(b, base + Offset, magic, Length);
+    }
+};
+
 // True when bytes [at, at+len) of b equal `magic`.
 inline bool MatchAt(Bytes b, size_t at, const void* magic, size_t len) {
     return Fits(b, at, len) && std::memcmp(b.data() + at, magic, len) == 0;
