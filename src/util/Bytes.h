@@ -61,6 +61,11 @@ inline void PutBe16(uint8_t* p, uint16_t v) { p[0] = uint8_t(v >> 8); p[1] = uin
 inline void PutBe32(uint8_t* p, uint32_t v) { for (int i = 0; i < 4; ++i) p[i] = uint8_t(v >> (24 - 8 * i)); }
 inline void PutBe64(uint8_t* p, uint64_t v) { for (int i = 0; i < 8; ++i) p[i] = uint8_t(v >> (56 - 8 * i)); }
 
+// True when bytes [at, at+len) of b equal `magic`.
+inline bool MatchAt(Bytes b, size_t at, const void* magic, size_t len) {
+    return Fits(b, at, len) && std::memcmp(b.data() + at, magic, len) == 0;
+}
+
 // A named little-endian field of an on-disk layout: its type and its offset from the start of
 // the structure. Layout headers name every field this way, so no parser spells an offset.
 //   using BytesPerSector = LeField<uint16_t, 0x0B>;
@@ -113,9 +118,5 @@ struct ByteField {
     }
 };
 
-// True when bytes [at, at+len) of b equal `magic`.
-inline bool MatchAt(Bytes b, size_t at, const void* magic, size_t len) {
-    return Fits(b, at, len) && std::memcmp(b.data() + at, magic, len) == 0;
-}
 
 } // namespace kestrin
