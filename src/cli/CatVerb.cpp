@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "cli/CliScan.h"
-#include "cli/CliText.h"
+#include "session/Texts.h"
 #include "cli/Verbs.h"
 #include "fs/CNode.h"
 #include "output/ContentCopy.h"

@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "app/Language.h"
-#include "cli/CliText.h"
+#include "session/Texts.h"
 #include "platform/Platform.h"
 #include "scan/CScanDriver.h"
 

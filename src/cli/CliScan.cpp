@@ -3,36 +3,25 @@
 #include <cstdlib>
 
 #include "app/Language.h"
-#include "cli/CliEngines.h"
+#include "session/EngineTable.h"
 #include "cli/CliFrontEnd.h"
 #include "cli/CliOutputs.h"
-#include "cli/CliText.h"
+#include "session/Texts.h"
 #include "fs/VolumeTree.h"
+#include "job/Modes.h"
+#include "session/ScanPlan.h"
 #include "scan/CScanDriver.h"
 #include "scan/OperationRules.h"
 #include "job/ScanOperation.h"
 #include "util/Text.h"
-#ifdef KESTRIN_HAVE_CARVE
 #include "carve/SignatureList.h"
-#endif
 
 namespace kestrin::cli {
 
 namespace {
 
-struct ModeName {
-    const char* name;
-    uint32_t mode;
-};
-constexpr ModeName kModeNames[] = {
-    {"deleted-files", kModeDeletedFiles},   {"lost-files", kModeLostFiles},
-    {"partition", kModePartition},          {"formatted", kModeFormatted},
-    {"deleted-photos", kModeDeletedPhotos}, {"lost-photos", kModeLostPhotos},
-};
-
 // The rows the signature stage searches: the records the mode lists, narrowed by --types.
 bool LoadSignatures(const ScanOptions& o, ScanRun& run, std::string& error) {
-#ifdef KESTRIN_HAVE_CARVE
     std::string problem;
     run.signatures = SignaturesForMode(run.mode, app::CurrentPaths().programFolder, &problem);
     // Deleted files skip the signature scan, so a missing list only matters to the other modes.
@@ -48,13 +37,6 @@ bool LoadSignatures(const ScanOptions& o, ScanRun& run, std::string& error) {
             return false;
         }
     }
-#else
-    (void)run;
-    if (!o.types.empty()) {
-        error = "--types: the signature scan is not part of this build";
-        return false;
-    }
-#endif
     return true;
 }
 
@@ -79,7 +61,7 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, int forcedKind = -1
     VolumeScan v;
     uint64_t failuresBefore = media.ReadFailures();
     CliFrontEnd fe(o.quiet, media.GetSectorSize());
-    auto driver = std::make_unique<CScanDriver>(media, MakeCliEngines(), fe);
+    auto driver = std::make_unique<CScanDriver>(media, MakeEngines(), fe);
     driver->SetSignatures(&run.signatures);
     DescribeSelection(run, v);
     int kind = forcedKind;
@@ -95,13 +77,10 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, int forcedKind = -1
         } else if (!driver->TreeHasItems()) {
             // The search listed partitions but found no files itself: as on the partition list,
             // choosing the one partition there is starts a scan of it.
-            run.src.partitions.assign(media.Partitions().begin() + (media.Partitions().empty() ? 0 : 1),
-                                      media.Partitions().end());
-            run.src.partitions.insert(run.src.partitions.end(), media.SecondPartitions().begin(),
-                                      media.SecondPartitions().end());
+            RefreshPartitionList(run.src);
             auto scannable = ScannablePartitions(run.src);
             if (scannable.size() == 1 && SelectListedPartition(run.src, scannable[0])) {
-                driver = std::make_unique<CScanDriver>(media, MakeCliEngines(), fe);
+                driver = std::make_unique<CScanDriver>(media, MakeEngines(), fe);
                 driver->SetSignatures(&run.signatures);
                 driver->Operation().deletedOnly.store(DeletedOnlyFor(run.mode) ? 1 : 0);
                 DescribeSelection(run, v);
@@ -125,20 +104,11 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, int forcedKind = -1
     return v;
 }
 
-// The numbered list after a lost-partition search: the table's entries, then the second list
-// (which now holds the found partitions too).
-void RefreshPartitionList(OpenedSource& src) {
-    CPhysicalDisk& m = *src.media;
-    src.partitions.clear();
-    if (m.Partitions().size() > 1) src.partitions.assign(m.Partitions().begin() + 1, m.Partitions().end());
-    src.partitions.insert(src.partitions.end(), m.SecondPartitions().begin(), m.SecondPartitions().end());
-}
-
 // Runs the lost-partition search on the whole source so that --partition N can name a found one.
 void SearchWholeSource(const ScanOptions& o, ScanRun& run) {
     SelectWholeSource(run.src);
     CliFrontEnd fe(o.quiet, run.src.media->GetSectorSize());
-    CScanDriver driver(*run.src.media, MakeCliEngines(), fe);
+    CScanDriver driver(*run.src.media, MakeEngines(), fe);
     if (driver.Start(kKindPartitionSearch, run.mode)) fe.RunToEnd(driver);
     for (const auto& n : fe.Notices()) std::fprintf(stderr, "%s\n", n.c_str());
     RefreshPartitionList(run.src);
@@ -176,8 +146,8 @@ void AddScanOptions(CLI::App* sub, ScanOptions& o, bool withJson, bool withAll) 
 }
 
 uint32_t ParseMode(const std::string& text) {
-    for (const auto& m : kModeNames)
-        if (EqualsNoCase(text, m.name)) return m.mode;
+    for (const ModeInfo& m : kModeTable)
+        if (EqualsNoCase(text, m.cliName)) return m.mode;
     if (text.size() == 4 && text.find_first_not_of("0123456789") == std::string::npos) {
         uint32_t v = uint32_t(std::atoi(text.c_str()));
         if (IsKnownMode(v)) return v;
@@ -261,25 +231,9 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
             std::fprintf(stderr, "kestrin: %s: partition %ld lies outside the source\n", o.source.c_str(), t + 1);
             return 1;
         }
-        int forced = -1;
-        const bool tableOnly = t >= 0 && run.src.partitions[size_t(t)].partitionFlag == kTableOnly;
-        if (tableOnly && run.mode == kModePartition)
-            forced = kKindSmartScan; // the boot sector failed its test: read what the range really holds
-        if (t >= 0 && run.mode == kModeFormatted) forced = kKindPartitionSearch;
+        const int forced = t < 0 ? -1 : ForcedKindFor(run.mode, run.src.partitions[size_t(t)]);
         VolumeScan v = ScanSelection(o, run, forced);
-        // In the other modes the file-system stage reads a table-only partition the same way.
-        if (t >= 0 && (forced >= 0 || tableOnly)) {
-            // The smart scan and the previous-file-system search decide which file system the
-            // range holds; the list entry takes it, so that choosing the partition again (to save
-            // or read what was found) reads through the same engine.
-            PartitionRecord& r = run.src.partitions[size_t(t)];
-            PartitionRecord seen = run.src.media->GetPartitionParams();
-            seen.fsKind = run.src.media->GetFsKind();
-            seen.startSector = r.startSector;
-            seen.length = r.length;
-            seen.found = r.found;
-            r = seen;
-        }
+        if (t >= 0) TakeDetectedFileSystem(run.src, size_t(t), forced);
         v.partition = t < 0 ? 0 : int(t + 1);
 
         bool cancelled = v.cancelled;

@@ -12,7 +12,7 @@
 
 #include "carve/SignatureRecord.h"
 #include "cli/CliJson.h"
-#include "cli/CliSource.h"
+#include "session/Source.h"
 #include "fs/CNode.h"
 
 namespace kestrin::cli {

@@ -8,9 +8,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "cli/CliEngines.h"
+#include "session/EngineTable.h"
 #include "cli/CliFrontEnd.h"
-#include "cli/CliSource.h"
+#include "session/Source.h"
 #include "scan/CScanDriver.h"
 #include "job/ScanOperation.h"
 #include "cli/Verbs.h"
@@ -97,7 +97,7 @@ int RunPartitions(const PartitionsOptions& o) {
         SelectWholeSource(src);
         CPhysicalDisk& m = *src.media;
         CliFrontEnd fe(o.json || !isatty(fileno(stderr)), m.GetSectorSize());
-        CScanDriver driver(m, MakeCliEngines(), fe);
+        CScanDriver driver(m, MakeEngines(), fe);
         if (driver.Start(kKindPartitionSearch, kModePartition)) fe.RunToEnd(driver);
         for (const auto& n : fe.Notices()) std::fprintf(stderr, "%s\n", n.c_str());
         src.partitions.clear();

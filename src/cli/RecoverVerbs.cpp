@@ -9,12 +9,12 @@
 
 #include <fnmatch.h>
 
-#include "cli/CliEngines.h"
+#include "session/EngineTable.h"
 #include "cli/CliFrontEnd.h"
 #include "cli/CliOutputs.h"
 #include "cli/CliScan.h"
-#include "cli/CliSource.h"
-#include "cli/CliText.h"
+#include "session/Source.h"
+#include "session/Texts.h"
 #include "cli/Verbs.h"
 #include "fs/CNode.h"
 #include "output/DiskImage.h"
@@ -168,7 +168,7 @@ SaveResult RunSave(const SaveJob& job, const RecoverOptions& o, uint32_t mode, u
     req.messages = &msgs;
     if (collision == kCollisionAsk) req.askRename = &AskNewName;
     SaveResult result;
-    Engines engines = MakeCliEngines();
+    Engines engines = MakeEngines();
     engines.saveToFolder = [&](CPhysicalDisk& m, ScanContext& ctx) {
         result = SaveMarked(m, ctx, req);
         return OutcomeOf(result);
@@ -419,7 +419,7 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
         }
         CliMessages msgs;
         ImageResult r;
-        Engines engines = MakeCliEngines();
+        Engines engines = MakeEngines();
         engines.createImage = [&](CPhysicalDisk& m, ScanContext& ctx) {
             r = CreateDiskImage(m, o->out, ctx, msgs, o->overwrite);
             return OutcomeOf(r);

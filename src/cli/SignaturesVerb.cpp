@@ -11,7 +11,7 @@
 #include "carve/SignatureList.h"
 #include "cli/CliJson.h"
 #include "cli/CliScan.h"
-#include "cli/CliText.h"
+#include "session/Texts.h"
 #include "cli/Verbs.h"
 #include "util/Text.h"
 

@@ -15,21 +15,11 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", std::string("kestrin ") + KESTRIN_VERSION);
     app.require_subcommand(1);
     VerbResult result;
-#ifdef KESTRIN_HAVE_PARTITIONS_VERB
     AddPartitionsVerb(app, result);
-#endif
-#ifdef KESTRIN_HAVE_SCAN_VERBS
     AddScanVerbs(app, result);
-#endif
-#ifdef KESTRIN_HAVE_CAT_VERB
     AddCatVerb(app, result);
-#endif
-#ifdef KESTRIN_HAVE_SIGNATURES_VERB
     AddSignaturesVerb(app, result);
-#endif
-#ifdef KESTRIN_HAVE_RECOVER_VERBS
     AddRecoverVerbs(app, result);
-#endif
     // A first word that names no verb gets a message of its own, not "a subcommand is required".
     if (argc > 1 && argv[1][0] != '-') {
         bool known = false;

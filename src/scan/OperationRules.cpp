@@ -1,19 +1,12 @@
 #include "scan/OperationRules.h"
 
-#include <atomic>
-
+#include "job/Modes.h"
 #include "job/ScanOperation.h"
 #include "storage/CPhysicalDisk.h"
 
 namespace kestrin {
 
-namespace {
-std::atomic<bool> g_lostDataMode{false};
-}
-
-bool IsKnownMode(uint32_t mode) {
-    return (mode >= kModeDeletedFiles && mode <= kModeFormatted) || IsPhotoMode(mode);
-}
+bool IsKnownMode(uint32_t mode) { return FindMode(mode) != nullptr; }
 
 bool IsLostDataMode(uint32_t mode) {
     return (mode >= kModeLostFiles && mode <= kModeFormatted) || IsPhotoMode(mode);

@@ -151,29 +151,29 @@ void CDrivePage::UpdateHint() {
     m_hint->setText(hint);
 }
 
-uint8_t CDrivePage::ShownFsKind(cli::OpenedSource& src, size_t index) {
+uint8_t CDrivePage::ShownFsKind(OpenedSource& src, size_t index) {
     if (index >= src.partitions.size()) return kFsNone;
     const PartitionRecord& r = src.partitions[index];
     if (r.partitionFlag != kTableOnly) return r.fsKind;
     // The table's type byte only guessed: what the boot sector holds is what is shown.
     uint8_t kind = r.fsKind;
-    if (cli::SelectListedPartition(src, index)) {
+    if (SelectListedPartition(src, index)) {
         CPhysicalDisk& m = *src.media;
         std::vector<uint8_t> sector(m.GetSectorSize());
         if (!sector.empty() && m.ReadSectors(sector.data(), uint32_t(sector.size()), m.GetFirstSector(), true))
             if (auto v = RecogniseVolume(m, sector, m.GetSectorCount())) kind = v->fsKind;
     }
-    cli::SelectWholeSource(src);
+    SelectWholeSource(src);
     return kind;
 }
 
-QString CDrivePage::PartitionLabel(cli::OpenedSource& src, size_t index) {
+QString CDrivePage::PartitionLabel(OpenedSource& src, size_t index) {
     uint8_t fsKind = ShownFsKind(src, index);
     if (!fsKind) return {};
     QString label;
-    if (cli::SelectListedPartition(src, index))
+    if (SelectListedPartition(src, index))
         label = QString::fromStdU16String(ReadVolumeLabel(*src.media, src.media->GetFirstSector(), fsKind));
-    cli::SelectWholeSource(src);
+    SelectWholeSource(src);
     return label.trimmed();
 }
 
@@ -185,9 +185,9 @@ void CDrivePage::Describe(QTreeWidgetItem* it, const QString& path, const QStrin
     it->setData(kColName, Qt::UserRole + 1, -1);
     if (bytes) it->setText(kColSize, HumanSize(bytes));
     // Opened read-only for a look at its layout and file systems, closed again at once.
-    cli::OpenedSource src;
+    OpenedSource src;
     std::string error;
-    if (!cli::OpenSource(path.toStdString(), src, error)) {
+    if (!OpenSource(path.toStdString(), src, error)) {
         // Refused for want of rights: the page says how to get them. Other failures, and every
         // refusal the administrator gets, show the system's reason.
         bool denied = MoreRightsWouldHelp(path);
@@ -212,7 +212,7 @@ void CDrivePage::Describe(QTreeWidgetItem* it, const QString& path, const QStrin
         auto* part = new QTreeWidgetItem(it);
         part->setText(kColName, Tx("IDS_UI_PARTITION", "Partition") + QString(" %1").arg(i + 1));
         part->setText(kColKind, Tx("IDS_UI_VOLUME", "Volume"));
-        part->setText(kColSize, HumanSize(cli::RecordSectorCount(r, src.layout) * sectorSize));
+        part->setText(kColSize, HumanSize(RecordSectorCount(r, src.layout) * sectorSize));
         uint8_t fsKind = ShownFsKind(src, i);
         part->setText(kColFs, fsKind ? QString::fromUtf8(FsKindName(fsKind)) : QString());
         part->setText(kColLabel, PartitionLabel(src, i));

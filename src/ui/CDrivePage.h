@@ -7,7 +7,7 @@
 #include <QWidget>
 #include <cstdint>
 
-#include "cli/CliSource.h"
+#include "session/Source.h"
 
 class QLabel;
 class QPushButton;
@@ -32,8 +32,8 @@ public:
 
     // The file system of listed partition `index` as its boot sector shows it, where the table
     // alone named one; and the label read from that volume. The source is left whole.
-    static uint8_t ShownFsKind(cli::OpenedSource& src, size_t index);
-    static QString PartitionLabel(cli::OpenedSource& src, size_t index);
+    static uint8_t ShownFsKind(OpenedSource& src, size_t index);
+    static QString PartitionLabel(OpenedSource& src, size_t index);
     // "12.3 MB".
     static QString HumanSize(uint64_t bytes);
     // True when `path` cannot be read for want of rights that sudo or the "disk" group would

@@ -12,7 +12,9 @@
 #include <QVBoxLayout>
 
 #include "app/Language.h"
-#include "cli/CliEngines.h"
+#include "job/Modes.h"
+#include "session/EngineTable.h"
+#include "session/ScanPlan.h"
 #include "scan/CScanDriver.h"
 #include "scan/OperationRules.h"
 #include "ui/CDrivePage.h"
@@ -22,37 +24,9 @@
 #include "ui/CSignatureExplorer.h"
 #include "ui/UiText.h"
 #include "util/Text.h"
-#ifdef KESTRIN_HAVE_CARVE
 #include "carve/SignatureList.h"
-#endif
 
 namespace kestrin::ui {
-
-namespace {
-
-struct ModeInfo {
-    uint32_t mode;
-    const char* labelId;
-    const char* textId;
-    const char* titleId; // the drive page's heading in this mode
-    int tab;
-};
-constexpr ModeInfo kModes[] = {
-    {kModeDeletedFiles, "IDS_RECOVERDELETEDFILES", "IDS_RECOVERDELETEDFILESTEXT", "IDS_RECOVER_DELETED_FILES", 0},
-    {kModeLostFiles, "IDS_RECOVERLOSTFILES", "IDS_RECOVERLOSTFILESTEXT", "IDS_RECOVER_LOST_FILES", 0},
-    {kModePartition, "IDS_PARTITIONRECOVER", "IDS_PARTITIONRECOVERTEXT", "IDS_PARTITION_RECOVERY", 1},
-    {kModeFormatted, "IDS_FORMATTEDRECOVER", "IDS_FORMATTEDRECOVERTEXT", "IDS_FORMATTED_REFORMATTED_RECOVERY", 1},
-    {kModeDeletedPhotos, "IDS_RECOVERDELETEDPHOTOS", "IDS_RECOVERDELETEDPHOTOSTEXT", "IDS_RECOVER_DELETED_PHOTOS", 2},
-    {kModeLostPhotos, "IDS_RECOVERLOSTPHOTOS", "IDS_RECOVERLOSTPHOTOSTEXT", "IDS_RECOVER_LOST_PHOTOS", 2},
-};
-
-const ModeInfo* FindMode(uint32_t mode) {
-    for (const auto& m : kModes)
-        if (m.mode == mode) return &m;
-    return nullptr;
-}
-
-} // namespace
 
 CMainWindow::CMainWindow(QWidget* parent) : QMainWindow(parent) {
     setObjectName("CMainWindow");
@@ -131,7 +105,7 @@ void CMainWindow::BuildModePages() {
         layouts[t]->setSpacing(6);
         m_modeTabs->addTab(tabs[t], QString());
     }
-    for (const auto& m : kModes) {
+    for (const ModeInfo& m : kModeTable) {
         auto* b = new QPushButton;
         b->setObjectName(QString("mode%1").arg(m.mode));
         b->setMinimumHeight(48);
@@ -207,7 +181,7 @@ void CMainWindow::FillPartitionList() {
     m_partitions->clear();
     for (size_t i = 0; i < m_src.partitions.size(); ++i) {
         const PartitionRecord& r = m_src.partitions[i];
-        uint64_t sectors = cli::RecordSectorCount(r, m_src.layout);
+        uint64_t sectors = RecordSectorCount(r, m_src.layout);
         auto* it = new QTreeWidgetItem(
             m_partitions, {QString::number(i + 1), QString::number(r.startSector),
                            CDrivePage::HumanSize(sectors * m_src.media->GetSectorSize()),
@@ -254,11 +228,9 @@ void CMainWindow::ChooseMode(uint32_t mode) {
     m_mode = mode;
     m_signatures.clear();
     m_modeSignatures.clear();
-#ifdef KESTRIN_HAVE_CARVE
     // Deleted files skip the signature scan; the other modes search the list the mode shows,
     // every row ticked until the user chooses.
     if (mode != kModeDeletedFiles) m_modeSignatures = SignaturesForMode(mode, app::CurrentPaths().programFolder);
-#endif
     m_signatures = m_modeSignatures;
     m_signatureTicks.assign(m_modeSignatures.size(), true);
     m_drivePage->SetFileTypesEnabled(!m_modeSignatures.empty());
@@ -273,9 +245,9 @@ bool CMainWindow::OpenAndContinue(const QString& path, int partition) {
     m_tree.reset();
     m_haveSource = false;
     m_resultsPage->SetSource(nullptr);
-    m_src = cli::OpenedSource();
+    m_src = OpenedSource();
     std::string error;
-    if (!cli::OpenSource(path.toStdString(), m_src, error)) {
+    if (!OpenSource(path.toStdString(), m_src, error)) {
         QString text = Tx("IDS_UI_CANNOT_OPEN", "The source could not be opened:") + "\n" + QString::fromStdString(error);
         // The error carries the system's reason; the way to more rights only where they would help.
         if (path.startsWith("/dev/") && CDrivePage::MoreRightsWouldHelp(path))
@@ -293,7 +265,7 @@ bool CMainWindow::OpenAndContinue(const QString& path, int partition) {
     if (m_src.wholeKind == kSourceVolume || m_src.layout == Layout::Volume)
         return ScanPartition(m_src.partitions.empty() ? -1 : 0);
     if (m_src.partitions.empty() || (wholeSearch && m_mode == kModePartition)) return ScanPartition(-1);
-    auto scannable = cli::ScannablePartitions(m_src);
+    auto scannable = ScannablePartitions(m_src);
     if (scannable.size() == 1 && !wholeSearch) return ScanPartition(int(scannable[0]));
     FillPartitionList();
     SetPage(kPartitionPage);
@@ -306,17 +278,16 @@ bool CMainWindow::ScanPartition(int index) {
     m_tree.reset();
     int forced = -1;
     if (index < 0) {
-        cli::SelectWholeSource(m_src);
+        SelectWholeSource(m_src);
     } else {
-        if (size_t(index) >= m_src.partitions.size() || !cli::SelectListedPartition(m_src, size_t(index))) {
+        if (size_t(index) >= m_src.partitions.size() || !SelectListedPartition(m_src, size_t(index))) {
             CQtMessages::Inform(this, Tx("IDS_UI_PARTITION_OUTSIDE", "This partition lies outside the source."));
             return false;
         }
-        if (m_mode == kModePartition && m_src.partitions[size_t(index)].partitionFlag == kTableOnly)
-            forced = kKindSmartScan; // the boot sector failed its test: read what the range holds
-        if (m_mode == kModeFormatted) forced = kKindPartitionSearch;
+        forced = ForcedKindFor(m_mode, m_src.partitions[size_t(index)]);
     }
     if (!RunOperation(forced)) return false;
+    if (index >= 0) TakeDetectedFileSystem(m_src, size_t(index), forced);
     // A whole-disk search that listed partitions but found no files itself: choose one.
     if (index < 0 && m_tree && !m_src.partitions.empty()) {
         bool empty = true;
@@ -336,7 +307,7 @@ bool CMainWindow::ScanPartition(int index) {
 bool CMainWindow::RunOperation(int forcedKind) {
     CPhysicalDisk& media = *m_src.media;
     CScanMan dlg(this);
-    CScanDriver driver(media, cli::MakeCliEngines(), dlg);
+    CScanDriver driver(media, MakeEngines(), dlg);
     driver.SetSignatures(&m_signatures);
     int kind = forcedKind;
     if (kind < 0) kind = driver.StartForSource(m_mode);
@@ -353,10 +324,7 @@ bool CMainWindow::RunOperation(int forcedKind) {
             dlg.Run(driver);
         }
         // The search's finds join the numbered list.
-        m_src.partitions.clear();
-        if (media.Partitions().size() > 1)
-            m_src.partitions.assign(media.Partitions().begin() + 1, media.Partitions().end());
-        m_src.partitions.insert(m_src.partitions.end(), media.SecondPartitions().begin(), media.SecondPartitions().end());
+        RefreshPartitionList(m_src);
     }
     m_tree = driver.ReleaseTree();
     QStringList notes = dlg.Notices();

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "carve/SignatureRecord.h"
-#include "cli/CliSource.h"
+#include "session/Source.h"
 #include "fs/CNode.h"
 #include "output/Saver.h"
 #include "ui/CResultsState.h"
@@ -102,7 +102,7 @@ private:
     void closeEvent(QCloseEvent* e) override;
 
     uint32_t m_mode = 1019;
-    cli::OpenedSource m_src;
+    OpenedSource m_src;
     bool m_haveSource = false;
     std::vector<SignatureRecord> m_signatures;   // the ticked rows, searched by the signature scan
     std::vector<SignatureRecord> m_modeSignatures; // every row the mode lists

@@ -13,7 +13,7 @@
 #include <QMessageBox>
 #include <QThread>
 
-#include "cli/CliEngines.h"
+#include "session/EngineTable.h"
 #include "output/OutputGuard.h"
 #include "output/SessionFile.h"
 #include "scan/CScanDriver.h"
@@ -164,7 +164,7 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
         }
     }
     SaveResult result;
-    Engines engines = cli::MakeCliEngines();
+    Engines engines = MakeEngines();
     engines.saveToFolder = [&](CPhysicalDisk& m, ScanContext& ctx) {
         result = SaveMarked(m, ctx, req);
         return OutcomeOf(result);
@@ -219,7 +219,7 @@ bool CMainWindow::OpenSession(const QString& path, bool fromOutside) {
     if (!ReadSession(path.toStdString(), options, session, messages)) return false;
     m_results.SetTop(nullptr);
     m_tree = std::move(session.top);
-    m_src = cli::OpenedSource();
+    m_src = OpenedSource();
     m_src.path = ToUtf8(session.sourcePath);
     m_src.media = std::move(session.media);
     m_haveSource = m_src.media != nullptr;

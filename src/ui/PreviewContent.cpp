@@ -3,9 +3,7 @@
 #include <QFileInfo>
 #include <QStringList>
 
-#ifdef KESTRIN_HAVE_CARVE
 #include "carve/EmbeddedJpeg.h"
-#endif
 
 namespace kestrin::ui {
 
@@ -21,7 +19,6 @@ QImage DecodePreviewImage(const QByteArray& bytes, bool cameraRaw) {
     // A raw file read as TIFF shows its first directory, often a thumbnail of a few pixels:
     // its embedded preview JPEG comes first.
     if (!cameraRaw && img.loadFromData(bytes)) return img;
-#ifdef KESTRIN_HAVE_CARVE
     auto candidates = FindEmbeddedJpegs({reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size())});
     // Largest first; a handful of tries is enough, and a thumbnail of a few pixels is no preview.
     for (size_t i = 0; i < candidates.size() && i < 4; ++i) {
@@ -30,7 +27,6 @@ QImage DecodePreviewImage(const QByteArray& bytes, bool cameraRaw) {
                                                   bytes.size() - qsizetype(candidates[i].offset));
         if (img.loadFromData(jpeg, "JPEG")) return img;
     }
-#endif
     if (cameraRaw && img.loadFromData(bytes)) return img;
     return {};
 }

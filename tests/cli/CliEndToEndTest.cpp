@@ -16,9 +16,7 @@
 #include "fs/CNode.h"
 #include "output/SessionFile.h"
 #include "storage/CPhysicalDisk.h"
-#ifdef KESTRIN_HAVE_CARVE
 #include "carve/SignatureFile.h"
-#endif
 
 namespace {
 
@@ -81,7 +79,6 @@ TEST(CliEndToEnd, UsageErrorsAndUnreadableSources) {
     EXPECT_EQ(Kestrin("scan " + Quote(img) + " --lang Klingon --quiet").exitCode, 1);
 }
 
-#ifdef KESTRIN_HAVE_FAT
 TEST(CliEndToEnd, FatVolumeScanJsonCatAndLs) {
     std::string img = kestrin::test::UnpackImage("fat16-small");
     ASSERT_FALSE(img.empty());
@@ -159,7 +156,6 @@ TEST(CliEndToEnd, DiskImageNeedsAPartitionOrRunsThemAll) {
         EXPECT_NE(Child(v["root"], "."), nullptr);
     }
 }
-#endif
 
 TEST(CliEndToEnd, SessionStandsInForTheScan) {
     std::string img = kestrin::test::UnpackImage("fat32-features");
@@ -181,7 +177,6 @@ TEST(CliEndToEnd, SessionStandsInForTheScan) {
     std::remove(session.c_str());
 }
 
-#if defined(KESTRIN_HAVE_FAT) && defined(KESTRIN_HAVE_RECOVER) && defined(KESTRIN_HAVE_OUTPUT)
 // A dynamic disk: both volumes are listed with their names, and the FAT32 volume spanned over two
 // ranges that are apart is chosen by its number and saved byte-exact (its later files lie in the
 // second range, so a read of one range would give wrong bytes).
@@ -226,9 +221,7 @@ TEST(CliEndToEnd, DynamicDiskVolumesListAndRecover) {
     }
     std::filesystem::remove_all(out);
 }
-#endif
 
-#ifdef KESTRIN_HAVE_CARVE
 // `kestrin signatures` on a copy of the built slt.dat: junk fields are refused naming the option,
 // unknown and shipped rows say why, a damaged file is not rewritten, and every refusal leaves
 // the file byte for byte as it was.
@@ -293,9 +286,7 @@ TEST(CliEndToEnd, SignaturesRefuseJunkAndKeepTheFile) {
     EXPECT_TRUE(ReadFile(slt) == cut);
     fs::remove_all(dir);
 }
-#endif
 
-#ifdef KESTRIN_HAVE_FAT
 // Names that hold escape sequences, controls, bidi overrides, a line separator and an unpaired
 // surrogate: `ls` shows each escaped on a line of its own, the JSON carries them exactly.
 TEST(CliEndToEnd, HostileNamesAreEscapedOnTheTerminalAndExactInJson) {
@@ -348,9 +339,7 @@ TEST(CliEndToEnd, HostileNamesAreEscapedOnTheTerminalAndExactInJson) {
         EXPECT_NE(at, nullptr) << n.listed;
     }
 }
-#endif
 
-#ifdef KESTRIN_HAVE_OUTPUT
 // A session whose tree is a chain 100,000 folders deep lists in linear size: the indentation
 // stops growing and a depth marker takes over.
 TEST(CliEndToEnd, DeepSessionTreeListsInLinearSize) {
@@ -397,4 +386,3 @@ TEST(CliEndToEnd, DeepSessionTreeListsInLinearSize) {
               std::string::npos);
     EXPECT_NE(out.find("[depth 100000] d/\n"), std::string::npos);
 }
-#endif

@@ -5,7 +5,7 @@
 
 #include "cli/CliJson.h"
 #include "cli/CliScan.h"
-#include "cli/CliSource.h"
+#include "session/Source.h"
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
 

@@ -10,18 +10,10 @@
 #include "scan/CScanDriver.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/SourceLayout.h"
-#ifdef KESTRIN_HAVE_NTFS
 #include "fs/ntfs/NtfsEngine.h"
-#endif
-#ifdef KESTRIN_HAVE_FAT
 #include "fs/fat/FatEngine.h"
-#endif
-#ifdef KESTRIN_HAVE_EXFAT
 #include "fs/exfat/ExFatEngine.h"
-#endif
-#ifdef KESTRIN_HAVE_CARVE
 #include "carve/ScanSignatures.h"
-#endif
 
 using namespace kestrin;
 
@@ -33,33 +25,23 @@ Engines FuzzEngines() {
     Engines e;
     e.fileSystemScan = [](CPhysicalDisk& media, [[maybe_unused]] int mode, [[maybe_unused]] ScanContext& ctx) {
         switch (media.GetFsKind()) {
-#ifdef KESTRIN_HAVE_NTFS
         case kFsNtfs: return NtfsScanVolume(media, mode, ctx);
-#endif
-#ifdef KESTRIN_HAVE_FAT
         case kFsFat16:
         case kFsFat32: return FatScanVolume(media, mode, ctx);
-#endif
-#ifdef KESTRIN_HAVE_EXFAT
         case kFsExFat: return ExFatScanVolume(media, mode, ctx);
-#endif
         default: return Outcome::Ok;
         }
     };
-#ifdef KESTRIN_HAVE_CARVE
     e.signatureScan = [](CPhysicalDisk& media, uint32_t kind, uint64_t first, uint64_t end, ScanContext& ctx) {
         return ScanSignatures(media, kind, first, end, ctx);
     };
-#endif
     e.preparation = [](CPhysicalDisk& media, ScanContext&) {
         (void)ReadSourceLayout(media);
         return Outcome::Ok;
     };
-#ifdef KESTRIN_HAVE_NTFS
     e.diskRecordSearch = [](CPhysicalDisk& media, uint64_t first, uint64_t end, ScanContext& ctx) {
         return NtfsSearchRecords(media, first, end, ctx);
     };
-#endif
     return e;
 }
 

@@ -1,4 +1,4 @@
-#include "cli/CliSource.h"
+#include "session/Source.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,7 +11,7 @@
 #include "platform/Platform.h"
 #include "util/Text.h"
 
-namespace kestrin::cli {
+namespace kestrin {
 
 namespace {
 
@@ -205,4 +205,4 @@ std::string DescribePartitions(const OpenedSource& src) {
     return s;
 }
 
-} // namespace kestrin::cli
+} // namespace kestrin

@@ -1,8 +1,8 @@
-#include "cli/CliText.h"
+#include "session/Texts.h"
 
 #include "app/Language.h"
 
-namespace kestrin::cli {
+namespace kestrin {
 
 std::string T(std::string_view id, std::string_view fallback) {
     std::string t = app::Text(id);
@@ -21,4 +21,4 @@ std::string Tf(std::string_view id, std::string_view arg, std::string_view fallb
 
 bool ChooseLanguage(const std::string& name) { return app::UseLanguageByName(name); }
 
-} // namespace kestrin::cli
+} // namespace kestrin

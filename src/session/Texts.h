@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-namespace kestrin::cli {
+namespace kestrin {
 
 // The language text of `id`; `fallback` only when the language file has no such entry at all
 // (a build run before its language files were copied), so a message is never blank.
@@ -13,4 +13,4 @@ std::string Tf(std::string_view id, std::string_view arg, std::string_view fallb
 // Chooses the language for this process (--lang); false for an unknown name.
 bool ChooseLanguage(const std::string& name);
 
-} // namespace kestrin::cli
+} // namespace kestrin

@@ -10,7 +10,7 @@
 #include "storage/CPhysicalDisk.h"
 #include "storage/SourceLayout.h"
 
-namespace kestrin::cli {
+namespace kestrin {
 
 struct OpenedSource {
     std::string path; // as given
@@ -48,4 +48,4 @@ std::vector<size_t> ScannablePartitions(const OpenedSource& src);
 // One line per listed partition ("  N  start  sectors  FS"), for error messages.
 std::string DescribePartitions(const OpenedSource& src);
 
-} // namespace kestrin::cli
+} // namespace kestrin

@@ -1,0 +1,59 @@
+#include "session/EngineTable.h"
+
+#include "carve/ScanSignatures.h"
+#include "fs/exfat/ExFatEngine.h"
+#include "fs/fat/FatEngine.h"
+#include "fs/ntfs/NtfsEngine.h"
+#include "job/ScanContext.h"
+#include "recover/Recover.h"
+#include "session/Texts.h"
+#include "storage/CPhysicalDisk.h"
+#include "storage/SourceLayout.h"
+
+namespace kestrin {
+
+Engines MakeEngines() {
+    Engines e;
+    e.fileSystemScan = [](CPhysicalDisk& media, int mode, ScanContext& ctx) -> Outcome {
+        // A partition the table places but whose boot sector failed its test (an exFAT volume in
+        // an NTFS-typed slot, an old small FAT16 card) is read for what it really holds.
+        uint8_t source = media.GetSourceKind();
+        if (media.GetPartitionFlag() == kTableOnly &&
+            (source == kSourceDiskPartition1 || source == kSourceDiskPartition2 || source == kSourceImagePartition))
+            return SmartScanVolume(media, ctx);
+        switch (media.GetFsKind()) {
+        case kFsNtfs: return NtfsScanVolume(media, mode, ctx);
+        case kFsFat16:
+        case kFsFat32: return FatScanVolume(media, mode, ctx);
+        case kFsExFat: return ExFatScanVolume(media, mode, ctx);
+        default: break;
+        }
+        // No file system this program reads: said, not skipped.
+        ctx.events.OnNotice(
+            T("IDS_CLI_NO_FILE_SYSTEM", "No file system this program reads was found on the selected volume."));
+        return Outcome::Ok;
+    };
+    e.signatureScan = [](CPhysicalDisk& media, uint32_t kind, uint64_t first, uint64_t end, ScanContext& ctx) {
+        return ScanSignatures(media, kind, first, end, ctx);
+    };
+    // The preparation of the lost-partition search: the partition table read again into the
+    // media's lists, which the search then adds to.
+    e.preparation = [](CPhysicalDisk& media, ScanContext& ctx) {
+        WalkWatch watch(media);
+        uint64_t first = media.GetFirstSector(), count = media.GetSectorCount();
+        uint8_t kind = media.GetSourceKind();
+        (void)ReadSourceLayout(media);
+        media.SetFirstSector(first);
+        media.SetSectorCount(count);
+        media.SetSourceKind(kind);
+        return watch.Finish(ctx);
+    };
+    // Lost partitions on a disk; on a chosen volume in formatted mode, the previous file system.
+    e.diskRecordSearch = [](CPhysicalDisk& media, uint64_t first, uint64_t end, ScanContext& ctx) {
+        return RecoverRecordSearch(media, first, end, ctx);
+    };
+    e.secondFileSystemScan = [](CPhysicalDisk& media, ScanContext& ctx) { return SmartScanVolume(media, ctx); };
+    return e;
+}
+
+} // namespace kestrin

@@ -1,0 +1,32 @@
+#include "session/ScanPlan.h"
+
+#include "job/ScanOperation.h"
+
+namespace kestrin {
+
+int ForcedKindFor(uint32_t mode, const PartitionRecord& chosen) {
+    if (mode == kModeFormatted) return kKindPartitionSearch;
+    if (mode == kModePartition && chosen.partitionFlag == kTableOnly) return kKindSmartScan;
+    return -1;
+}
+
+void TakeDetectedFileSystem(OpenedSource& src, size_t index, int forcedKind) {
+    if (index >= src.partitions.size() || !src.media) return;
+    PartitionRecord& r = src.partitions[index];
+    if (forcedKind < 0 && r.partitionFlag != kTableOnly) return;
+    PartitionRecord seen = src.media->GetPartitionParams();
+    seen.fsKind = src.media->GetFsKind();
+    seen.startSector = r.startSector;
+    seen.length = r.length;
+    seen.found = r.found;
+    r = seen;
+}
+
+void RefreshPartitionList(OpenedSource& src) {
+    CPhysicalDisk& m = *src.media;
+    src.partitions.clear();
+    if (m.Partitions().size() > 1) src.partitions.assign(m.Partitions().begin() + 1, m.Partitions().end());
+    src.partitions.insert(src.partitions.end(), m.SecondPartitions().begin(), m.SecondPartitions().end());
+}
+
+} // namespace kestrin
