@@ -315,7 +315,6 @@ int RunRecover(RecoverOptions o) {
 
     for (auto& v : volumes) {
         if (!v.top) continue;
-        if (!session.media && v.partition > 0) SelectListedPartition(run.src, size_t(v.partition - 1));
         std::string dest = destination;
         if (volumes.size() > 1) {
             std::printf("Partition %d:\n", v.partition);

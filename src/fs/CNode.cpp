@@ -3,9 +3,12 @@
 #include <new>
 #include <vector>
 
+#include "fs/VolumeHandle.h"
 #include "util/Text.h"
 
 namespace kestrin {
+
+CNode::CNode() = default;
 
 CNode::~CNode() {
     // Iterative teardown: deep trees from hostile disks must not exhaust the stack.

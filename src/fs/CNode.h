@@ -2,9 +2,12 @@
 // The found-item tree: every result of a scan (file-system items and carved files) is a node.
 // Children form a singly linked list (firstChild, nextSibling); every node owns its children.
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace kestrin {
+
+struct VolumeHandle;
 
 enum NodeFlags : uint16_t { kNodeInUse = 1, kNodeFolder = 2, kNodeFatChain = 4 };
 
@@ -28,7 +31,7 @@ struct ScanEntry {
 
 class CNode {
 public:
-    CNode() = default;
+    CNode();
     virtual ~CNode();
     CNode(const CNode&) = delete;
     CNode& operator=(const CNode&) = delete;
@@ -49,6 +52,8 @@ public:
     uint8_t nameLength = 0;
     uint32_t startOffset = 0;
     uint8_t inDeletedView = 0;
+    // Set on volume roots only: the volume the items below were found on.
+    std::unique_ptr<VolumeHandle> volume;
 
     bool IsFolder() const { return flags & kNodeFolder; }
     bool IsDeleted() const { return !(flags & kNodeInUse); }

@@ -1,8 +1,10 @@
 #include "output/ContentCopy.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "fs/CNode.h"
+#include "fs/VolumeHandle.h"
 #include "storage/CPhysicalDisk.h"
 #include "fs/ntfs/NtfsEngine.h"
 #include "fs/fat/FatEngine.h"
@@ -12,6 +14,19 @@
 namespace kestrin {
 
 namespace {
+
+// The media's own source, read by a second media narrowed to one volume.
+class BorrowedSource final : public ByteSource {
+public:
+    explicit BorrowedSource(ByteSource& base) : m_base(base) {}
+    long long ReadAt(void* buf, size_t len, uint64_t offset) override { return m_base.ReadAt(buf, len, offset); }
+    uint64_t Size() const override { return m_base.Size(); }
+    uint32_t LastError() const override { return m_base.LastError(); }
+    bool NeedsAlignment() const override { return m_base.NeedsAlignment(); }
+
+private:
+    ByteSource& m_base;
+};
 
 ContentResult EngineContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
     if (node.carved) {
@@ -30,12 +45,22 @@ ContentResult EngineContent(CPhysicalDisk& media, const CNode& node, const Conte
 } // namespace
 
 ContentResult WriteNodeContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
+    // File-system items are read through the volume they were found on, whatever the media has
+    // selected since; carved items and trees without a volume handle through the selection.
+    const VolumeHandle* volume = node.carved ? nullptr : VolumeOf(node);
+    std::optional<CPhysicalDisk> view;
+    if (volume && media.Handle()) {
+        view.emplace();
+        view->Attach(std::make_unique<BorrowedSource>(*media.Handle()));
+        SelectVolume(*view, *volume);
+    }
+    CPhysicalDisk& reader = view ? *view : media;
     // Reads past the end of the source come back short and still succeed; what they could not
     // deliver was never on the source, so it is counted here as unreadable, whatever the engine
     // made of it.
-    const uint64_t pastEndBefore = media.BytesPastEnd();
-    ContentResult r = EngineContent(media, node, sink);
-    const uint64_t pastEnd = media.BytesPastEnd() - pastEndBefore;
+    const uint64_t pastEndBefore = reader.BytesPastEnd();
+    ContentResult r = EngineContent(reader, node, sink);
+    const uint64_t pastEnd = reader.BytesPastEnd() - pastEndBefore;
     if (pastEnd) {
         r.ok = false;
         r.unreadable += std::min<uint64_t>(pastEnd, node.size > r.unreadable ? node.size - r.unreadable : 0);

@@ -5,6 +5,7 @@
 
 #include "app/Language.h"
 #include "fs/CNode.h"
+#include "fs/VolumeHandle.h"
 #include "fs/VolumeTree.h"
 #include "scan/MediaTypes.h"
 #include "storage/CPhysicalDisk.h"
@@ -232,6 +233,9 @@ Outcome CScanDriver::RunStage(Stage s, ScanContext& ctx) {
 }
 
 void CScanDriver::Note(Outcome o) {
+    // A stage that added a volume root leaves the media selecting that volume: the root takes
+    // it as its handle, so its items are read back through it later.
+    StampVolumes(m_top.get(), m_media);
     std::lock_guard lk(m_infoMutex);
     m_outcome = Worse(m_outcome, o);
 }

@@ -1,0 +1,41 @@
+#include "fs/VolumeHandle.h"
+
+#include "fs/CNode.h"
+
+namespace kestrin {
+
+VolumeHandle HandleOf(const CPhysicalDisk& media) {
+    VolumeHandle h;
+    h.fsKind = media.GetFsKind();
+    h.sourceKind = media.GetSourceKind();
+    h.partitionFlag = media.GetPartitionFlag();
+    h.firstSector = media.GetFirstSector();
+    h.sectorCount = media.GetSectorCount();
+    h.sectorSize = media.GetSectorSize();
+    h.params = media.GetPartitionParams();
+    return h;
+}
+
+void SelectVolume(CPhysicalDisk& view, const VolumeHandle& volume) {
+    view.SetFsKind(volume.fsKind);
+    view.SetSourceKind(volume.sourceKind);
+    view.SetPartitionFlag(volume.partitionFlag);
+    view.SetFirstSector(volume.firstSector);
+    view.SetSectorCount(volume.sectorCount);
+    view.SetSectorSize(volume.sectorSize);
+    view.SetPartitionParams(volume.params);
+}
+
+const VolumeHandle* VolumeOf(const CNode& node) {
+    for (const CNode* n = &node; n; n = n->parent)
+        if (n->volume) return n->volume.get();
+    return nullptr;
+}
+
+void StampVolumes(CNode* top, const CPhysicalDisk& media) {
+    if (!top) return;
+    for (CNode* n = top->firstChild; n; n = n->nextSibling)
+        if (n->IsFolder() && n->name == u"." && !n->volume) n->volume = std::make_unique<VolumeHandle>(HandleOf(media));
+}
+
+} // namespace kestrin

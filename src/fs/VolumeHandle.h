@@ -1,0 +1,34 @@
+#pragma once
+// The volume a tree's items were found on: which engine reads them back and where. Each volume
+// root "." of a found tree carries one, so saving, `cat`, the preview and sessions read a node's
+// content through its own volume, whatever the media has selected since.
+#include <cstdint>
+
+#include "storage/CPhysicalDisk.h"
+#include "storage/PartitionRecord.h"
+
+namespace kestrin {
+
+class CNode;
+
+struct VolumeHandle {
+    uint8_t fsKind = kFsNone;
+    uint8_t sourceKind = kSourceNone;
+    uint8_t partitionFlag = 0;
+    uint64_t firstSector = 0;
+    uint64_t sectorCount = 0;
+    uint32_t sectorSize = 0;
+    PartitionRecord params; // the geometry the engine read the volume with
+};
+
+// The media's current selection as a handle.
+VolumeHandle HandleOf(const CPhysicalDisk& media);
+// Narrows `view` (a media reading the same source) to the handle's volume.
+void SelectVolume(CPhysicalDisk& view, const VolumeHandle& volume);
+// The handle of the volume root above `node`, or null (carved items, trees without one).
+const VolumeHandle* VolumeOf(const CNode& node);
+// Gives every volume root directly below `top` that has no handle yet the media's selection:
+// the driver calls it after each stage that may have added a volume.
+void StampVolumes(CNode* top, const CPhysicalDisk& media);
+
+} // namespace kestrin
