@@ -39,6 +39,10 @@ bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volu
 // Geometry from an exFAT boot sector (shifts, FAT offset, cluster heap, cluster count, root).
 bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, uint64_t volumeEnd, FatGeometry& g);
 
+// The FAT16 root region is taken as 32 sectors whatever the boot sector declares (512 entries of
+// 32 bytes on 512-byte sectors); the data area starts right after it.
+constexpr uint32_t kFat16RootSectors = 32;
+
 // Upper bound on one folder's size: FAT and exFAT folders hold at most 65,536 entries of 32
 // bytes on FAT and 256 MiB on exFAT; anything longer is a broken chain or a hostile size.
 constexpr uint64_t kFatMaxFolderBytes = 65536ull * 32;
@@ -84,10 +88,10 @@ public:
     // false when the read failed.
     bool ReadBytes(uint64_t offset, uint8_t* out, size_t len);
     // Reads the clusters of `clusters` in order, merging consecutive ones into one read of at most
-    // `maxReadBytes`, and hands each cluster to `onCluster` (index in the list, bytes, read ok)
-    // until it returns false.
+    // `maxReadBytes`, and hands each cluster to `onCluster` (index in the list, bytes; a failed
+    // read gives zeros) until it returns false or a read finds the source gone.
     void ReadClusters(std::span<const uint32_t> clusters, size_t maxReadBytes,
-                      const std::function<bool(size_t, std::span<const uint8_t>, bool)>& onCluster);
+                      const std::function<bool(size_t, std::span<const uint8_t>)>& onCluster);
 
     // Turns a cluster list into runs of consecutive clusters.
     static std::vector<ClusterRun> ToRuns(std::span<const uint32_t> clusters);
