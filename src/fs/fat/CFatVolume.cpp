@@ -23,8 +23,10 @@ constexpr char kExFatName[] = "EXFAT   ";
 // Media that do not report a sector size are read in sectors of this size.
 constexpr uint32_t kDefaultSectorBytes = 512;
 
-} // namespace
-
+// Geometry of a FAT16 (kind 1) or FAT32 (kind 2) volume from its partition record (the root
+// region or data area after the reserved sectors and two FATs; the highest cluster from the
+// record's cluster count, clamped to what the FAT can hold). False when the record cannot
+// describe a volume.
 bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volumeStart, uint64_t volumeEnd,
                            uint32_t mediaSectorSize, FatGeometry& g) {
     if ((kind != kFsFat16 && kind != kFsFat32) || mediaSectorSize == 0 || r.sectorsPerCluster == 0 ||
@@ -32,10 +34,8 @@ bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volu
         return false;
     g = {};
     g.fsKind = kind;
-    g.mediaSectorSize = g.sectorSize = mediaSectorSize;
-    g.volumeStart = volumeStart;
+    g.mediaSectorSize = mediaSectorSize;
     g.volumeEnd = volumeEnd;
-    g.sectorsPerCluster = r.sectorsPerCluster;
     g.clusterBytes = r.sectorsPerCluster * mediaSectorSize;
     g.fatStart = volumeStart + r.fatStart * mediaSectorSize;
     uint64_t third = volumeStart + r.thirdArea * mediaSectorSize;
@@ -60,6 +60,7 @@ bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volu
     return true;
 }
 
+// Geometry from an exFAT boot sector (shifts, FAT offset, cluster heap, cluster count, root).
 bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, uint64_t volumeEnd, FatGeometry& g) {
     auto bpsShift = exfat_boot::BytesPerSectorShift::Read(boot);
     auto spcShift = exfat_boot::SectorsPerClusterShift::Read(boot);
@@ -74,14 +75,12 @@ bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, u
         return false;
     g = {};
     g.fsKind = kFsExFat;
-    g.sectorSize = 1u << *bpsShift;
-    g.volumeStart = volumeStart;
+    const uint32_t sectorBytes = 1u << *bpsShift;
     g.volumeEnd = volumeEnd;
-    g.sectorsPerCluster = 1u << *spcShift;
-    g.clusterBytes = g.sectorSize << *spcShift;
-    g.fatStart = volumeStart + uint64_t(*fatOffset) * g.sectorSize;
-    g.dataStart = volumeStart + uint64_t(*heapOffset) * g.sectorSize;
-    uint64_t fatEntries = uint64_t(*fatLength) * g.sectorSize / sizeof(uint32_t);
+    g.clusterBytes = sectorBytes << *spcShift;
+    g.fatStart = volumeStart + uint64_t(*fatOffset) * sectorBytes;
+    g.dataStart = volumeStart + uint64_t(*heapOffset) * sectorBytes;
+    uint64_t fatEntries = uint64_t(*fatLength) * sectorBytes / sizeof(uint32_t);
     uint64_t highest = std::min<uint64_t>(uint64_t(*clusterCount) + 1, fatEntries ? fatEntries - 1 : 0);
     highest = std::min<uint64_t>(highest, fat_table::kExFatMaxCluster);
     if (highest < fat_table::kFirstDataCluster || *root < fat_table::kFirstDataCluster || *root > highest)
@@ -91,6 +90,8 @@ bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, u
     g.rootCluster = *root;
     return true;
 }
+
+} // namespace
 
 bool CFatVolume::Open(uint8_t fsKind) {
     m_fatBlocks.clear();

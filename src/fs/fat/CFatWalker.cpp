@@ -63,6 +63,46 @@ bool IllegalShortNameByte(uint8_t b) {
     return false;
 }
 
+// The displayed name of a short (8.3) entry: blanks cut, "." before a non-empty extension, the
+// case flags' lower-case bits applied, 0x05 read as 0xE5, and "X" in place of a deleted entry's
+// lost first character. Bytes above 0x7F are read as code page 437.
+std::u16string FatShortName(std::span<const uint8_t> e, bool deleted) {
+    std::u16string name;
+    if (e.size() < kEntryBytes) return name;
+    const uint8_t caseFlags = CaseFlags::At(e.data());
+    Bytes base = Name::In(e), ext = Extension::In(e);
+    size_t baseLen = base.size(), extLen = ext.size();
+    while (baseLen > 0 && base[baseLen - 1] == kBlank) --baseLen;
+    while (extLen > 0 && ext[extLen - 1] == kBlank) --extLen;
+    for (size_t i = 0; i < baseLen; ++i) {
+        uint8_t b = base[i];
+        if (i == 0 && b == kE5Substitute) b = kDeletedMark;
+        name += OemChar(b, caseFlags & kCaseLowerBase);
+    }
+    if (extLen > 0) {
+        name += u'.';
+        for (size_t i = 0; i < extLen; ++i) name += OemChar(ext[i], caseFlags & kCaseLowerExtension);
+    }
+    // The first character of a deleted short name is gone (overwritten by 0xE5): show "X".
+    if (deleted && !name.empty() && name[0] != u'.') name[0] = u'X';
+    return name;
+}
+
+// One long-name piece: 13 units, cut at the first 0x0000, 0xFFFF padding dropped; the piece that
+// ends the name (`endOfName`) also loses trailing 0x0020 and 0x00FF units.
+std::u16string FatLongNamePiece(std::span<const uint8_t> e, bool endOfName) {
+    std::u16string piece;
+    if (e.size() < kEntryBytes) return piece;
+    for (uint8_t at : lfn::kUnitOffsets) {
+        char16_t u = Le16(e.data() + at);
+        if (u == kUnitEnd) break; // the name ends here; what follows is padding
+        if (u == kUnitPad) continue;
+        piece += u;
+    }
+    while (endOfName && !piece.empty() && (piece.back() == kUnitBlank || piece.back() == kUnitFF)) piece.pop_back();
+    return piece;
+}
+
 } // namespace
 
 FatFolderShape FatFolderClusterShape(std::span<const uint8_t> c, uint32_t highest) {
@@ -100,41 +140,6 @@ FatFolderShape FatFolderClusterShape(std::span<const uint8_t> c, uint32_t highes
         ++shorts;
     }
     return shorts ? FatFolderShape::kFull : FatFolderShape::kNone;
-}
-
-std::u16string FatShortName(std::span<const uint8_t> e, bool deleted) {
-    std::u16string name;
-    if (e.size() < kEntryBytes) return name;
-    const uint8_t caseFlags = CaseFlags::At(e.data());
-    Bytes base = Name::In(e), ext = Extension::In(e);
-    size_t baseLen = base.size(), extLen = ext.size();
-    while (baseLen > 0 && base[baseLen - 1] == kBlank) --baseLen;
-    while (extLen > 0 && ext[extLen - 1] == kBlank) --extLen;
-    for (size_t i = 0; i < baseLen; ++i) {
-        uint8_t b = base[i];
-        if (i == 0 && b == kE5Substitute) b = kDeletedMark;
-        name += OemChar(b, caseFlags & kCaseLowerBase);
-    }
-    if (extLen > 0) {
-        name += u'.';
-        for (size_t i = 0; i < extLen; ++i) name += OemChar(ext[i], caseFlags & kCaseLowerExtension);
-    }
-    // The first character of a deleted short name is gone (overwritten by 0xE5): show "X".
-    if (deleted && !name.empty() && name[0] != u'.') name[0] = u'X';
-    return name;
-}
-
-std::u16string FatLongNamePiece(std::span<const uint8_t> e, bool endOfName) {
-    std::u16string piece;
-    if (e.size() < kEntryBytes) return piece;
-    for (uint8_t at : lfn::kUnitOffsets) {
-        char16_t u = Le16(e.data() + at);
-        if (u == kUnitEnd) break; // the name ends here; what follows is padding
-        if (u == kUnitPad) continue;
-        piece += u;
-    }
-    while (endOfName && !piece.empty() && (piece.back() == kUnitBlank || piece.back() == kUnitFF)) piece.pop_back();
-    return piece;
 }
 
 uint32_t FatRootId(const FatGeometry& g) { return g.fsKind == kFsFat16 ? 1 : layout::fat_table::kFirstDataCluster; }

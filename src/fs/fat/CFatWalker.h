@@ -72,14 +72,6 @@ private:
 // The number of a FAT volume's root folder: 1 on FAT16 (the fixed root region), 2 on FAT32.
 uint32_t FatRootId(const FatGeometry& g);
 
-// The displayed name of a short (8.3) entry: blanks cut, "." before a non-empty extension, the
-// case byte's lower-case bits applied, 0x05 read as 0xE5, and "X" in place of a deleted entry's
-// lost first character. Bytes above 0x7F are read as code page 437.
-std::u16string FatShortName(std::span<const uint8_t> entry, bool deleted);
-// One long-name piece: 13 units, cut at the first 0x0000, 0xFFFF padding dropped; the piece that
-// ends the name (`endOfName`) also loses trailing 0x0020 and 0x00FF units.
-std::u16string FatLongNamePiece(std::span<const uint8_t> entry, bool endOfName);
-
 // How a cluster without "." and ".." reads as part of a folder: not at all (kNone), as folder
 // entries ending inside it (kEnds), or as folder entries filling it to the end, so that the folder
 // goes on in another cluster (kFull). Every entry before the end mark must be a well-formed
