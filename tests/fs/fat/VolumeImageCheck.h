@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "job/QuietScanEvents.h"
@@ -166,6 +167,17 @@ inline TroubledScan ScanWithTrouble(const std::vector<uint8_t>& bytes, uint8_t f
     r.readsAfterGone = src->readsAfterGone;
     r.stateAfter = op.state.load();
     return r;
+}
+
+// Checks how a walk over `bytes` ended under `trouble`: its outcome, what it listed, that it read
+// nothing once the source said it was gone, and that it left the operation state alone.
+inline void ExpectWalkEnd(const std::vector<uint8_t>& bytes, uint8_t fsKind, ScanFn scan, const Trouble& trouble,
+                          Outcome outcome, const std::vector<std::string>& paths) {
+    TroubledScan r = ScanWithTrouble(bytes, fsKind, scan, trouble);
+    EXPECT_EQ(r.outcome, outcome) << OutcomeName(r.outcome);
+    EXPECT_EQ(r.paths, paths);
+    EXPECT_EQ(r.readsAfterGone, 0);
+    EXPECT_EQ(r.stateAfter, trouble.stopAtProgress ? kStateCancel : kStateRunning);
 }
 
 inline std::string ReadContent(WriterFn writer, CPhysicalDisk& media, const CNode& node, ContentResult* result = nullptr) {
