@@ -46,7 +46,8 @@ std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* c
     if (kind != kFsFat16 && kind != kFsFat32) return out;
     if (!vol.Open(kind)) return out;
     const FatGeometry& g = vol.Geometry();
-    if (g.clusterBytes < 2 * layout::fat_dir::kEntryBytes || g.highestCluster < layout::fat_table::kFirstDataCluster) return out;
+    using layout::fat_dir::kEntryBytes;
+    if (g.clusterBytes < 2 * kEntryBytes || g.highestCluster < layout::fat_table::kFirstDataCluster) return out;
     const size_t perRead = std::max<size_t>(1, kReadBytes / g.clusterBytes);
     std::vector<uint8_t> buf(perRead * g.clusterBytes);
     const uint64_t total = uint64_t(g.highestCluster) - 1;
@@ -61,7 +62,7 @@ std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* c
         vol.ReadBytes(offset, buf.data(), n * g.clusterBytes);
         for (size_t i = 0; i < n && out.size() < limit; ++i) {
             const uint8_t* p = buf.data() + i * g.clusterBytes;
-            if (IsDotEntry(p, false) && IsDotEntry(p + layout::fat_dir::kEntryBytes, true)) out.push_back(uint32_t(c + i));
+            if (IsDotEntry(p, false) && IsDotEntry(p + kEntryBytes, true)) out.push_back(uint32_t(c + i));
         }
         c += n;
     }

@@ -14,7 +14,6 @@ namespace {
 
 using namespace layout;
 
-constexpr uint32_t kFat16Root = 1;
 // exFAT keeps a copy of its boot region twelve sectors after the main one.
 constexpr uint64_t kExFatBackupBootSector = 12;
 // exFAT sector sizes are 512 to 4096 bytes and clusters at most 32 MiB.
@@ -42,7 +41,7 @@ bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volu
     if (kind == kFsFat16) {
         g.rootRegion = third;
         g.dataStart = third + uint64_t(kFat16RootSectors) * mediaSectorSize;
-        g.rootCluster = kFat16Root;
+        g.rootCluster = kFat16RootId;
     } else {
         g.dataStart = third;
         g.rootCluster = fat_table::kFirstDataCluster;
@@ -53,7 +52,8 @@ bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volu
     uint64_t fatEntries = uint64_t(r.fatSize) * mediaSectorSize / width;
     uint64_t highest = uint64_t(r.clusterCount) + 1;
     highest = std::min<uint64_t>(highest, fatEntries ? fatEntries - 1 : 0);
-    highest = std::min<uint64_t>(highest, kind == kFsFat16 ? fat_table::kFat16MaxCluster : fat_table::kFat32MaxCluster);
+    highest = std::min<uint64_t>(highest, kind == kFsFat16 ? fat_table::kFat16MaxCluster
+                                                           : fat_table::kFat32MaxCluster);
     if (highest < 2) return false;
     g.highestCluster = uint32_t(highest);
     g.fatBytes = (highest + 1) * width;
@@ -105,7 +105,8 @@ void CFatVolume::SetGeometry(const FatGeometry& g) {
 }
 
 void CFatVolume::FinishGeometry() {
-    if (m_g.mediaSectorSize == 0) m_g.mediaSectorSize = m_media.GetSectorSize() ? m_media.GetSectorSize() : kDefaultSectorBytes;
+    if (m_g.mediaSectorSize == 0)
+        m_g.mediaSectorSize = m_media.GetSectorSize() ? m_media.GetSectorSize() : kDefaultSectorBytes;
     uint64_t mediaEnd = m_media.ByteSize();
     if (mediaEnd && (m_g.volumeEnd == 0 || m_g.volumeEnd > mediaEnd)) m_g.volumeEnd = mediaEnd;
     // The FAT cache never holds more than the volume has room for, whatever the boot sector says.
@@ -225,7 +226,8 @@ uint32_t CFatVolume::LastClusterInVolume() const {
 bool CFatVolume::EndsChain(uint32_t current, uint32_t next) const {
     if (next == current) return true;
     if (m_g.fsKind == kFsFat16 &&
-        (next < fat_table::kFirstDataCluster || (next >= fat_table::kFat16ChainEndFrom && next <= fat_table::kFat16ChainEndTo)))
+        (next < fat_table::kFirstDataCluster ||
+         (next >= fat_table::kFat16ChainEndFrom && next <= fat_table::kFat16ChainEndTo)))
         return true;
     uint32_t masked = next & fat_table::kFat32EntryMask;
     return masked < fat_table::kFirstDataCluster || masked >= fat_table::kFat32ChainEndFrom;

@@ -30,6 +30,8 @@ struct FatGeometry {
 // The FAT16 root region is taken as 32 sectors whatever the boot sector declares (512 entries of
 // 32 bytes on 512-byte sectors); the data area starts right after it.
 constexpr uint32_t kFat16RootSectors = 32;
+// The FAT16 root region has no cluster; it goes by 1, FAT16's code.
+constexpr uint32_t kFat16RootId = 1;
 
 // Upper bound on one folder's size: FAT and exFAT folders hold at most 65,536 entries of 32
 // bytes on FAT and 256 MiB on exFAT; anything longer is a broken chain or a hostile size.

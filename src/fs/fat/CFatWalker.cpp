@@ -142,7 +142,9 @@ FatFolderShape FatFolderClusterShape(std::span<const uint8_t> c, uint32_t highes
     return shorts ? FatFolderShape::kFull : FatFolderShape::kNone;
 }
 
-uint32_t FatRootId(const FatGeometry& g) { return g.fsKind == kFsFat16 ? 1 : layout::fat_table::kFirstDataCluster; }
+uint32_t FatRootId(const FatGeometry& g) {
+    return g.fsKind == kFsFat16 ? kFat16RootId : layout::fat_table::kFirstDataCluster;
+}
 
 CFatWalker::CFatWalker(CFatVolume& volume, int mode, ScanContext* ctx)
     : CFolderWalker(volume, ctx, FatRootId(volume.Geometry())), m_mode(mode), m_code(FatRootId(volume.Geometry())) {

@@ -50,7 +50,8 @@ ContentResult WriteClusterRuns(CFatVolume& vol, std::span<const ClusterRun> runs
 
 } // namespace
 
-ContentResult WriteFileClusters(CFatVolume& vol, const CNode& node, const ContentSink& sink, const FileRunsFn& runsOf) {
+ContentResult WriteFileClusters(CFatVolume& vol, const CNode& node, const ContentSink& sink,
+                                const FileRunsFn& runsOf) {
     const FatGeometry& g = vol.Geometry();
     if (node.size == 0) return {true, 0, 0, 0};
     if (node.IsFolder() || !vol.IsDataCluster(node.recordId) || g.clusterBytes == 0) return {};

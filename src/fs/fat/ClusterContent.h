@@ -17,7 +17,8 @@ using FileRunsFn = std::function<std::vector<ClusterRun>(uint64_t needed)>;
 // Writes the content of a file found on the volume: an empty file gives nothing (and succeeds);
 // a folder, or a file whose first cluster is not a data cluster, fails; any other file is read
 // from the runs `runsOf` gives for its cluster count.
-ContentResult WriteFileClusters(CFatVolume& volume, const CNode& node, const ContentSink& sink, const FileRunsFn& runsOf);
+ContentResult WriteFileClusters(CFatVolume& volume, const CNode& node, const ContentSink& sink,
+                                const FileRunsFn& runsOf);
 
 // The clusters a deleted file is taken to have had, `needed` of them at most: its first cluster,
 // then every later cluster up to the end of the volume that `inUse` does not claim for another

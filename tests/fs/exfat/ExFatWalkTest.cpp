@@ -108,7 +108,8 @@ TEST(ExFatWalk, EndsOnVanishedSourceReadErrorAndStop) {
         Names paths;
     } cases[] = {
         {"gone at b", {folderB, folderB + kCB, true}, Outcome::DeviceGone, {"a", "b", "c", "c/h.txt"}},
-        {"read error at b", {folderB, folderB + kCB}, Outcome::ReadFailed, {"a", "a/f.txt", "b", "b/g.txt", "c", "c/h.txt"}},
+        {"read error at b", {folderB, folderB + kCB}, Outcome::ReadFailed,
+         {"a", "a/f.txt", "b", "b/g.txt", "c", "c/h.txt"}},
         // The stop comes with the first progress call, as c is reached: c is still read.
         {"stop", {0, 0, false, 1}, Outcome::Stopped, {"a", "b", "c", "c/h.txt"}},
     };

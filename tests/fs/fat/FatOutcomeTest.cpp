@@ -42,7 +42,8 @@ TEST(FatOutcome, DeviceGoneReadErrorAndStop) {
         Outcome outcome;
         Names paths;
     } cases[] = {
-        {"gone at B", FatScanVolume, {folderB, folderB + 512, true}, Outcome::DeviceGone, {"A", "B", "C", "C/FILE.TXT"}},
+        {"gone at B", FatScanVolume, {folderB, folderB + 512, true}, Outcome::DeviceGone,
+         {"A", "B", "C", "C/FILE.TXT"}},
         {"read error at B", FatScanVolume, {folderB, folderB + 512}, Outcome::ReadFailed,
          {"A", "A/FILE.TXT", "B", "C", "C/FILE.TXT"}},
         // The stop comes with the first progress call, as C is reached: C is still read.

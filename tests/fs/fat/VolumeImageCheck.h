@@ -146,7 +146,8 @@ struct TroubledScan {
 };
 
 // Scans the volume in `bytes` with `scan` while its source misbehaves as `trouble` says.
-inline TroubledScan ScanWithTrouble(const std::vector<uint8_t>& bytes, uint8_t fsKind, ScanFn scan, const Trouble& trouble) {
+inline TroubledScan ScanWithTrouble(const std::vector<uint8_t>& bytes, uint8_t fsKind, ScanFn scan,
+                                    const Trouble& trouble) {
     CPhysicalDisk media;
     auto owned = std::make_unique<TroubledSource>(bytes, trouble);
     TroubledSource* src = owned.get();
