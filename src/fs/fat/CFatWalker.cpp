@@ -19,9 +19,9 @@ namespace lfn = layout::fat_lfn;
 // entry at all: the folder ends there.
 constexpr uint8_t kAttrHighestKnown = kAttrFolder | kAttrArchive;
 constexpr uint8_t kAttrLabelFolder = kAttrVolumeLabel | kAttrFolder;
-// A volume label as the first entry of the root, plain or with the folder and archive bits.
+// A volume label as the first entry of a folder, plain or with the folder and archive bits.
 constexpr uint8_t kAttrLabelAll = kAttrVolumeLabel | kAttrFolder | kAttrArchive;
-// Units that pad the end of a long name besides the terminator and 0xFFFF.
+// Long-name units: the terminator, the padding after it, and the two trimmed from a name's end.
 constexpr char16_t kUnitEnd = 0x0000, kUnitPad = 0xFFFF, kUnitBlank = 0x0020, kUnitFF = 0x00FF;
 // Short names are in code page 437; its upper half maps through kCp437High.
 constexpr uint8_t kFirstHighByte = 0x80;
