@@ -7,6 +7,7 @@
 #include "fs/VolumeTree.h"
 #include "fs/fat/CFatVolume.h"
 #include "fs/fat/FatEngine.h"
+#include "fs/fat/FatLayout.h"
 #include "fs/ntfs/NtfsEngine.h"
 #include "recover/Recover.h"
 #include "recover/TreeMove.h"
@@ -29,10 +30,11 @@ uint8_t CurrentKind(CPhysicalDisk& media) {
     return media.GetFsKind();
 }
 
+// A folder entry named "." (or ".."); `e` points at a whole entry.
 bool IsDotEntry(const uint8_t* e, bool dotDot) {
-    static const char kDot[] = ".          ";
-    static const char kDotDot[] = "..         ";
-    return std::memcmp(e, dotDot ? kDotDot : kDot, 11) == 0 && (e[11] & 0x10) != 0;
+    using namespace layout::fat_dir;
+    return std::memcmp(e + Name83::kOffset, dotDot ? kDotDotName : kDotName, Name83::kSize) == 0 &&
+           (Attributes::At(e) & kAttrFolder) != 0;
 }
 
 } // namespace
@@ -44,7 +46,8 @@ std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* c
     if (kind != kFsFat16 && kind != kFsFat32) return out;
     if (!vol.Open(kind)) return out;
     const FatGeometry& g = vol.Geometry();
-    if (g.clusterBytes < 64 || g.highestCluster < 2) return out;
+    using layout::fat_dir::kEntryBytes;
+    if (g.clusterBytes < 2 * kEntryBytes || g.highestCluster < layout::fat_table::kFirstDataCluster) return out;
     const size_t perRead = std::max<size_t>(1, kReadBytes / g.clusterBytes);
     std::vector<uint8_t> buf(perRead * g.clusterBytes);
     const uint64_t total = uint64_t(g.highestCluster) - 1;
@@ -59,7 +62,7 @@ std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* c
         vol.ReadBytes(offset, buf.data(), n * g.clusterBytes);
         for (size_t i = 0; i < n && out.size() < limit; ++i) {
             const uint8_t* p = buf.data() + i * g.clusterBytes;
-            if (IsDotEntry(p, false) && IsDotEntry(p + 32, true)) out.push_back(uint32_t(c + i));
+            if (IsDotEntry(p, false) && IsDotEntry(p + kEntryBytes, true)) out.push_back(uint32_t(c + i));
         }
         c += n;
     }

@@ -21,12 +21,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         CFatVolume vol(media);
         FatGeometry g;
         g.fsKind = kind;
-        g.mediaSectorSize = g.sectorSize = 512;
+        g.mediaSectorSize = 512;
         g.volumeEnd = 64 * 1024;
         g.fatStart = 512;
         g.fatBytes = 4096;
         g.dataStart = 8192;
-        g.sectorsPerCluster = 1;
         g.clusterBytes = 512;
         g.highestCluster = 100;
         g.rootCluster = kind == kFsFat16 ? 1 : 2;

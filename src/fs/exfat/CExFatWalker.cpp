@@ -5,28 +5,23 @@
 #include <vector>
 
 #include "fs/VolumeTree.h"
-#include "job/ScanContext.h"
+#include "fs/exfat/ExFatLayout.h"
+#include "fs/fat/FatLayout.h"
 #include "util/Bytes.h"
 
 namespace kestrin {
 
 namespace {
 
-constexpr size_t kEntryBytes = 32;
-constexpr size_t kNameUnitsPerEntry = 15;
-constexpr size_t kFolderReadBytes = 1 << 20;
+using namespace layout;
 
-enum EntryType : uint8_t {
-    kTypeBitmap = 0x81,
-    kTypeUpcase = 0x82,
-    kTypeLabel = 0x83,
-    kTypeFile = 0x85,
-    kTypeFileDeleted = 0x05,
-    kTypeStream = 0xC0,
-    kTypeStreamDeleted = 0x40,
-    kTypeName = 0xC1,
-    kTypeNameDeleted = 0x41,
-};
+constexpr size_t kFolderReadBytes = 1 << 20;
+// Attributes (FAT's bits) past folder and archive, or a label that is also a folder, mean the
+// entry is not a file entry at all: the folder ends there.
+constexpr uint16_t kAttrHighestKnown = fat_dir::kAttrFolder | fat_dir::kAttrArchive;
+constexpr uint16_t kAttrLabelFolder = fat_dir::kAttrVolumeLabel | fat_dir::kAttrFolder;
+// The clusters follow the FAT when the stream flags are exactly "allocation possible".
+constexpr uint8_t kFatChainFlags = exfat_stream::kAllocationPossible;
 
 // The entry set being gathered.
 struct EntrySet {
@@ -40,60 +35,50 @@ struct EntrySet {
     std::u16string name;
 };
 
+uint16_t DateOf(uint32_t timestamp) { return uint16_t(timestamp >> exfat_file::kTimestampDateShift); }
+
 } // namespace
 
-CExFatWalker::CExFatWalker(CFatVolume& volume, ScanContext* ctx) : m_vol(volume), m_ctx(ctx) {
-    m_root = MakeVolumeRoot(volume.Geometry().rootCluster);
-}
-
-CExFatWalker::~CExFatWalker() {
-    if (m_root) FreeScanEntries(m_root);
-}
-
-ScanEntry* CExFatWalker::TakeRoot() {
-    ScanEntry* r = m_root;
-    m_root = nullptr;
-    return r;
-}
+CExFatWalker::CExFatWalker(CFatVolume& volume, ScanContext* ctx)
+    : CFolderWalker(volume, ctx, volume.Geometry().rootCluster) {}
 
 bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
     const FatGeometry& g = m_vol.Geometry();
     EntrySet set;
+    using namespace exfat_dir;
     for (size_t at = 0; at + kEntryBytes <= buf.size(); at += kEntryBytes) {
         const uint8_t* e = buf.data() + at;
-        switch (e[0]) {
-        case kTypeBitmap:
-        case kTypeUpcase:
-        case kTypeLabel:
-            continue;
+        const uint8_t type = EntryType::At(e);
+        switch (type) {
         case kTypeFile:
-        case kTypeFileDeleted: {
-            uint16_t attr = Le16(e + 4);
-            if (attr > 0x30 || attr == 0x18) return true;
+        case Deleted(kTypeFile): {
+            const uint16_t attr = exfat_file::Attributes::At(e);
+            if (attr > kAttrHighestKnown || attr == kAttrLabelFolder) return true;
             set = {};
             set.open = true;
-            set.remaining = e[1];
-            set.createdDate = uint16_t(Le32(e + 8) >> 16);
+            set.remaining = exfat_file::SecondaryCount::At(e);
+            set.createdDate = DateOf(exfat_file::CreateTimestamp::At(e));
             // The last-access date is shown as the modified date, on purpose.
-            set.modifiedDate = uint16_t(Le32(e + 16) >> 16);
-            set.flags = uint8_t((attr & 0x10 ? kNodeFolder : 0) | (e[0] == kTypeFile ? kNodeInUse : 0));
+            set.modifiedDate = DateOf(exfat_file::AccessTimestamp::At(e));
+            set.flags = uint8_t((attr & fat_dir::kAttrFolder ? kNodeFolder : 0) | (type == kTypeFile ? kNodeInUse : 0));
             continue;
         }
         case kTypeStream:
-        case kTypeStreamDeleted:
+        case Deleted(kTypeStream):
             if (!set.open || set.remaining == 0) continue;
-            // Exactly "allocation possible" without "no FAT chain": the clusters follow the FAT.
-            if (e[1] == 1) set.flags |= kNodeFatChain;
-            set.nameLength = e[3];
-            set.size = Le64(e + 8);
-            set.firstCluster = Le32(e + 20);
+            // "Allocation possible" without "no FAT chain": the clusters follow the FAT.
+            if (exfat_stream::Flags::At(e) == kFatChainFlags) set.flags |= kNodeFatChain;
+            set.nameLength = exfat_stream::NameLength::At(e);
+            set.size = exfat_stream::ValidDataLength::At(e);
+            set.firstCluster = exfat_stream::FirstCluster::At(e);
             --set.remaining;
             continue;
         case kTypeName:
-        case kTypeNameDeleted: {
+        case Deleted(kTypeName): {
             if (!set.open || set.remaining == 0) continue;
-            for (size_t i = 0; i < kNameUnitsPerEntry && set.name.size() < set.nameLength; ++i)
-                set.name += char16_t(Le16(e + 2 + 2 * i));
+            const uint8_t* units = e + exfat_name::Units::kOffset;
+            for (size_t i = 0; i < exfat_name::kUnitsPerEntry && set.name.size() < set.nameLength; ++i)
+                set.name += char16_t(Le16(units + 2 * i));
             if (--set.remaining > 0) continue;
             set.open = false;
             const uint32_t c = set.firstCluster;
@@ -106,13 +91,10 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             entry->createdDate = set.createdDate;
             entry->modifiedDate = set.modifiedDate;
             entry->size = set.size;
-            entry->parent = folder;
-            entry->nextSibling = folder->firstChild;
-            folder->firstChild = entry;
-            ++m_made;
+            Prepend(folder, entry);
             continue;
         }
-        default:
+        default: // bitmap, up-case table, label and the rest: not items
             continue;
         }
     }
@@ -134,36 +116,7 @@ void CExFatWalker::ReadFolder(ScanEntry* folder) {
         for (uint64_t i = 0; i < n; ++i) clusters.push_back(uint32_t(folder->recordId + i));
     }
     m_vol.ReadClusters(clusters, kFolderReadBytes,
-                       [&](size_t, std::span<const uint8_t> data, bool) { return !ParseEntries(data, folder); });
-}
-
-bool CExFatWalker::StopBeforeFolder() {
-    if (!m_ctx) return false;
-    return m_ctx->MustStop(m_vol.Media());
-}
-
-bool CExFatWalker::ReadFolderTree(ScanEntry* top) {
-    if (!top || StopBeforeFolder()) return true;
-    ReadFolder(top);
-    // Depth first in child order, with an explicit stack: deep trees stay off the call stack.
-    std::vector<ScanEntry*> stack{top->firstChild};
-    while (!stack.empty()) {
-        ScanEntry* child = stack.back();
-        if (!child) {
-            stack.pop_back();
-            continue;
-        }
-        stack.back() = child->nextSibling;
-        if (!(child->flags & kNodeFolder)) continue;
-        if (m_ctx) {
-            if (m_ctx->MustStop(m_vol.Media())) return true;
-            m_ctx->Progress(int64_t(++m_visited), int64_t(m_made));
-        }
-        if (StopBeforeFolder()) return true;
-        ReadFolder(child);
-        stack.push_back(child->firstChild);
-    }
-    return false;
+                       [&](size_t, std::span<const uint8_t> data) { return !ParseEntries(data, folder); });
 }
 
 } // namespace kestrin

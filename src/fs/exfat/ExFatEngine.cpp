@@ -7,8 +7,9 @@
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
 #include "fs/exfat/CExFatWalker.h"
+#include "fs/exfat/ExFatLayout.h"
 #include "fs/fat/CFatVolume.h"
-#include "fs/fat/FatEngine.h"
+#include "fs/fat/ClusterContent.h"
 #include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 #include "util/Bytes.h"
@@ -16,6 +17,11 @@
 namespace kestrin {
 
 namespace {
+
+using namespace layout;
+
+// Root-folder clusters per read while looking for the bitmap entry.
+constexpr size_t kRootReadBytes = 1 << 20;
 
 // The allocation bitmap, located through the root folder's bitmap entry and read cluster by
 // cluster as bits are asked for.
@@ -31,11 +37,12 @@ public:
         std::vector<uint32_t> root = m_vol.FollowChain(g.rootCluster, maxClusters);
         uint32_t first = 0;
         uint64_t length = 0;
-        m_vol.ReadClusters(root, 1 << 20, [&](size_t, std::span<const uint8_t> data, bool) {
-            for (size_t at = 0; at + 32 <= data.size(); at += 32) {
-                if (data[at] != 0x81) continue;
-                first = Le32(data.data() + at + 20);
-                length = Le64(data.data() + at + 24);
+        m_vol.ReadClusters(root, kRootReadBytes, [&](size_t, std::span<const uint8_t> data) {
+            for (size_t at = 0; at + exfat_dir::kEntryBytes <= data.size(); at += exfat_dir::kEntryBytes) {
+                const uint8_t* e = data.data() + at;
+                if (exfat_dir::EntryType::At(e) != exfat_dir::kTypeBitmap) continue;
+                first = exfat_bitmap::FirstCluster::At(e);
+                length = exfat_bitmap::DataLength::At(e);
                 return false;
             }
             return true;
@@ -89,37 +96,20 @@ Outcome ExFatScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
 }
 
 ContentResult ExFatWriteContent(CFatVolume& vol, const CNode& node, const ContentSink& sink) {
-    const FatGeometry& g = vol.Geometry();
-    if (node.size == 0) return {true, 0, 0, 0};
-    if (node.IsFolder() || !vol.IsDataCluster(node.recordId) || g.clusterBytes == 0) return {};
-    const uint64_t needed = (node.size + g.clusterBytes - 1) / g.clusterBytes;
-    std::vector<ClusterRun> runs;
-    if (!node.IsDeleted()) {
-        if (node.flags & kNodeFatChain) {
-            runs = CFatVolume::ToRuns(vol.FollowChain(node.recordId, size_t(needed)));
-        } else {
-            uint64_t n = std::min<uint64_t>(needed, uint64_t(g.highestCluster) - node.recordId + 1);
-            runs.push_back({node.recordId, uint32_t(n)});
+    return WriteFileClusters(vol, node, sink, [&](uint64_t needed) -> std::vector<ClusterRun> {
+        if (!node.IsDeleted()) {
+            if (node.flags & kNodeFatChain) return CFatVolume::ToRuns(vol.FollowChain(node.recordId, size_t(needed)));
+            const uint64_t n = std::min<uint64_t>(needed, uint64_t(vol.Geometry().highestCluster) - node.recordId + 1);
+            return {{node.recordId, uint32_t(n)}};
         }
-    } else {
         // A deleted file's clusters are free in the bitmap (and its FAT chain, if it had one, is
-        // cleared): take its first cluster and then every cluster after it that is free now,
-        // passing over clusters that the bitmap shows in use by other files. A file written in
-        // pieces around files that still exist comes back whole; a contiguous one reads as it was.
+        // cleared): what the bitmap shows in use belongs to other files. Without a bitmap every
+        // cluster counts as free.
         AllocationBitmap bitmap(vol);
-        bool haveBitmap = bitmap.Locate();
-        uint64_t taken = 0;
-        const uint64_t last = std::max(vol.LastClusterInVolume(), node.recordId);
-        for (uint64_t c = node.recordId; taken < needed && c <= last; ++c) {
-            if (c != node.recordId && haveBitmap && bitmap.InUse(uint32_t(c))) continue;
-            if (!runs.empty() && uint64_t(runs.back().first) + runs.back().count == c)
-                ++runs.back().count;
-            else
-                runs.push_back({uint32_t(c), 1});
-            ++taken;
-        }
-    }
-    return WriteClusterRuns(vol, runs, node.size, sink);
+        const bool haveBitmap = bitmap.Locate();
+        return RunsOverFreeClusters(vol, node.recordId, needed,
+                                    [&](uint32_t c) { return haveBitmap && bitmap.InUse(c); });
+    });
 }
 
 ContentResult ExFatWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {

@@ -15,8 +15,8 @@ struct ScanContext;
 
 // Scans the media's selected exFAT volume into ctx.top as the volume root "." (recordId = the
 // root-directory cluster) with "Lost" first. exFAT has one walk; `mode` (the driver's
-// file-system-scan argument) does not change it. The walk ends with the scan state set to 1
-// (done), and a stop request (4) is turned into 1 before the next folder.
+// file-system-scan argument) does not change it. A stop, or a source that goes away, ends the walk
+// before the next item; what was found so far stays listed.
 Outcome ExFatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
 
 // Writes `size` bytes of a file found on the media's exFAT volume: in use, through its FAT

@@ -3,20 +3,29 @@
 #include <algorithm>
 #include <cstring>
 
+#include "fs/fat/FatLayout.h"
 #include "storage/BootSector.h"
+#include "storage/BootSectorLayout.h"
 #include "util/Bytes.h"
 
 namespace kestrin {
 
 namespace {
 
-constexpr uint32_t kFat16Root = 1;
-// The FAT16 root region is taken as 32 sectors whatever the boot sector declares (512 entries of
-// 32 bytes on 512-byte sectors); the data area starts right after it.
-constexpr uint32_t kFat16RootSectors = 32;
+using namespace layout;
 
-} // namespace
+// exFAT keeps a copy of its boot region twelve sectors after the main one.
+constexpr uint64_t kExFatBackupBootSector = 12;
+// exFAT sector sizes are 512 to 4096 bytes and clusters at most 32 MiB.
+constexpr uint8_t kExFatMinSectorShift = 9, kExFatMaxSectorShift = 12, kExFatMaxClusterShift = 25;
+constexpr char kExFatName[] = "EXFAT   ";
+// Media that do not report a sector size are read in sectors of this size.
+constexpr uint32_t kDefaultSectorBytes = 512;
 
+// Geometry of a FAT16 (kind 1) or FAT32 (kind 2) volume from its partition record (the root
+// region or data area after the reserved sectors and two FATs; the highest cluster from the
+// record's cluster count, clamped to what the FAT can hold). False when the record cannot
+// describe a volume.
 bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volumeStart, uint64_t volumeEnd,
                            uint32_t mediaSectorSize, FatGeometry& g) {
     if ((kind != kFsFat16 && kind != kFsFat32) || mediaSectorSize == 0 || r.sectorsPerCluster == 0 ||
@@ -24,60 +33,65 @@ bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volu
         return false;
     g = {};
     g.fsKind = kind;
-    g.mediaSectorSize = g.sectorSize = mediaSectorSize;
-    g.volumeStart = volumeStart;
+    g.mediaSectorSize = mediaSectorSize;
     g.volumeEnd = volumeEnd;
-    g.sectorsPerCluster = r.sectorsPerCluster;
     g.clusterBytes = r.sectorsPerCluster * mediaSectorSize;
     g.fatStart = volumeStart + r.fatStart * mediaSectorSize;
     uint64_t third = volumeStart + r.thirdArea * mediaSectorSize;
     if (kind == kFsFat16) {
         g.rootRegion = third;
         g.dataStart = third + uint64_t(kFat16RootSectors) * mediaSectorSize;
-        g.rootCluster = kFat16Root;
+        g.rootCluster = kFat16RootId;
     } else {
         g.dataStart = third;
-        g.rootCluster = 2;
+        g.rootCluster = fat_table::kFirstDataCluster;
     }
     // The highest cluster the FAT can describe bounds the record's count (which a damaged boot
     // sector or a GPT last-sector length can inflate).
-    uint32_t width = kind == kFsFat16 ? 2 : 4;
+    uint32_t width = kind == kFsFat16 ? sizeof(uint16_t) : sizeof(uint32_t);
     uint64_t fatEntries = uint64_t(r.fatSize) * mediaSectorSize / width;
     uint64_t highest = uint64_t(r.clusterCount) + 1;
     highest = std::min<uint64_t>(highest, fatEntries ? fatEntries - 1 : 0);
-    highest = std::min<uint64_t>(highest, kind == kFsFat16 ? 0xFFF6 : 0x0FFFFFF6);
+    highest = std::min<uint64_t>(highest, kind == kFsFat16 ? fat_table::kFat16MaxCluster
+                                                           : fat_table::kFat32MaxCluster);
     if (highest < 2) return false;
     g.highestCluster = uint32_t(highest);
     g.fatBytes = (highest + 1) * width;
     return true;
 }
 
+// Geometry from an exFAT boot sector (shifts, FAT offset, cluster heap, cluster count, root).
 bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, uint64_t volumeEnd, FatGeometry& g) {
-    auto bpsShift = ReadU8(boot, 108), spcShift = ReadU8(boot, 109);
-    auto fatOffset = ReadLe32(boot, 80), fatLength = ReadLe32(boot, 84), heapOffset = ReadLe32(boot, 88);
-    auto clusterCount = ReadLe32(boot, 92), root = ReadLe32(boot, 96);
+    auto bpsShift = exfat_boot::BytesPerSectorShift::Read(boot);
+    auto spcShift = exfat_boot::SectorsPerClusterShift::Read(boot);
+    auto fatOffset = exfat_boot::FatOffset::Read(boot), fatLength = exfat_boot::FatLength::Read(boot);
+    auto heapOffset = exfat_boot::ClusterHeapOffset::Read(boot);
+    auto clusterCount = exfat_boot::ClusterCount::Read(boot), root = exfat_boot::RootCluster::Read(boot);
     if (!bpsShift || !spcShift || !fatOffset || !fatLength || !heapOffset || !clusterCount || !root) return false;
-    if (!MatchAt(boot, 3, "EXFAT   ", 8)) return false;
+    if (!exfat_boot::FileSystemName::Is(boot, kExFatName)) return false;
     // Sector sizes 512 to 4096 and clusters up to 32 MiB are all the format allows.
-    if (*bpsShift < 9 || *bpsShift > 12 || *spcShift > 25 - *bpsShift || *clusterCount == 0) return false;
+    if (*bpsShift < kExFatMinSectorShift || *bpsShift > kExFatMaxSectorShift ||
+        *spcShift > kExFatMaxClusterShift - *bpsShift || *clusterCount == 0)
+        return false;
     g = {};
     g.fsKind = kFsExFat;
-    g.sectorSize = 1u << *bpsShift;
-    g.volumeStart = volumeStart;
+    const uint32_t sectorBytes = 1u << *bpsShift;
     g.volumeEnd = volumeEnd;
-    g.sectorsPerCluster = 1u << *spcShift;
-    g.clusterBytes = g.sectorSize << *spcShift;
-    g.fatStart = volumeStart + uint64_t(*fatOffset) * g.sectorSize;
-    g.dataStart = volumeStart + uint64_t(*heapOffset) * g.sectorSize;
-    uint64_t fatEntries = uint64_t(*fatLength) * g.sectorSize / 4;
+    g.clusterBytes = sectorBytes << *spcShift;
+    g.fatStart = volumeStart + uint64_t(*fatOffset) * sectorBytes;
+    g.dataStart = volumeStart + uint64_t(*heapOffset) * sectorBytes;
+    uint64_t fatEntries = uint64_t(*fatLength) * sectorBytes / sizeof(uint32_t);
     uint64_t highest = std::min<uint64_t>(uint64_t(*clusterCount) + 1, fatEntries ? fatEntries - 1 : 0);
-    highest = std::min<uint64_t>(highest, 0xFFFFFFF6u);
-    if (highest < 2 || *root < 2 || *root > highest) return false;
+    highest = std::min<uint64_t>(highest, fat_table::kExFatMaxCluster);
+    if (highest < fat_table::kFirstDataCluster || *root < fat_table::kFirstDataCluster || *root > highest)
+        return false;
     g.highestCluster = uint32_t(highest);
-    g.fatBytes = (highest + 1) * 4;
+    g.fatBytes = (highest + 1) * sizeof(uint32_t);
     g.rootCluster = *root;
     return true;
 }
+
+} // namespace
 
 bool CFatVolume::Open(uint8_t fsKind) {
     m_fatBlocks.clear();
@@ -91,7 +105,8 @@ void CFatVolume::SetGeometry(const FatGeometry& g) {
 }
 
 void CFatVolume::FinishGeometry() {
-    if (m_g.mediaSectorSize == 0) m_g.mediaSectorSize = m_media.GetSectorSize() ? m_media.GetSectorSize() : 512;
+    if (m_g.mediaSectorSize == 0)
+        m_g.mediaSectorSize = m_media.GetSectorSize() ? m_media.GetSectorSize() : kDefaultSectorBytes;
     uint64_t mediaEnd = m_media.ByteSize();
     if (mediaEnd && (m_g.volumeEnd == 0 || m_g.volumeEnd > mediaEnd)) m_g.volumeEnd = mediaEnd;
     // The FAT cache never holds more than the volume has room for, whatever the boot sector says.
@@ -100,7 +115,7 @@ void CFatVolume::FinishGeometry() {
 }
 
 bool CFatVolume::OpenFat(uint8_t fsKind) {
-    uint32_t ss = m_media.GetSectorSize() ? m_media.GetSectorSize() : 512;
+    uint32_t ss = m_media.GetSectorSize() ? m_media.GetSectorSize() : kDefaultSectorBytes;
     uint64_t start = m_media.GetFirstSector() * ss;
     uint64_t end = m_media.GetSectorCount() ? start + m_media.GetSectorCount() * ss : 0;
     const PartitionRecord& params = m_media.GetPartitionParams();
@@ -113,19 +128,19 @@ bool CFatVolume::OpenFat(uint8_t fsKind) {
     } else {
         // The record carries no geometry (a table-only entry, or a bare volume): read the boot
         // sector and fill a record the way the partition reader would.
-        std::vector<uint8_t> boot(std::max<uint32_t>(ss, 512), 0);
+        std::vector<uint8_t> boot(std::max<uint32_t>(ss, uint32_t(kBootSectorBytes)), 0);
         m_media.ReadSectors(boot.data(), uint32_t(boot.size()), m_media.GetFirstSector(), true);
         Bytes b(boot);
-        if (ReadLe16(b, 510) != 0xAA55) return false;
+        if (BootSignature::Read(b) != kBootSignatureValue) return false;
         if (kind != kFsFat16 && kind != kFsFat32) {
             // No kind given: FAT32 keeps its FAT size in the 32-bit field and has no root entries.
-            kind = (ReadLe16(b, 22) == 0 && ReadLe16(b, 17) == 0) ? kFsFat32 : kFsFat16;
+            kind = (fat_boot::FatSize16::Read(b) == 0 && fat_boot::RootEntries::Read(b) == 0) ? kFsFat32 : kFsFat16;
         }
         r.length = m_media.GetSectorCount();
         if (kind == kFsFat16) {
             FillFat16Record(b, r);
         } else {
-            if (r.length == 0) r.length = *ReadLe32(b, 32);
+            if (r.length == 0) r.length = fat_boot::TotalSectors32::Or(b, 0);
             FillFat32Record(b, r);
         }
     }
@@ -135,12 +150,12 @@ bool CFatVolume::OpenFat(uint8_t fsKind) {
 }
 
 bool CFatVolume::OpenExFat() {
-    uint32_t ss = m_media.GetSectorSize() ? m_media.GetSectorSize() : 512;
+    uint32_t ss = m_media.GetSectorSize() ? m_media.GetSectorSize() : kDefaultSectorBytes;
     uint64_t start = m_media.GetFirstSector() * ss;
     uint64_t end = m_media.GetSectorCount() ? start + m_media.GetSectorCount() * ss : 0;
-    std::vector<uint8_t> boot(512);
-    // The main boot sector, then its backup twelve sectors on.
-    for (uint64_t at : {start, start + uint64_t(12) * ss}) {
+    std::vector<uint8_t> boot(kBootSectorBytes);
+    // The main boot sector, then its backup.
+    for (uint64_t at : {start, start + kExFatBackupBootSector * ss}) {
         std::fill(boot.begin(), boot.end(), 0);
         m_g.mediaSectorSize = ss;
         ReadBytes(at, boot.data(), boot.size());
@@ -156,7 +171,7 @@ bool CFatVolume::OpenExFat() {
 bool CFatVolume::ReadBytes(uint64_t offset, uint8_t* out, size_t len) {
     std::memset(out, 0, len);
     if (len == 0) return true;
-    uint32_t ss = m_g.mediaSectorSize ? m_g.mediaSectorSize : 512;
+    uint32_t ss = m_g.mediaSectorSize ? m_g.mediaSectorSize : kDefaultSectorBytes;
     bool ok = true;
     // ReadSectors takes 32-bit byte counts; large reads go in pieces.
     constexpr size_t kPiece = size_t(64) << 20;
@@ -187,7 +202,7 @@ bool CFatVolume::ReadBytes(uint64_t offset, uint8_t* out, size_t len) {
 }
 
 uint32_t CFatVolume::Entry(uint32_t cluster) {
-    uint32_t width = m_g.fsKind == kFsFat16 ? 2 : 4;
+    uint32_t width = m_g.fsKind == kFsFat16 ? sizeof(uint16_t) : sizeof(uint32_t);
     uint64_t at = uint64_t(cluster) * width;
     if (at + width > m_g.fatBytes) return 0;
     size_t block = size_t(at / kFatBlockBytes);
@@ -199,7 +214,7 @@ uint32_t CFatVolume::Entry(uint32_t cluster) {
         ReadBytes(m_g.fatStart + blockStart, b.data(), b.size());
     }
     size_t in = size_t(at - uint64_t(block) * kFatBlockBytes);
-    return width == 2 ? Le16(b.data() + in) : Le32(b.data() + in);
+    return width == sizeof(uint16_t) ? Le16(b.data() + in) : Le32(b.data() + in);
 }
 
 uint32_t CFatVolume::LastClusterInVolume() const {
@@ -210,9 +225,12 @@ uint32_t CFatVolume::LastClusterInVolume() const {
 
 bool CFatVolume::EndsChain(uint32_t current, uint32_t next) const {
     if (next == current) return true;
-    if (m_g.fsKind == kFsFat16 && (next <= 1 || (next >= 0xFFF0 && next <= 0xFFFF))) return true;
-    uint32_t masked = next & 0x0FFFFFFF;
-    return masked <= 1 || masked >= 0x0FFFFFF0;
+    if (m_g.fsKind == kFsFat16 &&
+        (next < fat_table::kFirstDataCluster ||
+         (next >= fat_table::kFat16ChainEndFrom && next <= fat_table::kFat16ChainEndTo)))
+        return true;
+    uint32_t masked = next & fat_table::kFat32EntryMask;
+    return masked < fat_table::kFirstDataCluster || masked >= fat_table::kFat32ChainEndFrom;
 }
 
 std::vector<uint32_t> CFatVolume::FollowChain(uint32_t first, size_t maxClusters) {
@@ -227,7 +245,7 @@ std::vector<uint32_t> CFatVolume::FollowChain(uint32_t first, size_t maxClusters
         uint32_t next = Entry(cur);
         if (EndsChain(cur, next)) break;
         // FAT32 entries are 28-bit; the top four bits are reserved.
-        if (m_g.fsKind == kFsFat32) next &= 0x0FFFFFFF;
+        if (m_g.fsKind == kFsFat32) next &= fat_table::kFat32EntryMask;
         if (!IsDataCluster(next)) break;
         chain.push_back(next);
         if (next == tortoise) {
@@ -253,7 +271,7 @@ std::vector<uint32_t> CFatVolume::FollowChain(uint32_t first, size_t maxClusters
 std::vector<ClusterRun> CFatVolume::ToRuns(std::span<const uint32_t> clusters) {
     std::vector<ClusterRun> runs;
     for (uint32_t c : clusters) {
-        if (!runs.empty() && runs.back().first + runs.back().count == c && runs.back().count < 0xFFFFFFFFu)
+        if (!runs.empty() && runs.back().first + runs.back().count == c && runs.back().count < UINT32_MAX)
             ++runs.back().count;
         else
             runs.push_back({c, 1});
@@ -262,7 +280,7 @@ std::vector<ClusterRun> CFatVolume::ToRuns(std::span<const uint32_t> clusters) {
 }
 
 void CFatVolume::ReadClusters(std::span<const uint32_t> clusters, size_t maxReadBytes,
-                              const std::function<bool(size_t, std::span<const uint8_t>, bool)>& onCluster) {
+                              const std::function<bool(size_t, std::span<const uint8_t>)>& onCluster) {
     const size_t cb = m_g.clusterBytes;
     if (cb == 0) return;
     size_t perRead = std::max<size_t>(1, maxReadBytes / cb);
@@ -276,8 +294,10 @@ void CFatVolume::ReadClusters(std::span<const uint32_t> clusters, size_t maxRead
         if (ClusterOffset(clusters[i]) >= m_g.volumeEnd) return;
         buf.resize(n * cb);
         bool ok = ReadBytes(ClusterOffset(clusters[i]), buf.data(), buf.size());
+        // A source that went away has nothing more to give: the walk above ends on it.
+        if (!ok && m_media.DeviceGone()) return;
         for (size_t k = 0; k < n; ++k)
-            if (!onCluster(i + k, std::span<const uint8_t>(buf.data() + k * cb, cb), ok)) return;
+            if (!onCluster(i + k, std::span<const uint8_t>(buf.data() + k * cb, cb))) return;
         i += n;
     }
 }

@@ -17,27 +17,21 @@ namespace kestrin {
 struct FatGeometry {
     uint8_t fsKind = 0;          // 1 FAT16, 2 FAT32, 4 exFAT
     uint32_t mediaSectorSize = 0;
-    uint32_t sectorSize = 0;     // FAT: the media's; exFAT: from the boot sector
-    uint64_t volumeStart = 0;
     uint64_t volumeEnd = 0;      // exclusive; the media's end when the range is unknown
     uint64_t fatStart = 0;       // first FAT
     uint64_t fatBytes = 0;       // bytes of the first FAT that are used (clamped to the clusters)
     uint64_t rootRegion = 0;     // FAT16: the fixed root region
     uint64_t dataStart = 0;      // cluster 2
-    uint32_t sectorsPerCluster = 0;
     uint32_t clusterBytes = 0;
     uint32_t highestCluster = 0; // highest valid cluster number (cluster count + 1)
     uint32_t rootCluster = 0;    // FAT32: 2; exFAT: from the boot sector; FAT16: 1 (no cluster)
 };
 
-// Geometry of a FAT16 (kind 1) or FAT32 (kind 2) volume from its partition record (the root
-// region or data area after the reserved sectors and two FATs; the highest cluster from the
-// record's cluster count, clamped to what the FAT can hold). False when the record cannot
-// describe a volume.
-bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volumeStart, uint64_t volumeEnd,
-                           uint32_t mediaSectorSize, FatGeometry& g);
-// Geometry from an exFAT boot sector (shifts, FAT offset, cluster heap, cluster count, root).
-bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, uint64_t volumeEnd, FatGeometry& g);
+// The FAT16 root region is taken as 32 sectors whatever the boot sector declares (512 entries of
+// 32 bytes on 512-byte sectors); the data area starts right after it.
+constexpr uint32_t kFat16RootSectors = 32;
+// The FAT16 root region has no cluster; it goes by 1, FAT16's code.
+constexpr uint32_t kFat16RootId = 1;
 
 // Upper bound on one folder's size: FAT and exFAT folders hold at most 65,536 entries of 32
 // bytes on FAT and 256 MiB on exFAT; anything longer is a broken chain or a hostile size.
@@ -66,9 +60,6 @@ public:
     // The FAT entry of `cluster` (FAT16 entries as 16-bit values). Out-of-range clusters and FAT
     // blocks that cannot be read give 0.
     uint32_t Entry(uint32_t cluster);
-    // True when `next` ends a chain that is at `current`: a self-reference, on FAT16 0, 1 and
-    // 0xFFF0-0xFFFF, and, masked to 28 bits, 0, 1 and 0x0FFFFFF0 upwards.
-    bool EndsChain(uint32_t current, uint32_t next) const;
     // The chain from `first`: at most `maxClusters` clusters, cut where it leaves the volume or
     // comes back to a cluster it already holds (loops of any length). Cluster 1 and clusters
     // outside the volume give an empty chain.
@@ -84,15 +75,18 @@ public:
     // false when the read failed.
     bool ReadBytes(uint64_t offset, uint8_t* out, size_t len);
     // Reads the clusters of `clusters` in order, merging consecutive ones into one read of at most
-    // `maxReadBytes`, and hands each cluster to `onCluster` (index in the list, bytes, read ok)
-    // until it returns false.
+    // `maxReadBytes`, and hands each cluster to `onCluster` (index in the list, bytes; a failed
+    // read gives zeros) until it returns false or a read finds the source gone.
     void ReadClusters(std::span<const uint32_t> clusters, size_t maxReadBytes,
-                      const std::function<bool(size_t, std::span<const uint8_t>, bool)>& onCluster);
+                      const std::function<bool(size_t, std::span<const uint8_t>)>& onCluster);
 
     // Turns a cluster list into runs of consecutive clusters.
     static std::vector<ClusterRun> ToRuns(std::span<const uint32_t> clusters);
 
 private:
+    // True when `next` ends a chain that is at `current`: a self-reference, on FAT16 0, 1 and
+    // 0xFFF0-0xFFFF, and, masked to 28 bits, 0, 1 and 0x0FFFFFF0 upwards.
+    bool EndsChain(uint32_t current, uint32_t next) const;
     bool OpenFat(uint8_t fsKind);
     bool OpenExFat();
     void FinishGeometry();

@@ -5,17 +5,26 @@
 #include <vector>
 
 #include "fs/VolumeTree.h"
-#include "job/ScanContext.h"
+#include "fs/fat/FatLayout.h"
 #include "util/Bytes.h"
 
 namespace kestrin {
 
 namespace {
 
-constexpr size_t kEntryBytes = 32;
-constexpr uint8_t kAttrLongName = 0x0F;
-constexpr uint8_t kAttrFolder = 0x10;
-constexpr uint8_t kDeletedMark = 0xE5;
+using namespace layout::fat_dir;
+namespace lfn = layout::fat_lfn;
+
+// Attributes past these bits (or a label that is also a folder) mean the entry is not a folder
+// entry at all: the folder ends there.
+constexpr uint8_t kAttrHighestKnown = kAttrFolder | kAttrArchive;
+constexpr uint8_t kAttrLabelFolder = kAttrVolumeLabel | kAttrFolder;
+// A volume label as the first entry of a folder, plain or with the folder and archive bits.
+constexpr uint8_t kAttrLabelAll = kAttrVolumeLabel | kAttrFolder | kAttrArchive;
+// Long-name units: the terminator, the padding after it, and the two trimmed from a name's end.
+constexpr char16_t kUnitEnd = 0x0000, kUnitPad = 0xFFFF, kUnitBlank = 0x0020, kUnitFF = 0x00FF;
+// Short names are in code page 437; its upper half maps through kCp437High.
+constexpr uint8_t kFirstHighByte = 0x80;
 // A real long name has at most 255 units (20 pieces); a longer run of pieces is garbage and is
 // not gathered further, so a folder full of pieces costs linear time.
 constexpr size_t kMaxLongName = 512;
@@ -37,23 +46,61 @@ constexpr char16_t kCp437High[128] = {
 };
 
 char16_t OemChar(uint8_t b, bool lower) {
-    if (b >= 0x80) return kCp437High[b - 0x80];
+    if (b >= kFirstHighByte) return kCp437High[b - kFirstHighByte];
     if (lower && b >= 'A' && b <= 'Z') return char16_t(b + ('a' - 'A'));
     return char16_t(b);
 }
 
-uint32_t EntryCluster(const uint8_t* e) { return uint32_t(Le16(e + 0x14)) << 16 | Le16(e + 0x1A); }
-
 bool IsDotEntries(std::span<const uint8_t> b) {
-    return MatchAt(b, 0, ".          ", 11) && MatchAt(b, kEntryBytes, "..         ", 11);
+    return Name83::Is(b, kDotName) && Name83::Is(b, kDotDotName, kEntryBytes);
 }
 
 // Characters an 8.3 name never holds (besides control characters and lower case).
 bool IllegalShortNameByte(uint8_t b) {
-    if (b < 0x20 || (b >= 'a' && b <= 'z')) return true;
+    if (b < kBlank || (b >= 'a' && b <= 'z')) return true;
     for (char c : std::string_view("\"*+,./:;<=>?[\\]|"))
         if (b == uint8_t(c)) return true;
     return false;
+}
+
+// The displayed name of a short (8.3) entry: blanks cut, "." before a non-empty extension, the
+// case flags' lower-case bits applied, 0x05 read as 0xE5, and "X" in place of a deleted entry's
+// lost first character. Bytes above 0x7F are read as code page 437.
+std::u16string FatShortName(std::span<const uint8_t> e, bool deleted) {
+    std::u16string name;
+    if (e.size() < kEntryBytes) return name;
+    const uint8_t caseFlags = CaseFlags::At(e.data());
+    Bytes base = Name::In(e), ext = Extension::In(e);
+    size_t baseLen = base.size(), extLen = ext.size();
+    while (baseLen > 0 && base[baseLen - 1] == kBlank) --baseLen;
+    while (extLen > 0 && ext[extLen - 1] == kBlank) --extLen;
+    for (size_t i = 0; i < baseLen; ++i) {
+        uint8_t b = base[i];
+        if (i == 0 && b == kE5Substitute) b = kDeletedMark;
+        name += OemChar(b, caseFlags & kCaseLowerBase);
+    }
+    if (extLen > 0) {
+        name += u'.';
+        for (size_t i = 0; i < extLen; ++i) name += OemChar(ext[i], caseFlags & kCaseLowerExtension);
+    }
+    // The first character of a deleted short name is gone (overwritten by 0xE5): show "X".
+    if (deleted && !name.empty() && name[0] != u'.') name[0] = u'X';
+    return name;
+}
+
+// One long-name piece: 13 units, cut at the first 0x0000, 0xFFFF padding dropped; the piece that
+// ends the name (`endOfName`) also loses trailing 0x0020 and 0x00FF units.
+std::u16string FatLongNamePiece(std::span<const uint8_t> e, bool endOfName) {
+    std::u16string piece;
+    if (e.size() < kEntryBytes) return piece;
+    for (uint8_t at : lfn::kUnitOffsets) {
+        char16_t u = Le16(e.data() + at);
+        if (u == kUnitEnd) break; // the name ends here; what follows is padding
+        if (u == kUnitPad) continue;
+        piece += u;
+    }
+    while (endOfName && !piece.empty() && (piece.back() == kUnitBlank || piece.back() == kUnitFF)) piece.pop_back();
+    return piece;
 }
 
 } // namespace
@@ -63,87 +110,53 @@ FatFolderShape FatFolderClusterShape(std::span<const uint8_t> c, uint32_t highes
     size_t shorts = 0;
     for (size_t i = 0; i < count; ++i) {
         const uint8_t* e = c.data() + i * kEntryBytes;
-        if (e[0] == 0x00) {
+        const uint8_t status = Status::At(e);
+        if (status == kEndOfFolder) {
             if (shorts == 0) return FatFolderShape::kNone;
             for (size_t k = i * kEntryBytes; k < c.size(); ++k)
                 if (c[k] != 0) return FatFolderShape::kNone;
             return FatFolderShape::kEnds;
         }
-        const uint8_t attr = e[0x0B];
+        const uint8_t attr = Attributes::At(e);
         if (attr == kAttrLongName) {
-            // Sequence 1-20 with the "last piece" bit 0x40, or a deleted piece; type 0; cluster 0.
-            const uint8_t seq = e[0];
-            if (e[0x0C] != 0 || Le16(e + 0x1A) != 0) return FatFolderShape::kNone;
-            if (seq != kDeletedMark && ((seq & 0xA0) != 0 || (seq & 0x1F) == 0 || (seq & 0x1F) > 20))
+            // Order 1-20 with the "last piece" bit, or a deleted piece; type 0; cluster 0.
+            const uint8_t order = lfn::Order::At(e);
+            if (lfn::Type::At(e) != 0 || lfn::Cluster::At(e) != 0) return FatFolderShape::kNone;
+            if (order != kDeletedMark && ((order & lfn::kOrderBadBits) != 0 || (order & lfn::kOrderMask) == 0 ||
+                                          (order & lfn::kOrderMask) > lfn::kMaxPieces))
                 return FatFolderShape::kNone;
             continue;
         }
-        if ((attr & 0xC0) != 0 || (e[0x0C] & ~0x18) != 0 || e[0] == ' ') return FatFolderShape::kNone;
-        for (size_t k = 0; k < 11; ++k) {
-            if (k == 0 && (e[0] == kDeletedMark || e[0] == 0x05)) continue;
-            if (IllegalShortNameByte(e[k])) return FatFolderShape::kNone;
+        if ((attr & kAttrReservedBits) != 0 || (CaseFlags::At(e) & ~(kCaseLowerBase | kCaseLowerExtension)) != 0 ||
+            status == kBlank)
+            return FatFolderShape::kNone;
+        for (size_t k = 0; k < Name83::kSize; ++k) {
+            const uint8_t b = e[Name83::kOffset + k];
+            if (k == 0 && (b == kDeletedMark || b == kE5Substitute)) continue;
+            if (IllegalShortNameByte(b)) return FatFolderShape::kNone;
         }
-        if (EntryCluster(e) > highest) return FatFolderShape::kNone;
-        if ((attr & kAttrFolder) && Le32(e + 0x1C) != 0) return FatFolderShape::kNone;
+        if (FirstClusterAt(e) > highest) return FatFolderShape::kNone;
+        if ((attr & kAttrFolder) && FileSize::At(e) != 0) return FatFolderShape::kNone;
         ++shorts;
     }
     return shorts ? FatFolderShape::kFull : FatFolderShape::kNone;
 }
 
-std::u16string FatShortName(std::span<const uint8_t> e, bool deleted) {
-    std::u16string name;
-    if (e.size() < kEntryBytes) return name;
-    uint8_t caseByte = e[0x0C];
-    size_t baseLen = 8, extLen = 3;
-    while (baseLen > 0 && e[baseLen - 1] == ' ') --baseLen;
-    while (extLen > 0 && e[8 + extLen - 1] == ' ') --extLen;
-    for (size_t i = 0; i < baseLen; ++i) {
-        uint8_t b = e[i];
-        // 0x05 stands for a real first byte 0xE5, which would read as "deleted".
-        if (i == 0 && b == 0x05) b = kDeletedMark;
-        name += OemChar(b, caseByte & 0x08);
-    }
-    if (extLen > 0) {
-        name += u'.';
-        for (size_t i = 0; i < extLen; ++i) name += OemChar(e[8 + i], caseByte & 0x10);
-    }
-    // The first character of a deleted short name is gone (overwritten by 0xE5): show "X".
-    if (deleted && !name.empty() && name[0] != u'.') name[0] = u'X';
-    return name;
-}
-
-std::u16string FatLongNamePiece(std::span<const uint8_t> e, bool endOfName) {
-    std::u16string piece;
-    if (e.size() < kEntryBytes) return piece;
-    static constexpr uint8_t kOffsets[13] = {1, 3, 5, 7, 9, 14, 16, 18, 20, 22, 24, 28, 30};
-    for (uint8_t at : kOffsets) {
-        char16_t u = Le16(e.data() + at);
-        if (u == 0x0000) break; // the name ends here; what follows is 0xFFFF padding
-        if (u == 0xFFFF) continue;
-        piece += u;
-    }
-    while (endOfName && !piece.empty() && (piece.back() == 0x0020 || piece.back() == 0x00FF)) piece.pop_back();
-    return piece;
+uint32_t FatRootId(const FatGeometry& g) {
+    return g.fsKind == kFsFat16 ? kFat16RootId : layout::fat_table::kFirstDataCluster;
 }
 
 CFatWalker::CFatWalker(CFatVolume& volume, int mode, ScanContext* ctx)
-    : m_vol(volume), m_mode(mode), m_ctx(ctx), m_code(volume.Geometry().fsKind == kFsFat16 ? 1 : 2) {
-    m_root = MakeVolumeRoot(m_code);
+    : CFolderWalker(volume, ctx, FatRootId(volume.Geometry())), m_mode(mode), m_code(FatRootId(volume.Geometry())) {
     if (m_root) {
         m_index[m_code] = m_root;
         if (ScanEntry* lost = LostFolderOf(m_root)) m_index[0] = lost;
     }
 }
 
-CFatWalker::~CFatWalker() {
-    if (m_root) FreeScanEntries(m_root);
-}
-
 ScanEntry* CFatWalker::TakeRoot() {
-    ScanEntry* r = m_root;
-    m_root = nullptr;
     m_index.clear();
-    return r;
+    return CFolderWalker::TakeRoot();
 }
 
 ScanEntry* CFatWalker::FindFolder(uint32_t recordId) const {
@@ -196,10 +209,7 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
             return;
         }
     }
-    e->parent = folder;
-    e->nextSibling = folder->firstChild;
-    folder->firstChild = e;
-    ++m_made;
+    Prepend(folder, e);
 }
 
 bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
@@ -207,17 +217,18 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
     const uint32_t highest = m_vol.Geometry().highestCluster;
     size_t i = 0;
     // A volume label as the first entry is not an item.
-    if (count > 0 && (buf[0x0B] == 0x08 || buf[0x0B] == 0x38)) i = 1;
+    if (count > 0 && (Attributes::At(buf.data()) == kAttrVolumeLabel || Attributes::At(buf.data()) == kAttrLabelAll))
+        i = 1;
     if (count >= 2 && IsDotEntries(buf)) {
         if (m_mode == kFatWalkDeletedOnly || m_mode == kFatWalkFull) {
             // The "." entry must name this folder's own cluster; in the full walk ".." must name
             // the parent (0 meaning the root) and "." carry the folder's creation date, so a
             // deleted folder whose cluster now holds another folder is not read as its own.
-            if (EntryCluster(buf.data()) != folder->recordId) return true;
+            if (FirstClusterAt(buf.data()) != folder->recordId) return true;
             if (m_mode == kFatWalkFull) {
-                uint32_t up = EntryCluster(buf.data() + kEntryBytes);
+                uint32_t up = FirstClusterAt(buf.data() + kEntryBytes);
                 if (up == 0) up = m_code;
-                if (up != folder->parentRecordId || Le16(buf.data() + 0x10) != folder->createdDate) return true;
+                if (up != folder->parentRecordId || CreationDate::At(buf.data()) != folder->createdDate) return true;
             }
         }
         m_index.emplace(folder->recordId, folder);
@@ -226,10 +237,11 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
     const bool inDeletedFolder = folder->flags == kNodeFolder;
     for (; i < count; ++i) {
         std::span<const uint8_t> e = buf.subspan(i * kEntryBytes, kEntryBytes);
-        if (e[0] == 0x00) return true;
-        const uint8_t attr = e[0x0B];
-        if (attr > 0x30 || attr == 0x18) return true;
-        if (attr == kAttrLongName && e[0x0C] == 0) {
+        const uint8_t status = Status::At(e.data());
+        if (status == kEndOfFolder) return true;
+        const uint8_t attr = Attributes::At(e.data());
+        if (attr > kAttrHighestKnown || attr == kAttrLabelFolder) return true;
+        if (attr == kAttrLongName && lfn::Type::At(e.data()) == 0) {
             // Pieces are stored last first: each goes in front of what was gathered. The trims
             // belong to the end of the name, so only the first piece met (the name's last) is
             // trimmed; a blank that falls on a piece boundary inside the name stays, as Windows
@@ -239,13 +251,12 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         }
         std::u16string longName = std::move(m_longName);
         m_longName.clear();
-        const uint32_t cluster = EntryCluster(e.data());
+        const uint32_t cluster = FirstClusterAt(e.data());
         if (cluster <= m_code || cluster > highest || cluster == folder->recordId) continue;
-        if (attr > 0x38 || attr == 0x18) continue;
-        const uint8_t caseByte = e[0x0C];
-        if (caseByte != 0 && caseByte != 0x08 && caseByte != 0x10 && caseByte != 0x18) continue;
+        const uint8_t caseFlags = CaseFlags::At(e.data());
+        if ((caseFlags & ~(kCaseLowerBase | kCaseLowerExtension)) != 0) continue;
 
-        const bool deleted = e[0] == kDeletedMark;
+        const bool deleted = status == kDeletedMark;
         const bool isFolder = attr & kAttrFolder;
         std::u16string name = longName.empty() ? FatShortName(e, deleted) : std::move(longName);
         if (name.empty()) name = RecordName(cluster);
@@ -253,10 +264,10 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         if (inDeletedFolder) flags &= uint8_t(~kNodeInUse);
         ScanEntry* entry = NewScanEntry(std::move(name), flags, cluster, folder->recordId);
         if (!entry) return true;
-        entry->createdDate = Le16(e.data() + 0x10);
+        entry->createdDate = CreationDate::At(e.data());
         // The last-access date is shown as the modified date, on purpose.
-        entry->modifiedDate = Le16(e.data() + 0x12);
-        entry->size = isFolder ? 0 : Le32(e.data() + 0x1C);
+        entry->modifiedDate = AccessDate::At(e.data());
+        entry->size = isFolder ? 0 : FileSize::At(e.data());
         AddEntry(folder, entry);
     }
     return false;
@@ -265,8 +276,8 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
 void CFatWalker::ReadFolder(ScanEntry* folder) {
     const FatGeometry& g = m_vol.Geometry();
     m_longName.clear();
-    if (g.fsKind == kFsFat16 && folder->recordId == 1) {
-        std::vector<uint8_t> region(size_t(32) * g.mediaSectorSize);
+    if (g.fsKind == kFsFat16 && folder->recordId == m_code) {
+        std::vector<uint8_t> region(size_t(kFat16RootSectors) * g.mediaSectorSize);
         m_vol.ReadBytes(g.rootRegion, region.data(), region.size());
         ParseEntries(region, folder);
         m_longName.clear();
@@ -288,36 +299,12 @@ void CFatWalker::ReadFolder(ScanEntry* folder) {
         size_t maxClusters = size_t(std::max<uint64_t>(1, kFatMaxFolderBytes / g.clusterBytes));
         chain = m_vol.FollowChain(folder->recordId, maxClusters);
     }
-    m_vol.ReadClusters(chain, kFolderReadBytes, [&](size_t index, std::span<const uint8_t> data, bool) {
+    m_vol.ReadClusters(chain, kFolderReadBytes, [&](size_t index, std::span<const uint8_t> data) {
         // A sub-folder must start with "." and ".."; anything else is not (or no longer) it.
         if (index == 0 && folder != m_root && !headless && !IsDotEntries(data)) return false;
         return !ParseEntries(data, folder);
     });
     m_longName.clear();
-}
-
-bool CFatWalker::ReadFolderTree(ScanEntry* top) {
-    if (!top) return false;
-    ReadFolder(top);
-    // Depth first in child order, with an explicit stack: deep trees stay off the call stack.
-    std::vector<ScanEntry*> stack{top->firstChild};
-    while (!stack.empty()) {
-        ScanEntry* child = stack.back();
-        if (!child) {
-            stack.pop_back();
-            continue;
-        }
-        stack.back() = child->nextSibling;
-        if (m_ctx) {
-            if (m_ctx->MustStop(m_vol.Media())) return true;
-            m_ctx->Progress(int64_t(++m_visited), int64_t(m_made));
-        }
-        if (child->flags & kNodeFolder) {
-            ReadFolder(child);
-            stack.push_back(child->firstChild);
-        }
-    }
-    return false;
 }
 
 } // namespace kestrin

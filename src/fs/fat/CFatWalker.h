@@ -9,6 +9,7 @@
 
 #include "fs/CNode.h"
 #include "fs/fat/CFatVolume.h"
+#include "fs/fat/CFolderWalker.h"
 
 namespace kestrin {
 
@@ -28,24 +29,17 @@ enum FatWalkMode : int {
     kFatWalkFull = 2,
 };
 
-class CFatWalker {
+class CFatWalker final : public CFolderWalker {
 public:
-    // `ctx` may be null (tests, fuzzing): then there is no progress and no stop.
+    // Makes the volume root "." with "Lost" and registers it in the folder index. `ctx` may be
+    // null (tests, fuzzing): then there is no progress and no stop.
     CFatWalker(CFatVolume& volume, int mode, ScanContext* ctx);
-    ~CFatWalker();
-    CFatWalker(const CFatWalker&) = delete;
-    CFatWalker& operator=(const CFatWalker&) = delete;
 
-    // The volume root "." with "Lost" (made by the constructor; registered in the folder index).
-    ScanEntry* Root() { return m_root; }
-    // Hands the tree over (the walker no longer frees it).
-    ScanEntry* TakeRoot();
+    ScanEntry* TakeRoot() override;
 
-    // Reads `folder` and, depth first, every folder below it. True when a stop was requested.
-    bool ReadFolderTree(ScanEntry* folder);
     // Reads one folder's entries into its children: the FAT16 root region, or the folder's
     // cluster chain one cluster at a time until its end.
-    void ReadFolder(ScanEntry* folder);
+    void ReadFolder(ScanEntry* folder) override;
     // Parses one buffer of 32-byte entries of `folder`; true when the folder ends in it. A long
     // name gathered at the end of one buffer carries over to the next buffer of the same folder.
     bool ParseEntries(std::span<const uint8_t> buffer, ScanEntry* folder);
@@ -57,7 +51,6 @@ public:
     // A `headless` folder is a run of folder clusters whose first cluster is lost: it has no "."
     // and ".." entries to check. Lists longer than the folder size limit are cut.
     void SetFolderClusters(uint32_t first, std::vector<uint32_t> clusters, bool headless);
-    uint64_t EntriesMade() const { return m_made; }
 
 private:
     void AddEntry(ScanEntry* folder, ScanEntry* entry);
@@ -67,26 +60,17 @@ private:
         bool headless = false;
     };
 
-    CFatVolume& m_vol;
     int m_mode;
-    ScanContext* m_ctx;
     uint32_t m_code; // 1 FAT16, 2 FAT32: also the root's number
-    ScanEntry* m_root = nullptr;
     // Folders already read, keyed by first cluster: a folder is read once, so a folder entry
     // pointing back at an ancestor (or anywhere already read) ends there.
     std::map<uint32_t, ScanEntry*> m_index;
     std::map<uint32_t, GivenFolder> m_given;
     std::u16string m_longName;
-    uint64_t m_made = 0, m_visited = 0;
 };
 
-// The displayed name of a short (8.3) entry: blanks cut, "." before a non-empty extension, the
-// case byte's lower-case bits applied, 0x05 read as 0xE5, and "X" in place of a deleted entry's
-// lost first character. Bytes above 0x7F are read as code page 437.
-std::u16string FatShortName(std::span<const uint8_t> entry, bool deleted);
-// One long-name piece: 13 units, cut at the first 0x0000, 0xFFFF padding dropped; the piece that
-// ends the name (`endOfName`) also loses trailing 0x0020 and 0x00FF units.
-std::u16string FatLongNamePiece(std::span<const uint8_t> entry, bool endOfName);
+// The number of a FAT volume's root folder: 1 on FAT16 (the fixed root region), 2 on FAT32.
+uint32_t FatRootId(const FatGeometry& g);
 
 // How a cluster without "." and ".." reads as part of a folder: not at all (kNone), as folder
 // entries ending inside it (kEnds), or as folder entries filling it to the end, so that the folder

@@ -6,6 +6,8 @@
 
 #include "fs/CNode.h"
 #include "fs/VolumeTree.h"
+#include "fs/fat/ClusterContent.h"
+#include "fs/fat/FatLayout.h"
 #include "job/ScanContext.h"
 #include "storage/CPhysicalDisk.h"
 #include "util/Bytes.h"
@@ -14,8 +16,7 @@ namespace kestrin {
 
 namespace {
 
-// Content is read and handed on in pieces of this size.
-constexpr size_t kContentReadBytes = 4 << 20;
+using namespace layout::fat_dir;
 
 void Prepend(ScanEntry* folder, ScanEntry* e) {
     e->parent = folder;
@@ -48,7 +49,7 @@ constexpr size_t kPassReadBytes = 4 << 20;
 constexpr size_t kMaxFolderClusters = size_t(1) << 20;
 
 bool IsFreeCluster(CFatVolume& vol, uint32_t c) {
-    return (vol.Entry(c) & 0x0FFFFFFF) == 0;
+    return (vol.Entry(c) & layout::fat_table::kFat32EntryMask) == 0;
 }
 
 // A folder of the previous file system as the pass pieces it together.
@@ -118,16 +119,14 @@ std::vector<OldFolder> PieceOldFolders(CFatVolume& vol, const std::map<uint32_t,
     return folders;
 }
 
-} // namespace
-
-static void RebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx) {
+void RebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx) {
     CFatVolume vol(media);
     if (!vol.Open(media.GetFsKind())) return;
     const FatGeometry& g = vol.Geometry();
     CFatWalker walker(vol, kFatWalkBare, &ctx);
     ScanEntry* root = walker.Root();
     if (!root) return;
-    const uint32_t code = g.fsKind == kFsFat16 ? 1 : 2;
+    const uint32_t code = FatRootId(g);
 
     // First the "." and ".." of every candidate, to know which folders hang inside others.
     struct Candidate {
@@ -138,17 +137,20 @@ static void RebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folde
     std::map<uint32_t, bool> startFull; // candidate -> its first cluster has no end mark
     std::vector<uint8_t> first(g.clusterBytes);
     for (uint32_t c : folderClusters) {
-        if (!vol.IsDataCluster(c) || found.count(c) || first.empty()) continue;
+        if (ctx.MustStop(media)) return;
+        // A folder cluster holds at least its "." and ".." entries.
+        if (!vol.IsDataCluster(c) || found.count(c) || first.size() < 2 * kEntryBytes) continue;
         vol.ReadBytes(vol.ClusterOffset(c), first.data(), first.size());
         Bytes b(first);
-        if (!MatchAt(b, 0, ".          ", 11) || !MatchAt(b, 32, "..         ", 11)) continue;
+        if (!Name83::Is(b, kDotName) || !Name83::Is(b, kDotDotName, kEntryBytes)) continue;
         // A "." naming another cluster belongs to a volume laid out otherwise (an image file kept
         // on this one, or a file system with other clusters): its numbers mean nothing here.
-        if ((uint32_t(Le16(first.data() + 0x14)) << 16 | Le16(first.data() + 0x1A)) != c) continue;
-        uint32_t up = uint32_t(Le16(first.data() + 32 + 0x14)) << 16 | Le16(first.data() + 32 + 0x1A);
-        found[c] = {up == 0 ? code : up, Le16(first.data() + 0x10), Le16(first.data() + 0x12)};
+        if (FirstClusterAt(first.data()) != c) continue;
+        uint32_t up = FirstClusterAt(first.data() + kEntryBytes);
+        found[c] = {up == 0 ? code : up, CreationDate::At(first.data()), AccessDate::At(first.data())};
         bool ends = false;
-        for (size_t at = 64; at + 32 <= first.size() && !ends; at += 32) ends = first[at] == 0;
+        for (size_t at = 2 * kEntryBytes; at + kEntryBytes <= first.size() && !ends; at += kEntryBytes)
+            ends = Status::At(first.data() + at) == kEndOfFolder;
         startFull[c] = !ends;
     }
     std::vector<OldFolder> pieced = PieceOldFolders(vol, startFull, &ctx);
@@ -209,65 +211,15 @@ static void RebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folde
     if (ctx.top) AttachVolume(ctx.top, walker.TakeRoot());
 }
 
-ContentResult WriteClusterRuns(CFatVolume& vol, std::span<const ClusterRun> runs, uint64_t size,
-                               const ContentSink& sink) {
-    ContentResult r;
-    const FatGeometry& g = vol.Geometry();
-    uint64_t left = size;
-    std::vector<uint8_t> buf;
-    for (const ClusterRun& run : runs) {
-        uint64_t at = vol.ClusterOffset(run.first);
-        uint64_t runLeft = uint64_t(run.count) * g.clusterBytes;
-        while (runLeft > 0 && left > 0) {
-            uint64_t n = std::min<uint64_t>({runLeft, left, kContentReadBytes});
-            if (at >= g.volumeEnd) {
-                r.beyondVolume = left;
-                return r;
-            }
-            uint64_t inside = std::min<uint64_t>(n, g.volumeEnd - at);
-            buf.resize(size_t(inside));
-            if (!vol.ReadBytes(at, buf.data(), buf.size())) r.unreadable += inside;
-            if (!sink(buf.data(), buf.size())) return r;
-            r.written += inside;
-            left -= inside;
-            if (inside < n) {
-                r.beyondVolume = left;
-                return r;
-            }
-            at += inside;
-            runLeft -= inside;
-        }
-        if (left == 0) break;
-    }
-    r.ok = left == 0;
-    return r;
-}
+} // namespace
 
 ContentResult FatWriteContent(CFatVolume& vol, const CNode& node, const ContentSink& sink) {
-    const FatGeometry& g = vol.Geometry();
-    if (node.size == 0) return {true, 0, 0, 0};
-    if (node.IsFolder() || !vol.IsDataCluster(node.recordId) || g.clusterBytes == 0) return {};
-    const uint64_t needed = (node.size + g.clusterBytes - 1) / g.clusterBytes;
-    std::vector<ClusterRun> runs;
-    if (!node.IsDeleted()) {
-        runs = CFatVolume::ToRuns(vol.FollowChain(node.recordId, size_t(needed)));
-    } else {
-        // A deleted file's chain has been zeroed: take its first cluster and then every cluster
-        // after it that is free now, passing over clusters in use by other files (non-zero FAT
-        // entries). A file written in pieces around files that still exist comes back whole;
-        // one written contiguously reads the same as before.
-        uint64_t taken = 0;
-        const uint32_t last = std::max(vol.LastClusterInVolume(), node.recordId);
-        for (uint32_t c = node.recordId; taken < needed && c <= last; ++c) {
-            if (c != node.recordId && vol.Entry(c) != 0) continue;
-            if (!runs.empty() && runs.back().first + runs.back().count == c)
-                ++runs.back().count;
-            else
-                runs.push_back({c, 1});
-            ++taken;
-        }
-    }
-    return WriteClusterRuns(vol, runs, node.size, sink);
+    return WriteFileClusters(vol, node, sink, [&](uint64_t needed) {
+        if (!node.IsDeleted()) return CFatVolume::ToRuns(vol.FollowChain(node.recordId, size_t(needed)));
+        // A deleted file's chain has been zeroed: what is not free now (a non-zero FAT entry)
+        // belongs to other files.
+        return RunsOverFreeClusters(vol, node.recordId, needed, [&](uint32_t c) { return vol.Entry(c) != 0; });
+    });
 }
 
 ContentResult FatWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {

@@ -37,8 +37,5 @@ Outcome FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folder
 ContentResult FatWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
 // The same on an opened volume (keeps the FAT cache across many files).
 ContentResult FatWriteContent(CFatVolume& volume, const CNode& node, const ContentSink& sink);
-// Writes `size` bytes from the cluster runs; shared with the exFAT engine.
-ContentResult WriteClusterRuns(CFatVolume& volume, std::span<const ClusterRun> runs, uint64_t size,
-                               const ContentSink& sink);
 
 } // namespace kestrin

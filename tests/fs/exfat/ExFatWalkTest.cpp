@@ -1,5 +1,5 @@
 // The exFAT folder walk and content read-back on volumes built byte by byte: entry sets, the
-// drop rules, folders read by chain or contiguously, the scan state, and hostile input.
+// drop rules, folders read by chain or contiguously, how the walk ends, and hostile input.
 #include <gtest/gtest.h>
 
 #include "fs/exfat/ExFatBuilder.h"
@@ -84,6 +84,39 @@ TEST(ExFatWalk, StopBeforeAFolderEndsTheWalk) {
     EXPECT_EQ(op.state.load(), kStateCancel); // the engine leaves the state to the driver
     ASSERT_TRUE(v->root);
     EXPECT_EQ(Paths(v->root), Names{});
+}
+
+// A source that goes away ends the walk at once, a plain read error only loses what it held, a
+// stop ends the walk; what was read before stays listed.
+TEST(ExFatWalk, EndsOnVanishedSourceReadErrorAndStop) {
+    // Folders a, b and c (read in child order: c, b, a). b's chain is 21 then 23, two reads,
+    // with its file in the second cluster.
+    ExFatBuilder b;
+    uint8_t* e = b.Cluster(ExFatBuilder::kRoot) + 96;
+    e += 32 * ExFatBuilder::Set(e, true, kDir, u"a", 20, kCB, false);
+    e += 32 * ExFatBuilder::Set(e, true, kDir, u"b", 21, 2 * kCB, true);
+    ExFatBuilder::Set(e, true, kDir, u"c", 22, kCB, false);
+    b.Chain({21, 23});
+    ExFatBuilder::Set(b.Cluster(20), true, kFile, u"f.txt", 30, 1, false);
+    ExFatBuilder::Set(b.Cluster(23), true, kFile, u"g.txt", 31, 1, false);
+    ExFatBuilder::Set(b.Cluster(22), true, kFile, u"h.txt", 32, 1, false);
+    const uint64_t folderB = b.ClusterOffset(21);
+    struct Case {
+        const char* what;
+        Trouble trouble;
+        Outcome outcome;
+        Names paths;
+    } cases[] = {
+        {"gone at b", {folderB, folderB + kCB, true}, Outcome::DeviceGone, {"a", "b", "c", "c/h.txt"}},
+        {"read error at b", {folderB, folderB + kCB}, Outcome::ReadFailed,
+         {"a", "a/f.txt", "b", "b/g.txt", "c", "c/h.txt"}},
+        // The stop comes with the first progress call, as c is reached: c is still read.
+        {"stop", {0, 0, false, 1}, Outcome::Stopped, {"a", "b", "c", "c/h.txt"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        ExpectWalkEnd(b.img, kFsExFat, ExFatScanVolume, c.trouble, c.outcome, c.paths);
+    }
 }
 
 // A deleted file comes back from its first cluster over the clusters the bitmap shows free.

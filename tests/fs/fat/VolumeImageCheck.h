@@ -1,7 +1,9 @@
 #pragma once
 // Shared by the FAT and exFAT tests: scan a volume (an image file or bytes in memory) with an
 // engine, flatten the found tree into paths, and compare it with a manifest.
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -10,6 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "job/QuietScanEvents.h"
@@ -85,6 +88,97 @@ inline std::vector<std::string> Paths(const CNode* root) {
     std::vector<std::string> out;
     for (auto& [path, node] : Flatten(root)) out.push_back(path);
     return out;
+}
+
+// How a volume's source misbehaves during a walk: the first read that touches [from, to) fails,
+// with a data error (only reads there fail) or, when `gone`, with the device-gone code (that read
+// and every later one fail). A stop is requested at progress call `stopAtProgress` (0: never).
+struct Trouble {
+    uint64_t from = 0, to = 0;
+    bool gone = false;
+    int stopAtProgress = 0;
+};
+
+class TroubledSource final : public ByteSource {
+public:
+    TroubledSource(std::vector<uint8_t> data, const Trouble& t) : m_data(std::move(data)), m_t(t) {}
+    long long ReadAt(void* buf, size_t len, uint64_t offset) override {
+        if (m_gone) ++readsAfterGone;
+        if (m_gone || (offset < m_t.to && m_t.from < offset + len)) {
+            m_gone = m_t.gone;
+            return -1;
+        }
+        if (offset >= m_data.size()) return 0;
+        size_t n = size_t(std::min<uint64_t>(len, m_data.size() - offset));
+        std::memcpy(buf, m_data.data() + offset, n);
+        return (long long)n;
+    }
+    uint64_t Size() const override { return m_data.size(); }
+    uint32_t LastError() const override { return m_t.gone ? platform::kErrDeviceGone : platform::kErrNotReady + 2; }
+    int readsAfterGone = 0;
+
+private:
+    std::vector<uint8_t> m_data;
+    Trouble m_t;
+    bool m_gone = false;
+};
+
+// Events that request a stop (as the front end's Stop button does) at one progress call.
+class StopAtProgress final : public IScanEvents {
+public:
+    StopAtProgress(ScanOperation& op, int at) : m_op(op), m_at(at) {}
+    void OnEnd() override {}
+    void OnProgress() override {
+        if (++m_calls == m_at) m_op.state = kStateCancel;
+    }
+    void OnSignatureScanStart() override {}
+
+private:
+    ScanOperation& m_op;
+    int m_at, m_calls = 0;
+};
+
+struct TroubledScan {
+    Outcome outcome = Outcome::Ok;
+    std::vector<std::string> paths; // what the walk listed
+    int readsAfterGone = 0;
+    uint32_t stateAfter = 0;        // the operation state when the engine returned
+};
+
+// Scans the volume in `bytes` with `scan` while its source misbehaves as `trouble` says.
+inline TroubledScan ScanWithTrouble(const std::vector<uint8_t>& bytes, uint8_t fsKind, ScanFn scan,
+                                    const Trouble& trouble) {
+    CPhysicalDisk media;
+    auto owned = std::make_unique<TroubledSource>(bytes, trouble);
+    TroubledSource* src = owned.get();
+    media.Attach(std::move(owned));
+    media.SetSectorSize(512);
+    media.SetSectorCount(bytes.size() / 512);
+    media.SetFsKind(fsKind);
+    ScanOperation op;
+    op.state = kStateRunning;
+    StopAtProgress events(op, trouble.stopAtProgress);
+    PauseGate gate;
+    std::unique_ptr<CNode> top(MakeTopNode());
+    ScanContext ctx{op, events, gate};
+    ctx.top = top.get();
+    TroubledScan r;
+    r.outcome = scan(media, 1, ctx);
+    r.paths = Paths(FindVolumeRoot(top.get()));
+    r.readsAfterGone = src->readsAfterGone;
+    r.stateAfter = op.state.load();
+    return r;
+}
+
+// Checks how a walk over `bytes` ended under `trouble`: its outcome, what it listed, that it read
+// nothing once the source said it was gone, and that it left the operation state alone.
+inline void ExpectWalkEnd(const std::vector<uint8_t>& bytes, uint8_t fsKind, ScanFn scan, const Trouble& trouble,
+                          Outcome outcome, const std::vector<std::string>& paths) {
+    TroubledScan r = ScanWithTrouble(bytes, fsKind, scan, trouble);
+    EXPECT_EQ(r.outcome, outcome) << OutcomeName(r.outcome);
+    EXPECT_EQ(r.paths, paths);
+    EXPECT_EQ(r.readsAfterGone, 0);
+    EXPECT_EQ(r.stateAfter, trouble.stopAtProgress ? kStateCancel : kStateRunning);
 }
 
 inline std::string ReadContent(WriterFn writer, CPhysicalDisk& media, const CNode& node, ContentResult* result = nullptr) {
