@@ -195,7 +195,7 @@ inline std::string ReadContent(WriterFn writer, CPhysicalDisk& media, const CNod
 // manifest; empty when not available.
 inline std::pair<std::string, nlohmann::json> OpenFixture(const std::string& name, bool corpus) {
     namespace fs = std::filesystem;
-    fs::path dir = corpus ? fs::path(KESTRIN_SOURCE_DIR) / "../shared/corpus/fixtures" : fs::path(KESTRIN_SOURCE_DIR) / "tests/images";
+    fs::path dir = corpus ? fs::path(KESTRIN_CORPUS_DIR) / "fixtures" : fs::path(KESTRIN_SOURCE_DIR) / "tests/images";
     fs::path out = fs::path(KESTRIN_BINARY_DIR) / "test-images" / (name + ".img");
     std::ifstream in(dir / (name + ".json"));
     std::error_code ec;
