@@ -136,9 +136,10 @@ size_t CNtfsRecordSearch::Offer(uint64_t sector, std::span<const uint8_t> data, 
     bool index = index_record::Magic::Is(data, index_record::kMagic);
     if (!index && !file_record::Magic::Is(data, file_record::kMagic)) return 0;
     // The record's size comes from its own header: in a search the volume's may be unknown.
-    uint64_t size = index ? uint64_t(index_header::BytesAllocated::At(p + index_record::kIndexHeader)) + index_record::kIndexHeader
-                          : file_record::BytesAllocated::At(p);
-    if (size < kNtfsFixupBlock || size > kNtfsMaxRecordBytes || size % kNtfsFixupBlock != 0 || size > data.size()) return 0;
+    const size_t node = index_record::kIndexHeader;
+    uint64_t size = index ? uint64_t(index_header::BytesAllocated::At(p + node)) + node : file_record::BytesAllocated::At(p);
+    if (size < kNtfsFixupBlock || size > kNtfsMaxRecordBytes || size % kNtfsFixupBlock != 0 || size > data.size())
+        return 0;
     std::memcpy(m_copy.data(), p, size_t(size));
     std::span<uint8_t> rec(m_copy.data(), size_t(size));
     if (index) {
@@ -198,7 +199,8 @@ void CNtfsRecordSearch::PlaceVolumes() {
             DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, decoded);
             uint64_t vcn = 0;
             for (const NtfsRun& r : decoded) {
-                if (runs.size() >= kMaxMftRuns || r.lengthClusters > kMaxMftClusters || r.startCluster > kMaxMftClusters) break;
+                if (runs.size() >= kMaxMftRuns || r.lengthClusters > kMaxMftClusters || r.startCluster > kMaxMftClusters)
+                    break;
                 if (!r.sparse && r.lengthClusters) runs.push_back({vcn, r.lengthClusters, r.startCluster});
                 vcn += r.lengthClusters;
             }

@@ -321,7 +321,8 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
         if (!(mftOpen && vol.ReadRecord(r.record, ext)) && !nearby.Read(r.record, ext)) continue;
         Bytes e = ext;
         ForEachAttribute(e, [&](const NtfsAttr& a) {
-            if (a.type == kAttrData && a.Unnamed() && a.nonResident && nonresident::FirstVcn::Or(e, ~0ull, a.offset) == r.vcn) {
+            if (a.type == kAttrData && a.Unnamed() && a.nonResident &&
+                nonresident::FirstVcn::Or(e, ~0ull, a.offset) == r.vcn) {
                 data.Take(e, a);
                 return false;
             }

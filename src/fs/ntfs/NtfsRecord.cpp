@@ -166,8 +166,9 @@ bool NtfsBootTest(Bytes s) {
     namespace nb = layout::ntfs_boot;
     if (s.size() < boot::kTestedBytes) return false;
     const uint8_t* b = s.data();
-    return layout::JumpByte0::At(b) != 0 && layout::JumpByte1::At(b) != 0 && layout::JumpByte2::At(b) == boot::kJumpNop &&
-           (nb::BytesPerSector::At(b) & 1) == 0 && OneOrEven(nb::SectorsPerCluster::At(b)) && nb::Unused32::At(b) == 0 &&
+    return layout::JumpByte0::At(b) != 0 && layout::JumpByte1::At(b) != 0 &&
+           layout::JumpByte2::At(b) == boot::kJumpNop && (nb::BytesPerSector::At(b) & 1) == 0 &&
+           OneOrEven(nb::SectorsPerCluster::At(b)) && nb::Unused32::At(b) == 0 &&
            nb::DriveNumber::At(b) == boot::kFixedDiskDrive && nb::Reserved25::At(b) == 0 &&
            UsableCluster(nb::TotalSectors::At(b)) && UsableCluster(nb::MftCluster::At(b)) &&
            UsableCluster(nb::MftMirrorCluster::At(b)) && OneOrEven(boot::ClustersPerRecord32::At(b)) &&
@@ -416,7 +417,8 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
                 Bytes v = ResidentValue(rec, a);
                 if (v.size() >= index_root::kHeaderBytes && index_root::IndexedType::At(v.data()) == kAttrFileName) {
                     const uint8_t* node = v.data() + index_root::kIndexHeader;
-                    uint32_t total = index_header::BytesInUse::At(node), allocated = index_header::BytesAllocated::At(node);
+                    uint32_t total = index_header::BytesInUse::At(node);
+                    uint32_t allocated = index_header::BytesAllocated::At(node);
                     uint64_t entry = index_root::kIndexHeader + uint64_t(index_header::EntriesOffset::At(node));
                     if (total == allocated && total >= kMinRootIndexBytes && entry + FirstEntryParent::kEnd <= v.size())
                         e.recordId = FirstEntryParent::At(v.data() + entry);

@@ -7,6 +7,7 @@
 
 #include "NtfsBuilder.h"
 #include "NtfsTestSupport.h"
+#include "fs/ntfs/NtfsLayout.h"
 #include "platform/Platform.h"
 #include "storage/ByteSource.h"
 #include "storage/CPhysicalDisk.h"
@@ -75,8 +76,10 @@ VolumeBuilder FourBatchVolume() {
                        .Finish());
     // Resident data long enough to carry the record past its first protected sector.
     const std::vector<uint8_t> data(600, 'x');
-    for (uint32_t n : kFileRecords)
-        v.SetRecord(n, RecordBuilder(n).StdInfo().FileName(5, u"f" + ToUtf16(std::to_string(n))).Resident(0x80, data).Finish());
+    for (uint32_t n : kFileRecords) {
+        std::u16string name = u"f" + ToUtf16(std::to_string(n));
+        v.SetRecord(n, RecordBuilder(n).StdInfo().FileName(5, name).Resident(0x80, data).Finish());
+    }
     // Formatted but never used, as the file system leaves its spare records: not malformed.
     for (uint32_t n = 40; n < 48; ++n) v.SetRecord(n, RecordBuilder(n, 0).Finish());
     return v;
@@ -149,9 +152,9 @@ TEST(NtfsOutcome, MalformedRecordsMakeTheWalkCorruptButStayOutOfTheListing) {
         // The update-sequence number at the end of the first sector no longer matches.
         {"torn record", [](VolumeBuilder& v) { v.RecordBytes(70)[510] ^= 0xFF; }},
         {"attribute running past bytes in use", [](VolumeBuilder& v) {
+             namespace nl = layout::ntfs;
              uint8_t* rec = v.RecordBytes(70);
-             uint16_t first = Le16(rec + 0x14);
-             PutLe32(rec + first + 4, 0x400);
+             nl::attr::Length::Put(rec + nl::file_record::FirstAttribute::At(rec), 0x400);
          }},
         {"record marked bad", [](VolumeBuilder& v) { std::memcpy(v.RecordBytes(70), "BAAD", 4); }},
     };
