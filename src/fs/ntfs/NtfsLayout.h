@@ -28,6 +28,7 @@ inline constexpr uint8_t kJumpNop = 0x90;
 inline constexpr uint8_t kFixedDiskDrive = 0x80;
 // Bytes the boot test and the geometry read.
 inline constexpr size_t kTestedBytes = ClustersPerIndexBlock32::kEnd;
+static_assert(kTestedBytes <= ntfs_boot::kHeaderBytes);
 } // namespace boot
 
 // The header of an MFT file record.
@@ -107,6 +108,8 @@ using Modified = LeField<uint64_t, 0x08>;
 using RecordChanged = LeField<uint64_t, 0x10>;
 using Accessed = LeField<uint64_t, 0x18>;
 using FileAttributes = LeField<uint32_t, 0x20>;
+inline constexpr size_t kMinValueBytes = 0x30; // the oldest form; later ones append fields
+static_assert(FileAttributes::kEnd <= kMinValueBytes);
 } // namespace std_info
 
 // The value of $FILE_NAME, also the key of a folder's index entries.
@@ -152,6 +155,7 @@ using BytesInUse = LeField<uint32_t, 0x04>;
 using BytesAllocated = LeField<uint32_t, 0x08>;
 using Flags = LeField<uint8_t, 0x0C>;
 inline constexpr size_t kHeaderBytes = 0x10;
+static_assert(Flags::kEnd <= kHeaderBytes);
 } // namespace index_header
 
 // The value of $INDEX_ROOT: which attribute it indexes, then an index header.
@@ -162,6 +166,7 @@ using BytesPerIndexRecord = LeField<uint32_t, 0x08>;
 using ClustersPerIndexRecord = LeField<uint8_t, 0x0C>;
 inline constexpr size_t kIndexHeader = 0x10;
 inline constexpr size_t kHeaderBytes = kIndexHeader + index_header::kHeaderBytes;
+static_assert(ClustersPerIndexRecord::kEnd <= kIndexHeader);
 } // namespace index_root
 
 // One index entry; the key (a $FILE_NAME value in folders) follows the header.
@@ -173,6 +178,7 @@ using KeyLength = LeField<uint16_t, 0x0A>;
 using Flags = LeField<uint8_t, 0x0C>;
 inline constexpr size_t kKeyOffset = 0x10;
 inline constexpr size_t kHeaderBytes = kKeyOffset;
+static_assert(Flags::kEnd <= kHeaderBytes);
 inline constexpr uint8_t kFlagLast = 0x02; // the end marker, no key
 } // namespace index_entry
 
