@@ -60,9 +60,11 @@ void Add(std::vector<PartitionCandidate>& out, uint64_t start, uint64_t length, 
 // cluster size that the record's own $DATA attribute shows (allocated bytes over clusters).
 void CandidateFromMftRecord(CStorageMedia& media, std::span<const uint8_t> bytes, uint64_t at,
                             std::vector<PartitionCandidate>& out) {
+    namespace fr = layout::ntfs::file_record;
+    namespace nr = layout::ntfs::nonresident;
     Bytes b(bytes.data(), bytes.size());
-    if (ReadLe32(b, 0x2C).value_or(1) != 0) return; // record number 0 only
-    uint32_t recordBytes = ReadLe32(b, 0x1C).value_or(0);
+    if (fr::RecordNumber::Or(b, 1) != 0) return; // record number 0 only
+    uint32_t recordBytes = fr::BytesAllocated::Or(b, 0);
     if (recordBytes != 1024 && recordBytes != 4096) return;
     if (recordBytes > bytes.size()) return;
     std::vector<uint8_t> rec(bytes.begin(), bytes.begin() + recordBytes);
@@ -71,10 +73,10 @@ void CandidateFromMftRecord(CStorageMedia& media, std::span<const uint8_t> bytes
     Bytes r(rec);
     ForEachAttribute(r, [&](const NtfsAttr& a) {
         if (a.type != kAttrData || !a.nonResident || !a.Unnamed()) return true;
-        uint64_t firstVcn = ReadLe64(r, a.offset + 0x10).value_or(1);
-        uint64_t lastVcn = ReadLe64(r, a.offset + 0x18).value_or(0);
-        uint64_t allocated = ReadLe64(r, a.offset + 0x28).value_or(0);
-        uint16_t runsAt = ReadLe16(r, a.offset + 0x20).value_or(0);
+        uint64_t firstVcn = nr::FirstVcn::Or(r, 1, a.offset);
+        uint64_t lastVcn = nr::LastVcn::Or(r, 0, a.offset);
+        uint64_t allocated = nr::AllocatedSize::Or(r, 0, a.offset);
+        uint16_t runsAt = nr::RunListOffset::Or(r, 0, a.offset);
         if (firstVcn != 0 || lastVcn == ~0ull || runsAt == 0 || runsAt >= a.length) return false;
         uint64_t clusters = lastVcn + 1;
         if (allocated == 0 || allocated % clusters) return false;

@@ -10,18 +10,21 @@
 
 namespace kestrin {
 
+using namespace layout::ntfs;
+
 namespace {
-constexpr size_t kMaxRecordBytes = 64u << 10;
 // Bounds of what the search keeps until its end (a disk full of records stops keeping here and
 // parses further records on their own, as without an MFT).
 constexpr size_t kMaxSeen = 1u << 22;
 constexpr size_t kMaxMftCopies = 64;
 constexpr size_t kMaxHeldBytes = 128u << 20;
 constexpr size_t kMaxMftRuns = 4096;
-constexpr uint64_t kMaxListBytes = 1u << 20;
+// Run lengths and clusters past this belong to no real MFT.
+constexpr uint64_t kMaxMftClusters = 1ull << 40;
 
-uint64_t BaseReference(const uint8_t* rec) { return Le64(rec + 0x20); }
-bool Numbered(const uint8_t* rec) { return Le16(rec + 4) == 48; }
+// Both read records of at least kNtfsFixupBlock bytes.
+uint64_t BaseReference(const uint8_t* rec) { return file_record::BaseRecord::At(rec); }
+bool Numbered(const uint8_t* rec) { return file_record::UsaOffset::At(rec) == file_record::kUsaOffsetNumbered; }
 } // namespace
 
 bool CNtfsRecordSearch::FoundVolume::Holds(uint64_t byte) const {
@@ -37,12 +40,12 @@ public:
     CFoundRecordSource(const CNtfsRecordSearch& search, const Held& base, uint64_t volumeStart, uint32_t bpc)
         : m_search(search), m_base(base), m_volumeStart(volumeStart), m_bpc(bpc) {
         const uint8_t* r = base.record.data();
-        m_number = Numbered(r) ? Le32(r + 0x2C) : ~0u;
-        m_sequence = Le16(r + 0x10);
+        m_number = Numbered(r) ? file_record::RecordNumber::At(r) : ~0u;
+        m_sequence = file_record::Sequence::At(r);
     }
 
     bool ReadRecord(uint64_t number, std::vector<uint8_t>& out) override {
-        if (number > 0xFFFFFFFFull) return false;
+        if (number > UINT32_MAX) return false; // record numbers in headers are 32 bits wide
         // Lists name their base record too (the attributes it keeps itself).
         if (number == m_number) {
             out = m_base.record;
@@ -56,8 +59,8 @@ public:
         for (auto it = lo; it != hi; ++it) {
             const Held& h = m_search.m_extensions[it->second];
             uint64_t ref = BaseReference(h.record.data());
-            if ((ref & 0xFFFFFFFFFFFFull) != m_number) continue;
-            uint16_t seq = uint16_t(ref >> 48);
+            if (file_reference::Number(ref) != m_number) continue;
+            uint16_t seq = file_reference::Sequence(ref);
             if (seq && m_sequence && seq != m_sequence) continue;
             uint64_t d = h.byte > m_base.byte ? h.byte - m_base.byte : m_base.byte - h.byte;
             if (d < bestDistance) best = &h, bestDistance = d;
@@ -70,7 +73,7 @@ public:
     bool ReadRunData(const std::vector<NtfsRun>& runs, uint64_t bytes, std::vector<uint8_t>& out) override {
         CPhysicalDisk* media = m_search.m_media;
         const uint32_t ss = m_search.m_sectorSize;
-        if (!media || !m_bpc || bytes > kMaxListBytes || m_bpc % ss != 0) return false;
+        if (!media || !m_bpc || bytes > kMaxAttrListBytes || m_bpc % ss != 0) return false;
         out.assign(size_t(bytes), 0);
         uint64_t pos = 0;
         for (const NtfsRun& r : runs) {
@@ -98,7 +101,7 @@ private:
     uint16_t m_sequence = 0;
 };
 
-CNtfsRecordSearch::CNtfsRecordSearch() : m_builder(std::make_unique<CNtfsTreeBuilder>()), m_copy(kMaxRecordBytes) {}
+CNtfsRecordSearch::CNtfsRecordSearch() : m_builder(std::make_unique<CNtfsTreeBuilder>()), m_copy(kNtfsMaxRecordBytes) {}
 
 CNtfsRecordSearch::~CNtfsRecordSearch() = default;
 
@@ -127,13 +130,16 @@ void CNtfsRecordSearch::Reset() {
 }
 
 size_t CNtfsRecordSearch::Offer(uint64_t sector, std::span<const uint8_t> data, uint32_t byteInSector) {
-    if (data.size() < 0x30) return 0;
+    static_assert(index_record::kHeaderBytes <= file_record::kHeaderBytes);
+    if (data.size() < file_record::kHeaderBytes) return 0;
     const uint8_t* p = data.data();
-    bool index = std::memcmp(p, "INDX", 4) == 0;
-    if (!index && std::memcmp(p, "FILE", 4) != 0) return 0;
+    bool index = index_record::Magic::Is(data, index_record::kMagic);
+    if (!index && !file_record::Magic::Is(data, file_record::kMagic)) return 0;
     // The record's size comes from its own header: in a search the volume's may be unknown.
-    uint64_t size = index ? uint64_t(Le32(p + 0x20)) + 24 : Le32(p + 0x1C);
-    if (size < kNtfsFixupBlock || size > kMaxRecordBytes || size % kNtfsFixupBlock != 0 || size > data.size()) return 0;
+    const size_t node = index_record::kIndexHeader;
+    uint64_t size = index ? uint64_t(index_header::BytesAllocated::At(p + node)) + node : file_record::BytesAllocated::At(p);
+    if (size < kNtfsFixupBlock || size > kNtfsMaxRecordBytes || size % kNtfsFixupBlock != 0 || size > data.size())
+        return 0;
     std::memcpy(m_copy.data(), p, size_t(size));
     std::span<uint8_t> rec(m_copy.data(), size_t(size));
     if (index) {
@@ -152,12 +158,12 @@ size_t CNtfsRecordSearch::Offer(uint64_t sector, std::span<const uint8_t> data, 
     if (BaseReference(p) != 0) {
         // Extension records are read only through their base; kept for the bases that name them.
         if (Numbered(p) && hold(m_extensions))
-            m_extensionByNumber.emplace(Le32(rec.data() + 0x2C), m_extensions.size() - 1);
+            m_extensionByNumber.emplace(file_record::RecordNumber::At(rec.data()), m_extensions.size() - 1);
         return size_t(size);
     }
     Bytes checked(rec.data(), rec.size());
     if (Numbered(p)) {
-        uint32_t number = Le32(rec.data() + 0x2C);
+        uint32_t number = file_record::RecordNumber::At(rec.data());
         if (m_seen.size() < kMaxSeen) m_seen.emplace_back(number, byte);
         if (number == 0 && m_mftCopies.size() < kMaxMftCopies && IsMftRecord(checked)) hold(m_mftCopies);
     }
@@ -181,19 +187,20 @@ void CNtfsRecordSearch::PlaceVolumes() {
     for (const Held& copy : m_mftCopies) {
         Bytes rec(copy.record);
         uint32_t bpc = ClusterSizeOfRecord(rec);
-        uint32_t recordSize = Le32(rec.data() + 0x1C);
+        uint32_t recordSize = file_record::BytesAllocated::Or(rec, 0);
         if (!bpc || !recordSize) continue;
         std::vector<Run> runs;
         ForEachAttribute(rec, [&](const NtfsAttr& a) {
             if (a.type != kAttrData || !a.nonResident || !a.Unnamed()) return a.type < kAttrData;
-            auto start = ReadLe64(rec, a.offset + 0x10);
-            auto runOffset = ReadLe16(rec, a.offset + 0x20);
+            auto start = nonresident::FirstVcn::Read(rec, a.offset);
+            auto runOffset = nonresident::RunListOffset::Read(rec, a.offset);
             if (!start || *start != 0 || !runOffset) return false;
             std::vector<NtfsRun> decoded;
             DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, decoded);
             uint64_t vcn = 0;
             for (const NtfsRun& r : decoded) {
-                if (runs.size() >= kMaxMftRuns || r.lengthClusters > (1ull << 40) || r.startCluster > (1ull << 40)) break;
+                if (runs.size() >= kMaxMftRuns || r.lengthClusters > kMaxMftClusters || r.startCluster > kMaxMftClusters)
+                    break;
                 if (!r.sparse && r.lengthClusters) runs.push_back({vcn, r.lengthClusters, r.startCluster});
                 vcn += r.lengthClusters;
             }

@@ -58,12 +58,11 @@ public:
     // The volumes placed by the last AttachTo (exposed for tests).
     const std::vector<FoundVolume>& Volumes() const { return m_volumes; }
 
+private:
     struct Held {
         uint64_t byte = 0; // absolute media byte of the record
         std::vector<uint8_t> record;
     };
-
-private:
     class CFoundRecordSource;
     void Reset();
     void PlaceVolumes();

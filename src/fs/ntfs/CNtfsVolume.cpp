@@ -5,12 +5,16 @@
 
 namespace kestrin {
 
+using namespace layout::ntfs;
+
 namespace {
-constexpr uint32_t kMaxClusterBytes = 2u << 20; // NTFS's largest cluster
-constexpr uint32_t kMaxRecordBytes = 64u << 10;
 constexpr size_t kMaxDirectRead = 32u << 20;
 constexpr size_t kBounceWindow = 1u << 20;
-constexpr uint64_t kMaxListBytes = 1u << 20;
+// Record sizes given as a power of two (a negative count) range from 512 bytes to 64 KiB.
+constexpr int kMinRecordShift = 9, kMaxRecordShift = 16;
+// A sectors-per-cluster byte above this is a negative power of two, up to 2^kMaxClusterShift.
+constexpr uint8_t kMaxPlainSectorsPerCluster = 0x80;
+constexpr uint32_t kMaxClusterShift = 20;
 } // namespace
 
 CNtfsVolume::CNtfsVolume(CPhysicalDisk& media) : m_media(media) {
@@ -18,33 +22,37 @@ CNtfsVolume::CNtfsVolume(CPhysicalDisk& media) : m_media(media) {
     m_startByte = media.GetFirstSector() * m_mediaSectorSize;
 }
 
-bool CNtfsVolume::SetGeometryFromBoot(Bytes b) {
-    if (b.size() < 0x48) return false;
-    uint32_t bps = Le16(b.data() + 0x0B);
+bool CNtfsVolume::SetGeometryFromBoot(Bytes sector) {
+    namespace nb = layout::ntfs_boot;
+    if (sector.size() < boot::kTestedBytes) return false;
+    const uint8_t* b = sector.data();
+    uint32_t bps = nb::BytesPerSector::At(b);
     if (bps == 0 || bps % 512 != 0) bps = m_mediaSectorSize;
     // Sectors per cluster above 0x80 is a negative power of two (clusters of 128 KiB and more).
-    uint8_t spcByte = b[0x0D];
-    uint32_t spc = spcByte <= 0x80 ? spcByte : (256u - spcByte <= 20 ? 1u << (256u - spcByte) : 0);
-    if (spc == 0 || uint64_t(spc) * bps > kMaxClusterBytes) return false;
+    uint8_t spcByte = nb::SectorsPerCluster::At(b);
+    uint32_t spc = spcByte <= kMaxPlainSectorsPerCluster ? spcByte
+                   : (256u - spcByte <= kMaxClusterShift ? 1u << (256u - spcByte) : 0);
+    if (spc == 0 || uint64_t(spc) * bps > kNtfsMaxClusterBytes) return false;
     uint32_t bpc = spc * bps;
-    int8_t perRecord = int8_t(b[0x40]);
+    int8_t perRecord = int8_t(nb::ClustersPerRecord::At(b));
     uint64_t recordSize;
     if (perRecord < 0) {
         int exponent = -perRecord;
-        if (exponent < 9 || exponent > 16) return false;
+        if (exponent < kMinRecordShift || exponent > kMaxRecordShift) return false;
         recordSize = 1ull << exponent;
     } else {
         recordSize = uint64_t(perRecord) * bpc;
     }
-    if (recordSize < 512 || recordSize > kMaxRecordBytes || recordSize % 512 != 0) return false;
-    uint64_t totalSectors = Le64(b.data() + 0x28);
+    if (recordSize < kNtfsFixupBlock || recordSize > kNtfsMaxRecordBytes || recordSize % kNtfsFixupBlock != 0)
+        return false;
+    uint64_t totalSectors = nb::TotalSectors::At(b);
     m_bytesPerSector = bps;
     m_sectorsPerCluster = spc;
     m_bytesPerCluster = bpc;
     m_recordSize = uint32_t(recordSize);
     m_volumeBytes = totalSectors > ~0ull / bps ? ~0ull / bps * bps : totalSectors * bps;
-    m_mftCluster = Le64(b.data() + 0x30);
-    m_mirrorCluster = Le64(b.data() + 0x38);
+    m_mftCluster = nb::MftCluster::At(b);
+    m_mirrorCluster = nb::MftMirrorCluster::At(b);
     return true;
 }
 
@@ -55,7 +63,7 @@ bool CNtfsVolume::LoadGeometry() {
     const PartitionRecord& p = m_media.GetPartitionParams();
     const bool atRangeStart = m_startByte == m_media.GetFirstSector() * m_mediaSectorSize;
     if (atRangeStart && m_media.GetFsKind() == kFsNtfs && p.fsKind == kFsNtfs && p.bytesPerSector && p.sectorsPerCluster &&
-        p.mftRecordSize >= 512 && p.mftRecordSize % 512 == 0 && p.bytesPerCluster <= kMaxClusterBytes) {
+        p.mftRecordSize >= 512 && p.mftRecordSize % 512 == 0 && p.bytesPerCluster <= kNtfsMaxClusterBytes) {
         m_bytesPerSector = p.bytesPerSector;
         m_sectorsPerCluster = p.sectorsPerCluster;
         m_bytesPerCluster = uint32_t(p.bytesPerSector) * p.sectorsPerCluster;
@@ -63,7 +71,7 @@ bool CNtfsVolume::LoadGeometry() {
         m_mftCluster = p.secondArea;
         m_mirrorCluster = p.thirdArea;
         m_volumeBytes = m_media.GetSectorCount() * m_mediaSectorSize;
-        return m_bytesPerCluster <= kMaxClusterBytes;
+        return m_bytesPerCluster <= kNtfsMaxClusterBytes;
     }
     return false;
 }
@@ -73,7 +81,7 @@ void CNtfsVolume::SetStartSector(uint64_t sector) {
 }
 
 void CNtfsVolume::SetClusterSize(uint32_t bpc) {
-    if (bpc < m_bytesPerSector || bpc > kMaxClusterBytes || bpc % m_bytesPerSector != 0) return;
+    if (bpc < m_bytesPerSector || bpc > kNtfsMaxClusterBytes || bpc % m_bytesPerSector != 0) return;
     m_bytesPerCluster = bpc;
     m_sectorsPerCluster = bpc / m_bytesPerSector;
 }
@@ -193,7 +201,8 @@ bool CNtfsVolume::ReadRunData(const std::vector<NtfsRun>& runs, uint64_t bytes, 
 
 bool CNtfsVolume::Open() {
     if (!m_recordSize || !m_bytesPerCluster) return false;
-    return OpenAt(m_mftCluster) || OpenAt(m_mirrorCluster);
+    // The mirror is not worth a read once the source has gone away.
+    return OpenAt(m_mftCluster) || (!m_media.DeviceGone() && OpenAt(m_mirrorCluster));
 }
 
 bool CNtfsVolume::OpenAt(uint64_t cluster) {
@@ -220,8 +229,8 @@ bool CNtfsVolume::GatherMftRuns(std::vector<uint8_t>& record0) {
     std::vector<ListRef> refs;
 
     auto pieceOf = [](Bytes rec, const NtfsAttr& a, std::vector<Piece>& into) {
-        auto start = ReadLe64(rec, a.offset + 0x10), last = ReadLe64(rec, a.offset + 0x18);
-        auto runOffset = ReadLe16(rec, a.offset + 0x20);
+        auto start = nonresident::FirstVcn::Read(rec, a.offset), last = nonresident::LastVcn::Read(rec, a.offset);
+        auto runOffset = nonresident::RunListOffset::Read(rec, a.offset);
         if (!start || !last || !runOffset) return;
         Piece p;
         p.startVcn = *start;
@@ -234,26 +243,13 @@ bool CNtfsVolume::GatherMftRuns(std::vector<uint8_t>& record0) {
     ForEachAttribute(rec0, [&](const NtfsAttr& a) {
         if (a.type == 0 || a.type > kAttrData) return false;
         if (a.type == kAttrList) {
+            // A list read in part still names the pieces it holds; the rest stay unknown.
             std::vector<uint8_t> stored;
-            Bytes list;
-            if (a.nonResident) {
-                std::vector<NtfsRun> runs;
-                DecodeRuns(rec0.subspan(a.offset, a.length), ReadLe16(rec0, a.offset + 0x20).value_or(0xFFFF), runs);
-                uint64_t real = ReadLe64(rec0, a.offset + 0x30).value_or(~0ull);
-                if (real <= kMaxListBytes) {
-                    ReadRunData(runs, real, stored);
-                    list = stored;
-                }
-            } else {
-                list = ResidentValue(rec0, a);
-            }
-            for (size_t pos = 0; Fits(list, pos, 0x1A);) {
-                uint16_t len = Le16(list.data() + pos + 4);
-                if (len < 0x1A || len > list.size() - pos) break;
-                if (Le32(list.data() + pos) == kAttrData)
-                    refs.push_back({Le64(list.data() + pos + 8), Le64(list.data() + pos + 0x10) & 0xFFFFFFFFFFFFull});
-                pos += len;
-            }
+            bool readOk = false;
+            ForEachListEntry(AttributeListBytes(rec0, a, this, stored, readOk), [&](const NtfsListEntry& entry) {
+                if (entry.type == kAttrData) refs.push_back({entry.firstVcn, entry.record});
+                return true;
+            });
         } else if (a.type == kAttrData && a.nonResident && a.Unnamed()) {
             pieceOf(rec0, a, pieces);
         }
@@ -303,7 +299,7 @@ bool CNtfsVolume::GatherMftRuns(std::vector<uint8_t>& record0) {
             Bytes e = ext;
             ForEachAttribute(e, [&](const NtfsAttr& a) {
                 if (a.type == kAttrData && a.nonResident && a.Unnamed() &&
-                    ReadLe64(e, a.offset + 0x10).value_or(~0ull) == r.vcn) {
+                    nonresident::FirstVcn::Or(e, ~0ull, a.offset) == r.vcn) {
                     pieceOf(e, a, pieces);
                     progress = true;
                     return false;

@@ -12,13 +12,6 @@ namespace kestrin {
 
 class CNtfsVolume final : public INtfsRecordSource {
 public:
-    // An MFT extent in VCN order.
-    struct MftRun {
-        uint64_t vcn = 0;
-        uint64_t lengthClusters = 0;
-        uint64_t startCluster = 0;
-    };
-
     explicit CNtfsVolume(CPhysicalDisk& media);
 
     // Geometry from the boot sector at the volume's first sector; when that fails the engine's
@@ -28,10 +21,8 @@ public:
     // Places the volume at another absolute media sector than the selected range's first (a
     // volume found by the record search inside a whole disk). Call before LoadGeometry.
     void SetStartSector(uint64_t sector);
-    // Replaces the default cluster size by one learnt from a record (see ClusterSizeOf).
+    // Replaces the default cluster size by one learnt from a record (see ClusterSizeOfRecord).
     void SetClusterSize(uint32_t bytesPerCluster);
-    // Geometry from a boot sector that passed the test (exposed for tests).
-    bool SetGeometryFromBoot(Bytes boot);
     // For searches without a usable boot sector: 4096-byte clusters, record size taken from each
     // record, the volume reaching to the end of the media's selected range.
     void UseDefaultGeometry();
@@ -52,21 +43,26 @@ public:
     bool ReadRunData(const std::vector<NtfsRun>& runs, uint64_t bytes, std::vector<uint8_t>& out) override;
 
     uint64_t VolumeStartByte() const { return m_startByte; }
-    uint64_t VolumeBytes() const { return m_volumeBytes; }
     uint64_t ClusterCount() const { return m_bytesPerCluster ? m_volumeBytes / m_bytesPerCluster : 0; }
     uint32_t BytesPerCluster() const { return m_bytesPerCluster; }
     uint32_t BytesPerSector() const { return m_bytesPerSector; }
-    uint32_t SectorsPerCluster() const { return m_sectorsPerCluster; }
     uint32_t RecordSize() const { return m_recordSize; }
     uint32_t MediaSectorSize() const { return m_mediaSectorSize; }
-    const std::vector<MftRun>& MftRuns() const { return m_mftRuns; }
     // Bytes of MFT the runs describe (limited to what the volume can hold).
     uint64_t MftBytes() const { return m_mftBytes; }
     // Progress total of the walk, from the data attribute's last VCN.
     uint64_t ExpectedRecords() const { return m_expectedRecords; }
-    CPhysicalDisk& Media() { return m_media; }
 
 private:
+    // An MFT extent in VCN order.
+    struct MftRun {
+        uint64_t vcn = 0;
+        uint64_t lengthClusters = 0;
+        uint64_t startCluster = 0;
+    };
+
+    // Geometry from a boot sector that passed the test.
+    bool SetGeometryFromBoot(Bytes sector);
     bool OpenAt(uint64_t cluster);
     bool GatherMftRuns(std::vector<uint8_t>& record0);
 

@@ -7,7 +7,11 @@ namespace kestrin {
 
 namespace {
 constexpr size_t kChunkBytes = 4096;
-}
+// A chunk header: the chunk's stored bytes minus one in the low 12 bits, and whether the chunk
+// is compressed (else stored as is) in the top bit.
+constexpr uint16_t kChunkSizeMask = 0x0FFF;
+constexpr uint16_t kChunkCompressed = 0x8000;
+} // namespace
 
 size_t Lznt1Decompress(const uint8_t* in, size_t inLen, uint8_t* out, size_t outLen, bool& error) {
     error = false;
@@ -16,14 +20,14 @@ size_t Lznt1Decompress(const uint8_t* in, size_t inLen, uint8_t* out, size_t out
         uint16_t header = uint16_t(in[ip] | in[ip + 1] << 8);
         ip += 2;
         if (header == 0) break; // end of the compressed data
-        size_t chunkLen = (header & 0x0FFF) + 1u;
+        size_t chunkLen = (header & kChunkSizeMask) + 1u;
         if (chunkLen > inLen - ip) {
             error = true;
             break;
         }
         size_t chunkEnd = ip + chunkLen;
         size_t outStart = op, outEnd = std::min(op + kChunkBytes, outLen);
-        if (!(header & 0x8000)) {
+        if (!(header & kChunkCompressed)) {
             // Stored chunk: the bytes as they are.
             size_t n = std::min(chunkLen, outEnd - op);
             std::memcpy(out + op, in + ip, n);

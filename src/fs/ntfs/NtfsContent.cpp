@@ -9,11 +9,15 @@
 
 namespace kestrin {
 
+using namespace layout::ntfs;
+
 namespace {
 
 constexpr size_t kCopyChunk = 1u << 20;
 constexpr size_t kMaxPieces = 4096;
 constexpr uint32_t kDefaultUnitClusters = 16;
+// Compression units larger than 2^this clusters are taken as the default.
+constexpr uint8_t kMaxUnitShift = 8;
 constexpr uint64_t kMaxUnitBytes = 32u << 20;
 
 struct Extent {
@@ -41,17 +45,17 @@ struct DataStream {
             resident = found = true;
             return;
         }
-        auto startVcn = ReadLe64(rec, a.offset + 0x10);
-        auto runOffset = ReadLe16(rec, a.offset + 0x20);
+        auto startVcn = nonresident::FirstVcn::Read(rec, a.offset);
+        auto runOffset = nonresident::RunListOffset::Read(rec, a.offset);
         if (!startVcn || !runOffset || pieceVcns.size() >= kMaxPieces) return;
         if (std::find(pieceVcns.begin(), pieceVcns.end(), *startVcn) != pieceVcns.end()) return;
         pieceVcns.push_back(*startVcn);
         if (*startVcn == 0) {
-            uint16_t flags = ReadLe16(rec, a.offset + 0x0C).value_or(0);
-            uint8_t unitExponent = ReadU8(rec, a.offset + 0x22).value_or(0);
-            compressed = (flags & 0x00FF) != 0 && unitExponent != 0;
-            if (unitExponent >= 1 && unitExponent <= 8) unitClusters = 1u << unitExponent;
-            initializedSize = ReadLe64(rec, a.offset + 0x38).value_or(~0ull);
+            uint16_t flags = attr::Flags::Or(rec, 0, a.offset);
+            uint8_t unitExponent = nonresident::CompressionUnit::Or(rec, 0, a.offset);
+            compressed = (flags & attr::kFlagsCompressionMask) != 0 && unitExponent != 0;
+            if (unitExponent >= 1 && unitExponent <= kMaxUnitShift) unitClusters = 1u << unitExponent;
+            initializedSize = nonresident::InitializedSize::Or(rec, ~0ull, a.offset);
         }
         std::vector<NtfsRun> runs;
         DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, runs);
@@ -210,10 +214,11 @@ public:
 
     CNearbyRecords(CNtfsVolume& vol, uint64_t baseOffset, Bytes base, uint32_t recordSize, uint64_t baseNumber)
         : m_vol(vol), m_baseOffset(baseOffset), m_recordSize(recordSize), m_baseNumber(baseNumber),
-          m_baseSequence(Le16(base.data() + 0x10)) {}
+          m_baseSequence(file_record::Sequence::Or(base, 0)) {}
 
     bool Read(uint64_t number, std::vector<uint8_t>& out) {
-        if (number > 0xFFFFFFFFull || m_baseNumber > 0xFFFFFFFFull) return false;
+        // Record numbers in headers are 32 bits wide.
+        if (number > UINT32_MAX || m_baseNumber > UINT32_MAX) return false;
         out.resize(m_recordSize);
         int64_t delta = (int64_t(number) - int64_t(m_baseNumber)) * int64_t(m_recordSize);
         if (delta >= 0 || uint64_t(-delta) <= m_baseOffset) {
@@ -227,7 +232,7 @@ public:
             m_vol.ReadVolume(m_windowStart, m_window.data(), m_window.size());
         }
         for (size_t pos = 0; pos + m_recordSize <= m_window.size(); pos += kNtfsFixupBlock) {
-            if (std::memcmp(m_window.data() + pos, "FILE", 4) != 0) continue;
+            if (!file_record::Magic::Is(m_window, file_record::kMagic, pos)) continue;
             std::memcpy(out.data(), m_window.data() + pos, m_recordSize);
             if (Matches(out, number)) return true;
         }
@@ -236,11 +241,12 @@ public:
 
 private:
     bool Matches(std::vector<uint8_t>& rec, uint64_t number) const {
-        if (!CheckFileRecord(rec, m_recordSize) || Le16(rec.data() + 4) != 48 || Le32(rec.data() + 0x2C) != number)
+        if (!CheckFileRecord(rec, m_recordSize) || file_record::UsaOffset::At(rec.data()) != file_record::kUsaOffsetNumbered ||
+            file_record::RecordNumber::At(rec.data()) != number)
             return false;
-        uint64_t ref = Le64(rec.data() + 0x20);
-        uint16_t seq = uint16_t(ref >> 48);
-        return (ref & 0xFFFFFFFFFFFFull) == m_baseNumber && (seq == 0 || m_baseSequence == 0 || seq == m_baseSequence);
+        uint64_t ref = file_record::BaseRecord::At(rec.data());
+        uint16_t seq = file_reference::Sequence(ref);
+        return file_reference::Number(ref) == m_baseNumber && (seq == 0 || m_baseSequence == 0 || seq == m_baseSequence);
     }
 
     CNtfsVolume& m_vol;
@@ -272,10 +278,10 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
     uint64_t offset = abs - vol.VolumeStartByte();
     uint32_t recordSize = vol.RecordSize();
     if (!recordSize) {
-        uint8_t head[512];
+        uint8_t head[kNtfsFixupBlock];
         if (!vol.ReadVolume(offset, head, sizeof head)) return failed;
-        recordSize = Le32(head + 0x1C);
-        if (recordSize < 512 || recordSize > (64u << 10)) return failed;
+        recordSize = file_record::BytesAllocated::At(head);
+        if (recordSize < kNtfsFixupBlock || recordSize > kNtfsMaxRecordBytes) return failed;
     }
     std::vector<uint8_t> record(recordSize);
     vol.ReadVolume(offset, record.data(), record.size());
@@ -292,33 +298,22 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
     Bytes rec = record;
     ForEachAttribute(rec, [&](const NtfsAttr& a) {
         if (a.type == kAttrList) {
+            // A list read in part still names the pieces it holds; the rest read as missing.
             std::vector<uint8_t> stored;
-            Bytes list;
-            if (a.nonResident) {
-                std::vector<NtfsRun> runs;
-                DecodeRuns(rec.subspan(a.offset, a.length), ReadLe16(rec, a.offset + 0x20).value_or(0xFFFF), runs);
-                uint64_t real = ReadLe64(rec, a.offset + 0x30).value_or(~0ull);
-                if (real <= (1u << 20)) {
-                    vol.ReadRunData(runs, real, stored);
-                    list = stored;
-                }
-            } else {
-                list = ResidentValue(rec, a);
-            }
-            for (size_t pos = 0; Fits(list, pos, 0x1A) && refs.size() < kMaxPieces;) {
-                uint16_t len = Le16(list.data() + pos + 4);
-                if (len < 0x1A || len > list.size() - pos) break;
-                uint8_t nameLen = list[pos + 6], nameOff = list[pos + 7];
-                if (Le32(list.data() + pos) == kAttrData && (nameLen == 0 || nameOff == 0))
-                    refs.push_back({Le64(list.data() + pos + 8), Le64(list.data() + pos + 0x10) & 0xFFFFFFFFFFFFull});
-                pos += len;
-            }
+            bool readOk = false;
+            ForEachListEntry(AttributeListBytes(rec, a, &vol, stored, readOk), [&](const NtfsListEntry& entry) {
+                if (refs.size() >= kMaxPieces) return false;
+                if (entry.type == kAttrData && entry.unnamed) refs.push_back({entry.firstVcn, entry.record});
+                return true;
+            });
         } else if (a.type == kAttrData && a.Unnamed()) {
             data.Take(rec, a);
         }
         return a.type <= kAttrData;
     });
-    uint64_t own = Le16(rec.data() + 4) == 48 ? Le32(rec.data() + 0x2C) : node.recordId;
+    uint64_t own = file_record::UsaOffset::At(rec.data()) == file_record::kUsaOffsetNumbered
+                       ? file_record::RecordNumber::At(rec.data())
+                       : node.recordId;
     std::vector<uint8_t> ext;
     CNearbyRecords nearby(vol, offset, rec, recordSize, own);
     for (const ListRef& r : refs) {
@@ -326,7 +321,8 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
         if (!(mftOpen && vol.ReadRecord(r.record, ext)) && !nearby.Read(r.record, ext)) continue;
         Bytes e = ext;
         ForEachAttribute(e, [&](const NtfsAttr& a) {
-            if (a.type == kAttrData && a.Unnamed() && a.nonResident && ReadLe64(e, a.offset + 0x10).value_or(~0ull) == r.vcn) {
+            if (a.type == kAttrData && a.Unnamed() && a.nonResident &&
+                nonresident::FirstVcn::Or(e, ~0ull, a.offset) == r.vcn) {
                 data.Take(e, a);
                 return false;
             }

@@ -12,26 +12,29 @@
 
 namespace kestrin {
 
+using namespace layout::ntfs;
+
 namespace {
 
 constexpr uint32_t kSearchChunkSectors = 512;
-constexpr uint32_t kMaxRecordBytes = 64u << 10;
 
-bool IsExtensionRecord(const uint8_t* rec) { return Le64(rec + 0x20) != 0; }
-
-// Checks and parses one record copy and hands what it yields to the builder.
-void TakeRecord(std::span<uint8_t> rec, uint32_t recordSize, uint32_t runningIndex, uint64_t location,
+// Checks and parses one "FILE" record copy of the MFT and hands what it yields to the builder.
+// False when the record is malformed; records formatted but never used are not. Extension
+// records are left to their base.
+bool TakeRecord(std::span<uint8_t> rec, uint32_t recordSize, uint32_t runningIndex, uint64_t location,
                 INtfsRecordSource* source, CNtfsTreeBuilder& builder) {
-    if (std::memcmp(rec.data(), "FILE", 4) != 0 || IsExtensionRecord(rec.data())) return;
-    if (!CheckFileRecord(rec, recordSize)) return;
+    if (file_record::BaseRecord::At(rec.data()) != 0) return true;
+    NtfsRecordCheck check = ExamineFileRecord(rec, recordSize);
+    if (check != NtfsRecordCheck::Sound) return check == NtfsRecordCheck::Unused;
     auto* e = new (std::nothrow) ScanEntry;
-    if (!e) return;
+    if (!e) return true;
     if (!ParseFileRecord(rec.first(recordSize), *e, runningIndex, source)) {
         delete e;
-        return;
+        return true;
     }
     e->location = location;
     builder.AddRecord(e);
+    return true;
 }
 
 } // namespace
@@ -50,6 +53,9 @@ Outcome NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
     const int64_t total = int64_t(vol.ExpectedRecords());
     const uint32_t mediaSector = vol.MediaSectorSize();
     std::vector<uint8_t> buffer(size_t(batch) * recordSize);
+    // Set when a record was skipped as malformed: one that failed its check, or one the file
+    // system itself marked bad.
+    bool corrupt = false;
 
     for (uint64_t first = 0; first < records; first += batch) {
         if (ctx.MustStop(media)) break;
@@ -66,17 +72,18 @@ Outcome NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
             }
             uint64_t index = first + k;
             std::span<uint8_t> rec(buffer.data() + size_t(k) * recordSize, recordSize);
-            if (std::memcmp(rec.data(), "FILE", 4) != 0) continue;
+            const bool bad = file_record::Magic::Is(rec, file_record::kBadMagic);
+            if (!bad && !file_record::Magic::Is(rec, file_record::kMagic)) continue;
             uint64_t at = vol.MapMft(index * recordSize);
             if (at == ~0ull) continue;
             uint64_t location = (vol.VolumeStartByte() + at) / mediaSector;
-            TakeRecord(rec, recordSize, uint32_t(index), location, &vol, builder);
+            if (bad || !TakeRecord(rec, recordSize, uint32_t(index), location, &vol, builder)) corrupt = true;
         }
         ctx.Progress(int64_t(first + n), total);
         if (stopped) break;
     }
     builder.Finish(ctx.top);
-    return watch.Finish(ctx);
+    return watch.Finish(ctx, corrupt);
 }
 
 Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx) {
@@ -87,7 +94,7 @@ Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t e
     const uint64_t base = media.GetFirstSector();
     // Each read carries a tail of up to one largest record, so a record that starts near the end
     // of a chunk is still seen whole.
-    const uint32_t tailSectors = (kMaxRecordBytes + mediaSector - 1) / mediaSector;
+    const uint32_t tailSectors = (kNtfsMaxRecordBytes + mediaSector - 1) / mediaSector;
     std::vector<uint8_t> buffer(size_t(kSearchChunkSectors + tailSectors) * mediaSector);
     const int64_t total = int64_t(endSector > firstSector ? endSector - firstSector : 0);
 

@@ -6,13 +6,20 @@
 
 namespace kestrin {
 
+using namespace layout::ntfs;
+
 namespace {
 
-// Attribute lists longer than this are not read: a list entry is at least 26 bytes, so this is
-// tens of thousands of pieces, far beyond any real file.
-constexpr uint64_t kMaxAttrListBytes = 1u << 20;
 // Extension records one attribute list may make us read.
 constexpr int kMaxListRecordReads = 64;
+// Run fields wider than this end a run list: no volume has that many clusters.
+constexpr unsigned kMaxRunFieldBytes = 4;
+// Resident values the index-root test needs before it trusts the root's first entry.
+constexpr uint32_t kMinRootIndexBytes = 41;
+// The smallest cluster a non-resident attribute's sizes may show.
+constexpr uint64_t kMinClusterBytes = 512;
+// Beyond this last VCN a piece's sizes say nothing about the cluster size.
+constexpr uint64_t kMaxShownVcn = 1ull << 40;
 
 const uint8_t kFillPattern[4] = {0xF0, 0xFF, 0xFF, 0xF0};
 
@@ -48,21 +55,24 @@ bool ApplyFixup(std::span<uint8_t> rec, uint32_t usaOffset, uint32_t usaCount, u
     return true;
 }
 
+// The file name's namespace byte where it sits when the value starts right after the resident
+// header.
+using NamespaceAtUsualPlace = LeField<uint8_t, resident::kHeaderBytes + file_name::Namespace::kOffset>;
+
 bool TakeFileName(Bytes rec, const NtfsAttr& a, ScanEntry& e, bool& haveName) {
     if (haveName || a.nonResident) return false;
-    // The namespace byte is read at attribute offset 0x59 (where it sits when the value starts at
-    // the usual 0x18), whatever the value offset says.
-    auto ns = ReadU8(rec, a.offset + 0x59);
+    // The namespace byte is read at its usual place, whatever the value offset says.
+    auto ns = NamespaceAtUsualPlace::Read(rec, a.offset);
     Bytes v = ResidentValue(rec, a);
-    if (!ns || a.length <= 0x59 || v.size() < 0x42) return false;
-    if (*ns == 2) return false; // DOS-only name
-    uint8_t units = v[0x40];
-    if (units == 0 || v.size() - 0x42 < size_t(units) * 2) return false; // name past the value
-    e.parentRecordId = Le32(v.data());
+    if (!ns || a.length <= NamespaceAtUsualPlace::kOffset || v.size() < file_name::kNameOffset) return false;
+    if (*ns == file_name::kNamespaceDos) return false;
+    uint8_t units = file_name::NameLength::At(v.data());
+    if (units == 0 || v.size() - file_name::kNameOffset < size_t(units) * 2) return false; // name past the value
+    e.parentRecordId = file_name::ParentRecord::At(v.data());
     // The parent reference's sequence number is kept beside the record's own (see ScanEntry
     // reserved in NtfsRecord.h) to tell a parent folder from a later record at its number.
-    e.reserved = (e.reserved & 0xFFFF) | uint32_t(Le16(v.data() + 6)) << 16;
-    e.name = UnitsAt(v, 0x42, units);
+    e.reserved = (e.reserved & 0xFFFF) | uint32_t(file_name::ParentSequence::At(v.data())) << 16;
+    e.name = UnitsAt(v, file_name::kNameOffset, units);
     e.nameLength = units;
     haveName = true;
     return true;
@@ -74,12 +84,12 @@ bool DataSizeOf(Bytes rec, uint64_t& size) {
     ForEachAttribute(rec, [&](const NtfsAttr& a) {
         if (a.type != kAttrData || !a.Unnamed()) return a.type < kAttrData;
         if (a.nonResident) {
-            auto vcn = ReadLe64(rec, a.offset + 0x10);
-            auto real = ReadLe64(rec, a.offset + 0x30);
+            auto vcn = nonresident::FirstVcn::Read(rec, a.offset);
+            auto real = nonresident::DataSize::Read(rec, a.offset);
             if (!vcn || *vcn != 0 || !real) return true;
             size = *real;
         } else {
-            auto len = ReadLe32(rec, a.offset + 0x10);
+            auto len = resident::ValueLength::Read(rec, a.offset);
             if (!len) return false;
             size = *len;
         }
@@ -95,32 +105,51 @@ enum class ListOutcome { Failed, Data, Ended };
 ListOutcome WalkAttrList(Bytes list, ScanEntry& e, bool& haveName, INtfsRecordSource* source, bool& sizeFound) {
     std::vector<uint8_t> other;
     int reads = 0;
-    for (size_t pos = 0; Fits(list, pos, 0x1A);) {
-        uint32_t type = Le32(list.data() + pos);
-        uint16_t len = Le16(list.data() + pos + 4);
-        if (len < 0x1A || len > list.size() - pos) break;
-        if (type > kAttrData) break;
-        uint8_t nameLen = list[pos + 6], nameOff = list[pos + 7];
-        uint64_t vcn = Le64(list.data() + pos + 8);
-        uint64_t ref = Le64(list.data() + pos + 0x10) & 0xFFFFFFFFFFFFull;
-        if (type == kAttrFileName && !haveName) {
-            if (!source || ++reads > kMaxListRecordReads || !source->ReadRecord(ref, other)) return ListOutcome::Failed;
+    ListOutcome outcome = ListOutcome::Ended;
+    auto readOther = [&](uint64_t record) {
+        return source && ++reads <= kMaxListRecordReads && source->ReadRecord(record, other);
+    };
+    ForEachListEntry(list, [&](const NtfsListEntry& entry) {
+        if (entry.type > kAttrData) return false;
+        if (entry.type == kAttrFileName && !haveName) {
+            if (!readOther(entry.record)) {
+                outcome = ListOutcome::Failed;
+                return false;
+            }
             ForEachAttribute(other, [&](const NtfsAttr& a) {
                 if (a.type == kAttrFileName) TakeFileName(other, a, e, haveName);
                 return !haveName && a.type <= kAttrFileName;
             });
-        } else if (type == kAttrData && vcn == 0 && (nameLen == 0 || nameOff == 0)) {
-            if (!source || ++reads > kMaxListRecordReads || !source->ReadRecord(ref, other)) return ListOutcome::Failed;
+        } else if (entry.type == kAttrData && entry.firstVcn == 0 && entry.unnamed) {
+            if (!readOther(entry.record)) {
+                outcome = ListOutcome::Failed;
+                return false;
+            }
             uint64_t size = 0;
             if (DataSizeOf(other, size)) {
                 e.size = size;
                 sizeFound = true;
             }
-            return ListOutcome::Data;
+            outcome = ListOutcome::Data;
+            return false;
         }
-        pos += len;
-    }
-    return ListOutcome::Ended;
+        return true;
+    });
+    return outcome;
+}
+
+// The cluster size a non-resident attribute's first piece shows (allocated bytes over its
+// clusters); 0 when it shows none.
+uint32_t ClusterSizeOf(Bytes rec, const NtfsAttr& a) {
+    if (!a.nonResident) return 0;
+    auto first = nonresident::FirstVcn::Read(rec, a.offset), last = nonresident::LastVcn::Read(rec, a.offset);
+    auto allocated = nonresident::AllocatedSize::Read(rec, a.offset);
+    if (!first || !last || !allocated || *first != 0 || *last >= kMaxShownVcn) return 0;
+    uint64_t clusters = *last + 1;
+    if (*allocated == 0 || *allocated % clusters) return 0;
+    uint64_t bpc = *allocated / clusters;
+    if (bpc < kMinClusterBytes || bpc > kNtfsMaxClusterBytes || (bpc & (bpc - 1))) return 0;
+    return uint32_t(bpc);
 }
 
 bool IsMetadataName(std::u16string_view n) {
@@ -134,24 +163,28 @@ bool IsMetadataName(std::u16string_view n) {
 } // namespace
 
 bool NtfsBootTest(Bytes s) {
-    if (s.size() < 0x48) return false;
+    namespace nb = layout::ntfs_boot;
+    if (s.size() < boot::kTestedBytes) return false;
     const uint8_t* b = s.data();
-    return b[0] != 0 && b[1] != 0 && b[2] == 0x90 && (Le16(b + 0x0B) & 1) == 0 && OneOrEven(b[0x0D]) &&
-           Le32(b + 0x20) == 0 && b[0x24] == 0x80 && b[0x25] == 0x00 && UsableCluster(Le64(b + 0x28)) &&
-           UsableCluster(Le64(b + 0x30)) && UsableCluster(Le64(b + 0x38)) && OneOrEven(Le32(b + 0x40)) &&
-           OneOrEven(Le32(b + 0x44));
+    return layout::JumpByte0::At(b) != 0 && layout::JumpByte1::At(b) != 0 &&
+           layout::JumpByte2::At(b) == boot::kJumpNop && (nb::BytesPerSector::At(b) & 1) == 0 &&
+           OneOrEven(nb::SectorsPerCluster::At(b)) && nb::Unused32::At(b) == 0 &&
+           nb::DriveNumber::At(b) == boot::kFixedDiskDrive && nb::Reserved25::At(b) == 0 &&
+           UsableCluster(nb::TotalSectors::At(b)) && UsableCluster(nb::MftCluster::At(b)) &&
+           UsableCluster(nb::MftMirrorCluster::At(b)) && OneOrEven(boot::ClustersPerRecord32::At(b)) &&
+           OneOrEven(boot::ClustersPerIndexBlock32::At(b));
 }
 
-void DecodeRuns(Bytes attr, size_t offset, std::vector<NtfsRun>& runs) {
+void DecodeRuns(Bytes attribute, size_t offset, std::vector<NtfsRun>& runs) {
     uint64_t previous = 0;
     size_t pos = offset;
-    while (pos < attr.size()) {
-        uint8_t header = attr[pos];
+    while (pos < attribute.size()) {
+        uint8_t header = attribute[pos];
         if (header == 0) break;
-        unsigned lenSize = header & 0x0F, offSize = header >> 4;
-        if (lenSize > 4 || offSize > 4) break;
-        if (!Fits(attr, pos + 1, lenSize + offSize)) break;
-        const uint8_t* lenField = attr.data() + pos + 1;
+        unsigned lenSize = header & run_header::kLengthSizeMask, offSize = header >> run_header::kOffsetSizeShift;
+        if (lenSize > kMaxRunFieldBytes || offSize > kMaxRunFieldBytes) break;
+        if (!Fits(attribute, pos + 1, lenSize + offSize)) break;
+        const uint8_t* lenField = attribute.data() + pos + 1;
         const uint8_t* offField = lenField + lenSize;
         if (lenSize && std::memcmp(lenField, kFillPattern, lenSize) == 0) break;
         if (offSize && std::memcmp(offField, kFillPattern, offSize) == 0) break;
@@ -162,7 +195,7 @@ void DecodeRuns(Bytes attr, size_t offset, std::vector<NtfsRun>& runs) {
         if (offSize) {
             uint64_t delta = 0;
             for (unsigned i = offSize; i-- > 0;) delta = delta << 8 | offField[i];
-            if (offField[offSize - 1] & 0x80) delta |= ~0ull << (8 * offSize);
+            if (offField[offSize - 1] & run_header::kSignBit) delta |= ~0ull << (8 * offSize);
             previous += delta; // two's complement: a negative delta moves backwards
             run.startCluster = previous;
         } else {
@@ -173,91 +206,110 @@ void DecodeRuns(Bytes attr, size_t offset, std::vector<NtfsRun>& runs) {
     }
 }
 
-bool CheckFileRecord(std::span<uint8_t> rec, uint32_t recordSize) {
-    if (recordSize < kNtfsFixupBlock || rec.size() < recordSize) return false;
+NtfsRecordCheck ExamineFileRecord(std::span<uint8_t> rec, uint32_t recordSize) {
+    constexpr auto kMalformed = NtfsRecordCheck::Malformed;
+    if (recordSize < kNtfsFixupBlock || rec.size() < recordSize) return kMalformed;
     rec = rec.first(recordSize);
     const uint8_t* b = rec.data();
-    if (std::memcmp(b, "FILE", 4) != 0) return false;
-    uint16_t usaOffset = Le16(b + 4), usaCount = Le16(b + 6);
-    if (usaOffset != 42 && usaOffset != 48) return false;
-    if (usaCount == 0 || uint32_t(usaCount - 1) != recordSize / kNtfsFixupBlock) return false;
+    if (!file_record::Magic::Is(rec, file_record::kMagic)) return kMalformed;
+    uint16_t usaOffset = file_record::UsaOffset::At(b), usaCount = file_record::UsaCount::At(b);
+    if (usaOffset != file_record::kUsaOffsetOld && usaOffset != file_record::kUsaOffsetNumbered) return kMalformed;
+    if (usaCount == 0 || uint32_t(usaCount - 1) != recordSize / kNtfsFixupBlock) return kMalformed;
     uint32_t arrayBytes = uint32_t(usaCount) * 2;
     uint32_t rounded = (arrayBytes + 7) & ~7u;
-    if (usaOffset == 42 && rounded != arrayBytes) rounded -= 2;
-    uint16_t firstAttr = Le16(b + 0x14);
-    if (firstAttr % 8 != 0 || firstAttr != usaOffset + rounded) return false;
-    uint32_t inUse = Le32(b + 0x18), allocated = Le32(b + 0x1C);
-    if (inUse > allocated || allocated != recordSize || inUse % 8 != 0 || allocated % 8 != 0) return false;
-    if (!ApplyFixup(rec, usaOffset, usaCount, inUse)) return false;
+    if (usaOffset == file_record::kUsaOffsetOld && rounded != arrayBytes) rounded -= 2;
+    uint16_t firstAttr = file_record::FirstAttribute::At(b);
+    if (firstAttr % 8 != 0 || firstAttr != usaOffset + rounded) return kMalformed;
+    uint32_t inUse = file_record::BytesInUse::At(b), allocated = file_record::BytesAllocated::At(b);
+    if (inUse > allocated || allocated != recordSize || inUse % 8 != 0 || allocated % 8 != 0) return kMalformed;
+    if (!ApplyFixup(rec, usaOffset, usaCount, inUse)) return kMalformed;
 
     int attributes = 0;
     size_t pos = firstAttr;
     // pos and inUse are multiples of 8, so pos < inUse leaves room for type and length.
     while (pos < inUse) {
-        uint32_t type = Le32(b + pos);
-        if (type == kAttrEnd) return attributes > 0;
-        if (type == 0 || type % 0x10 != 0 || type > 0x100) return false;
-        uint32_t len = Le32(b + pos + 4);
-        // An attribute must also end inside bytes in use: the parsers rely on it.
-        if (len == 0 || len % 8 != 0 || len > inUse - pos) return false;
-        uint8_t nonResident = b[pos + 8];
-        if (nonResident > 1) return false;
+        const uint8_t* p = b + pos;
+        uint32_t type = attr::Type::At(p);
+        if (type == kAttrEnd) return attributes > 0 ? NtfsRecordCheck::Sound : NtfsRecordCheck::Unused;
+        if (type == 0 || type % attr::kTypeStep != 0 || type > attr::kMaxType) return kMalformed;
+        uint32_t len = attr::Length::At(p);
+        // An attribute must also end inside bytes in use: the parsers rely on it. Every attribute
+        // is longer than its common header (the shortest, resident, header is checked below).
+        if (len < attr::kHeaderBytes || len % 8 != 0 || len > inUse - pos) return kMalformed;
+        uint8_t nonResident = attr::NonResident::At(p);
+        if (nonResident > 1) return kMalformed;
         if (nonResident) {
-            if (type == kAttrStandardInfo || len < 0x40 || len < Le16(b + pos + 0x20)) return false;
+            if (type == kAttrStandardInfo || len < nonresident::kHeaderBytes || len < nonresident::RunListOffset::At(p))
+                return kMalformed;
         } else {
-            if (len < 0x18 || uint64_t(len) < uint64_t(Le16(b + pos + 0x14)) + Le32(b + pos + 0x10)) return false;
+            if (len < resident::kHeaderBytes ||
+                uint64_t(len) < uint64_t(resident::ValueOffset::At(p)) + resident::ValueLength::At(p))
+                return kMalformed;
         }
         ++attributes;
         pos += len;
     }
-    return false; // no end marker inside bytes in use
+    return kMalformed; // no end marker inside bytes in use
+}
+
+bool CheckFileRecord(std::span<uint8_t> rec, uint32_t recordSize) {
+    return ExamineFileRecord(rec, recordSize) == NtfsRecordCheck::Sound;
 }
 
 bool CheckIndexRecord(std::span<uint8_t> rec) {
-    if (rec.size() < 0x28 || std::memcmp(rec.data(), "INDX", 4) != 0) return false;
-    uint32_t inUse = Le32(rec.data() + 0x1C), allocated = Le32(rec.data() + 0x20);
+    if (rec.size() < index_record::kHeaderBytes || !index_record::Magic::Is(rec, index_record::kMagic)) return false;
+    const uint8_t* b = rec.data();
+    const uint8_t* node = b + index_record::kIndexHeader;
+    uint32_t inUse = index_header::BytesInUse::At(node), allocated = index_header::BytesAllocated::At(node);
     if (inUse > allocated) return false;
-    return ApplyFixup(rec, Le16(rec.data() + 4), Le16(rec.data() + 6), uint64_t(inUse) + 24);
+    return ApplyFixup(rec, index_record::UsaOffset::At(b), index_record::UsaCount::At(b),
+                      uint64_t(inUse) + index_record::kIndexHeader);
 }
 
 void ForEachAttribute(Bytes rec, const std::function<bool(const NtfsAttr&)>& f) {
-    auto first = ReadLe16(rec, 0x14);
-    auto inUse = ReadLe32(rec, 0x18);
+    auto first = file_record::FirstAttribute::Read(rec);
+    auto inUse = file_record::BytesInUse::Read(rec);
     if (!first || !inUse) return;
     uint64_t limit = std::min<uint64_t>(*inUse, rec.size());
-    for (size_t pos = *first; pos + 16 <= limit;) {
+    for (size_t pos = *first; pos + attr::kHeaderBytes <= limit;) {
+        const uint8_t* p = rec.data() + pos;
         NtfsAttr a;
-        a.type = Le32(rec.data() + pos);
+        a.type = attr::Type::At(p);
         if (a.type == kAttrEnd) return;
-        a.length = Le32(rec.data() + pos + 4);
-        if (a.length < 16 || a.length > limit - pos) return;
+        a.length = attr::Length::At(p);
+        if (a.length < attr::kHeaderBytes || a.length > limit - pos) return;
         a.offset = pos;
-        a.nonResident = rec[pos + 8] != 0;
-        a.nameLength = rec[pos + 9];
-        a.nameOffset = Le16(rec.data() + pos + 0x0A);
+        a.nonResident = attr::NonResident::At(p) != 0;
+        a.nameLength = attr::NameLength::At(p);
+        a.nameOffset = attr::NameOffset::At(p);
         if (!f(a)) return;
         pos += a.length;
     }
 }
 
 Bytes ResidentValue(Bytes rec, const NtfsAttr& a) {
-    if (a.nonResident || a.length < 0x18) return {};
-    uint32_t len = Le32(rec.data() + a.offset + 0x10);
-    uint16_t off = Le16(rec.data() + a.offset + 0x14);
+    if (a.nonResident || a.length < resident::kHeaderBytes) return {};
+    const uint8_t* p = rec.data() + a.offset;
+    uint32_t len = resident::ValueLength::At(p);
+    uint16_t off = resident::ValueOffset::At(p);
     if (off > a.length || a.length - off < len) return {};
     return rec.subspan(a.offset + off, len);
 }
 
-uint32_t ClusterSizeOf(Bytes rec, const NtfsAttr& a) {
-    if (!a.nonResident) return 0;
-    auto first = ReadLe64(rec, a.offset + 0x10), last = ReadLe64(rec, a.offset + 0x18);
-    auto allocated = ReadLe64(rec, a.offset + 0x28);
-    if (!first || !last || !allocated || *first != 0 || *last >= (1ull << 40)) return 0;
-    uint64_t clusters = *last + 1;
-    if (*allocated == 0 || *allocated % clusters) return 0;
-    uint64_t bpc = *allocated / clusters;
-    if (bpc < 512 || bpc > (2u << 20) || (bpc & (bpc - 1))) return 0;
-    return uint32_t(bpc);
+Bytes AttributeListBytes(Bytes rec, const NtfsAttr& a, INtfsRecordSource* source, std::vector<uint8_t>& storage,
+                         bool& readOk) {
+    readOk = false;
+    if (!a.nonResident) {
+        readOk = true;
+        return ResidentValue(rec, a);
+    }
+    std::vector<NtfsRun> runs;
+    uint16_t runOffset = nonresident::RunListOffset::Or(rec, 0xFFFF, a.offset);
+    DecodeRuns(rec.subspan(a.offset, a.length), runOffset, runs);
+    uint64_t real = nonresident::DataSize::Or(rec, ~0ull, a.offset);
+    if (!source || real > kMaxAttrListBytes) return {};
+    readOk = source->ReadRunData(runs, real, storage);
+    return storage;
 }
 
 uint32_t ClusterSizeOfRecord(Bytes rec) {
@@ -289,13 +341,17 @@ bool IsMftRecord(Bytes rec, bool mirror) {
     ForEachAttribute(rec, [&](const NtfsAttr& a) {
         if (a.type == 0 || a.type > kAttrData) return false;
         if (a.type == kAttrStandardInfo) {
+            // The metadata files keep the four times they were made with.
             Bytes v = ResidentValue(rec, a);
-            if (v.size() < 32) return false;
-            uint64_t t = Le64(v.data());
-            if (Le64(v.data() + 8) != t || Le64(v.data() + 16) != t || Le64(v.data() + 24) != t) return false;
+            if (v.size() < std_info::Accessed::kEnd) return false;
+            const uint8_t* p = v.data();
+            uint64_t t = std_info::Created::At(p);
+            if (std_info::Modified::At(p) != t || std_info::RecordChanged::At(p) != t || std_info::Accessed::At(p) != t)
+                return false;
         } else if (a.type == kAttrFileName) {
             Bytes v = ResidentValue(rec, a);
-            if (v.size() >= 0x42 && v[0x40] == want.size() && SameUnits(v, 0x42, want)) {
+            if (v.size() >= file_name::kNameOffset && file_name::NameLength::At(v.data()) == want.size() &&
+                SameUnits(v, file_name::kNameOffset, want)) {
                 match = true;
                 return false;
             }
@@ -306,41 +362,35 @@ bool IsMftRecord(Bytes rec, bool mirror) {
 }
 
 bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecordSource* source) {
-    if (rec.size() < 0x30) return false;
-    uint16_t usaOffset = Le16(rec.data() + 4);
-    uint16_t headerFlags = Le16(rec.data() + 0x16);
-    bool isDir = headerFlags & 2;
-    e.flags = uint8_t(headerFlags & 3);
-    e.reserved = Le16(rec.data() + 0x10);
+    if (rec.size() < file_record::kHeaderBytes) return false;
+    constexpr uint16_t kItemFlags = file_record::kFlagInUse | file_record::kFlagDirectory;
+    const uint8_t* b = rec.data();
+    uint16_t usaOffset = file_record::UsaOffset::At(b);
+    uint16_t headerFlags = file_record::Flags::At(b);
+    bool isDir = headerFlags & file_record::kFlagDirectory;
+    e.flags = uint8_t(headerFlags & kItemFlags);
+    e.reserved = file_record::Sequence::At(b);
     bool haveName = false, result = false, decided = false;
 
     ForEachAttribute(rec, [&](const NtfsAttr& a) {
         switch (a.type) {
         case kAttrStandardInfo: {
             Bytes v = ResidentValue(rec, a);
-            if (v.size() >= 16) {
-                e.createdDate = DosDateFromFileTime(Le64(v.data()));
-                e.modifiedDate = DosDateFromFileTime(Le64(v.data() + 8));
+            if (v.size() >= std_info::Modified::kEnd) {
+                e.createdDate = DosDateFromFileTime(std_info::Created::At(v.data()));
+                e.modifiedDate = DosDateFromFileTime(std_info::Modified::At(v.data()));
             }
-            e.flags = uint8_t(headerFlags & 3);
+            e.flags = uint8_t(headerFlags & kItemFlags);
             return true;
         }
         case kAttrFileName:
             TakeFileName(rec, a, e, haveName);
             return true;
         case kAttrList: {
-            std::vector<uint8_t> nonResidentList;
-            Bytes list;
-            if (a.nonResident) {
-                std::vector<NtfsRun> runs;
-                uint16_t runOffset = ReadLe16(rec, a.offset + 0x20).value_or(0xFFFF);
-                DecodeRuns(rec.subspan(a.offset, a.length), runOffset, runs);
-                uint64_t real = ReadLe64(rec, a.offset + 0x30).value_or(~0ull);
-                if (source && real <= kMaxAttrListBytes && source->ReadRunData(runs, real, nonResidentList))
-                    list = nonResidentList;
-            } else {
-                list = ResidentValue(rec, a);
-            }
+            std::vector<uint8_t> stored;
+            bool readOk = false;
+            Bytes list = AttributeListBytes(rec, a, source, stored, readOk);
+            if (!readOk) list = {}; // a list read in part would name the wrong pieces
             bool sizeFound = false;
             ListOutcome outcome = WalkAttrList(list, e, haveName, source, sizeFound);
             bool ok = outcome == ListOutcome::Data ? sizeFound : outcome == ListOutcome::Ended && haveName;
@@ -353,21 +403,25 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
             if (!a.Unnamed()) return true;
             if (!isDir) {
                 if (a.nonResident)
-                    e.size = ReadLe64(rec, a.offset + 0x30).value_or(0);
+                    e.size = nonresident::DataSize::Or(rec, 0, a.offset);
                 else
-                    e.size = ReadLe32(rec, a.offset + 0x10).value_or(0);
+                    e.size = resident::ValueLength::Or(rec, 0, a.offset);
                 result = true;
             }
             decided = true;
             return false;
         case kAttrIndexRoot:
             if (isDir) {
+                // A folder's own number is the parent named by the first entry of its root.
+                using FirstEntryParent = LeField<uint32_t, index_entry::kKeyOffset + file_name::ParentRecord::kOffset>;
                 Bytes v = ResidentValue(rec, a);
-                if (v.size() >= 0x20 && Le32(v.data()) == kAttrFileName) {
-                    uint32_t total = Le32(v.data() + 0x14), allocated = Le32(v.data() + 0x18);
-                    uint64_t entry = 0x10 + uint64_t(Le32(v.data() + 0x10));
-                    if (total == allocated && total >= 41 && entry + 0x14 <= v.size())
-                        e.recordId = Le32(v.data() + entry + 0x10);
+                if (v.size() >= index_root::kHeaderBytes && index_root::IndexedType::At(v.data()) == kAttrFileName) {
+                    const uint8_t* node = v.data() + index_root::kIndexHeader;
+                    uint32_t total = index_header::BytesInUse::At(node);
+                    uint32_t allocated = index_header::BytesAllocated::At(node);
+                    uint64_t entry = index_root::kIndexHeader + uint64_t(index_header::EntriesOffset::At(node));
+                    if (total == allocated && total >= kMinRootIndexBytes && entry + FirstEntryParent::kEnd <= v.size())
+                        e.recordId = FirstEntryParent::At(v.data() + entry);
                 }
             }
             return false;
@@ -377,8 +431,8 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
     });
     if (!decided) result = haveName;
 
-    if (usaOffset == 48)
-        e.recordId = Le32(rec.data() + 0x2C);
+    if (usaOffset == file_record::kUsaOffsetNumbered)
+        e.recordId = file_record::RecordNumber::At(b);
     else if (e.recordId == 0)
         e.recordId = runningIndex;
 
@@ -393,28 +447,32 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
 }
 
 void ParseIndexEntries(Bytes rec, const std::function<void(NtfsIndexFolder&&)>& f) {
-    auto entriesOffset = ReadLe32(rec, 0x18);
-    auto inUse = ReadLe32(rec, 0x1C);
+    constexpr size_t kNode = index_record::kIndexHeader;
+    constexpr size_t kNameInEntry = index_entry::kKeyOffset + file_name::kNameOffset;
+    auto entriesOffset = index_header::EntriesOffset::Read(rec, kNode);
+    auto inUse = index_header::BytesInUse::Read(rec, kNode);
     if (!entriesOffset || !inUse) return;
-    uint64_t end = std::min<uint64_t>(uint64_t(*inUse) + 24, rec.size());
-    for (uint64_t pos = uint64_t(*entriesOffset) + 24; pos + 16 <= end;) {
+    uint64_t end = std::min<uint64_t>(uint64_t(*inUse) + kNode, rec.size());
+    for (uint64_t pos = uint64_t(*entriesOffset) + kNode; pos + index_entry::kHeaderBytes <= end;) {
         const uint8_t* p = rec.data() + pos;
-        uint16_t len = Le16(p + 8);
-        uint8_t flags = p[0x0C];
-        if (len <= 16 || (flags & 2) || len > end - pos) break;
-        // Entries longer than 66 bytes carry a file-name key; its fields are read only when the
-        // entry really holds them.
-        if (len > 66 && len >= 0x10 + 0x42) {
-            const uint8_t* key = p + 0x10;
-            uint32_t attributes = Le32(key + 0x38);
-            uint8_t units = key[0x40], ns = key[0x41];
-            if ((attributes & 0x10000000) && ns != 2 && units > 0 && 0x10 + 0x42 + size_t(units) * 2 <= len) {
+        uint16_t len = index_entry::Length::At(p);
+        uint8_t flags = index_entry::Flags::At(p);
+        if (len <= index_entry::kHeaderBytes || (flags & index_entry::kFlagLast) || len > end - pos) break;
+        // Entries that reach past a file name's fixed part carry a file-name key; its fields are
+        // read only when the entry really holds them.
+        if (len >= kNameInEntry) {
+            const uint8_t* key = p + index_entry::kKeyOffset;
+            uint32_t attributes = file_name::FileAttributes::At(key);
+            uint8_t units = file_name::NameLength::At(key), ns = file_name::Namespace::At(key);
+            if ((attributes & file_name::kAttributeHasIndex) && ns != file_name::kNamespaceDos && units > 0 &&
+                kNameInEntry + size_t(units) * 2 <= len) {
                 NtfsIndexFolder folder;
-                folder.recordId = Le32(p);
-                folder.parentRecordId = Le32(key);
-                folder.createdDate = DosDateFromFileTime(Le64(key + 0x08));
-                folder.modifiedDate = DosDateFromFileTime(Le64(key + 0x20));
-                folder.name = UnitsAt(rec, pos + 0x10 + 0x42, units);
+                folder.recordId = index_entry::FileRecord::At(p);
+                folder.parentRecordId = file_name::ParentRecord::At(key);
+                // Folders known only from an index show its last-access time as their modified date.
+                folder.createdDate = DosDateFromFileTime(file_name::Created::At(key));
+                folder.modifiedDate = DosDateFromFileTime(file_name::Accessed::At(key));
+                folder.name = UnitsAt(rec, pos + kNameInEntry, units);
                 f(std::move(folder));
             }
         }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "fs/CNode.h"
+#include "fs/ntfs/NtfsLayout.h"
 #include "util/Bytes.h"
 
 namespace kestrin {
@@ -16,6 +17,12 @@ namespace kestrin {
 // volume's sector size.
 constexpr uint32_t kNtfsFixupBlock = 512;
 constexpr uint32_t kNtfsRootRecord = 5;
+// The largest file record and cluster any reader here accepts.
+constexpr uint32_t kNtfsMaxRecordBytes = 64u << 10;
+constexpr uint32_t kNtfsMaxClusterBytes = 2u << 20;
+// Attribute lists longer than this are not read: an entry is at least 26 bytes, so this is tens
+// of thousands of pieces, far beyond any real file.
+constexpr uint64_t kMaxAttrListBytes = 1u << 20;
 
 enum NtfsAttrType : uint32_t {
     kAttrStandardInfo = 0x10,
@@ -23,7 +30,6 @@ enum NtfsAttrType : uint32_t {
     kAttrFileName = 0x30,
     kAttrData = 0x80,
     kAttrIndexRoot = 0x90,
-    kAttrIndexAllocation = 0xA0,
     kAttrEnd = 0xFFFFFFFF,
 };
 
@@ -38,15 +44,20 @@ struct NtfsRun {
     bool sparse = false;
 };
 
-// Appends the runs of the run list at `offset` in `attr`. Decoding ends at a 0 header, at a field
+// Appends the runs of the run list at `offset` in `attribute`. Decoding ends at a 0 header, at a field
 // wider than 4 bytes, at a field that starts like the F0 FF FF F0 fill pattern, or at the end of
 // the span; the runs read so far stay.
-void DecodeRuns(Bytes attr, size_t offset, std::vector<NtfsRun>& runs);
+void DecodeRuns(Bytes attribute, size_t offset, std::vector<NtfsRun>& runs);
 
 // Checks a file record in place (signature, header geometry, fix-up over the blocks inside bytes
 // in use, attribute headers). True when sound; the fix-up has then been applied.
 bool CheckFileRecord(std::span<uint8_t> record, uint32_t recordSize);
-// Checks an "INDX" record in place (fix-up over the blocks that end at or below bytes in use + 24).
+// The same check, telling a record that was formatted but never used (a sound header and no
+// attribute before the end marker) from a malformed one.
+enum class NtfsRecordCheck { Sound, Unused, Malformed };
+NtfsRecordCheck ExamineFileRecord(std::span<uint8_t> record, uint32_t recordSize);
+// Checks an "INDX" record in place (fix-up over the blocks that end inside the index node's bytes
+// in use).
 bool CheckIndexRecord(std::span<uint8_t> record);
 
 // True when a checked record is the one of "$MFT" (or "$MFTMirr" with `mirror`).
@@ -69,11 +80,9 @@ void ForEachAttribute(Bytes record, const std::function<bool(const NtfsAttr&)>& 
 // The resident value of an attribute, empty when it does not fit.
 Bytes ResidentValue(Bytes record, const NtfsAttr& a);
 
-// The cluster size a non-resident attribute's first piece shows (allocated bytes over its
-// clusters), for volumes whose boot sector is gone; 0 when it shows none (not a power of two
-// between 512 bytes and 2 MiB).
-uint32_t ClusterSizeOf(Bytes record, const NtfsAttr& a);
-// The cluster size the first non-resident attribute piece of a checked record shows, or 0.
+// The cluster size the first non-resident attribute piece of a checked record shows (allocated
+// bytes over its clusters), for volumes whose boot sector is gone; 0 when it shows none (not a
+// power of two between 512 bytes and 2 MiB).
 uint32_t ClusterSizeOfRecord(Bytes record);
 // True when a checked record has an attribute list.
 bool HasAttributeList(Bytes record);
@@ -87,6 +96,40 @@ public:
     // Reads `bytes` bytes of a non-resident attribute's runs (sparse runs as zeros).
     virtual bool ReadRunData(const std::vector<NtfsRun>& runs, uint64_t bytes, std::vector<uint8_t>& out) = 0;
 };
+
+// One entry of an attribute list: a piece of an attribute (from `firstVcn` on) kept in `record`.
+struct NtfsListEntry {
+    uint32_t type = 0;
+    uint64_t firstVcn = 0;
+    uint64_t record = 0; // the record number, without its sequence number
+    bool unnamed = false;
+};
+
+// Calls `f` for each entry of an attribute list until `f` returns false, an entry is too short
+// or runs past the list.
+template <class F>
+void ForEachListEntry(Bytes list, F&& f) {
+    namespace al = layout::ntfs::attr_list;
+    for (size_t pos = 0; Fits(list, pos, al::kMinEntryBytes);) {
+        const uint8_t* p = list.data() + pos;
+        uint16_t length = al::Length::At(p);
+        if (length < al::kMinEntryBytes || length > list.size() - pos) return;
+        NtfsListEntry entry;
+        entry.type = al::Type::At(p);
+        entry.firstVcn = al::FirstVcn::At(p);
+        entry.record = layout::ntfs::file_reference::Number(al::Record::At(p));
+        entry.unnamed = al::NameLength::At(p) == 0 || al::NameOffset::At(p) == 0;
+        if (!f(entry)) return;
+        pos += length;
+    }
+}
+
+// The bytes of attribute list `a` of `record`: its resident value, or its runs read through
+// `source` into `storage`. A non-resident list longer than kMaxAttrListBytes, or without a
+// source, is empty. `readOk` is false when the runs were not read or their read failed; `storage`
+// then holds what could be read, zeros elsewhere.
+Bytes AttributeListBytes(Bytes record, const NtfsAttr& a, INtfsRecordSource* source, std::vector<uint8_t>& storage,
+                         bool& readOk);
 
 // Parses a checked base record into `e`: name, parent, dates, flags, size and recordId. While the
 // tree is built, `e.reserved` holds the record's sequence number (low 16 bits) and that of its

@@ -133,6 +133,77 @@ TEST(NtfsRuns, DecodingAndEndRules) {
     EXPECT_EQ(runs.size(), 1u);
 }
 
+TEST(NtfsAttrList, EntriesAndWhereTheListComesFrom) {
+    // Entries: a file name, a named data piece, then one shorter than an entry can be.
+    std::vector<uint8_t> list;
+    RecordBuilder::ListEntry(list, 0x30, 0, 77);
+    RecordBuilder::ListEntry(list, 0x80, 8, 78);
+    list[32 + 6] = 4; // a name of four units
+    RecordBuilder::ListEntry(list, 0x80, 0, 79);
+    Put16(list, 64 + 4, 20);
+    std::vector<NtfsListEntry> seen;
+    ForEachListEntry(list, [&](const NtfsListEntry& e) {
+        seen.push_back(e);
+        return true;
+    });
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].type, 0x30u);
+    EXPECT_EQ(seen[0].record, 77u); // the sequence number above bit 48 is dropped
+    EXPECT_TRUE(seen[0].unnamed);
+    EXPECT_EQ(seen[1].firstVcn, 8u);
+    EXPECT_FALSE(seen[1].unnamed);
+    // An entry that runs past the list ends it too.
+    seen.clear();
+    ForEachListEntry(Bytes(list).first(32 + 30), [&](const NtfsListEntry& e) {
+        seen.push_back(e);
+        return true;
+    });
+    EXPECT_EQ(seen.size(), 1u);
+
+    // A non-resident list is read through the source, within the limit; a failed read is told.
+    struct Source final : INtfsRecordSource {
+        bool ok = true;
+        int reads = 0;
+        bool ReadRecord(uint64_t, std::vector<uint8_t>&) override { return false; }
+        bool ReadRunData(const std::vector<NtfsRun>&, uint64_t bytes, std::vector<uint8_t>& out) override {
+            ++reads;
+            out.assign(size_t(bytes), 7);
+            return ok;
+        }
+    } source;
+    auto listed = [](uint64_t size) {
+        return RecordBuilder(40).StdInfo().NonResident(0x20, EncodeRuns({{1, 50}}), size).Finish();
+    };
+    struct Case {
+        std::vector<uint8_t> rec;
+        bool sourceOk, withSource;
+        size_t bytes;
+        bool readOk;
+        int reads;
+    } cases[] = {
+        {RecordBuilder(40).StdInfo().Resident(0x20, list).Finish(), true, false, list.size(), true, 0},
+        {listed(100), true, true, 100, true, 1},
+        {listed(100), false, true, 100, false, 1}, // what was read stays for callers that want it
+        {listed(100), true, false, 0, false, 0},
+        {listed(kMaxAttrListBytes + 1), true, true, 0, false, 0},
+    };
+    for (Case& c : cases) {
+        source.ok = c.sourceOk;
+        source.reads = 0;
+        ASSERT_TRUE(CheckFileRecord(c.rec, uint32_t(c.rec.size())));
+        bool readOk = false;
+        std::vector<uint8_t> storage;
+        Bytes got;
+        ForEachAttribute(c.rec, [&](const NtfsAttr& a) {
+            if (a.type == kAttrList) got = AttributeListBytes(c.rec, a, c.withSource ? &source : nullptr, storage, readOk);
+            return true;
+        });
+        EXPECT_EQ(got.size(), c.bytes);
+        EXPECT_EQ(readOk, c.readOk);
+        EXPECT_EQ(source.reads, c.reads);
+    }
+}
+
 TEST(NtfsParse, NamesAndFilters) {
     bool yielded;
     // Win32 and DOS names: the Win32 one is kept whatever the order.

@@ -41,10 +41,7 @@ int main(int argc, char** argv) {
     media.SetSectorCount(count > start ? count - start : 0);
     test::ScanHarness h;
     auto t0 = std::chrono::steady_clock::now();
-    if (search)
-        NtfsSearchRecords(media, 0, media.GetSectorCount(), h.ctx);
-    else
-        NtfsScanVolume(media, 1, h.ctx);
+    Outcome outcome = search ? NtfsSearchRecords(media, 0, media.GetSectorCount(), h.ctx) : NtfsScanVolume(media, 1, h.ctx);
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     CNode* vol = h.Volume();
     if (!vol) {
@@ -56,8 +53,9 @@ int main(int argc, char** argv) {
         ForEachNode(vol, [&](CNode*) { ++items; });
         rusage ru{};
         getrusage(RUSAGE_SELF, &ru);
-        std::printf("items %zu records %lld seconds %.3f records/s %.0f peak-rss-kib %ld\n", items,
-                    (long long)h.op.done.load(), seconds, h.op.done.load() / (seconds > 0 ? seconds : 1e-9), ru.ru_maxrss);
+        std::printf("items %zu records %lld seconds %.3f records/s %.0f peak-rss-kib %ld outcome %s\n", items,
+                    (long long)h.op.done.load(), seconds, h.op.done.load() / (seconds > 0 ? seconds : 1e-9), ru.ru_maxrss,
+                    OutcomeName(outcome));
         return 0;
     }
     auto items = test::ListTree(vol);
