@@ -31,17 +31,17 @@ public:
     static constexpr uint32_t kMaxStrips = 65536;
     static constexpr uint64_t kMaxSize = 1ull << 30;
 
-protected:
-    explicit CTiffWalkScanner(bool reportsEmbedded) : m_reportsEmbedded(reportsEmbedded) {}
-    uint64_t Walk(std::span<const uint8_t> sector) override;
-    virtual bool Accepts(const TiffFacts& facts) const = 0;
-
-    // Helpers for the members' tests (make and model compare from the start, ignoring case).
+    // Helpers for the members' rules (make and model compare from the start, ignoring case).
     static bool MakeIs(const TiffFacts& f, const char* prefix);
     static bool ModelHas(const TiffFacts& f, const char* part);
     static bool IsRawFile(const TiffFacts& f) {
         return f.canonMarker || f.dng || f.rawData || f.magic != 42;
     }
+
+protected:
+    explicit CTiffWalkScanner(bool reportsEmbedded) : m_reportsEmbedded(reportsEmbedded) {}
+    uint64_t Walk(std::span<const uint8_t> sector) override;
+    virtual bool Accepts(const TiffFacts& facts) const = 0;
 
 private:
     bool m_reportsEmbedded;

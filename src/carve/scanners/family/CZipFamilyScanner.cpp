@@ -39,7 +39,7 @@ uint64_t CZipFamilyScanner::FindDescriptor(uint64_t dataStart, bool zip64, uint6
 }
 
 uint64_t CZipFamilyScanner::Walk(std::span<const uint8_t> sector) {
-    Reset();
+    bool ownPart = m_partPrefix.empty();
     uint64_t pos = 0;
     auto first = ReadLe32(sector, 0);
     if (!first) return 0;
@@ -54,7 +54,8 @@ uint64_t CZipFamilyScanner::Walk(std::span<const uint8_t> sector) {
         uint16_t nameLength = Le16(h.data() + 26), extraLength = Le16(h.data() + 28);
         auto name = At(pos + 30, nameLength);
         if (nameLength && name.empty()) return 0;
-        SeePart(std::string_view(reinterpret_cast<const char*>(name.data()), name.size()));
+        if (std::string_view(reinterpret_cast<const char*>(name.data()), name.size()).starts_with(m_partPrefix))
+            ownPart = true;
         uint64_t data = pos + 30 + nameLength + extraLength;
         bool zip64 = false;
         if (compressed == 0xFFFFFFFF) {
@@ -103,7 +104,7 @@ uint64_t CZipFamilyScanner::Walk(std::span<const uint8_t> sector) {
     }
     if (h.empty() || Le32(h.data()) != kEnd) return 0;
     pos += 22 + uint64_t(Le16(h.data() + 20));
-    if (!Accepted()) return 0;
+    if (!ownPart) return 0;
     return pos;
 }
 
