@@ -21,6 +21,9 @@ struct FamilyMember {
     uint32_t headerOffset;
     uint8_t category;
     std::unique_ptr<CScanner> (*make)();
+    // The size is a header field taken as it stands (capped or not), so it may run past the
+    // source; every other member's size ends within it.
+    bool sizeFromHeader = false;
 };
 
 template <class T>
