@@ -32,7 +32,7 @@ constexpr TiffRow kRows[] = {
      [](const TiffFacts& f) { return !W::IsRawFile(f); }},
     // Canon raw image (CR2): the "CR" marker at offset 8.
     {TiffMember::CanonCR2, {211, ".cr2", "II*\0\x10\0\0\0CR"sv, 0, kPicture, MakeMember<CCanonCR2Scanner>}, true,
-     [](const TiffFacts& f) { return f.canonMarker && f.magic == 42; }},
+     [](const TiffFacts& f) { return f.canonMarker && f.magic == TiffFacts::kClassicMagic; }},
     // Digital negative: a DNG version tag.
     {TiffMember::DNG, {212, ".dng", kIntel, 0, kPicture, MakeMember<CDNGScanner>}, true,
      [](const TiffFacts& f) { return f.dng; }},
@@ -78,14 +78,15 @@ constexpr TiffRow kRows[] = {
     // Olympus raw image (ORF): the Olympus variants of the header, or an Olympus TIFF with raw data.
     {TiffMember::OlympusORF, {208, ".orf", "IIRO"sv, 0, kPicture, MakeMember<COlympusORFScanner>}, true,
      [](const TiffFacts& f) {
-         return f.magic == 0x4F52 || f.magic == 0x5352 || (f.magic == 42 && W::MakeIs(f, "OLYMPUS") && f.rawData);
+         return f.magic == TiffFacts::kOlympusMagic || f.magic == TiffFacts::kOlympusSrMagic ||
+                (f.magic == TiffFacts::kClassicMagic && W::MakeIs(f, "OLYMPUS") && f.rawData);
      }},
     // Leica raw image (RW2 layout): the Panasonic header variant, made by Leica.
     {TiffMember::LeicaRAW, {214, ".rw2", "IIU\0"sv, 0, kPicture, MakeMember<CLeicaRAWScanner>}, true,
-     [](const TiffFacts& f) { return f.magic == 0x55 && W::MakeIs(f, "LEICA"); }},
+     [](const TiffFacts& f) { return f.magic == TiffFacts::kPanasonicMagic && W::MakeIs(f, "LEICA"); }},
     // Panasonic raw image (RW2): the Panasonic header variant, any other maker.
     {TiffMember::PanasonicRAW, {214, ".rw2", "IIU\0"sv, 0, kPicture, MakeMember<CPansonicRAWScanner>}, true,
-     [](const TiffFacts& f) { return f.magic == 0x55 && !W::MakeIs(f, "LEICA"); }},
+     [](const TiffFacts& f) { return f.magic == TiffFacts::kPanasonicMagic && !W::MakeIs(f, "LEICA"); }},
 };
 static_assert(InMemberOrder(kRows));
 
