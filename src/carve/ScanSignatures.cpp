@@ -152,8 +152,8 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
             outcome = Outcome::Stopped;
             break;
         }
-        // The source went away: found by the read-ahead or by a scanner's own read.
-        if (media.DeviceGone()) {
+        // A scanner's own read found the source gone (the read-ahead reports it with its chunk).
+        if (reader.SourceGoneInScannerRead()) {
             ctx.events.OnStatus(CStorageMedia::ErrorText(platform::kErrDeviceGone));
             outcome = Outcome::DeviceGone;
             break;

@@ -39,9 +39,7 @@ bool AsfMemberAccepts(AsfMember member, bool hasAudio, bool hasVideo) {
 }
 
 std::vector<FamilyMember> AsfMembers() {
-    std::vector<FamilyMember> out;
-    for (const AsfRow& row : kRows) out.push_back(row.facts);
-    return out;
+    return FactsOf(kRows);
 }
 
 } // namespace kestrin

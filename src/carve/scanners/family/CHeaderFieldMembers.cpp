@@ -174,8 +174,7 @@ uint64_t HeaderFieldMemberSize(HeaderFieldMember member, std::span<const uint8_t
 }
 
 std::vector<FamilyMember> HeaderFieldMembers() {
-    std::vector<FamilyMember> out;
-    for (const HeaderFieldRow& row : kRows) out.push_back(row.facts);
+    std::vector<FamilyMember> out = FactsOf(kRows);
     // The compressed movie's record: the fixed size.
     out.push_back({507, ".swf", "CWS"sv, 0, kCategoryAudioVideo, MakeMember<CSWFScanner>, true});
     return out;

@@ -34,9 +34,7 @@ const char* InDesignMemberKind(InDesignMember member) {
 }
 
 std::vector<FamilyMember> InDesignMembers() {
-    std::vector<FamilyMember> out;
-    for (const InDesignRow& row : kRows) out.push_back(row.facts);
-    return out;
+    return FactsOf(kRows);
 }
 
 } // namespace kestrin

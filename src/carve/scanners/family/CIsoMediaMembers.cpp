@@ -63,9 +63,7 @@ bool IsoMediaMemberAccepts(IsoMediaMember member, std::span<const uint8_t> secto
 }
 
 std::vector<FamilyMember> IsoMediaMembers() {
-    std::vector<FamilyMember> out;
-    for (const IsoMediaRow& row : kRows) out.push_back(row.facts);
-    return out;
+    return FactsOf(kRows);
 }
 
 } // namespace kestrin

@@ -59,9 +59,7 @@ bool RiffMemberAccepts(RiffMember member, std::span<const uint8_t> head) {
 }
 
 std::vector<FamilyMember> RiffMembers() {
-    std::vector<FamilyMember> out;
-    for (const RiffRow& row : kRows) out.push_back(row.facts);
-    return out;
+    return FactsOf(kRows);
 }
 
 } // namespace kestrin

@@ -101,9 +101,7 @@ bool TiffMemberReportsEmbedded(TiffMember member) {
 }
 
 std::vector<FamilyMember> TiffMembers() {
-    std::vector<FamilyMember> out;
-    for (const TiffRow& row : kRows) out.push_back(row.facts);
-    return out;
+    return FactsOf(kRows);
 }
 
 } // namespace kestrin

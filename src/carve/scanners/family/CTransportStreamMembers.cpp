@@ -37,9 +37,7 @@ uint32_t TransportStreamSyncOffset(TransportStreamMember member) {
 }
 
 std::vector<FamilyMember> TransportStreamMembers() {
-    std::vector<FamilyMember> out;
-    for (const TransportStreamRow& row : kRows) out.push_back(row.facts);
-    return out;
+    return FactsOf(kRows);
 }
 
 } // namespace kestrin

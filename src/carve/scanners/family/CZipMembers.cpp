@@ -31,8 +31,7 @@ std::string_view ZipMemberPartPrefix(ZipMember member) {
 }
 
 std::vector<FamilyMember> ZipMembers() {
-    std::vector<FamilyMember> out;
-    for (const ZipRow& row : kRows) out.push_back(row.facts);
+    std::vector<FamilyMember> out = FactsOf(kRows);
     // A spanned archive's first marker is taken by the same walk.
     out.push_back({56, ".zip", "PK\7\x08"sv, 0, kCategoryContainer, MakeMember<CZipScanner>});
     return out;

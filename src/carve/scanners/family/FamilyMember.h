@@ -40,6 +40,15 @@ constexpr bool InMemberOrder(const Row (&rows)[N]) {
     return true;
 }
 
+// What the rows of a family table say about their members, in row order.
+template <class Row, size_t N>
+std::vector<FamilyMember> FactsOf(const Row (&rows)[N]) {
+    std::vector<FamilyMember> out;
+    out.reserve(N);
+    for (const Row& row : rows) out.push_back(row.facts);
+    return out;
+}
+
 // The members of every family table, table by table in row order.
 std::vector<FamilyMember> FamilyMembers();
 
