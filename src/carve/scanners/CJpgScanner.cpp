@@ -14,6 +14,7 @@ constexpr uint16_t kEndOfImage = 0xFFD9;
 // The first segment's big-endian length stands after the start-of-image marker and its own
 // marker; the next segment begins that many bytes after the length field.
 constexpr size_t kFirstSegmentLength = 4;
+constexpr size_t kMarkerSize = 2;
 } // namespace
 
 bool CJpgScanner::IsHeader(std::span<const uint8_t> sector) {
@@ -92,7 +93,8 @@ uint64_t CJpgScanner::FindFileSize(uint64_t sectorNumber, std::span<const uint8_
             Release();
             return size;
         }
-        uint64_t distance = uint64_t(offset) + 2 + Be16(m_work.data() + offset + 2);
+        // The segment's length counts itself, not its marker.
+        uint64_t distance = uint64_t(offset) + kMarkerSize + Be16(m_work.data() + offset + kMarkerSize);
         if (distance > kMaxSegmentDistance) break;
         current += distance / bps;
         offset = uint32_t(distance % bps);
