@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "carve/CChunkPrefetcher.h"
+#include "platform/Platform.h"
 #include "storage/CPhysicalDisk.h"
 
 namespace kestrin {
@@ -17,7 +18,9 @@ CSectorReader::CSectorReader(CPhysicalDisk& media) : m_media(media), m_sectorSiz
 
 bool CSectorReader::Read(void* buffer, uint32_t byteCount, uint64_t sector) {
     uint32_t error;
-    return Read(buffer, byteCount, sector, error);
+    if (Read(buffer, byteCount, sector, error)) return true;
+    if (error == platform::kErrDeviceGone) m_goneInScannerRead = true;
+    return false;
 }
 
 bool CSectorReader::Read(void* buffer, uint32_t byteCount, uint64_t sector, uint32_t& error) {

@@ -17,8 +17,8 @@ class CSectorReader {
 public:
     explicit CSectorReader(CPhysicalDisk& media);
 
-    // `byteCount` bytes at absolute sector `sector` (seek read). False on failure, with the
-    // system code of the failure in LastError().
+    // `byteCount` bytes at absolute sector `sector` (seek read) for a scanner. False on failure,
+    // with the system code of the failure in LastError().
     bool Read(void* buffer, uint32_t byteCount, uint64_t sector);
     // The same, with the system code of a failure in `error` (taken under the lock: the loop's
     // reading thread and the scanners read at the same time).
@@ -40,6 +40,8 @@ public:
     // Reads that failed inside scanners (kept for the end-of-scan summary).
     uint64_t ScannerReadFailures() const { return m_scannerFailures; }
     void CountScannerFailure() { ++m_scannerFailures; }
+    // True once a scanner's read (not the loop's read-ahead) found the source gone.
+    bool SourceGoneInScannerRead() const { return m_goneInScannerRead; }
     CPhysicalDisk& Media() { return m_media; }
 
     // What the compound-document directory walk found from one hit sector. The Word, Excel and
@@ -66,6 +68,7 @@ private:
     uint64_t m_endSector;
     std::atomic<uint32_t> m_lastError{0};
     uint64_t m_scannerFailures = 0;
+    bool m_goneInScannerRead = false;
     DirectoryWalk m_directoryWalk;
     TableSector m_tableSector;
     CChunkPrefetcher* m_window = nullptr;

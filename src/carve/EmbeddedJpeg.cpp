@@ -9,33 +9,44 @@ namespace kestrin {
 
 namespace {
 
+// A JPEG marker segment: FF, the marker byte, then (for most markers) a big-endian length that
+// counts itself and the segment's data. A frame header's data: precision, height, width.
+namespace segment {
+constexpr size_t kMarker = 1;
+constexpr size_t kLength = 2;
+constexpr size_t kMarkerSize = 2;
+constexpr uint16_t kMinLength = 2;
+constexpr size_t kFrameHeight = 5;
+constexpr size_t kFrameWidth = 7;
+} // namespace segment
+
 // Walks the marker segments of the JPEG stream at `at` (its FF D8) to the first frame header.
 bool ReadFrame(Bytes b, size_t at, EmbeddedJpeg& out) {
-    size_t p = at + 2;
+    size_t p = at + segment::kMarkerSize; // past the start of image
     for (int seg = 0; seg < kMaxEmbeddedSegments; ++seg) {
         if (ReadU8(b, p).value_or(0) != 0xFF) return false;
-        while (ReadU8(b, p + 1).value_or(0) == 0xFF) ++p; // fill bytes
-        auto marker = ReadU8(b, p + 1);
+        while (ReadU8(b, p + segment::kMarker).value_or(0) == 0xFF) ++p; // fill bytes
+        auto marker = ReadU8(b, p + segment::kMarker);
         if (!marker) return false;
         uint8_t m = *marker;
         if (m == 0x01 || (m >= 0xD0 && m <= 0xD7)) { // no length follows
-            p += 2;
+            p += segment::kMarkerSize;
             continue;
         }
         if (m == 0xD8 || m == 0xD9 || m == 0xDA || m == 0x00) return false; // no frame before the data
-        auto len = ReadBe16(b, p + 2);
-        if (!len || *len < 2) return false;
+        auto len = ReadBe16(b, p + segment::kLength);
+        if (!len || *len < segment::kMinLength) return false;
         if (m >= 0xC0 && m <= 0xCF && m != 0xC4 && m != 0xC8 && m != 0xCC) {
             // Baseline, extended sequential and progressive Huffman frames only.
             if (m != 0xC0 && m != 0xC1 && m != 0xC2) return false;
-            auto h = ReadBe16(b, p + 5), w = ReadBe16(b, p + 7);
+            auto h = ReadBe16(b, p + segment::kFrameHeight), w = ReadBe16(b, p + segment::kFrameWidth);
             if (!h || !w || !*h || !*w) return false;
             out.offset = at;
             out.height = *h;
             out.width = *w;
             return true;
         }
-        p += 2 + size_t(*len);
+        p += segment::kMarkerSize + size_t(*len);
     }
     return false;
 }

@@ -9,7 +9,6 @@
 
 #include "carve/CChunkPrefetcher.h"
 #include "carve/CSectorReader.h"
-#include "job/RecordSearchHook.h"
 #include "carve/ScannerSet.h"
 #include "fs/CNode.h"
 #include "platform/Platform.h"
@@ -29,8 +28,6 @@ constexpr std::string_view kSkippedStreams[] = {".MP3", ".mp3", ".MPG", ".mpg", 
 bool IsSkippedStream(std::string_view extension) {
     return std::find(std::begin(kSkippedStreams), std::end(kSkippedStreams), extension) != std::end(kSkippedStreams);
 }
-
-bool IsStop(uint32_t state) { return state == kStateStopFollowOn || state == kStateCancel; }
 
 // Picks the scanners that may accept a sector from the bytes at their header offsets: one
 // 256-entry table of scanner indices per distinct offset. Scanners without a deciding byte are
@@ -123,18 +120,16 @@ bool StartsWithEightZeros(const uint8_t* p) {
 Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSector, uint64_t endSector,
                        ScanContext& ctx) {
     ctx.events.OnSignatureScanStart();
-    const bool records = scanKind == kScanRecordsOnly || scanKind == kScanRecordsAndSignatures;
+    // The record search is a stage of its own; a kind without signatures has nothing to test.
     const bool signatures = scanKind == kScanSignaturesOnly || scanKind == kScanRecordsAndSignatures;
-    IRecordSearchHook* hook = records ? ctx.recordSearch : nullptr;
-    if (hook) hook->Prepare(media, firstSector, endSector, ctx);
+    if (!signatures) return Outcome::Ok;
 
-    CNode* fileTypes = nullptr;
-    if (signatures && ctx.top) fileTypes = AddFolder(ctx.top, u"File Types");
+    CNode* fileTypes = ctx.top ? AddFolder(ctx.top, u"File Types") : nullptr;
 
     CSectorReader reader(media);
     const uint32_t bps = reader.SectorSize();
     ScannerSet set;
-    if (signatures && fileTypes && ctx.signatures) set = BuildScannerSet(*ctx.signatures);
+    if (fileTypes && ctx.signatures) set = BuildScannerSet(*ctx.signatures);
     for (auto& e : set) e.scanner->SetReader(&reader);
     CandidateIndex candidates(set, bps);
 
@@ -153,8 +148,14 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
     reader.SetWindow(&chunks);
 
     while (current < endSector && bps >= 8) {
-        if (IsStop(ctx.PollState())) {
+        if (ctx.StopRequested()) {
             outcome = Outcome::Stopped;
+            break;
+        }
+        // A scanner's own read found the source gone (the read-ahead reports it with its chunk).
+        if (reader.SourceGoneInScannerRead()) {
+            ctx.events.OnStatus(CStorageMedia::ErrorText(platform::kErrDeviceGone));
+            outcome = Outcome::DeviceGone;
             break;
         }
         ctx.op.currentSector.store(current);
@@ -172,22 +173,20 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
             current += chunk.sectors; // never offered to a scanner
             continue;
         }
-        const size_t chunkBytes = size_t(chunk.sectors) * bps;
         bool stop = false;
         for (uint32_t i = 0; i < chunk.sectors && !stop; ++i, ++current) {
-            if (IsStop(ctx.PollState())) {
+            if (ctx.StopRequested()) {
                 stop = true;
                 break;
             }
             const uint8_t* p = chunk.data + size_t(i) * bps;
-            if (hook && hook->OfferSector(current, {p, chunkBytes - size_t(i) * bps})) continue;
-            if (!signatures || skipUntil > current) continue;
+            if (skipUntil > current) continue;
             // Deliberate: a sector that opens with eight zero bytes is never offered, not even
             // to a signature that stands further into the sector.
             if (StartsWithEightZeros(p)) continue;
             std::span<const uint8_t> sector(p, bps);
             for (uint16_t index : candidates.For(p)) {
-                if (IsStop(ctx.PollState())) {
+                if (ctx.StopRequested()) {
                     stop = true;
                     break;
                 }
@@ -214,7 +213,6 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
 
     set.clear();
     reader.SetWindow(nullptr);
-    if (hook) hook->Finish(ctx);
     return outcome;
 }
 

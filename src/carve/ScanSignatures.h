@@ -14,7 +14,7 @@ class CScanner;
 struct ScanContext;
 
 enum SignatureScanKind : uint32_t {
-    kScanRecordsOnly = 1,    // every sector tested for MFT records only (ctx.recordSearch)
+    kScanRecordsOnly = 1,    // no signatures: the record search runs as a stage of its own
     kScanSignaturesOnly = 2, // signatures only
     kScanRecordsAndSignatures = 3,
 };
@@ -24,9 +24,10 @@ inline constexpr uint32_t kSignatureChunkSectors = 512;
 // An embedded item (a camera raw's preview) of this size or more is dropped.
 inline constexpr uint64_t kMaxEmbeddedSize = 0x400000;
 
-// Stopped when a stop ended the loop early, DeviceGone when the source went away and ReadFailed
-// when access was refused mid-scan (both end it; the items found so far stay), else ReadFailed
-// when some chunks could not be read, else Ok.
+// Stopped when a stop ended the loop early, DeviceGone when the source went away (in the loop's
+// read or a scanner's) and ReadFailed when access was refused mid-scan (both end it; the items
+// found so far stay), else ReadFailed when some chunks could not be read, else Ok. A kind without
+// signatures returns Ok at once.
 Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSector, uint64_t endSector,
                         ScanContext& ctx);
 

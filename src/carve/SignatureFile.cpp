@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <iterator>
 
 #include "carve/SignatureList.h"
 #include "platform/AtomicFile.h"
@@ -13,9 +14,34 @@ namespace kestrin {
 
 namespace {
 
+constexpr uint64_t kMaxFileBytes = 64ull << 20;
+
+// The layout of slt.dat (little-endian): the magic, the record count, the records one after the
+// other and the trailer. A record's texts and byte strings are stored as their length and then
+// their bytes, so a record has no fixed offsets: its fields are listed once, in file order, with
+// the type each is stored as, and reading and writing both walk that list.
+namespace slt {
 constexpr char kMagic[4] = {'K', 'S', 'T', '3'};
 constexpr char kTrailer[4] = {'3', 'T', 'S', 'K'};
-constexpr uint64_t kMaxFileBytes = 64ull << 20;
+using Count = uint32_t;      // after the magic
+using BlobLength = uint64_t; // before each text or byte string
+struct Blob {};              // a text or byte string
+// At most this many header bytes are stored (the in-memory length is an 8-bit count).
+constexpr size_t kMaxHeaderBytes = 255;
+
+template <class Record, class Field>
+void ForEachField(Record& r, Field&& field) {
+    field(Blob{}, r.header);
+    field(Blob{}, r.extension);
+    field(uint32_t{}, r.headerOffset);
+    field(uint32_t{}, r.secondValue);
+    field(uint64_t{}, r.fixedSize);
+    field(Blob{}, r.description);
+    field(uint32_t{}, r.typeId);
+    field(uint32_t{}, r.userDefined);
+    field(uint8_t{}, r.category);
+}
+} // namespace slt
 
 // Sequential reader over the file's bytes; every read either fits or fails as a short read.
 class Cursor {
@@ -38,9 +64,31 @@ public:
     // A length-prefixed text or byte string. The length is a claim: it must fit in what the
     // file still holds, so a length of 10^12 is a short read and never an allocation.
     bool Blob(std::span<const uint8_t>& out) {
-        uint64_t n;
+        slt::BlobLength n;
         if (!Le(n) || n > m_b.size() - m_at) return false;
         return Take(size_t(n), out);
+    }
+    // One record field: `Stored` is its type in the file.
+    template <class Stored, class T>
+    bool Field(Stored, T& value) {
+        Stored v;
+        if (!Le(v)) return false;
+        value = v;
+        return true;
+    }
+    bool Field(slt::Blob, std::string& value) {
+        std::span<const uint8_t> s;
+        if (!Blob(s)) return false;
+        value.assign(reinterpret_cast<const char*>(s.data()), s.size());
+        return true;
+    }
+    // The in-memory header length is an 8-bit count: a longer stored header keeps only the bytes
+    // that count names.
+    bool Field(slt::Blob, std::vector<uint8_t>& value) {
+        std::span<const uint8_t> s;
+        if (!Blob(s)) return false;
+        value.assign(s.begin(), s.begin() + (s.size() & 0xFF));
+        return true;
     }
 
 private:
@@ -48,16 +96,26 @@ private:
     size_t m_at = 0;
 };
 
-std::string_view Text(std::span<const uint8_t> s) { return {reinterpret_cast<const char*>(s.data()), s.size()}; }
-
 void PutLe(std::vector<uint8_t>& out, uint64_t v, size_t bytes) {
     for (size_t i = 0; i < bytes; ++i) out.push_back(uint8_t(v >> (8 * i)));
 }
 
 void PutBlob(std::vector<uint8_t>& out, const void* p, size_t n) {
-    PutLe(out, n, 8);
+    PutLe(out, n, sizeof(slt::BlobLength));
     auto* b = static_cast<const uint8_t*>(p);
     out.insert(out.end(), b, b + n);
+}
+
+// One record field as `Stored`, its type in the file.
+template <class Stored, class T>
+void PutField(std::vector<uint8_t>& out, Stored, const T& value) {
+    PutLe(out, Stored(value), sizeof(Stored));
+}
+void PutField(std::vector<uint8_t>& out, slt::Blob, const std::string& value) {
+    PutBlob(out, value.data(), value.size());
+}
+void PutField(std::vector<uint8_t>& out, slt::Blob, const std::vector<uint8_t>& value) {
+    PutBlob(out, value.data(), std::min(value.size(), slt::kMaxHeaderBytes));
 }
 
 unsigned UnitShift(int unitIndex) { return unitIndex < 0 ? 0 : unitIndex == 0 ? 10 : 20; }
@@ -92,32 +150,28 @@ SignatureLoad ParseSignatureFile(std::span<const uint8_t> bytes) {
     SignatureLoad load;
     Cursor c(bytes);
     std::span<const uint8_t> magic;
-    if (!c.Take(4, magic)) {
+    if (!c.Take(sizeof slt::kMagic, magic)) {
         load.status = SignatureLoadStatus::kShortRead;
         return load;
     }
-    if (std::memcmp(magic.data(), kMagic, 4) != 0) {
+    if (std::memcmp(magic.data(), slt::kMagic, sizeof slt::kMagic) != 0) {
         load.status = SignatureLoadStatus::kBadMagic;
         return load;
     }
-    if (!c.Le(load.declaredCount)) {
+    slt::Count count;
+    if (!c.Le(count)) {
         load.status = SignatureLoadStatus::kShortRead;
         return load;
     }
+    load.declaredCount = count;
     for (uint32_t i = 0; i < load.declaredCount; ++i) {
         SignatureRecord r;
-        std::span<const uint8_t> header, ext, desc;
-        bool ok = c.Blob(header) && c.Blob(ext) && c.Le(r.headerOffset) && c.Le(r.secondValue) && c.Le(r.fixedSize) &&
-                  c.Blob(desc) && c.Le(r.typeId) && c.Le(r.userDefined) && c.Le(r.category);
+        bool ok = true;
+        slt::ForEachField(r, [&](auto stored, auto& value) { ok = ok && c.Field(stored, value); });
         if (!ok) {
             load.status = SignatureLoadStatus::kShortRead;
             break;
         }
-        // The in-memory header length is an 8-bit count: a longer stored header keeps only the
-        // bytes that count names.
-        r.header.assign(header.begin(), header.begin() + (header.size() & 0xFF));
-        r.extension = std::string(Text(ext));
-        r.description = std::string(Text(desc));
         load.records.push_back(std::move(r));
     }
     return load;
@@ -142,20 +196,11 @@ SignatureLoad LoadSignatureFile(const std::string& folder) {
 }
 
 std::vector<uint8_t> SerializeSignatureFile(const std::vector<SignatureRecord>& records) {
-    std::vector<uint8_t> out(kMagic, kMagic + 4);
-    PutLe(out, records.size(), 4);
-    for (const SignatureRecord& r : records) {
-        PutBlob(out, r.header.data(), std::min<size_t>(r.header.size(), 255));
-        PutBlob(out, r.extension.data(), r.extension.size());
-        PutLe(out, r.headerOffset, 4);
-        PutLe(out, r.secondValue, 4);
-        PutLe(out, r.fixedSize, 8);
-        PutBlob(out, r.description.data(), r.description.size());
-        PutLe(out, r.typeId, 4);
-        PutLe(out, r.userDefined, 4);
-        PutLe(out, r.category, 1);
-    }
-    out.insert(out.end(), kTrailer, kTrailer + 4);
+    std::vector<uint8_t> out(std::begin(slt::kMagic), std::end(slt::kMagic));
+    PutLe(out, records.size(), sizeof(slt::Count));
+    for (const SignatureRecord& r : records)
+        slt::ForEachField(r, [&](auto stored, const auto& value) { PutField(out, stored, value); });
+    out.insert(out.end(), std::begin(slt::kTrailer), std::end(slt::kTrailer));
     return out;
 }
 

@@ -5,6 +5,7 @@
 // its placeholder, so the children already hung there stay in place. What still has no parent
 // at the end goes to "Lost".
 #include <cstdint>
+#include <unordered_map>
 #include <vector>
 
 #include "fs/CNode.h"
@@ -13,13 +14,12 @@ namespace kestrin {
 
 constexpr uint32_t kUnknownParent = 0xFFFFFFFF;
 
-// A height-balanced search tree over folder scan entries keyed by recordId. It does not own the
-// entries: they belong to the volume's scan-entry tree.
+// The folders of the scan keyed by recordId. It does not own the entries: they belong to the
+// volume's scan-entry tree.
 class CDirectoryIndex {
 public:
     // Indexes the volume root and its "Lost" folder (the root's first child).
     explicit CDirectoryIndex(ScanEntry* volumeRoot);
-    ~CDirectoryIndex();
     CDirectoryIndex(const CDirectoryIndex&) = delete;
     CDirectoryIndex& operator=(const CDirectoryIndex&) = delete;
 
@@ -37,33 +37,20 @@ public:
     // order (the last one moved comes first), numbering them in `reserved` from 0; moves "Lost"
     // back to the front of the root's children; then empties the index.
     void PlaceOrphans();
-    size_t Size() const { return m_count; }
+    size_t Size() const { return m_folders.size(); }
 
 private:
-    struct Node {
-        int8_t balance = 0;
-        ScanEntry* entry = nullptr;
-        Node* parent = nullptr;
-        Node* left = nullptr;  // keys not greater
-        Node* right = nullptr; // keys greater
-    };
-    // Search for `key`; on a miss `*last` is the last node visited.
-    Node* Search(uint32_t key, Node** last) const;
-    Node* NewNode(ScanEntry* e);
-    void Link(Node* n, Node* last);
-    void Rebalance(Node* n);
-    void RotateLeft(Node* x);
-    void RotateRight(Node* x);
+    // Indexes `e` under its recordId (not yet indexed); false when memory ran out (then nothing is).
+    bool Add(ScanEntry* e);
     bool IsAncestorOrSelf(const ScanEntry* candidate, const ScanEntry* of) const;
     void Clear();
 
     ScanEntry* m_root = nullptr;
     ScanEntry* m_lost = nullptr;
-    Node* m_top = nullptr;
-    size_t m_count = 0;
-    // Nodes are carved out of blocks: a volume can hold millions of folders.
-    std::vector<Node*> m_blocks;
-    size_t m_blockUsed = 0;
+    std::unordered_map<uint32_t, ScanEntry*> m_folders;
+    // The same entries in the order they came; sorted by recordId when the orphans are placed
+    // (kept from the start so that placing them needs no memory).
+    std::vector<ScanEntry*> m_order;
 };
 
 } // namespace kestrin

@@ -94,10 +94,9 @@ struct ScanRun {
     Outcome result = Outcome::Ok;
 
     ScanContext Context() { return ScanContext{op, events, gate, kModeLostFiles, top.get(), &rows}; }
-    Outcome Run(uint32_t kind = kScanSignaturesOnly, IRecordSearchHook* hook = nullptr) {
+    Outcome Run(uint32_t kind = kScanSignaturesOnly) {
         op.state = kStateRunning;
         ScanContext ctx = Context();
-        ctx.recordSearch = hook;
         result = ScanSignatures(disk, kind, 0, disk.GetSectorCount(), ctx);
         return result;
     }

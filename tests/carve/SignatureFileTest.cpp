@@ -299,7 +299,9 @@ TEST(ShippedTable, CoversTheClassTableWithWorkingHeaders) {
         for (auto& s : MakeScanners(r)) {
             auto key = s->HeaderKey();
             if (!key) continue; // asked for every sector
-            if (s->IsHeader(sector)) EXPECT_EQ(sector[key->first], key->second) << r.extension;
+            if (s->IsHeader(sector)) {
+                EXPECT_EQ(sector[key->first], key->second) << r.extension;
+            }
             auto other = sector;
             other[key->first] ^= 0xFF;
             EXPECT_FALSE(s->IsHeader(other)) << r.extension;

@@ -11,8 +11,16 @@ namespace kestrin {
 namespace {
 constexpr uint8_t kMagic[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
 constexpr uint32_t kFreeSector = 0xFFFFFFFF;
+// The compound file header (little-endian): the sector size as a power of two, the number of
+// extra allocation-table index sectors, and the first 109 allocation-table sector numbers.
+using SectorShift = LeField<uint16_t, 30>;
+using ExtraIndexSectors = LeField<uint32_t, 72>;
 constexpr size_t kHeaderEntries = 109;
 constexpr size_t kHeaderEntriesAt = 76;
+constexpr size_t kTableEntrySize = 4;
+// With extra index sectors the size is taken as (extra × 2^14 + 0x3680) sectors.
+constexpr unsigned kExtraIndexShift = 14;
+constexpr uint64_t kExtraIndexBase = 0x3680;
 constexpr size_t kDirectoryEntrySize = 128;
 constexpr std::u16string_view kRootEntry = u"Root Entry";
 // The format knows 512- and 4096-byte sectors; anything from 128 bytes to 64 KiB is taken, more
@@ -54,18 +62,20 @@ bool CCompoundScanner::IsHeader(std::span<const uint8_t> sector) { return MatchA
 // source, not from the hit: the rule is kept as it stands, so a file that does not begin at the
 // start of the source usually gets the size from an unrelated sector.
 uint64_t CCompoundScanner::SizeFromAllocationTable(std::span<const uint8_t> sector) {
-    auto shift = ReadLe16(sector, 30);
-    auto extra = ReadLe32(sector, 72);
+    auto shift = SectorShift::Read(sector);
+    auto extra = ExtraIndexSectors::Read(sector);
     if (!shift || !extra || *shift < kMinSectorShift || *shift > kMaxSectorShift) return 0;
-    if (!Fits(sector, kHeaderEntriesAt, kHeaderEntries * 4)) return 0;
+    if (!Fits(sector, kHeaderEntriesAt, kHeaderEntries * kTableEntrySize)) return 0;
     uint64_t c = uint64_t(1) << *shift;
-    if (*extra != 0) return c * ((uint64_t(*extra) << 14) + 0x3680);
+    if (*extra != 0) return c * ((uint64_t(*extra) << kExtraIndexShift) + kExtraIndexBase);
 
+    const uint8_t* entries = sector.data() + kHeaderEntriesAt;
     size_t k = 0;
-    while (k < kHeaderEntries && Le32(sector.data() + kHeaderEntriesAt + 4 * k) != kFreeSector) ++k;
+    while (k < kHeaderEntries && Le32(entries + kTableEntrySize * k) != kFreeSector) ++k;
     if (k == 0) return 0; // no table sector at all: nothing to count
-    uint64_t before = uint64_t(k - 1) * (c / 4) * c;
-    uint32_t last = Le32(sector.data() + kHeaderEntriesAt + 4 * (k - 1));
+    const uint64_t perSector = c / kTableEntrySize; // entries in one table sector
+    uint64_t before = uint64_t(k - 1) * perSector * c;
+    uint32_t last = Le32(entries + kTableEntrySize * (k - 1));
 
     CSectorReader* r = Reader();
     uint32_t bps = r->SectorSize();
@@ -87,7 +97,7 @@ uint64_t CCompoundScanner::SizeFromAllocationTable(std::span<const uint8_t> sect
         table.sector = at;
     }
     size_t j = k; // the count goes on from the header's entries
-    while (j < c / 4 && Le32(table.data.data() + 4 * j) != kFreeSector) ++j;
+    while (j < perSector && Le32(table.data.data() + kTableEntrySize * j) != kFreeSector) ++j;
     return before + j * c + c;
 }
 

@@ -11,6 +11,10 @@ namespace kestrin {
 namespace {
 constexpr uint16_t kStartOfScan = 0xFFDA;
 constexpr uint16_t kEndOfImage = 0xFFD9;
+// The first segment's big-endian length stands after the start-of-image marker and its own
+// marker; the next segment begins that many bytes after the length field.
+constexpr size_t kFirstSegmentLength = 4;
+constexpr size_t kMarkerSize = 2;
 } // namespace
 
 bool CJpgScanner::IsHeader(std::span<const uint8_t> sector) {
@@ -49,7 +53,7 @@ int CJpgScanner::Verify(uint64_t sectorNumber, std::span<const uint8_t>) {
         return 0;
     }
     m_firstFour = Be32(m_work.data());
-    uint64_t next = uint64_t(Be16(m_work.data() + 4)) + 4;
+    uint64_t next = uint64_t(Be16(m_work.data() + kFirstSegmentLength)) + kFirstSegmentLength;
     if (next >= kMaxSegmentDistance + 1 || !ReadInto(sectorNumber + next / bps, 3)) {
         Release();
         return 0;
@@ -68,7 +72,7 @@ uint64_t CJpgScanner::FindFileSize(uint64_t sectorNumber, std::span<const uint8_
         Release();
         return 0;
     }
-    uint64_t next = uint64_t(Be16(m_work.data() + 4)) + 4;
+    uint64_t next = uint64_t(Be16(m_work.data() + kFirstSegmentLength)) + kFirstSegmentLength;
     if (next > kMaxSegmentDistance) {
         Release();
         return 0;
@@ -89,7 +93,8 @@ uint64_t CJpgScanner::FindFileSize(uint64_t sectorNumber, std::span<const uint8_
             Release();
             return size;
         }
-        uint64_t distance = uint64_t(offset) + 2 + Be16(m_work.data() + offset + 2);
+        // The segment's length counts itself, not its marker.
+        uint64_t distance = uint64_t(offset) + kMarkerSize + Be16(m_work.data() + offset + kMarkerSize);
         if (distance > kMaxSegmentDistance) break;
         current += distance / bps;
         offset = uint32_t(distance % bps);

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <typeinfo>
 
 #include "carve/family/FamilyTestUtil.h"
+#include "carve/scanners/family/FamilyMember.h"
 #include "util/Bytes.h"
 
 namespace kestrin::test {
@@ -206,6 +208,29 @@ TEST(FamilyRules, ClassChoiceByTypeIdAndExtension) {
     SignatureRecord office = ShippedRecord(95, ".docx");
     office.extension = ".odt";
     EXPECT_TRUE(MakeScanners(office).empty());
+}
+
+TEST(FamilyRules, MemberRowsAgreeWithTheShippedTableAndTheClassTable) {
+    auto table = LoadSignatureTable(std::string(KESTRIN_SOURCE_DIR) + "/data/signatures.txt");
+    ASSERT_TRUE(table);
+    for (const FamilyMember& m : FamilyMembers()) {
+        auto own = m.make();
+        const std::type_info& cls = typeid(*own);
+        auto makesIt = [&](const SignatureRecord& r) {
+            for (auto& s : MakeScanners(r))
+                if (typeid(*s) == cls) return true;
+            return false;
+        };
+        if (m.typeId == 0) {
+            for (const SignatureRecord& r : *table) EXPECT_FALSE(makesIt(r)) << m.extension << " " << r.extension;
+            continue;
+        }
+        SignatureRecord r = ShippedRecord(m.typeId, std::string(m.extension));
+        EXPECT_EQ(std::string(r.header.begin(), r.header.end()), m.header) << m.extension;
+        EXPECT_EQ(r.headerOffset, m.headerOffset) << m.extension;
+        EXPECT_EQ(r.category, m.category) << m.extension;
+        EXPECT_TRUE(makesIt(r)) << m.typeId << " " << m.extension;
+    }
 }
 
 } // namespace

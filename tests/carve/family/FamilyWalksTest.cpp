@@ -6,9 +6,8 @@
 #include <cstring>
 
 #include "carve/family/FamilyTestUtil.h"
-#include "carve/scanners/family/CASFScanner.h"
+#include "carve/scanners/family/CAsfMembers.h"
 #include "carve/scanners/family/CDBFScanner.h"
-#include "carve/scanners/family/CWMAScanner.h"
 #include "util/Bytes.h"
 
 namespace kestrin::test {

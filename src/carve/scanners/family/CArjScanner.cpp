@@ -7,6 +7,22 @@
 namespace kestrin {
 
 namespace {
+// ARJ headers (little-endian): the marker 0x60 0xEA, the basic header's size (0 ends the
+// archive), the basic header, its CRC-32, then extended headers (a size, the data, a CRC-32)
+// until a size of 0.
+namespace arj {
+using BasicSize = LeField<uint16_t, 2>;
+constexpr uint32_t kHead = 4; // marker and basic header size
+constexpr uint32_t kCrcSize = 4;
+constexpr uint16_t kMinBasic = 16;
+// In the basic header.
+constexpr size_t kFileType = 6;
+using CompressedSize = LeField<uint32_t, 12>;
+constexpr uint8_t kMainHeader = 2; // the file type of the archive's main header
+constexpr uint32_t kExtendedSize = 2;
+constexpr int kMaxExtended = 64;
+} // namespace arj
+
 uint32_t Crc32(std::span<const uint8_t> data) {
     static const std::array<uint32_t, 256> table = [] {
         std::array<uint32_t, 256> t{};
@@ -24,27 +40,27 @@ uint32_t Crc32(std::span<const uint8_t> data) {
 } // namespace
 
 std::optional<uint16_t> CArjScanner::ReadHeader(uint64_t& pos, uint64_t& compressed, uint8_t& fileType) {
-    auto h = At(pos, 4);
+    auto h = At(pos, arj::kHead);
     if (h.empty() || h[0] != 0x60 || h[1] != 0xEA) return std::nullopt;
-    uint16_t basic = Le16(h.data() + 2);
+    uint16_t basic = arj::BasicSize::At(h.data());
     if (basic == 0) {
-        pos += 4;
+        pos += arj::kHead;
         return 0;
     }
-    if (basic < 16 || basic > kMaxBasicHeader) return std::nullopt;
-    auto b = At(pos + 4, basic + 4u);
+    if (basic < arj::kMinBasic || basic > kMaxBasicHeader) return std::nullopt;
+    auto b = At(pos + arj::kHead, basic + arj::kCrcSize);
     if (b.empty() || Crc32(b.first(basic)) != Le32(b.data() + basic)) return std::nullopt;
-    fileType = b[6];
-    compressed = Le32(b.data() + 12);
-    pos += 4 + basic + 4;
+    fileType = b[arj::kFileType];
+    compressed = arj::CompressedSize::At(b.data());
+    pos += arj::kHead + basic + arj::kCrcSize;
     // Extended headers, each with its own CRC, until a size of 0.
-    for (int i = 0; i < 64; ++i) {
-        auto e = At(pos, 2);
+    for (int i = 0; i < arj::kMaxExtended; ++i) {
+        auto e = At(pos, arj::kExtendedSize);
         if (e.empty()) return std::nullopt;
         uint16_t length = Le16(e.data());
-        pos += 2;
+        pos += arj::kExtendedSize;
         if (length == 0) return basic;
-        pos += uint64_t(length) + 4;
+        pos += uint64_t(length) + arj::kCrcSize;
     }
     return std::nullopt;
 }
@@ -54,7 +70,7 @@ uint64_t CArjScanner::Walk(std::span<const uint8_t> sector) {
     uint64_t pos = 0, compressed = 0;
     uint8_t fileType = 0;
     auto main = ReadHeader(pos, compressed, fileType);
-    if (!main || *main == 0 || fileType != 2) return 0;
+    if (!main || *main == 0 || fileType != arj::kMainHeader) return 0;
     for (uint32_t members = 0; members < kMaxMembers; ++members) {
         auto basic = ReadHeader(pos, compressed, fileType);
         if (!basic) return 0;

@@ -15,11 +15,12 @@ public:
     static constexpr uint64_t kMaxSize = 0x200000000ull;
     static constexpr int kMaxBoxes = 100000;
 
+    // The major brand (offset 8) starts with `prefix`.
+    static bool MajorBrandIs(std::span<const uint8_t> sector, const char* prefix);
+
 protected:
     uint64_t Walk(std::span<const uint8_t> sector) override;
     virtual bool AcceptsBrands(std::span<const uint8_t> sector) const = 0;
-    // The major brand (offset 8) starts with `prefix`.
-    static bool MajorBrandIs(std::span<const uint8_t> sector, const char* prefix);
 };
 
 } // namespace kestrin

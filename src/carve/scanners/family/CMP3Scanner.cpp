@@ -15,6 +15,20 @@ constexpr uint16_t kBitRates[2][3][16] = {
      {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0}}};
 constexpr uint32_t kSampleRates[3] = {44100, 48000, 32000};
 
+// An ID3v2 tag before the frames: "ID3", the major version, revision, flags, then the tag size
+// as four 7-bit bytes (not counting the 10-byte header, nor the footer when the flags say so).
+namespace id3 {
+constexpr size_t kMajorVersion = 3;
+constexpr size_t kFlags = 5;
+constexpr size_t kSize = 6;
+constexpr uint64_t kHeaderSize = 10;
+constexpr uint8_t kHasFooter = 0x10;
+constexpr uint64_t kFooterSize = 10;
+constexpr uint8_t kMinVersion = 2, kMaxVersion = 4;
+} // namespace id3
+// The ID3v1 tag after the frames: "TAG" and 125 more bytes.
+constexpr uint64_t kId3v1Size = 128;
+
 // The header fields that stay the same over one stream: version, layer, sample rate.
 uint32_t StreamKey(uint32_t h) { return h & 0xFFFE0C00; }
 } // namespace
@@ -40,13 +54,15 @@ uint64_t CMP3Scanner::Walk(std::span<const uint8_t> sector) {
     uint64_t pos = 0;
     bool tagged = false;
     if (MatchAt(sector, 0, "ID3", 3)) {
-        if (!Fits(sector, 0, 10) || sector[3] < 2 || sector[3] > 4) return 0;
+        if (!Fits(sector, 0, id3::kHeaderSize) || sector[id3::kMajorVersion] < id3::kMinVersion ||
+            sector[id3::kMajorVersion] > id3::kMaxVersion)
+            return 0;
         uint32_t length = 0;
-        for (int i = 6; i < 10; ++i) {
+        for (size_t i = id3::kSize; i < id3::kHeaderSize; ++i) {
             if (sector[i] & 0x80) return 0;
             length = length << 7 | sector[i];
         }
-        pos = 10 + uint64_t(length) + (sector[5] & 0x10 ? 10 : 0);
+        pos = id3::kHeaderSize + uint64_t(length) + (sector[id3::kFlags] & id3::kHasFooter ? id3::kFooterSize : 0);
         tagged = true;
     }
     uint32_t key = 0;
@@ -66,7 +82,7 @@ uint64_t CMP3Scanner::Walk(std::span<const uint8_t> sector) {
     }
     if (frames == 0 || (!tagged && frames < kMinFrames)) return 0;
     auto trailer = At(pos, 3);
-    if (!trailer.empty() && MatchAt(trailer, 0, "TAG", 3) && Available() - pos >= 128) pos += 128;
+    if (!trailer.empty() && MatchAt(trailer, 0, "TAG", 3) && Available() - pos >= kId3v1Size) pos += kId3v1Size;
     return pos;
 }
 

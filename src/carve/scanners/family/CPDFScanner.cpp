@@ -8,6 +8,12 @@
 namespace kestrin {
 
 namespace {
+constexpr char kHeader[] = "%PDF-";
+constexpr char kEnd[] = "%%EOF";
+constexpr size_t kHeaderSize = sizeof kHeader - 1, kEndSize = sizeof kEnd - 1;
+// Bytes after an end marker looked at for more of the body.
+constexpr uint32_t kContinuationReach = 64;
+
 // True when `p` (after white space) opens more of a PDF body: "N G obj", "xref", "trailer",
 // "startxref" or a "%" comment other than a new file's "%PDF-".
 bool ContinuesDocument(std::span<const uint8_t> p) {
@@ -30,18 +36,19 @@ bool ContinuesDocument(std::span<const uint8_t> p) {
 } // namespace
 
 uint64_t CPDFScanner::Walk(std::span<const uint8_t> sector) {
-    if (!MatchAt(sector, 0, "%PDF-", 5)) return 0;
-    uint64_t from = 5;
+    if (!MatchAt(sector, 0, kHeader, kHeaderSize)) return 0;
+    uint64_t from = kHeaderSize;
     uint64_t end = 0;
     for (int updates = 0; updates < kMaxUpdates && from < kMaxSize; ++updates) {
-        uint64_t at = Find(from, kMaxSize - from, "%%EOF", 5);
+        uint64_t at = Find(from, kMaxSize - from, kEnd, kEndSize);
         if (at == UINT64_MAX) break;
-        uint64_t after = at + 5;
+        uint64_t after = at + kEndSize;
+        // The line end after the marker (CR, LF or CR LF) belongs to the file.
         auto tail = Upto(after, 2);
         if (!tail.empty() && tail[0] == '\r') ++after;
-        if (tail.size() > (after - at - 5) && tail[after - at - 5] == '\n') ++after;
+        if (tail.size() > (after - at - kEndSize) && tail[after - at - kEndSize] == '\n') ++after;
         end = after;
-        auto next = Upto(after, 64);
+        auto next = Upto(after, kContinuationReach);
         if (!ContinuesDocument(next)) break;
         from = after;
     }

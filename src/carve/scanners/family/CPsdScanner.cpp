@@ -4,19 +4,40 @@
 
 namespace kestrin {
 
+namespace {
+// Photoshop file header (big-endian); the sections and the image data follow it.
+namespace psd {
+constexpr size_t kVersion = 4;         // u16: 1, or 2 for the large variant
+constexpr size_t kReserved = 6;        // six zero bytes
+constexpr size_t kReservedEnd = 12;
+constexpr size_t kChannels = 12;       // u16
+constexpr size_t kRows = 14;           // u32
+constexpr size_t kColumns = 18;        // u32
+constexpr size_t kDepth = 22;          // u16
+constexpr uint64_t kHeaderSize = 26;
+constexpr size_t kMinSector = 30;
+constexpr uint16_t kClassic = 1, kLarge = 2;
+constexpr uint32_t kMaxChannels = 56;
+constexpr uint32_t kMaxSide = 30000, kMaxLargeSide = 300000;
+constexpr uint16_t kRaw = 0, kRunLength = 1; // image data compressions
+} // namespace psd
+} // namespace
+
 uint64_t CPsdScanner::Walk(std::span<const uint8_t> sector) {
-    if (!MatchAt(sector, 0, "8BPS", 4) || !Fits(sector, 0, 30)) return 0;
+    if (!MatchAt(sector, 0, "8BPS", 4) || !Fits(sector, 0, psd::kMinSector)) return 0;
     const uint8_t* p = sector.data();
-    uint16_t version = Be16(p + 4);
-    if (version != 1 && version != 2) return 0;
-    for (int i = 6; i < 12; ++i)
+    uint16_t version = Be16(p + psd::kVersion);
+    if (version != psd::kClassic && version != psd::kLarge) return 0;
+    for (size_t i = psd::kReserved; i < psd::kReservedEnd; ++i)
         if (p[i]) return 0;
-    bool large = version == 2;
-    uint32_t channels = Be16(p + 12), rows = Be32(p + 14), columns = Be32(p + 18), depth = Be16(p + 22);
-    uint32_t side = large ? 300000 : 30000;
-    if (channels == 0 || channels > 56 || rows == 0 || rows > side || columns == 0 || columns > side) return 0;
+    bool large = version == psd::kLarge;
+    uint32_t channels = Be16(p + psd::kChannels), rows = Be32(p + psd::kRows), columns = Be32(p + psd::kColumns),
+             depth = Be16(p + psd::kDepth);
+    uint32_t side = large ? psd::kMaxLargeSide : psd::kMaxSide;
+    if (channels == 0 || channels > psd::kMaxChannels || rows == 0 || rows > side || columns == 0 || columns > side)
+        return 0;
     if (depth != 1 && depth != 8 && depth != 16 && depth != 32) return 0;
-    uint64_t pos = 26;
+    uint64_t pos = psd::kHeaderSize;
     // Colour-mode data and image resources (32-bit lengths), layer and mask information (64-bit
     // in the large variant).
     for (int section = 0; section < 3; ++section) {
@@ -34,12 +55,12 @@ uint64_t CPsdScanner::Walk(std::span<const uint8_t> sector) {
     pos += 2;
     uint64_t rowBytes = (uint64_t(columns) * depth + 7) / 8;
     uint64_t lines = uint64_t(channels) * rows;
-    if (compression == 0) {
+    if (compression == psd::kRaw) {
         uint64_t data = lines * rowBytes;
         if (data > kMaxSize - pos) return 0;
         return pos + data;
     }
-    if (compression != 1) return 0;
+    if (compression != psd::kRunLength) return 0;
     // Run-length rows: a count per row (16-bit, 32-bit in the large variant), then the rows.
     uint32_t countBytes = large ? 4 : 2;
     uint64_t table = lines * countBytes;

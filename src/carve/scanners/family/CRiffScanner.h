@@ -15,13 +15,14 @@ public:
     // Bytes of the file start a member may look at.
     static constexpr uint32_t kHeadBytes = 16384;
 
+    // True when one of `tags` (four bytes each) occurs in `head`.
+    static bool Contains(std::span<const uint8_t> head, std::initializer_list<const char*> tags);
+
 protected:
     CRiffScanner(const char* formType, bool continuations) : m_form(formType), m_continuations(continuations) {}
     uint64_t Walk(std::span<const uint8_t> sector) override;
     // `head` is up to kHeadBytes bytes from the start of the file.
     virtual bool Accepts(std::span<const uint8_t> head) const = 0;
-    // True when one of `tags` (four bytes each) occurs in `head`.
-    static bool Contains(std::span<const uint8_t> head, std::initializer_list<const char*> tags);
 
 private:
     const char* m_form;

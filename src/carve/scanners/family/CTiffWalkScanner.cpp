@@ -11,6 +11,35 @@ namespace kestrin {
 
 namespace {
 
+// The TIFF header and directories, in the byte order the header names.
+namespace tiff {
+constexpr size_t kMagic = 2;       // u16
+constexpr size_t kFirstIfd = 4;    // u32
+constexpr size_t kCanonMarker = 8; // "CR" in a Canon raw
+constexpr uint64_t kHeaderSize = 8;
+constexpr size_t kMinSector = 16;
+// A directory: its entry count (u16), the entries, the next directory's offset (u32).
+namespace ifd {
+constexpr uint32_t kCountSize = 2;
+constexpr uint32_t kEntrySize = 12;
+constexpr uint32_t kNextSize = 4;
+} // namespace ifd
+// One entry: tag, type, value count, then the value itself when it fits in four bytes, else
+// the offset of the value block.
+namespace entry {
+constexpr size_t kTag = 0;   // u16
+constexpr size_t kType = 2;  // u16
+constexpr size_t kCount = 4; // u32
+constexpr size_t kValue = 8; // the value or the u32 offset of it
+constexpr uint64_t kInlineBytes = 4;
+} // namespace entry
+// Entry types.
+constexpr uint16_t kAscii = 2, kShort = 3, kLong = 4, kUndefined = 7, kIfd = 13;
+// Compressions of a JPEG strip; the NewSubfileType bit of a reduced-resolution image.
+constexpr uint32_t kOldJpeg = 6, kJpeg = 7;
+constexpr uint32_t kReducedResolution = 1;
+} // namespace tiff
+
 constexpr uint16_t kNewSubfileType = 254;
 constexpr uint16_t kCompression = 259;
 constexpr uint16_t kPhotometric = 262;
@@ -29,6 +58,8 @@ constexpr uint16_t kInteropIfd = 40965;
 constexpr uint16_t kDngVersion = 50706;
 constexpr uint16_t kDngPrivate = 50740;
 constexpr uint16_t kPanasonicJpeg = 0x2E; // the preview JPEG of Panasonic and Leica raws
+// Make and model texts longer than this are not read.
+constexpr uint32_t kMaxNameBytes = 64;
 
 uint32_t TypeSize(uint16_t type) {
     switch (type) {
@@ -74,18 +105,20 @@ bool CTiffWalkScanner::ModelHas(const TiffFacts& f, const char* part) {
 }
 
 uint64_t CTiffWalkScanner::Walk(std::span<const uint8_t> sector) {
-    if (sector.size() < 16) return 0;
+    if (sector.size() < tiff::kMinSector) return 0;
     TiffFacts facts;
     if (MatchAt(sector, 0, "MM", 2)) facts.bigEndian = true;
     else if (!MatchAt(sector, 0, "II", 2)) return 0;
     const bool be = facts.bigEndian;
     auto u16 = [be](const uint8_t* p) { return be ? Be16(p) : Le16(p); };
     auto u32 = [be](const uint8_t* p) { return be ? Be32(p) : Le32(p); };
-    facts.magic = u16(sector.data() + 2);
-    if (facts.magic != 42 && facts.magic != 0x4F52 && facts.magic != 0x5352 && facts.magic != 0x55) return 0;
-    facts.canonMarker = MatchAt(sector, 8, "CR", 2);
+    facts.magic = u16(sector.data() + tiff::kMagic);
+    if (facts.magic != TiffFacts::kClassicMagic && facts.magic != TiffFacts::kOlympusMagic &&
+        facts.magic != TiffFacts::kOlympusSrMagic && facts.magic != TiffFacts::kPanasonicMagic)
+        return 0;
+    facts.canonMarker = MatchAt(sector, tiff::kCanonMarker, "CR", 2);
 
-    uint64_t furthest = 8;
+    uint64_t furthest = tiff::kHeaderSize;
     auto reach = [&](uint64_t offset, uint64_t length) {
         if (offset > kMaxSize || length > kMaxSize - offset) return false;
         furthest = std::max(furthest, offset + length);
@@ -100,7 +133,7 @@ uint64_t CTiffWalkScanner::Walk(std::span<const uint8_t> sector) {
         return size == 2 ? u16(b.data()) : u32(b.data());
     };
 
-    std::vector<uint64_t> queue{u32(sector.data() + 4)};
+    std::vector<uint64_t> queue{u32(sector.data() + tiff::kFirstIfd)};
     std::vector<uint64_t> seen;
     uint64_t bestJpegAt = 0, bestJpegLength = 0;
     auto offerJpeg = [&](uint64_t at, uint64_t length) {
@@ -114,32 +147,35 @@ uint64_t CTiffWalkScanner::Walk(std::span<const uint8_t> sector) {
     while (!queue.empty() && int(seen.size()) < kMaxIfds) {
         uint64_t ifd = queue.back();
         queue.pop_back();
-        if (ifd < 8 || ifd > kMaxSize || std::find(seen.begin(), seen.end(), ifd) != seen.end()) continue;
+        if (ifd < tiff::kHeaderSize || ifd > kMaxSize || std::find(seen.begin(), seen.end(), ifd) != seen.end()) continue;
         seen.push_back(ifd);
-        auto countBytes = At(ifd, 2);
+        auto countBytes = At(ifd, tiff::ifd::kCountSize);
         if (countBytes.empty()) continue;
         uint32_t count = u16(countBytes.data());
         if (count == 0 || count > kMaxEntries) continue;
-        auto table = At(ifd + 2, count * 12 + 4);
+        const uint32_t entriesSize = count * tiff::ifd::kEntrySize;
+        auto table = At(ifd + tiff::ifd::kCountSize, entriesSize + tiff::ifd::kNextSize);
         if (table.empty()) continue;
         // A directory whose first entries have unknown types is not a directory.
         entries.clear();
         uint32_t unknownTypes = 0;
         for (uint32_t i = 0; i < count; ++i) {
-            const uint8_t* p = table.data() + i * 12;
-            Entry e{u16(p), u16(p + 2), u32(p + 4), 0, 0};
+            const uint8_t* p = table.data() + i * tiff::ifd::kEntrySize;
+            Entry e{u16(p + tiff::entry::kTag), u16(p + tiff::entry::kType), u32(p + tiff::entry::kCount), 0, 0};
             uint32_t size = TypeSize(e.type);
             if (size == 0) {
                 ++unknownTypes;
                 continue;
             }
             e.bytes = uint64_t(size) * e.count;
-            e.valueAt = e.bytes <= 4 ? ifd + 2 + i * 12 + 8 : u32(p + 8);
+            e.valueAt = e.bytes <= tiff::entry::kInlineBytes
+                            ? ifd + tiff::ifd::kCountSize + i * tiff::ifd::kEntrySize + tiff::entry::kValue
+                            : u32(p + tiff::entry::kValue);
             entries.push_back(e);
         }
         if (unknownTypes * 2 > count) continue;
-        reach(ifd, 2 + uint64_t(count) * 12 + 4);
-        uint64_t next = u32(table.data() + count * 12);
+        reach(ifd, tiff::ifd::kCountSize + uint64_t(entriesSize) + tiff::ifd::kNextSize);
+        uint64_t next = u32(table.data() + entriesSize);
         if (next) queue.push_back(next);
 
         const Entry* strips[2] = {nullptr, nullptr};
@@ -147,7 +183,7 @@ uint64_t CTiffWalkScanner::Walk(std::span<const uint8_t> sector) {
         uint64_t jpegAt = 0, jpegLength = 0;
         uint32_t compression = 0, subfile = 0;
         for (const Entry& e : entries) {
-            if (e.bytes > 4) reach(e.valueAt, e.bytes);
+            if (e.bytes > tiff::entry::kInlineBytes) reach(e.valueAt, e.bytes);
             switch (e.tag) {
             case kStripOffsets: strips[0] = &e; break;
             case kStripByteCounts: strips[1] = &e; break;
@@ -166,11 +202,11 @@ uint64_t CTiffWalkScanner::Walk(std::span<const uint8_t> sector) {
             case kDngVersion: facts.dng = true; break;
             case kDngPrivate: facts.sonyPrivate = true; break;
             case kPanasonicJpeg:
-                if (facts.magic == 0x55 && e.type == 7) offerJpeg(e.valueAt, e.bytes);
+                if (facts.magic == TiffFacts::kPanasonicMagic && e.type == tiff::kUndefined) offerJpeg(e.valueAt, e.bytes);
                 break;
             case kMake:
             case kModel:
-                if (e.type == 2 && e.count > 0 && e.count <= 64) {
+                if (e.type == tiff::kAscii && e.count > 0 && e.count <= kMaxNameBytes) {
                     auto text = At(e.valueAt, e.count);
                     if (!text.empty()) {
                         std::string s(reinterpret_cast<const char*>(text.data()), text.size());
@@ -183,10 +219,13 @@ uint64_t CTiffWalkScanner::Walk(std::span<const uint8_t> sector) {
             case kExifIfd:
             case kGpsIfd:
             case kInteropIfd:
-                if (e.type == 4 || e.type == 13 || e.type == 7 || e.type == 3) {
+                if (e.type == tiff::kLong || e.type == tiff::kIfd || e.type == tiff::kUndefined ||
+                    e.type == tiff::kShort) {
                     uint32_t n = std::min<uint32_t>(e.count, kMaxIfds);
+                    // Offsets stored as undefined bytes are read as LONGs.
+                    const Entry asLong{e.tag, tiff::kLong, e.count, e.valueAt, e.bytes};
                     for (uint32_t i = 0; i < n; ++i)
-                        if (auto v = valueOf(e.type == 7 ? Entry{e.tag, 4, e.count, e.valueAt, e.bytes} : e, i))
+                        if (auto v = valueOf(e.type == tiff::kUndefined ? asLong : e, i))
                             queue.push_back(*v);
                 }
                 break;
@@ -206,13 +245,14 @@ uint64_t CTiffWalkScanner::Walk(std::span<const uint8_t> sector) {
                 if (*length && reach(*at, *length)) lastEnd = std::max<uint64_t>(lastEnd, uint64_t(*at) + *length);
             }
             // A single-strip JPEG image in a reduced-resolution directory is a preview.
-            if (n == 1 && (compression == 6 || compression == 7) && (subfile & 1)) {
+            if (n == 1 && (compression == tiff::kOldJpeg || compression == tiff::kJpeg) &&
+                (subfile & tiff::kReducedResolution)) {
                 auto at = valueOf(*pair[0], 0), length = valueOf(*pair[1], 0);
                 if (at && length) offerJpeg(*at, *length);
             }
         }
     }
-    if (seen.empty() || furthest <= 8 || !Accepts(facts)) return 0;
+    if (seen.empty() || furthest <= tiff::kHeaderSize || !Accepts(facts)) return 0;
     if (bestJpegLength) SetEmbedded(bestJpegAt, bestJpegLength);
     // Writers keep every block on a word boundary, so a file whose last block ends on an odd
     // offset carries one pad byte.

@@ -15,8 +15,14 @@
 namespace kestrin {
 
 struct TiffFacts {
+    // The header's magic number: the classic one, or the Olympus and Panasonic variants.
+    static constexpr uint16_t kClassicMagic = 42;
+    static constexpr uint16_t kOlympusMagic = 0x4F52;   // "IIRO"
+    static constexpr uint16_t kOlympusSrMagic = 0x5352; // "IIRS"
+    static constexpr uint16_t kPanasonicMagic = 0x55;
+
     bool bigEndian = false;
-    uint16_t magic = 42;      // 42, or the Olympus / Panasonic variants
+    uint16_t magic = kClassicMagic;
     bool canonMarker = false; // "CR" at offset 8
     bool dng = false;         // DNGVersion present
     bool rawData = false;     // a colour-filter or linear-raw image, or a raw-only compression
@@ -31,17 +37,17 @@ public:
     static constexpr uint32_t kMaxStrips = 65536;
     static constexpr uint64_t kMaxSize = 1ull << 30;
 
+    // Helpers for the members' rules (make and model compare from the start, ignoring case).
+    static bool MakeIs(const TiffFacts& f, const char* prefix);
+    static bool ModelHas(const TiffFacts& f, const char* part);
+    static bool IsRawFile(const TiffFacts& f) {
+        return f.canonMarker || f.dng || f.rawData || f.magic != TiffFacts::kClassicMagic;
+    }
+
 protected:
     explicit CTiffWalkScanner(bool reportsEmbedded) : m_reportsEmbedded(reportsEmbedded) {}
     uint64_t Walk(std::span<const uint8_t> sector) override;
     virtual bool Accepts(const TiffFacts& facts) const = 0;
-
-    // Helpers for the members' tests (make and model compare from the start, ignoring case).
-    static bool MakeIs(const TiffFacts& f, const char* prefix);
-    static bool ModelHas(const TiffFacts& f, const char* part);
-    static bool IsRawFile(const TiffFacts& f) {
-        return f.canonMarker || f.dng || f.rawData || f.magic != 42;
-    }
 
 private:
     bool m_reportsEmbedded;
