@@ -154,7 +154,7 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
         }
         // A scanner's own read found the source gone (the read-ahead reports it with its chunk).
         if (reader.SourceGoneInScannerRead()) {
-            ctx.events.OnStatus(CStorageMedia::ErrorText(platform::kErrDeviceGone));
+            ctx.events.OnStatus(UserText{"", CStorageMedia::ErrorText(platform::kErrDeviceGone)});
             outcome = Outcome::DeviceGone;
             break;
         }
@@ -165,7 +165,7 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
         if (!chunk.data || chunk.sectors == 0) break;
         if (!chunk.ok) {
             if (chunk.error == platform::kErrAccessDenied || chunk.error == platform::kErrDeviceGone) {
-                ctx.events.OnStatus(CStorageMedia::ErrorText(chunk.error));
+                ctx.events.OnStatus(UserText{"", CStorageMedia::ErrorText(chunk.error)});
                 outcome = chunk.error == platform::kErrDeviceGone ? Outcome::DeviceGone : Outcome::ReadFailed;
                 break;
             }

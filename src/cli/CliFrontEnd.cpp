@@ -250,15 +250,17 @@ void CliFrontEnd::OnProgress() {}
 
 void CliFrontEnd::OnSignatureScanStart() { m_signatureStage = true; }
 
-void CliFrontEnd::OnStatus(const std::string& text) {
+void CliFrontEnd::OnStatus(const UserText& text) {
+    std::string line = TextOf(text);
     std::lock_guard lk(m_mutex);
-    m_status = text;
+    m_status = std::move(line);
     m_signatureStage = false;
 }
 
-void CliFrontEnd::OnNotice(const std::string& text) {
+void CliFrontEnd::OnNotice(const UserText& text) {
+    std::string line = TextOf(text);
     std::lock_guard lk(m_mutex);
-    m_notices.push_back(text);
+    m_notices.push_back(std::move(line));
 }
 
 } // namespace kestrin::cli

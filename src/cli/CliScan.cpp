@@ -89,7 +89,7 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, int forcedKind = -1
             } else if (scannable.size() > 1) {
                 std::string list = DescribePartitions(run.src);
                 if (!list.empty() && list.back() == '\n') list.pop_back();
-                fe.OnNotice("Partitions on this source (scan one with --partition N):\n" + list);
+                fe.OnNotice(UserText{"", "Partitions on this source (scan one with --partition N):\n" + list});
             }
         }
     }

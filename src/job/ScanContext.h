@@ -12,7 +12,6 @@ namespace kestrin {
 
 class CNode;
 struct SignatureRecord;
-class IRecordSearchHook;
 
 struct ScanContext {
     ScanOperation& op;
@@ -23,9 +22,6 @@ struct ScanContext {
     CNode* top = nullptr;
     // Ticked rows of the signature list, in row order (signature scan only).
     const std::vector<SignatureRecord>* signatures = nullptr;
-    // The MFT-record test the signature loop runs on every sector for scan kinds 1 and 3;
-    // supplied by the NTFS side, null when that test is not part of this scan.
-    IRecordSearchHook* recordSearch = nullptr;
 
     // Every state poll goes through here: it blocks while the front end has a question open.
     uint32_t PollState() {

@@ -96,6 +96,18 @@ private:
     bool m_waiting = false;
 };
 
+// A line the user reads, as the worker knows it: a language id and what fills its "%s" (or
+// follows it after a space). The front end looks the text up. `argId` marks an argument that is a
+// language id itself (a stage's name). `fallback` is the English text of the id looked up last
+// (the argument's when it is an id), for a language file without it. A line with no id is plain
+// text from the system (an error's description).
+struct UserText {
+    std::string id;
+    std::string arg;
+    bool argId = false;
+    std::string fallback;
+};
+
 // The worker's side of the progress window: the three messages it sends.
 class IScanEvents {
 public:
@@ -106,11 +118,11 @@ public:
     virtual void OnProgress() = 0;
     // 0x8003: the signature scan starts.
     virtual void OnSignatureScanStart() = 0;
-    // A new status line (language text already looked up).
-    virtual void OnStatus(const std::string& /*text*/) {}
-    // A remark the user should still see after the operation, such as a stage this build cannot
-    // run. Shown as the status line unless the front end keeps remarks apart.
-    virtual void OnNotice(const std::string& text) { OnStatus(text); }
+    // A new status line.
+    virtual void OnStatus(const UserText& /*text*/) {}
+    // A remark the user should still see after the operation, such as a stage that cannot run.
+    // Shown as the status line unless the front end keeps remarks apart.
+    virtual void OnNotice(const UserText& text) { OnStatus(text); }
 };
 
 } // namespace kestrin

@@ -80,7 +80,7 @@ Outcome SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx) {
     // NTFS records survive a quick format (the new MFT overwrites only its first records) and
     // also a FAT format over an old NTFS volume.
     std::unique_ptr<CNode> scratch(MakeTopNode());
-    ScanContext inner{ctx.op, ctx.events, ctx.gate, ctx.mode, scratch.get(), ctx.signatures, ctx.recordSearch};
+    ScanContext inner{ctx.op, ctx.events, ctx.gate, ctx.mode, scratch.get(), ctx.signatures};
     if (current != kFsNtfs) {
         // The record search must not take the current FAT geometry for the old volume's.
         PartitionRecord r;

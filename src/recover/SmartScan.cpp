@@ -79,7 +79,7 @@ Outcome SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx) {
         media.SetPartitionFlag(r.partitionFlag);
         media.SetPartitionParams(r);
         std::unique_ptr<CNode> scratch(MakeTopNode());
-        ScanContext inner{ctx.op, ctx.events, ctx.gate, ctx.mode, scratch.get(), ctx.signatures, ctx.recordSearch};
+        ScanContext inner{ctx.op, ctx.events, ctx.gate, ctx.mode, scratch.get(), ctx.signatures};
         Outcome walked = RunEngine(media, r.fsKind, inner);
         if (TreeHasItems(scratch.get()) || r.fsKind != kFsNtfs) {
             MoveVolumeRoots(scratch.get(), ctx.top);

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <exception>
 
-#include "app/Language.h"
 #include "fs/CNode.h"
 #include "fs/VolumeHandle.h"
 #include "fs/VolumeTree.h"
@@ -42,14 +41,11 @@ bool CScanDriver::Start(uint32_t kind, uint32_t mode) {
     if (m_worker.joinable()) m_worker.join();
     m_mode = mode;
 
-    std::string status = app::Text(StatusTextId(kind, mode, m_media.GetSourceKind(), m_destinationKind == 1));
-    if (kind == kKindSave) {
-        // " %s..." with the destination path, or with the recorder's name for a disc.
-        status += " " + (m_destinationKind == 1 ? m_recorderName : m_destination) + "...";
-    }
+    UserText status{StatusTextId(kind, mode, m_media.GetSourceKind(), m_destinationKind == 1)};
+    // Saving names the destination path, or the recorder for a disc: "<text> <where>...".
+    if (kind == kKindSave) status.arg = (m_destinationKind == 1 ? m_recorderName : m_destination) + "...";
     {
         std::lock_guard lk(m_infoMutex);
-        m_detailRow2 = app::Text(kDetailRowTwoId);
         m_stagesRun.clear();
     }
     SetStatus(std::move(status));
@@ -134,22 +130,19 @@ bool CScanDriver::ContinueAsSignatureScan() {
 
 uint64_t CScanDriver::FirstSector() const { return m_media.GetFirstSector(); }
 
-std::string CScanDriver::StatusLine() const {
+UserText CScanDriver::StatusLine() const {
     std::lock_guard lk(m_infoMutex);
     return m_status;
 }
 
-std::string CScanDriver::DetailRow(int index) const {
-    std::lock_guard lk(m_infoMutex);
-    return index == 1 ? m_detailRow2 : std::string();
-}
+UserText CScanDriver::DetailRow(int index) const { return index == 1 ? UserText{kDetailRowTwoId} : UserText{}; }
 
 std::vector<Stage> CScanDriver::StagesRun() const {
     std::lock_guard lk(m_infoMutex);
     return m_stagesRun;
 }
 
-std::vector<std::string> CScanDriver::MissingStages() const {
+std::vector<UserText> CScanDriver::MissingStages() const {
     std::lock_guard lk(m_infoMutex);
     return m_missing;
 }
@@ -159,7 +152,7 @@ std::unique_ptr<CNode> CScanDriver::ReleaseTree() {
     return std::move(m_top);
 }
 
-void CScanDriver::SetStatus(std::string text) {
+void CScanDriver::SetStatus(UserText text) {
     {
         std::lock_guard lk(m_infoMutex);
         m_status = text;
@@ -168,16 +161,7 @@ void CScanDriver::SetStatus(std::string text) {
 }
 
 void CScanDriver::MissingStage(Stage s) {
-    std::string fmt = app::Text("IDS_CLI_STAGE_NOT_AVAILABLE");
-    // A language file without the stage's name still gets a readable sentence.
-    std::string name = app::Text(StageNameId(s));
-    if (name.empty()) name = StageNameEnglish(s);
-    std::string text;
-    size_t at = fmt.find("%s");
-    if (at == std::string::npos)
-        text = fmt.empty() ? name : fmt + " " + name;
-    else
-        text = fmt.substr(0, at) + name + fmt.substr(at + 2);
+    UserText text{"IDS_CLI_STAGE_NOT_AVAILABLE", StageNameId(s), true, StageNameEnglish(s)};
     {
         std::lock_guard lk(m_infoMutex);
         m_missing.push_back(text);

@@ -73,13 +73,13 @@ public:
     uint32_t Mode() const { return m_mode; }
     // First sector of the media's selected range (where the signature scan starts).
     uint64_t FirstSector() const;
-    std::string StatusLine() const;
+    UserText StatusLine() const;
     // The two detail rows: an empty first row and the "this might take a few minutes" text.
-    std::string DetailRow(int index) const;
+    UserText DetailRow(int index) const;
     // The stages that ran in this operation, in order (including those found missing).
     std::vector<Stage> StagesRun() const;
     // Notices about stages that could not run in this build.
-    std::vector<std::string> MissingStages() const;
+    std::vector<UserText> MissingStages() const;
 
     // The found-item tree ("_R"), made before the first stage; kept across the kind-2-to-4
     // hand-over. Release hands it to the caller once the worker has ended.
@@ -92,7 +92,7 @@ private:
     // Folds a stage's outcome into the operation's.
     void Note(Outcome o);
     void MissingStage(Stage s);
-    void SetStatus(std::string text);
+    void SetStatus(UserText text);
 
     CPhysicalDisk& m_media;
     Engines m_engines;
@@ -112,10 +112,9 @@ private:
     std::unique_ptr<CNode> m_top;
 
     mutable std::mutex m_infoMutex;
-    std::string m_status;
-    std::string m_detailRow2;
+    UserText m_status;
     std::vector<Stage> m_stagesRun;
-    std::vector<std::string> m_missing;
+    std::vector<UserText> m_missing;
 
     std::atomic<bool> m_cancelled{false};
     Outcome m_outcome = Outcome::Ok; // guarded by m_infoMutex

@@ -6,7 +6,6 @@
 #include "fs/ntfs/NtfsEngine.h"
 #include "job/ScanContext.h"
 #include "recover/Recover.h"
-#include "session/Texts.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/SourceLayout.h"
 
@@ -29,8 +28,8 @@ Engines MakeEngines() {
         default: break;
         }
         // No file system this program reads: said, not skipped.
-        ctx.events.OnNotice(
-            T("IDS_CLI_NO_FILE_SYSTEM", "No file system this program reads was found on the selected volume."));
+        ctx.events.OnNotice(UserText{"IDS_CLI_NO_FILE_SYSTEM", "", false,
+                                     "No file system this program reads was found on the selected volume."});
         return Outcome::Ok;
     };
     e.signatureScan = [](CPhysicalDisk& media, uint32_t kind, uint64_t first, uint64_t end, ScanContext& ctx) {

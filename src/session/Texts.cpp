@@ -19,6 +19,13 @@ std::string Tf(std::string_view id, std::string_view arg, std::string_view fallb
     return t.substr(0, at) + std::string(arg) + t.substr(at + 2);
 }
 
+std::string TextOf(const UserText& text) {
+    if (text.id.empty()) return text.arg;
+    if (text.argId) return Tf(text.id, T(text.arg, text.fallback));
+    if (text.arg.empty()) return T(text.id, text.fallback);
+    return Tf(text.id, text.arg, text.fallback);
+}
+
 bool ChooseLanguage(const std::string& name) { return app::UseLanguageByName(name); }
 
 } // namespace kestrin

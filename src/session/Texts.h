@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "job/ScanOperation.h"
+
 namespace kestrin {
 
 // The language text of `id`; `fallback` only when the language file has no such entry at all
@@ -10,6 +12,8 @@ namespace kestrin {
 std::string T(std::string_view id, std::string_view fallback = {});
 // T(id) with its "%s" replaced by `arg` (appended after a space when the text has none).
 std::string Tf(std::string_view id, std::string_view arg, std::string_view fallback = {});
+// The text of a line the worker sent (see UserText).
+std::string TextOf(const UserText& text);
 // Chooses the language for this process (--lang); false for an unknown name.
 bool ChooseLanguage(const std::string& name);
 

@@ -10,6 +10,7 @@
 #include <ctime>
 
 #include "scan/CScanDriver.h"
+#include "session/Texts.h"
 #include "ui/UiText.h"
 
 namespace kestrin::ui {
@@ -71,9 +72,9 @@ bool CScanMan::Run(CScanDriver& driver) {
     m_clock.start();
     {
         std::lock_guard lk(m_mutex);
-        m_statusText = QString::fromStdString(driver.StatusLine());
+        m_statusText = QString::fromStdString(TextOf(driver.StatusLine()));
     }
-    m_detail->setText(QString::fromStdString(driver.DetailRow(1)));
+    m_detail->setText(QString::fromStdString(TextOf(driver.DetailRow(1))));
     m_start->setText(Tx("IDS_START_TIME", "Start time") + QString::fromStdString(FormatClockTime(std::time(nullptr))));
     Refresh();
     m_timer->start();
@@ -118,15 +119,17 @@ void CScanMan::OnSignatureScanStart() {
     QMetaObject::invokeMethod(this, [this] { m_rule.Reset(); }, Qt::QueuedConnection);
 }
 
-void CScanMan::OnStatus(const std::string& text) {
+void CScanMan::OnStatus(const UserText& text) {
+    QString line = QString::fromStdString(TextOf(text));
     std::lock_guard lk(m_mutex);
-    m_statusText = QString::fromStdString(text);
+    m_statusText = line;
 }
 
-void CScanMan::OnNotice(const std::string& text) {
+void CScanMan::OnNotice(const UserText& text) {
+    QString line = QString::fromStdString(TextOf(text));
     std::lock_guard lk(m_mutex);
-    m_notices << QString::fromStdString(text);
-    m_statusText = QString::fromStdString(text);
+    m_notices << line;
+    m_statusText = line;
 }
 
 QStringList CScanMan::Notices() const {

@@ -42,8 +42,8 @@ public:
     void OnEnd() override;
     void OnProgress() override {}
     void OnSignatureScanStart() override;
-    void OnStatus(const std::string& text) override;
-    void OnNotice(const std::string& text) override;
+    void OnStatus(const UserText& text) override;
+    void OnNotice(const UserText& text) override;
 
     QStringList Notices() const;
     // Tests answer the stop question here instead of a message box; called while the worker

@@ -67,7 +67,7 @@ struct RecordingEvents final : IScanEvents {
         if (onProgress) onProgress();
     }
     void OnSignatureScanStart() override { ++starts; }
-    void OnStatus(const std::string& t) override { status.push_back(t); }
+    void OnStatus(const UserText& t) override { status.push_back(t.arg); }
 };
 
 inline SignatureRecord UserRecord(std::vector<uint8_t> header, std::string ext, uint64_t fixedSize,

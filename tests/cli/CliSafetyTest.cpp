@@ -99,8 +99,9 @@ TEST_F(CliSafety, NoOutputOptionReachesTheSourceUnderAnyName) {
             Outcome r = Kestrin(c + redirect);
             EXPECT_EQ(r.exitCode, 1) << c << "\n" << r.err;
             // (--zip refuses a name without .zip before it looks at the file at all.)
-            if (name.ends_with(".zip") || c.find("--zip") == std::string::npos)
+            if (name.ends_with(".zip") || c.find("--zip") == std::string::npos) {
                 EXPECT_NE(r.err.find("source"), std::string::npos) << c << "\n" << r.err;
+            }
         }
     }
     ExpectSourceUntouched();
@@ -186,7 +187,9 @@ TEST_F(CliSafety, FailedWritesAreCountedRemovedAndGiveTheirOwnExitCode) {
     EXPECT_NE(r.out.find("File too large"), std::string::npos) << r.out;
     // No partial file passes for a saved one: every file left is whole.
     for (auto& e : fs::recursive_directory_iterator(s.dir / "limited"))
-        if (e.is_regular_file()) EXPECT_LT(e.file_size(), 4u * 512) << e.path();
+        if (e.is_regular_file()) {
+            EXPECT_LT(e.file_size(), 4u * 512) << e.path();
+        }
     EXPECT_NE(Utf16File(s / "limited/log.txt").find("could not be written"), std::string::npos);
 }
 

@@ -23,9 +23,9 @@ struct Events : IScanEvents {
     void OnEnd() override { ++ends; }
     void OnProgress() override { ++progress; }
     void OnSignatureScanStart() override {}
-    void OnNotice(const std::string& t) override {
+    void OnNotice(const UserText& t) override {
         std::lock_guard lk(m);
-        notices.push_back(t);
+        notices.push_back(t.id + " " + t.arg);
     }
 };
 

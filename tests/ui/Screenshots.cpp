@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
         media.AttachImageFile(image.toStdString());
         Engines engines;
         engines.fileSystemScan = [](CPhysicalDisk&, int, ScanContext& ctx) {
-            ctx.events.OnStatus("Searching for deleted files and folders");
+            ctx.events.OnStatus(UserText{"IDS_SEARCHING_DELETED_FILES_FOLDERS"});
             for (int64_t i = 0; !ctx.StopRequested(); ++i) {
                 ctx.Progress(std::min<int64_t>(i, 420), 1000);
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));

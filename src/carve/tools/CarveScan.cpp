@@ -21,7 +21,7 @@ struct QuietEvents final : kestrin::IScanEvents {
     void OnEnd() override {}
     void OnProgress() override {}
     void OnSignatureScanStart() override {}
-    void OnStatus(const std::string& text) override { std::fprintf(stderr, "status: %s\n", text.c_str()); }
+    void OnStatus(const kestrin::UserText& text) override { std::fprintf(stderr, "status: %s %s\n", text.id.c_str(), text.arg.c_str()); }
 };
 } // namespace
 

@@ -110,15 +110,6 @@ void CNtfsRecordSearch::SetMedia(CPhysicalDisk* media) {
     m_sectorSize = media && media->GetSectorSize() >= 512 ? media->GetSectorSize() : 512;
 }
 
-void CNtfsRecordSearch::Prepare(CPhysicalDisk& media, uint64_t, uint64_t, ScanContext&) {
-    Reset();
-    SetMedia(&media);
-}
-
-bool CNtfsRecordSearch::OfferSector(uint64_t sector, std::span<const uint8_t> data) { return Offer(sector, data) > 0; }
-
-void CNtfsRecordSearch::Finish(ScanContext& ctx) { AttachTo(ctx.top); }
-
 void CNtfsRecordSearch::Reset() {
     m_builder = std::make_unique<CNtfsTreeBuilder>();
     m_seen.clear();

@@ -17,14 +17,13 @@
 #include <span>
 #include <vector>
 
-#include "job/RecordSearchHook.h"
 #include "fs/ntfs/CNtfsTreeBuilder.h"
 
 namespace kestrin {
 
 class CPhysicalDisk;
 
-class CNtfsRecordSearch final : public IRecordSearchHook {
+class CNtfsRecordSearch final {
 public:
     // A volume placed from the records found: its first byte on the media, its cluster and record
     // sizes, and its MFT's extents (media bytes).
@@ -41,11 +40,7 @@ public:
     };
 
     CNtfsRecordSearch();
-    ~CNtfsRecordSearch() override;
-
-    void Prepare(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx) override;
-    bool OfferSector(uint64_t sector, std::span<const uint8_t> data) override;
-    void Finish(ScanContext& ctx) override;
+    ~CNtfsRecordSearch();
 
     // The media records are read from (non-resident attribute lists) and whose sector size and
     // partition lists place them. Without one, lists in clusters are out of reach.

@@ -61,7 +61,8 @@ Checked CompareWithManifest(const std::string& image, const std::string& manifes
         }
         std::set<CNode*> matched;
         for (auto& f : part["files"]) {
-            std::string path = "/" + f["path"].get<std::string>();
+            std::string path = f["path"].get<std::string>();
+        path.insert(path.begin(), '/');
             bool dir = f["type"] == "dir", deleted = f["deleted"].get<bool>();
             uint64_t size = dir ? 0 : f.value("size", uint64_t(0));
             bool intact = !deleted || f.value("entry_intact", false);
@@ -132,7 +133,7 @@ TEST(NtfsImages, CommittedFixturesMatchTheirManifests) {
 }
 
 TEST(NtfsImages, SharedCorpusWhenPresent) {
-    const std::string corpus = "/work/shared/corpus/fixtures/";
+    const std::string corpus = std::string(KESTRIN_CORPUS_DIR) + "/fixtures/";
     if (!std::filesystem::exists(corpus)) GTEST_SKIP() << "no shared corpus here";
     for (const char* name : {"ntfs-deleted-small", "disk-mbr-small", "disk-gpt-small"}) {
         std::string out = std::string(KESTRIN_BINARY_DIR) + "/test-images/corpus-" + name + ".img";

@@ -55,7 +55,8 @@ TEST(NtfsSearchImage, WholeDiskSearchFollowsExtensionRecordsAndFindsTheVolume) {
     int attributeLists = 0, hashed = 0;
     for (const auto& f : part["files"]) {
         if (f["type"] != "file") continue;
-        std::string path = "/" + f["path"].get<std::string>();
+        std::string path = f["path"].get<std::string>();
+        path.insert(path.begin(), '/');
         CNode* n = FindPath(vol, path);
         ASSERT_NE(n, nullptr) << path;
         EXPECT_EQ(n->size, f["size"].get<uint64_t>()) << path;
