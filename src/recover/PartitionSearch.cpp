@@ -5,7 +5,6 @@
 
 #include "fs/ntfs/NtfsEngine.h"
 #include "fs/ntfs/NtfsRecord.h"
-#include "recover/Ldm.h"
 #include "recover/Recover.h"
 #include "storage/BootSector.h"
 #include "storage/SourceLayout.h"
@@ -14,10 +13,6 @@
 namespace kestrin {
 
 namespace {
-
-// The dynamic-disk reader goes behind the partition reader's hand-off as soon as this library is
-// part of the program (this file is linked whenever the recovery stages are).
-[[maybe_unused]] const bool kLdmReaderInstalled = (InstallLdmDatabaseReader(), true);
 
 constexpr size_t kBootBytes = 512;
 // One read of the search; the next 4 KiB are read with it so that an MFT record that starts
