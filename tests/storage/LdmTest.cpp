@@ -15,6 +15,9 @@ namespace kestrin {
 namespace {
 
 namespace privhead = layout::ldm::privhead;
+namespace tocblock = layout::ldm::tocblock;
+namespace vmdb = layout::ldm::vmdb;
+namespace vblk = layout::ldm::vblk;
 
 // The MBR image: the configuration area is the disk's last 2,048 sectors, volume pieces count
 // from sector 63.
@@ -155,7 +158,13 @@ TEST(DynamicDisk, DamagedDatabaseIsRejectedQuietly) {
     std::string path = test::UnpackImage("ldm-dynamic");
     ASSERT_FALSE(path.empty());
     auto bytes = ReadWhole(path);
+    // The image keeps its TOCBLOCK in sector 1 of the area, the VMDB in sector 4 and 128-byte
+    // record slots from sector 5 on.
     const size_t config = size_t(kMbrConfigStart) * 512;
+    const size_t toc = config + 512, vmdbAt = config + 4 * 512, slots = config + 5 * 512;
+    ASSERT_TRUE(tocblock::Magic::Is(bytes, tocblock::kMagic, toc));
+    ASSERT_TRUE(vmdb::Magic::Is(bytes, vmdb::kMagic, vmdbAt));
+    ASSERT_EQ(vmdb::VblkSize::Read(bytes, vmdbAt), 128u);
     auto mutate = [&](size_t at, std::initializer_list<uint8_t> v) {
         auto copy = bytes;
         std::copy(v.begin(), v.end(), copy.begin() + long(at));
@@ -164,16 +173,14 @@ TEST(DynamicDisk, DamagedDatabaseIsRejectedQuietly) {
         return ReadLdmVolumes(d, kMbrConfigStart, 2048, 63, "");
     };
     EXPECT_EQ(mutate(config, {0}).size(), 2u); // sector 0 of the area is not read
-    EXPECT_TRUE(mutate(config + 4 * 512 + 8, {0xFF, 0xFF, 0xFF, 0xFF}).empty()); // record size
-    EXPECT_TRUE(mutate(config + 4 * 512 + 8, {0, 0, 0, 1}).empty());
-    EXPECT_TRUE(mutate(config + 512 + 0x2E, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}).empty());
-    // Every record claims to be fragment 0 of 64: none completes.
+    const size_t recordSize = vmdbAt + vmdb::VblkSize::kOffset;
+    EXPECT_TRUE(mutate(recordSize, {0xFF, 0xFF, 0xFF, 0xFF}).empty());
+    EXPECT_TRUE(mutate(recordSize, {0, 0, 0, 1}).empty());
+    const size_t vmdbStart = toc + tocblock::kFirstBitmap + tocblock::bitmap::StartSector::kOffset;
+    EXPECT_TRUE(mutate(vmdbStart, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}).empty());
+    // Every record claims to be one fragment of 64: none completes.
     auto copy = bytes;
-    for (size_t slot = 0; slot < 16; ++slot) {
-        size_t at = config + 5 * 512 + slot * 128;
-        copy[at + 0x0E] = 0;
-        copy[at + 0x0F] = 64;
-    }
+    for (size_t slot = 0; slot < 16; ++slot) vblk::FragmentCount::Put(copy.data() + slots + slot * 128, 64);
     CPhysicalDisk d;
     AttachBytes(d, std::move(copy));
     EXPECT_TRUE(ReadLdmVolumes(d, kMbrConfigStart, 2048, 63, "").empty());
