@@ -21,13 +21,21 @@ namespace kestrin {
 
 namespace {
 
-constexpr char kMagic[4] = {'K', 'S', 'T', '3'};
+namespace header = layout::session::header;
+namespace path_length = layout::session::path_length;
+namespace geometry = layout::session::geometry;
+namespace partition = layout::session::partition;
+namespace source = layout::session::source;
+namespace node = layout::session::node;
+namespace list_header = layout::session::list_header;
+namespace drive_item = layout::session::drive_item;
+
 // Longest path the system can name; a longer stored length can only be damage.
 constexpr uint32_t kMaxPathUnits = 32767;
 // Largest sector size the media probe can settle on.
 constexpr uint32_t kMaxSectorSize = 66048;
-constexpr size_t kPartitionCoreBytes = 74;
-static_assert(18 + kPartitionCoreBytes <= kSessionSourceBlockBytes && kPartitionCoreBytes <= kSessionPartitionBytes);
+// Longest node name in UTF-16 units (the length is one byte).
+constexpr size_t kMaxNameUnits = 255;
 constexpr size_t kWriteBuffer = 1 << 20;
 
 bool KnownMode(uint32_t mode) {
@@ -46,48 +54,48 @@ const char* ModeNameId(uint32_t mode) {
     }
 }
 
-// The partition descriptor's fields in their order, without gaps.
+// The partition descriptor at `p`, which has room for partition::kCoreBytes.
 void PackPartition(uint8_t* p, const PartitionRecord& r) {
-    PutLe64(p + 0, r.startSector);
-    PutLe64(p + 8, r.length);
-    PutLe64(p + 16, r.volumeSerial);
-    PutLe64(p + 24, r.fatStart);
-    PutLe64(p + 32, r.secondArea);
-    PutLe64(p + 40, r.thirdArea);
-    PutLe32(p + 48, r.fatSize);
-    PutLe32(p + 52, r.indexRecordSize);
-    PutLe16(p + 56, r.mftRecordSize);
-    p[58] = r.sectorsPerMftRecord;
-    p[59] = r.sectorsPerIndexRecord;
-    PutLe32(p + 60, r.clusterCount);
-    PutLe32(p + 64, r.bytesPerCluster);
-    PutLe16(p + 68, r.bytesPerSector);
-    p[70] = r.sectorsPerCluster;
-    p[71] = r.fsKind;
-    p[72] = r.partitionFlag;
-    p[73] = r.found ? 1 : 0;
+    partition::StartSector::Put(p, r.startSector);
+    partition::Length::Put(p, r.length);
+    partition::VolumeSerial::Put(p, r.volumeSerial);
+    partition::FatStart::Put(p, r.fatStart);
+    partition::SecondArea::Put(p, r.secondArea);
+    partition::ThirdArea::Put(p, r.thirdArea);
+    partition::FatSize::Put(p, r.fatSize);
+    partition::IndexRecordSize::Put(p, r.indexRecordSize);
+    partition::MftRecordSize::Put(p, r.mftRecordSize);
+    partition::SectorsPerMftRecord::Put(p, r.sectorsPerMftRecord);
+    partition::SectorsPerIndexRecord::Put(p, r.sectorsPerIndexRecord);
+    partition::ClusterCount::Put(p, r.clusterCount);
+    partition::BytesPerCluster::Put(p, r.bytesPerCluster);
+    partition::BytesPerSector::Put(p, r.bytesPerSector);
+    partition::SectorsPerCluster::Put(p, r.sectorsPerCluster);
+    partition::FsKind::Put(p, r.fsKind);
+    partition::PartitionFlag::Put(p, r.partitionFlag);
+    partition::Found::Put(p, r.found ? 1 : 0);
 }
 
 PartitionRecord UnpackPartition(const uint8_t* p) {
     PartitionRecord r;
-    r.startSector = Le64(p + 0);
-    r.length = Le64(p + 8);
-    r.volumeSerial = Le64(p + 16);
-    r.fatStart = Le64(p + 24);
-    r.secondArea = Le64(p + 32);
-    r.thirdArea = Le64(p + 40);
-    r.fatSize = Le32(p + 48);
-    r.indexRecordSize = Le32(p + 52);
-    r.mftRecordSize = Le16(p + 56);
-    r.sectorsPerMftRecord = p[58];
-    r.sectorsPerIndexRecord = p[59];
-    r.clusterCount = Le32(p + 60);
-    r.bytesPerCluster = Le32(p + 64);
-    r.bytesPerSector = Le16(p + 68);
-    r.sectorsPerCluster = p[70];
-    r.fsKind = p[71];
-    r.partitionFlag = p[72];
-    r.found = p[73] != 0;
+    r.startSector = partition::StartSector::At(p);
+    r.length = partition::Length::At(p);
+    r.volumeSerial = partition::VolumeSerial::At(p);
+    r.fatStart = partition::FatStart::At(p);
+    r.secondArea = partition::SecondArea::At(p);
+    r.thirdArea = partition::ThirdArea::At(p);
+    r.fatSize = partition::FatSize::At(p);
+    r.indexRecordSize = partition::IndexRecordSize::At(p);
+    r.mftRecordSize = partition::MftRecordSize::At(p);
+    r.sectorsPerMftRecord = partition::SectorsPerMftRecord::At(p);
+    r.sectorsPerIndexRecord = partition::SectorsPerIndexRecord::At(p);
+    r.clusterCount = partition::ClusterCount::At(p);
+    r.bytesPerCluster = partition::BytesPerCluster::At(p);
+    r.bytesPerSector = partition::BytesPerSector::At(p);
+    r.sectorsPerCluster = partition::SectorsPerCluster::At(p);
+    r.fsKind = partition::FsKind::At(p);
+    r.partitionFlag = partition::PartitionFlag::At(p);
+    r.found = partition::Found::At(p) != 0;
     return r;
 }
 
@@ -137,28 +145,31 @@ private:
 // Places of the writes, numbered as the failure captions are: 1-5 the node tree, 6-9 header and
 // source section (6 at two places), 10-12 the drive list, 13-15 the second list.
 bool PutNode(SessionOut& out, const CNode& n) {
-    uint8_t rec[kSessionNodeFixedBytes] = {};
+    uint8_t rec[node::kFixedBytes] = {};
     // Link fields only say whether a link exists; pointer values mean nothing in a file. The
     // object header is never read back; it is non-zero so that a file cut inside the first record
     // cannot pass for an empty tree followed by empty lists.
-    PutLe64(rec, 1);
-    PutLe64(rec + 8, n.size);
-    PutLe64(rec + 16, n.location);
-    PutLe64(rec + 24, n.parent ? 1 : 0);
-    PutLe64(rec + 32, n.nextSibling ? 1 : 0);
-    PutLe64(rec + 40, n.firstChild ? 1 : 0);
-    PutLe32(rec + 48, n.recordId);
-    PutLe32(rec + 52, n.parentRecordId);
-    PutLe16(rec + 56, n.createdDate);
-    PutLe16(rec + 58, n.modifiedDate);
-    PutLe16(rec + 60, n.flags);
-    rec[62] = n.checked;
-    rec[63] = n.carved;
-    PutLe64(rec + 64, n.name.empty() ? 0 : 1);
-    rec[72] = n.nameLength;
-    PutLe32(rec + 73, n.startOffset);
-    rec[77] = n.inDeletedView;
-    if (!out.Put(rec, 48, 1) || !out.Put(rec + 48, 16, 2) || !out.Put(rec + 64, 14, 3)) return false;
+    node::ObjectHeader::Put(rec, 1);
+    node::Size::Put(rec, n.size);
+    node::Location::Put(rec, n.location);
+    node::HasParent::Put(rec, n.parent ? 1 : 0);
+    node::HasNextSibling::Put(rec, n.nextSibling ? 1 : 0);
+    node::HasFirstChild::Put(rec, n.firstChild ? 1 : 0);
+    node::RecordId::Put(rec, n.recordId);
+    node::ParentRecordId::Put(rec, n.parentRecordId);
+    node::CreatedDate::Put(rec, n.createdDate);
+    node::ModifiedDate::Put(rec, n.modifiedDate);
+    node::Flags::Put(rec, n.flags);
+    node::Checked::Put(rec, n.checked);
+    node::Carved::Put(rec, n.carved);
+    node::HasName::Put(rec, n.name.empty() ? 0 : 1);
+    node::NameLength::Put(rec, n.nameLength);
+    node::StartOffset::Put(rec, n.startOffset);
+    node::InDeletedView::Put(rec, n.inDeletedView);
+    constexpr size_t kItem = node::kItemFieldsOffset, kName = node::kNameFieldsOffset;
+    if (!out.Put(rec, kItem, 1) || !out.Put(rec + kItem, kName - kItem, 2) ||
+        !out.Put(rec + kName, node::kFixedBytes - kName, 3))
+        return false;
     // nameLength units are stored. Grouping folders keep 23 whatever their name, so a shorter
     // name is padded with zeros here rather than taking whatever follows it in memory.
     size_t units = n.nameLength;
@@ -203,13 +214,15 @@ bool PutList(SessionOut& out, const std::vector<DriveListItem>& list, int firstP
         if (k == kSourceImageFile) continue;
         ++counts[k == kSourcePhysicalDisk ? 0 : k == kSourceVolume ? 1 : 2];
     }
-    uint8_t head[6];
-    for (int i = 0; i < 3; ++i) PutLe16(head + 2 * i, counts[i]);
-    if (!out.Put(head, 6, firstPlace)) return false;
+    uint8_t head[list_header::kBytes];
+    list_header::PhysicalDisks::Put(head, counts[0]);
+    list_header::Volumes::Put(head, counts[1]);
+    list_header::Others::Put(head, counts[2]);
+    if (!out.Put(head, sizeof head, firstPlace)) return false;
     for (auto& item : list) {
         if (item.Kind() == kSourceImageFile) continue;
-        if (!out.Put(item.raw.data(), kDriveItemBytes, firstPlace + 1)) return false;
-        uint8_t rec[kSessionPartitionBytes] = {};
+        if (!out.Put(item.raw.data(), item.raw.size(), firstPlace + 1)) return false;
+        uint8_t rec[partition::kListBytes] = {};
         if (item.partition) PackPartition(rec, *item.partition);
         if (!out.Put(rec, sizeof rec, firstPlace + 2)) return false;
     }
@@ -262,7 +275,7 @@ private:
 bool GetGroup(SessionIn& in, CNode* parent, std::vector<CNode*>& withChildren) {
     CNode* last = nullptr;
     for (;;) {
-        uint8_t rec[kSessionNodeFixedBytes];
+        uint8_t rec[node::kFixedBytes];
         if (!in.Get(rec, sizeof rec)) return false;
         auto* n = new (std::nothrow) CNode;
         if (!n) return false;
@@ -272,19 +285,19 @@ bool GetGroup(SessionIn& in, CNode* parent, std::vector<CNode*>& withChildren) {
         else
             parent->firstChild = n;
         last = n;
-        n->size = Le64(rec + 8);
-        n->location = Le64(rec + 16);
-        n->recordId = Le32(rec + 48);
-        n->parentRecordId = Le32(rec + 52);
-        n->createdDate = Le16(rec + 56);
-        n->modifiedDate = Le16(rec + 58);
-        n->flags = Le16(rec + 60);
-        n->checked = rec[62];
-        n->carved = rec[63];
-        n->nameLength = rec[72];
-        n->startOffset = Le32(rec + 73);
-        n->inDeletedView = rec[77];
-        uint8_t name[255 * 2];
+        n->size = node::Size::At(rec);
+        n->location = node::Location::At(rec);
+        n->recordId = node::RecordId::At(rec);
+        n->parentRecordId = node::ParentRecordId::At(rec);
+        n->createdDate = node::CreatedDate::At(rec);
+        n->modifiedDate = node::ModifiedDate::At(rec);
+        n->flags = node::Flags::At(rec);
+        n->checked = node::Checked::At(rec);
+        n->carved = node::Carved::At(rec);
+        n->nameLength = node::NameLength::At(rec);
+        n->startOffset = node::StartOffset::At(rec);
+        n->inDeletedView = node::InDeletedView::At(rec);
+        uint8_t name[kMaxNameUnits * 2];
         if (!in.Get(name, size_t(n->nameLength) * 2)) return false;
         // Names are NUL-terminated strings in memory: a padded grouping-folder name ends at its
         // first zero unit.
@@ -293,8 +306,8 @@ bool GetGroup(SessionIn& in, CNode* parent, std::vector<CNode*>& withChildren) {
             if (!c) break;
             n->name.push_back(c);
         }
-        if (Le64(rec + 40)) withChildren.push_back(n);
-        if (!Le64(rec + 32)) return true;
+        if (node::HasFirstChild::At(rec)) withChildren.push_back(n);
+        if (!node::HasNextSibling::At(rec)) return true;
     }
 }
 
@@ -320,15 +333,16 @@ bool GetTree(SessionIn& in, CNode* top) {
 }
 
 bool GetList(SessionIn& in, std::vector<DriveListItem>& list) {
-    uint8_t head[6];
+    uint8_t head[list_header::kBytes];
     if (!in.Get(head, sizeof head)) return false;
-    uint16_t want[3] = {Le16(head), Le16(head + 2), Le16(head + 4)};
+    uint16_t want[3] = {list_header::PhysicalDisks::At(head), list_header::Volumes::At(head),
+                        list_header::Others::At(head)};
     uint16_t seen[3] = {};
     size_t total = size_t(want[0]) + want[1] + want[2];
     for (size_t i = 0; i < total; ++i) {
         DriveListItem item;
-        uint8_t rec[kSessionPartitionBytes];
-        if (!in.Get(item.raw.data(), kDriveItemBytes) || !in.Get(rec, sizeof rec)) return false;
+        uint8_t rec[partition::kListBytes];
+        if (!in.Get(item.raw.data(), item.raw.size()) || !in.Get(rec, sizeof rec)) return false;
         uint16_t k = item.Kind();
         if (k == kSourceImageFile) return false; // never written
         ++seen[k == kSourcePhysicalDisk ? 0 : k == kSourceVolume ? 1 : 2];
@@ -373,14 +387,15 @@ std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRe
     for (size_t i = skipHead ? 1 : 0; i < partitions.size(); ++i) {
         const PartitionRecord& p = partitions[i];
         DriveListItem row;
-        PutLe64(row.raw.data(), p.startSector);
+        drive_item::StartSector::Put(row.raw.data(), p.startSector);
         row.SetKind(kind);
-        PutLe16(row.raw.data() + 10, uint16_t(i));
+        drive_item::ListIndex::Put(row.raw.data(), uint16_t(i));
         std::string name = p.fsKind >= 1 && p.fsKind <= 4
                                ? std::string(kNames[p.fsKind]) + " - " + std::to_string(i)
                                : "Partition - " + std::to_string(i);
-        for (size_t c = 0; c < name.size() && 16 + 2 * c + 1 < kDriveItemBytes - 2; ++c)
-            PutLe16(row.raw.data() + 16 + 2 * c, uint16_t(uint8_t(name[c])));
+        uint8_t* units = row.raw.data() + drive_item::Name::kOffset;
+        for (size_t c = 0; c < name.size() && 2 * c + 1 < drive_item::Name::kSize; ++c)
+            PutLe16(units + 2 * c, uint16_t(uint8_t(name[c])));
         row.partition = p;
         rows.push_back(row);
     }
@@ -410,12 +425,12 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
     SessionOut out(fd);
     const CPhysicalDisk* media = s.media;
     bool ok = [&] {
-        uint8_t head[kSessionHeaderBytes];
-        std::memcpy(head, kMagic, 4);
-        PutLe32(head + 4, s.mode);
-        PutLe32(head + 8, media ? 1 : 0);
-        PutLe32(head + 12, s.driveList ? 1 : 0);
-        PutLe32(head + 16, s.secondList ? 1 : 0);
+        uint8_t head[header::kBytes];
+        std::memcpy(head + header::Magic::kOffset, header::kMagic, header::Magic::kSize);
+        header::Mode::Put(head, s.mode);
+        header::HasSource::Put(head, media ? 1 : 0);
+        header::HasDriveList::Put(head, s.driveList ? 1 : 0);
+        header::HasSecondList::Put(head, s.secondList ? 1 : 0);
         if (!out.Put(head, sizeof head, 6)) return false;
         if (media) {
             std::u16string sourcePath = media->GetPath();
@@ -426,23 +441,23 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
                 if (!ec) sourcePath = ToUtf16(abs.string());
             }
             if (sourcePath.size() > kMaxPathUnits) sourcePath.resize(kMaxPathUnits);
-            uint8_t len[4];
-            PutLe32(len, uint32_t(sourcePath.size()));
-            if (!out.Put(len, 4, 6)) return false;
+            uint8_t len[path_length::kBytes];
+            path_length::Units::Put(len, uint32_t(sourcePath.size()));
+            if (!out.Put(len, sizeof len, 6)) return false;
             std::vector<uint8_t> units((sourcePath.size() + 1) * 2, 0);
             for (size_t i = 0; i < sourcePath.size(); ++i) PutLe16(units.data() + 2 * i, uint16_t(sourcePath[i]));
             if (!out.Put(units.data(), units.size(), 7)) return false;
-            uint8_t geometry[12];
-            PutLe64(geometry, media->GetSectorCount());
-            PutLe32(geometry + 8, media->GetSectorSize());
-            if (!out.Put(geometry, sizeof geometry, 8)) return false;
-            uint8_t block[kSessionSourceBlockBytes] = {};
-            block[0] = media->GetFsKind();
-            block[1] = media->GetPartitionFlag();
-            block[2] = media->GetSourceKind();
-            block[3] = uint8_t(media->GetDeviceKind());
-            PutLe64(block + 10, media->GetFirstSector());
-            PackPartition(block + 18, media->GetPartitionParams());
+            uint8_t shape[geometry::kBytes];
+            geometry::SectorCount::Put(shape, media->GetSectorCount());
+            geometry::SectorSize::Put(shape, media->GetSectorSize());
+            if (!out.Put(shape, sizeof shape, 8)) return false;
+            uint8_t block[source::kBytes] = {};
+            source::FsKind::Put(block, media->GetFsKind());
+            source::PartitionFlag::Put(block, media->GetPartitionFlag());
+            source::SourceKind::Put(block, media->GetSourceKind());
+            source::DeviceKind::Put(block, uint8_t(media->GetDeviceKind()));
+            source::FirstSector::Put(block, media->GetFirstSector());
+            PackPartition(block + source::kPartitionOffset, media->GetPartitionParams());
             if (!out.Put(block, sizeof block, 9)) return false;
             if (s.top && !PutTree(out, s.top)) return false;
         }
@@ -484,10 +499,10 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
         Inform(messages, "IDS_CORRUPTED_REC_SESSION");
         return false;
     };
-    uint8_t head[kSessionHeaderBytes];
-    if (!in.Get(head, sizeof head) || std::memcmp(head, kMagic, 4) != 0) return corrupted();
-    uint32_t mode = Le32(head + 4), hasSource = Le32(head + 8), hasList = Le32(head + 12),
-             hasSecond = Le32(head + 16);
+    uint8_t head[header::kBytes];
+    if (!in.Get(head, sizeof head) || !header::Magic::Is(head, header::kMagic)) return corrupted();
+    uint32_t mode = header::Mode::At(head), hasSource = header::HasSource::At(head),
+             hasList = header::HasDriveList::At(head), hasSecond = header::HasSecondList::At(head);
     if (!KnownMode(mode) || hasSource > 1 || hasList > 1 || hasSecond > 1) return corrupted();
     if (!options.requestedFromOutside && mode != options.currentMode) {
         std::string text = LookupText("IDS_THIS_REC_SES_CREATED_USING") + " " + LookupText(ModeNameId(mode)) + " " +
@@ -498,25 +513,27 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
     out.mode = mode;
     out.top.reset(NewTop());
     if (hasSource) {
-        uint8_t len[4];
-        if (!in.Get(len, 4)) return corrupted();
-        uint32_t units = Le32(len);
+        uint8_t len[path_length::kBytes];
+        if (!in.Get(len, sizeof len)) return corrupted();
+        uint32_t units = path_length::Units::At(len);
         if (units > kMaxPathUnits) return corrupted();
         std::vector<uint8_t> raw((size_t(units) + 1) * 2);
         if (!in.Get(raw.data(), raw.size()) || Le16(raw.data() + 2 * units) != 0) return corrupted();
         std::u16string sourcePath;
         for (uint32_t i = 0; i < units; ++i) sourcePath.push_back(char16_t(Le16(raw.data() + 2 * i)));
-        uint8_t geometry[12], block[kSessionSourceBlockBytes];
-        if (!in.Get(geometry, sizeof geometry) || !in.Get(block, sizeof block)) return corrupted();
-        uint64_t sectorCount = Le64(geometry);
-        uint32_t sectorSize = Le32(geometry + 8);
-        if (sectorSize == 0 || sectorSize > kMaxSectorSize || block[0] > kFsExFat || block[2] > kSourceImageFile ||
-            block[3] > kVolume || sourcePath.empty() || sourcePath.find(u'\0') != std::u16string::npos)
+        uint8_t shape[geometry::kBytes], block[source::kBytes];
+        if (!in.Get(shape, sizeof shape) || !in.Get(block, sizeof block)) return corrupted();
+        uint64_t sectorCount = geometry::SectorCount::At(shape);
+        uint32_t sectorSize = geometry::SectorSize::At(shape);
+        uint8_t fsKind = source::FsKind::At(block), sourceKind = source::SourceKind::At(block);
+        uint8_t deviceKind = source::DeviceKind::At(block);
+        if (sectorSize == 0 || sectorSize > kMaxSectorSize || fsKind > kFsExFat || sourceKind > kSourceImageFile ||
+            deviceKind > kVolume || sourcePath.empty() || sourcePath.find(u'\0') != std::u16string::npos)
             return corrupted();
         out.sourcePath = sourcePath;
         auto media = std::make_unique<CPhysicalDisk>();
         if (options.openSource) {
-            bool image = block[3] == kNotByName || block[2] == kSourceImagePartition || block[2] == kSourceImageFile;
+            bool image = deviceKind == kNotByName || sourceKind == kSourceImagePartition || sourceKind == kSourceImageFile;
             if (image) {
                 if (!media->AttachImageFile(ToUtf8(sourcePath), sectorSize)) {
                     out = SessionData{};
@@ -533,11 +550,11 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
         }
         media->SetSectorSize(sectorSize);
         media->SetSectorCount(sectorCount);
-        media->SetFirstSector(Le64(block + 10));
-        media->SetFsKind(block[0]);
-        media->SetPartitionFlag(block[1]);
-        media->SetSourceKind(block[2]);
-        media->SetPartitionParams(UnpackPartition(block + 18));
+        media->SetFirstSector(source::FirstSector::At(block));
+        media->SetFsKind(fsKind);
+        media->SetPartitionFlag(source::PartitionFlag::At(block));
+        media->SetSourceKind(sourceKind);
+        media->SetPartitionParams(UnpackPartition(block + source::kPartitionOffset));
         out.media = std::move(media);
         // The tree has no count: it ends where its sibling marks say. A source whose tree was
         // empty wrote no records at all, so when the records do not parse, the lists may follow

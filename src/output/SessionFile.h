@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fs/CNode.h"
+#include "output/SessionLayout.h"
 #include "output/UserMessages.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/PartitionRecord.h"
@@ -17,29 +18,18 @@ namespace kestrin {
 
 class ByteSource;
 
-inline constexpr size_t kSessionHeaderBytes = 20;
-inline constexpr size_t kSessionSourceBlockBytes = 102;
-inline constexpr size_t kSessionNodeFixedBytes = 78;
-inline constexpr size_t kDriveItemBytes = 272;
-// A partition record inside a drive list: its fields packed in order, padded to a round size.
-inline constexpr size_t kSessionPartitionBytes = 80;
-
-// One row of a drive list as the drive-selection page keeps it. The fifth 16-bit word is the
-// row's kind (the source kinds 1-6); rows of kind 6 are not stored in a session.
+// One row of a drive list as the drive-selection page keeps it (layout::session::drive_item). Its
+// kind is one of the source kinds 1-6; rows of kind 6 are not stored in a session.
 struct DriveListItem {
-    std::array<uint8_t, kDriveItemBytes> raw{};
+    std::array<uint8_t, layout::session::drive_item::kBytes> raw{};
     std::optional<PartitionRecord> partition;
 
-    uint16_t Kind() const { return uint16_t(raw[8] | raw[9] << 8); }
-    void SetKind(uint16_t kind) {
-        raw[8] = uint8_t(kind);
-        raw[9] = uint8_t(kind >> 8);
-    }
+    uint16_t Kind() const { return layout::session::drive_item::Kind::At(raw.data()); }
+    void SetKind(uint16_t kind) { layout::session::drive_item::Kind::Put(raw.data(), kind); }
 };
 
 // Rows for the media's partition lists (the placeholder head of the first list is left out):
-// start sector in bytes 0-7, kind in word 4, the list index in bytes 10-11 and the volume name
-// ("NTFS - 2") as UTF-16 from byte 16.
+// the start sector, the kind, the list index and the volume name ("NTFS - 2").
 std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRecord>& partitions, bool skipHead,
                                                    uint16_t kind);
 

@@ -5,9 +5,9 @@
 
 #include "fs/ntfs/NtfsEngine.h"
 #include "fs/ntfs/NtfsRecord.h"
-#include "recover/Ldm.h"
 #include "recover/Recover.h"
 #include "storage/BootSector.h"
+#include "storage/BootSectorLayout.h"
 #include "storage/SourceLayout.h"
 #include "util/Bytes.h"
 
@@ -15,11 +15,34 @@ namespace kestrin {
 
 namespace {
 
-// The dynamic-disk reader goes behind the partition reader's hand-off as soon as this library is
-// part of the program (this file is linked whenever the recovery stages are).
-[[maybe_unused]] const bool kLdmReaderInstalled = (InstallLdmDatabaseReader(), true);
+namespace fat_boot = layout::fat_boot;
+namespace ntfs_boot = layout::ntfs_boot;
+namespace exfat_boot = layout::exfat_boot;
 
-constexpr size_t kBootBytes = 512;
+constexpr size_t kBootBytes = layout::kBootSectorBytes;
+
+// The NTFS file-record fields the check of a candidate reads.
+constexpr char kFileRecordSignature[4] = {'F', 'I', 'L', 'E'};
+using FileRecordNumber = LeField<uint32_t, 0x2C>;
+using NonResidentDataSize = LeField<uint64_t, 0x30>; // from the attribute's first byte
+// $BadClus, whose $Bad stream is as long as the volume.
+constexpr uint32_t kBadClusRecord = 8;
+constexpr uint8_t kBadStreamNameUnits = 4;
+// Index records of volumes without a boot sector are assumed to be of the usual size.
+constexpr uint32_t kDefaultIndexRecordBytes = 4096;
+
+// The first entry of a FAT: the media descriptor in its low byte and every other bit set (FAT32:
+// its low 28 bits). exFAT's first entry is a constant.
+using Fat16FirstEntry = LeField<uint16_t, 0>;
+using Fat32FirstEntry = LeField<uint32_t, 0>;
+constexpr uint16_t kFat16FirstEntryHigh = 0xFF00;
+constexpr uint32_t kFat32FirstEntryHigh = 0x0FFFFF00, kFat32EntryMask = 0x0FFFFFFF;
+constexpr uint32_t kExFatFirstEntry = 0xFFFFFFF8;
+// The exFAT backup boot region starts at volume sector 12.
+constexpr uint64_t kExFatBackupBootSector = 12;
+constexpr uint8_t kExFatMinSectorShift = 9, kExFatMaxSectorShift = 12;
+// FAT32 formatters put the backup boot sector within the first 32 reserved sectors.
+constexpr uint16_t kFat32MaxBackupSector = 32;
 // One read of the search; the next 4 KiB are read with it so that an MFT record that starts
 // near the end of a chunk is whole.
 constexpr uint32_t kChunkBytes = 4u << 20;
@@ -108,43 +131,43 @@ void CandidatesFromSector(CStorageMedia& media, std::span<const uint8_t> bytes, 
     if (bytes.size() < kBootBytes) return;
     Bytes s(bytes.data(), kBootBytes);
     const uint32_t ss = MediaSectorSize(media);
-    if (MatchAt(s, 0, "FILE", 4)) {
+    if (MatchAt(s, 0, kFileRecordSignature, sizeof kFileRecordSignature)) {
         CandidateFromMftRecord(media, bytes.subspan(0, std::min<size_t>(bytes.size(), kMaxRecordBytes)), at, out);
         return;
     }
-    if (ReadLe16(s, 510) != uint16_t(0xAA55)) return;
+    if (layout::BootSignature::Read(s) != layout::kBootSignatureValue) return;
     auto r = RecogniseVolume(media, s, 0);
     if (!r) return;
     switch (r->fsKind) {
     case kFsNtfs: {
         // The copy in the volume's last sector: the volume starts its total before it.
-        uint64_t total = ToMediaSectors(ReadLe64(s, 0x28).value_or(0), ReadLe16(s, 0x0B).value_or(0), ss);
+        uint64_t total = ToMediaSectors(ntfs_boot::TotalSectors::Or(s, 0), ntfs_boot::BytesPerSector::Or(s, 0), ss);
         if (total == 0 || total >= diskSectors) return;
         Add(out, at, total + 1, kFsNtfs, 0, at);
         if (at >= total) Add(out, at - total, total + 1, kFsNtfs, 1, at);
         return;
     }
     case kFsFat32: {
-        uint64_t total = ReadLe32(s, 0x20).value_or(0);
+        uint64_t total = fat_boot::TotalSectors32::Or(s, 0);
         if (total == 0) return;
         Add(out, at, total, kFsFat32, 0, at);
-        uint16_t backup = ReadLe16(s, 0x32).value_or(0);
-        if (backup >= 1 && backup <= 32 && at >= backup) Add(out, at - backup, total, kFsFat32, 1, at);
+        uint16_t backup = fat_boot::BackupBootSector32::Or(s, 0);
+        if (backup >= 1 && backup <= kFat32MaxBackupSector && at >= backup) Add(out, at - backup, total, kFsFat32, 1, at);
         return;
     }
     case kFsExFat: {
-        uint8_t shift = ReadU8(s, 108).value_or(0);
-        if (shift < 9 || shift > 12) return;
-        uint64_t total = ToMediaSectors(ReadLe64(s, 0x48).value_or(0), 1u << shift, ss);
+        uint8_t shift = exfat_boot::BytesPerSectorShift::Or(s, 0);
+        if (shift < kExFatMinSectorShift || shift > kExFatMaxSectorShift) return;
+        uint64_t total = ToMediaSectors(exfat_boot::VolumeLength::Or(s, 0), 1u << shift, ss);
         if (total == 0) return;
         Add(out, at, total, kFsExFat, 0, at);
-        uint64_t backupAt = ToMediaSectors(12, 1u << shift, ss);
+        uint64_t backupAt = ToMediaSectors(kExFatBackupBootSector, 1u << shift, ss);
         if (at >= backupAt) Add(out, at - backupAt, total, kFsExFat, 1, at);
         return;
     }
     case kFsFat16: {
-        uint64_t total = ReadLe16(s, 19).value_or(0);
-        if (total == 0) total = ReadLe32(s, 32).value_or(0);
+        uint64_t total = fat_boot::TotalSectors16::Or(s, 0);
+        if (total == 0) total = fat_boot::TotalSectors32::Or(s, 0);
         if (total) Add(out, at, total, kFsFat16, 0, at);
         return;
     }
@@ -163,12 +186,12 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
         // No boot sector: the geometry the $MFT record gave, checked by record 5 (the root
         // folder) where the MFT says it is. The copy in $MFTMirr holds only the first four records.
         if (c.clusterBytes < ss || c.clusterBytes / ss > 128 || !c.recordBytes) return false;
-        std::vector<uint8_t> rec(c.recordBytes * 9);
+        std::vector<uint8_t> rec(c.recordBytes * (kBadClusRecord + 1));
         uint64_t mftSector = c.startSector + c.mftCluster * (c.clusterBytes / ss);
         if (mftSector != c.seenAt) return false;
         if (!ReadAt(media, mftSector, rec)) return false;
-        std::span<uint8_t> root(rec.data() + 5 * c.recordBytes, c.recordBytes);
-        if (ReadLe32(Bytes(root.data(), root.size()), 0x2C).value_or(0) != 5) return false;
+        std::span<uint8_t> root(rec.data() + kNtfsRootRecord * c.recordBytes, c.recordBytes);
+        if (FileRecordNumber::Or(Bytes(root.data(), root.size()), 0) != kNtfsRootRecord) return false;
         if (!CheckFileRecord(root, c.recordBytes)) return false;
         r.fsKind = kFsNtfs;
         r.bytesPerSector = uint16_t(ss);
@@ -176,17 +199,18 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
         r.bytesPerCluster = c.clusterBytes;
         r.mftRecordSize = uint16_t(c.recordBytes);
         r.sectorsPerMftRecord = uint8_t(std::max<uint32_t>(1, c.recordBytes / ss));
-        r.indexRecordSize = 4096;
-        r.sectorsPerIndexRecord = uint8_t(std::max<uint32_t>(1, 4096 / ss));
+        r.indexRecordSize = kDefaultIndexRecordBytes;
+        r.sectorsPerIndexRecord = uint8_t(std::max<uint32_t>(1, kDefaultIndexRecordBytes / ss));
         r.secondArea = c.mftCluster;
         // The size: the $Bad stream of $BadClus (record 8) is as long as the volume.
         uint64_t length = 0;
-        std::span<uint8_t> bad(rec.data() + 8 * c.recordBytes, c.recordBytes);
-        if (ReadLe32(Bytes(bad.data(), bad.size()), 0x2C).value_or(0) == 8 && CheckFileRecord(bad, c.recordBytes)) {
+        std::span<uint8_t> bad(rec.data() + kBadClusRecord * c.recordBytes, c.recordBytes);
+        if (FileRecordNumber::Or(Bytes(bad.data(), bad.size()), 0) == kBadClusRecord &&
+            CheckFileRecord(bad, c.recordBytes)) {
             Bytes b(bad.data(), bad.size());
             ForEachAttribute(b, [&](const NtfsAttr& a) {
-                if (a.type == kAttrData && a.nonResident && a.nameLength == 4) {
-                    uint64_t bytes = ReadLe64(b, a.offset + 0x30).value_or(0);
+                if (a.type == kAttrData && a.nonResident && a.nameLength == kBadStreamNameUnits) {
+                    uint64_t bytes = NonResidentDataSize::Or(b, 0, a.offset);
                     length = bytes / ss + 1; // and the boot-sector copy after the last cluster
                     return false;
                 }
@@ -202,7 +226,8 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
         auto got = RecogniseVolume(media, Bytes(sector.data(), kBootBytes), std::min(c.length, room));
         if (!got || got->fsKind != c.fsKind) return false;
         r = *got;
-        uint8_t descriptor = sector[21];
+        // The sector buffer holds at least a boot sector.
+        uint8_t descriptor = fat_boot::MediaDescriptor::At(sector.data());
         switch (r.fsKind) {
         case kFsNtfs: {
             uint32_t bpc = r.bytesPerCluster, recBytes = r.mftRecordSize;
@@ -221,8 +246,10 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
         case kFsFat32: {
             if (r.fatStart == 0 || r.fatStart >= room) return false;
             if (!ReadAt(media, c.startSector + r.fatStart, sector)) return false;
-            if (sector[0] != descriptor || sector[1] != 0xFF) return false;
-            if (r.fsKind == kFsFat32 && (sector[2] != 0xFF || (sector[3] & 0x0F) != 0x0F)) return false;
+            if (Fat16FirstEntry::At(sector.data()) != (kFat16FirstEntryHigh | descriptor)) return false;
+            if (r.fsKind == kFsFat32 &&
+                (Fat32FirstEntry::At(sector.data()) & kFat32EntryMask) != (kFat32FirstEntryHigh | descriptor))
+                return false;
             if (r.fsKind == kFsFat16 && r.length > room) return false;
             break;
         }
@@ -231,7 +258,7 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
             uint64_t fatSector = ToMediaSectors(r.fatStart, bps, ss);
             if (fatSector == 0 || fatSector >= room) return false;
             if (!ReadAt(media, c.startSector + fatSector, sector)) return false;
-            if (Le32(sector.data()) != 0xFFFFFFF8u) return false;
+            if (Fat32FirstEntry::At(sector.data()) != kExFatFirstEntry) return false;
             break;
         }
         default:
@@ -309,8 +336,9 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
         if (!media.ReadSectors(buf.data(), uint32_t(want), at, true)) continue; // unreadable: skipped
         for (uint64_t i = 0; i < n && candidates.size() < kMaxCandidates; ++i) {
             const uint8_t* p = buf.data() + i * ss;
-            bool boot = p[510] == 0x55 && p[511] == 0xAA;
-            bool record = p[0] == 'F' && p[1] == 'I' && p[2] == 'L' && p[3] == 'E';
+            // Every sector of the chunk holds at least a boot sector's bytes.
+            bool boot = layout::BootSignature::At(p) == layout::kBootSignatureValue;
+            bool record = std::memcmp(p, kFileRecordSignature, sizeof kFileRecordSignature) == 0;
             if (!boot && !record) continue;
             size_t avail = std::min<size_t>(buf.size() - i * ss, want > i * ss ? want - i * ss : 0);
             CandidatesFromSector(media, std::span<const uint8_t>(p, avail), at + i, end, candidates);

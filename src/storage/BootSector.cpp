@@ -1,10 +1,33 @@
 #include "storage/BootSector.h"
 
+#include "storage/BootSectorLayout.h"
 #include "util/Bytes.h"
 
 namespace kestrin {
 
 namespace {
+
+namespace fat_boot = layout::fat_boot;
+namespace ntfs_boot = layout::ntfs_boot;
+namespace exfat_boot = layout::exfat_boot;
+using layout::BootSignature;
+using layout::kBootSignatureValue;
+
+// The jump instruction as NTFS and exFAT boot sectors start: a short jump and a NOP.
+constexpr uint8_t kNopOpcode = 0x90;
+// Sector sizes are multiples of this.
+constexpr uint16_t kSectorUnit = 512;
+constexpr uint8_t kNtfsDriveNumber = 0x80;
+// The FAT32 fields a formatter always writes: the root directory's first cluster, the backup
+// boot sector and the FSInfo sector.
+constexpr uint32_t kFat32RootCluster = 2;
+constexpr uint16_t kFat32BackupBootSector = 6;
+constexpr uint16_t kFat32FsInfoSector = 1;
+constexpr uint16_t kFat16RootEntries = 512;
+// The FAT16 test looks at four bytes inside the file-system type text ("FAT16   "), from its
+// fourth character on.
+constexpr size_t kFat16TypeTestedFrom = 3, kFat16TypeTestedBytes = 4;
+static_assert(kFat16TypeTestedFrom + kFat16TypeTestedBytes <= fat_boot::FsType16::kSize);
 
 // 2 to the power `exp`; 0 when it does not fit in 64 bits. Stored into narrower fields it then
 // truncates like any out-of-range size would, and the engines reject a 0 size.
@@ -29,19 +52,18 @@ bool IsKnownMediaDescriptor(uint8_t v) {
     }
 }
 
-uint8_t U8(Bytes b, size_t at) { return ReadU8(b, at).value_or(0); }
-uint16_t U16(Bytes b, size_t at) { return ReadLe16(b, at).value_or(0); }
-uint32_t U32(Bytes b, size_t at) { return ReadLe32(b, at).value_or(0); }
-uint64_t U64(Bytes b, size_t at) { return ReadLe64(b, at).value_or(0); }
-
-constexpr uint16_t kBootSignature = 0xAA55;
+// A field, or 0 when the sector is too short for it.
+template <class Field>
+typename Field::Type Get(Bytes b) {
+    return Field::Or(b, 0);
+}
 
 // Cluster count as FAT16 and FAT32 compute it: the sectors after the reserved area and the FATs,
 // divided by the cluster size. The root directory of FAT16 is deliberately not subtracted. A
 // volume shorter than its own metadata has no clusters (the subtraction would wrap).
 uint32_t FatClusterCount(uint64_t length, Bytes s, uint32_t fatSize) {
-    uint64_t meta = uint64_t(U16(s, 14)) + uint64_t(U8(s, 16)) * fatSize;
-    uint8_t spc = U8(s, 13);
+    uint64_t meta = uint64_t(Get<fat_boot::ReservedSectors>(s)) + uint64_t(Get<fat_boot::FatCount>(s)) * fatSize;
+    uint8_t spc = Get<fat_boot::SectorsPerCluster>(s);
     if (spc == 0 || length <= meta) return 0;
     return uint32_t((length - meta) / spc);
 }
@@ -49,80 +71,88 @@ uint32_t FatClusterCount(uint64_t length, Bytes s, uint32_t fatSize) {
 } // namespace
 
 bool IsFat32BootSector(CStorageMedia&, std::span<const uint8_t> s) {
-    auto bps = ReadLe16(s, 11);
+    auto bps = fat_boot::BytesPerSector::Read(s);
     // A sector size of 0 passes on purpose; otherwise 512 or an even multiple of it.
-    if (!bps || *bps % 512 != 0) return false;
-    if (*bps != 512 && (*bps / 512) % 2 != 0) return false;
-    if (ReadU8(s, 16) != uint8_t(2)) return false;
-    auto spc = ReadU8(s, 13);
+    if (!bps || *bps % kSectorUnit != 0) return false;
+    if (*bps != kSectorUnit && (*bps / kSectorUnit) % 2 != 0) return false;
+    if (fat_boot::FatCount::Read(s) != uint8_t(2)) return false;
+    auto spc = fat_boot::SectorsPerCluster::Read(s);
     if (!spc || !IsPowerOfTwoUpTo128(*spc)) return false;
-    auto media = ReadU8(s, 21);
+    auto media = fat_boot::MediaDescriptor::Read(s);
     if (!media || !IsKnownMediaDescriptor(*media)) return false;
     if (!IsOneOrEven(*spc)) return false;
-    if (ReadLe32(s, 44) != 2u) return false;
-    if (ReadLe16(s, 50) != uint16_t(6)) return false;
-    if (ReadLe16(s, 48) != uint16_t(1)) return false;
-    return ReadLe16(s, 510) == kBootSignature;
+    if (fat_boot::RootCluster32::Read(s) != kFat32RootCluster) return false;
+    if (fat_boot::BackupBootSector32::Read(s) != kFat32BackupBootSector) return false;
+    if (fat_boot::FsInfoSector32::Read(s) != kFat32FsInfoSector) return false;
+    return BootSignature::Read(s) == kBootSignatureValue;
 }
 
 bool IsFat16BootSector(CStorageMedia&, std::span<const uint8_t> s) {
     // The high half of the 32-bit total must be non-zero: volumes below 65,536 sectors fail.
-    if (!Fits(s, 34, 2) || (s[34] == 0 && s[35] == 0)) return false;
-    // Bytes 57..60 lie inside the file-system type text ("FAT16   ").
-    if (!Fits(s, 57, 4) || (s[57] == 0 && s[58] == 0 && s[59] == 0 && s[60] == 0)) return false;
-    auto bps = ReadLe16(s, 11);
-    if (!bps || *bps % 512 != 0) return false;
-    if (ReadU8(s, 16) != uint8_t(2)) return false;
-    auto spc = ReadU8(s, 13);
+    auto total32 = fat_boot::TotalSectors32::Read(s);
+    if (!total32 || (*total32 >> 16) == 0) return false;
+    Bytes type = fat_boot::FsType16::In(s);
+    if (type.empty()) return false;
+    bool allZero = true;
+    for (uint8_t b : type.subspan(kFat16TypeTestedFrom, kFat16TypeTestedBytes)) allZero &= b == 0;
+    if (allZero) return false;
+    auto bps = fat_boot::BytesPerSector::Read(s);
+    if (!bps || *bps % kSectorUnit != 0) return false;
+    if (fat_boot::FatCount::Read(s) != uint8_t(2)) return false;
+    auto spc = fat_boot::SectorsPerCluster::Read(s);
     if (!spc || !IsPowerOfTwoUpTo128(*spc)) return false;
-    auto media = ReadU8(s, 21);
+    auto media = fat_boot::MediaDescriptor::Read(s);
     if (!media || !IsKnownMediaDescriptor(*media)) return false;
     if (!IsOneOrEven(*spc)) return false;
-    if (ReadLe16(s, 17) != uint16_t(512)) return false;
-    auto reserved = ReadLe16(s, 14);
+    if (fat_boot::RootEntries::Read(s) != kFat16RootEntries) return false;
+    auto reserved = fat_boot::ReservedSectors::Read(s);
     if (!reserved || *reserved == 0) return false;
-    return ReadLe16(s, 510) == kBootSignature;
+    return BootSignature::Read(s) == kBootSignatureValue;
 }
 
 bool IsNtfsBootSector(CStorageMedia&, std::span<const uint8_t> s) {
-    if (!Fits(s, 0, 80)) return false;
-    if (s[0] == 0 || s[1] == 0 || s[2] != 0x90) return false;
-    if (Le32(&s[32]) != 0) return false;
-    if (s[36] != 0x80 || s[37] != 0x00) return false;
-    if (Le16(&s[11]) & 1) return false;
-    if (!IsOneOrEven(s[13])) return false;
-    if (!IsOneOrEven(s[64]) || !IsOneOrEven(s[68])) return false;
-    for (size_t at : {48, 56, 40}) {
-        uint64_t v = Le64(&s[at]);
+    // The test reads the fields up to the volume serial; the sector must hold them all.
+    if (!Fits(s, 0, ntfs_boot::VolumeSerial::kEnd)) return false;
+    const uint8_t* p = s.data();
+    if (layout::JumpByte0::At(p) == 0 || layout::JumpByte1::At(p) == 0 || layout::JumpByte2::At(p) != kNopOpcode)
+        return false;
+    if (ntfs_boot::Unused32::At(p) != 0) return false;
+    if (ntfs_boot::DriveNumber::At(p) != kNtfsDriveNumber || ntfs_boot::Reserved25::At(p) != 0) return false;
+    if (ntfs_boot::BytesPerSector::At(p) & 1) return false;
+    if (!IsOneOrEven(ntfs_boot::SectorsPerCluster::At(p))) return false;
+    if (!IsOneOrEven(ntfs_boot::ClustersPerRecord::At(p)) || !IsOneOrEven(ntfs_boot::ClustersPerIndexBlock::At(p)))
+        return false;
+    for (uint64_t v : {ntfs_boot::MftCluster::At(p), ntfs_boot::MftMirrorCluster::At(p), ntfs_boot::TotalSectors::At(p)})
         if (v == 0 || v == ~uint64_t(0)) return false;
-    }
     return true;
 }
 
 bool IsExFatBootSector(CStorageMedia&, std::span<const uint8_t> s) {
-    if (!Fits(s, 0, 110)) return false;
-    if (s[0] == 0 || s[2] != 0x90) return false;
-    if (s[108] == 0) return false;
+    // The test reads up to the cluster shift; the sector must hold the fields up to there.
+    if (!Fits(s, 0, exfat_boot::SectorsPerClusterShift::kEnd)) return false;
+    const uint8_t* p = s.data();
+    if (layout::JumpByte0::At(p) == 0 || layout::JumpByte2::At(p) != kNopOpcode) return false;
+    if (exfat_boot::BytesPerSectorShift::At(p) == 0) return false;
     // The cluster shift is tested as if it were a count: shifts 3, 5 and 7 fail. Kept as is,
     // since which volumes are found depends on it.
-    return IsOneOrEven(s[109]);
+    return IsOneOrEven(exfat_boot::SectorsPerClusterShift::At(p));
 }
 
 void FillFat16Record(std::span<const uint8_t> s, PartitionRecord& r) {
-    r.sectorsPerCluster = U8(s, 13);
-    r.fatSize = U16(s, 22);
-    uint16_t total16 = U16(s, 19);
-    r.length = total16 ? total16 : U32(s, 32);
-    r.fatStart = U16(s, 14);
+    r.sectorsPerCluster = Get<fat_boot::SectorsPerCluster>(s);
+    r.fatSize = Get<fat_boot::FatSize16>(s);
+    uint16_t total16 = Get<fat_boot::TotalSectors16>(s);
+    r.length = total16 ? total16 : Get<fat_boot::TotalSectors32>(s);
+    r.fatStart = Get<fat_boot::ReservedSectors>(s);
     r.secondArea = r.fatStart + r.fatSize;
     r.thirdArea = r.secondArea + r.fatSize;
     r.clusterCount = FatClusterCount(r.length, s, r.fatSize);
 }
 
 void FillFat32Record(std::span<const uint8_t> s, PartitionRecord& r) {
-    r.sectorsPerCluster = U8(s, 13);
-    r.fatSize = U32(s, 36);
-    r.fatStart = U16(s, 14);
+    r.sectorsPerCluster = Get<fat_boot::SectorsPerCluster>(s);
+    r.fatSize = Get<fat_boot::FatSize32>(s);
+    r.fatStart = Get<fat_boot::ReservedSectors>(s);
     r.secondArea = r.fatStart + r.fatSize;
     r.thirdArea = r.secondArea + r.fatSize;
     // The length is the table's (a GPT record's last sector enters the count as it is).
@@ -130,11 +160,11 @@ void FillFat32Record(std::span<const uint8_t> s, PartitionRecord& r) {
 }
 
 void FillNtfsRecord(CStorageMedia& media, std::span<const uint8_t> s, PartitionRecord& r) {
-    r.volumeSerial = U64(s, 72);
-    uint16_t bootBps = U16(s, 11);
-    uint32_t bps = (bootBps != 0 && bootBps % 512 == 0) ? bootBps : media.GetSectorSize();
+    r.volumeSerial = Get<ntfs_boot::VolumeSerial>(s);
+    uint16_t bootBps = Get<ntfs_boot::BytesPerSector>(s);
+    uint32_t bps = (bootBps != 0 && bootBps % kSectorUnit == 0) ? bootBps : media.GetSectorSize();
     r.bytesPerSector = uint16_t(bps);
-    r.sectorsPerCluster = U8(s, 13);
+    r.sectorsPerCluster = Get<ntfs_boot::SectorsPerCluster>(s);
     r.bytesPerCluster = uint32_t(r.sectorsPerCluster) * bps;
 
     // A negative count means 2^|value| bytes; a positive one counts clusters.
@@ -148,29 +178,30 @@ void FillNtfsRecord(CStorageMedia& media, std::span<const uint8_t> s, PartitionR
         }
     };
     uint64_t indexSize = 0, mftSize = 0;
-    recordGeometry(int8_t(U8(s, 68)), indexSize, r.sectorsPerIndexRecord);
+    recordGeometry(int8_t(Get<ntfs_boot::ClustersPerIndexBlock>(s)), indexSize, r.sectorsPerIndexRecord);
     r.indexRecordSize = uint32_t(indexSize);
-    recordGeometry(int8_t(U8(s, 64)), mftSize, r.sectorsPerMftRecord);
+    recordGeometry(int8_t(Get<ntfs_boot::ClustersPerRecord>(s)), mftSize, r.sectorsPerMftRecord);
     r.mftRecordSize = uint16_t(mftSize);
 
-    r.secondArea = U64(s, 48);
-    r.thirdArea = U64(s, 56);
+    r.secondArea = Get<ntfs_boot::MftCluster>(s);
+    r.thirdArea = Get<ntfs_boot::MftMirrorCluster>(s);
 }
 
 void FillExFatRecord(CStorageMedia& media, std::span<const uint8_t> s, PartitionRecord& r) {
-    r.volumeSerial = U32(s, 100);
-    uint8_t bpsShift = U8(s, 108);
+    r.volumeSerial = Get<exfat_boot::VolumeSerial>(s);
+    uint8_t bpsShift = Get<exfat_boot::BytesPerSectorShift>(s);
     uint64_t bps = bpsShift ? PowerOfTwo(bpsShift) : media.GetSectorSize();
-    uint64_t spc = PowerOfTwo(U8(s, 109));
+    uint64_t spc = PowerOfTwo(Get<exfat_boot::SectorsPerClusterShift>(s));
     r.bytesPerSector = uint16_t(bps);
     // The record's cluster size field is 8 bits; large exFAT clusters (256 sectors and more) do
     // not fit, so the product and the root sector are computed from the untruncated value.
     r.sectorsPerCluster = uint8_t(spc);
     r.bytesPerCluster = uint32_t(bps * spc);
-    r.clusterCount = U32(s, 92);
-    r.thirdArea = (uint64_t(U32(s, 96)) - 2) * spc + U32(s, 88);
-    r.fatStart = U32(s, 80);
-    r.fatSize = U32(s, 84);
+    r.clusterCount = Get<exfat_boot::ClusterCount>(s);
+    // Cluster numbers start at 2, the first cluster of the heap.
+    r.thirdArea = (uint64_t(Get<exfat_boot::RootCluster>(s)) - 2) * spc + Get<exfat_boot::ClusterHeapOffset>(s);
+    r.fatStart = Get<exfat_boot::FatOffset>(s);
+    r.fatSize = Get<exfat_boot::FatLength>(s);
 }
 
 } // namespace kestrin

@@ -30,7 +30,6 @@ public:
     uint64_t Size() const override { return m_file.Size(); }
     uint32_t LastError() const override { return m_file.LastError(); }
     bool NeedsAlignment() const override { return m_aligned; }
-    platform::File& GetFile() { return m_file; }
 
 private:
     platform::File m_file;
@@ -45,7 +44,6 @@ public:
     long long ReadAt(void* buf, size_t len, uint64_t offset) override;
     uint64_t Size() const override { return m_total; }
     uint32_t LastError() const override { return m_lastError; }
-    size_t PartCount() const { return m_parts.size(); }
 
 private:
     struct Part {
@@ -64,7 +62,6 @@ public:
     long long ReadAt(void* buf, size_t len, uint64_t offset) override;
     long long WriteAt(const void* buf, size_t len, uint64_t offset) override;
     uint64_t Size() const override { return m_data.size(); }
-    std::vector<uint8_t>& Data() { return m_data; }
     // Byte offsets at which every read fails (tests of read-error handling).
     void FailReadsAt(uint64_t offset, uint64_t len) { m_failStart = offset; m_failLen = len; }
     uint32_t LastError() const override { return m_error; }

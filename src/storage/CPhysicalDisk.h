@@ -80,14 +80,12 @@ public:
     static std::vector<std::string> ListDiskNames();
 
 private:
-    uint64_t m_reservedHandle = 0;
     uint32_t m_deviceKind = kNotByName;
     uint8_t m_fsKind = 0;
     uint8_t m_partitionFlag = 0;
     PartitionRecord m_params;
     uint8_t m_sourceKind = kSourceNone;
     std::vector<PartitionRecord> m_partitions;
-    uint32_t m_unused = 0;
     std::vector<PartitionRecord> m_secondPartitions;
     std::string m_devicePath;
     std::vector<AssembledVolume> m_assembledVolumes;

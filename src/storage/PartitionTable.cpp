@@ -10,6 +10,8 @@
 
 #include "storage/BootSector.h"
 #include "storage/Ldm.h"
+#include "storage/LdmLayout.h"
+#include "storage/PartitionLayout.h"
 #include "storage/SourceLayout.h"
 #include "util/Bytes.h"
 
@@ -17,10 +19,14 @@ namespace kestrin {
 
 namespace {
 
-constexpr size_t kTableBytes = 512; // only the first 512 bytes of a table sector are examined
-constexpr size_t kEntriesOffset = 446;
-constexpr size_t kEntrySize = 16;
-constexpr uint16_t kTableSignature = 0xAA55;
+namespace mbr = layout::mbr;
+namespace mbr_entry = layout::mbr::entry;
+namespace gpt_header = layout::gpt_header;
+namespace gpt_entry = layout::gpt_entry;
+namespace privhead = layout::ldm::privhead;
+
+// Only the first 512 bytes of a table sector are examined, whatever the sector size.
+constexpr size_t kTableBytes = mbr::kTableBytes;
 
 // The probe accepts sectors up to 66,048 bytes; anything else in the media is not a sector size
 // a table can be read with.
@@ -37,29 +43,21 @@ constexpr size_t kMaxEbrLinks = 1024;
 // and walk more than this.
 constexpr uint64_t kMaxGptArrayBytes = 1 << 20;
 
-constexpr size_t kGptHeaderBytes = 92;
-
-// A GPT type GUID as stored: a little-endian 32-bit and two 16-bit parts, then 8 bytes as is.
+// A GPT type GUID, matched against an entry's type field.
 struct GptGuid {
     uint32_t data1;
     uint16_t data2, data3;
     std::array<uint8_t, 8> data4;
     bool Matches(Bytes entry) const {
-        return ReadLe32(entry, 0) == data1 && ReadLe16(entry, 4) == data2 && ReadLe16(entry, 6) == data3 &&
-               MatchAt(entry, 8, data4.data(), data4.size());
+        namespace guid = layout::guid;
+        constexpr size_t at = gpt_entry::TypeGuid::kOffset;
+        return guid::Data1::Read(entry, at) == data1 && guid::Data2::Read(entry, at) == data2 &&
+               guid::Data3::Read(entry, at) == data3 && guid::Data4::Is(entry, data4.data(), at);
     }
 };
 constexpr GptGuid kBasicDataGuid{0xEBD0A0A2, 0xB9E5, 0x4433, {0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7}};
 constexpr GptGuid kLdmMetadataGuid{0x5808C8AA, 0x7E8F, 0x42E0, {0x85, 0xD2, 0xE1, 0xE9, 0x04, 0x34, 0xCF, 0xB3}};
 constexpr GptGuid kLdmDataGuid{0xAF9B60A0, 0x1431, 0x4F62, {0xBC, 0x68, 0x33, 0x11, 0x71, 0x4A, 0x69, 0xAD}};
-
-// The LDM private header: its metadata size on every dynamic disk, and the big-endian numeric
-// fields (offset, width) that are converted before the hand-off.
-constexpr uint64_t kLdmConfigSectors = 2048;
-constexpr std::array<std::pair<size_t, size_t>, 14> kPrivheadNumbers{{
-    {0x0C, 2},  {0x0E, 2},  {0x10, 8},  {0x11B, 8}, {0x123, 8}, {0x12B, 8}, {0x133, 8},
-    {0x13B, 8}, {0x143, 8}, {0x14B, 4}, {0x14F, 4}, {0x153, 8}, {0x15B, 8}, {0x163, 4},
-}};
 
 // First sector past the end of the source: reads there return nothing. Unknown sizes do not
 // bound anything.
@@ -78,7 +76,15 @@ bool ReadOneSector(CStorageMedia& media, std::vector<uint8_t>& buf, uint64_t sec
     return media.ReadSectors(buf.data(), uint32_t(buf.size()), sector, true);
 }
 
-bool IsExtendedType(uint8_t type) { return type == 0x05 || type == 0x0F || type == 0x85; }
+// A table sector: the boot signature and a first entry in use. Anything else ends the walk.
+bool HoldsTable(Bytes table) {
+    return mbr::Signature::Read(table) == layout::kBootSignatureValue &&
+           mbr_entry::Type::Read(table, mbr::EntryOffset(0)) != mbr::kTypeEmpty;
+}
+
+bool IsExtendedType(uint8_t type) {
+    return type == mbr::kTypeExtended || type == mbr::kTypeExtendedLba || type == mbr::kTypeExtendedLinux;
+}
 
 // The boot-sector test and fill of an MBR data type; kind 0 for types that are not data.
 struct MbrDataType {
@@ -87,9 +93,10 @@ struct MbrDataType {
 };
 MbrDataType DataTypeOf(uint8_t type) {
     switch (type) {
-    case 0x07: return {kFsNtfs, IsNtfsBootSector}; // exFAT in an 0x07 slot is not tried: NTFS, flag 1
-    case 0x0B: case 0x0C: return {kFsFat32, IsFat32BootSector};
-    case 0x04: case 0x06: case 0x0E: return {kFsFat16, IsFat16BootSector};
+    // exFAT in an NTFS slot is not tried: NTFS, flag 1.
+    case mbr::kTypeNtfs: return {kFsNtfs, IsNtfsBootSector};
+    case mbr::kTypeFat32: case mbr::kTypeFat32Lba: return {kFsFat32, IsFat32BootSector};
+    case mbr::kTypeFat16Small: case mbr::kTypeFat16: case mbr::kTypeFat16Lba: return {kFsFat16, IsFat16BootSector};
     default: return {kFsNone, nullptr};
     }
 }
@@ -112,10 +119,10 @@ void WalkMbrChain(CPhysicalDisk& disk, std::array<uint8_t, kTableBytes> table, s
     uint64_t current = 0, next = 0, extendedBase = 0;
     std::unordered_set<uint64_t> visited{0};
     for (size_t links = 0;; ++links) {
-        for (size_t i = 0; i < 4; ++i) {
-            const uint8_t* e = table.data() + kEntriesOffset + i * kEntrySize;
-            uint8_t type = e[4];
-            uint32_t start = Le32(e + 8);
+        for (size_t i = 0; i < mbr::kEntryCount; ++i) {
+            const uint8_t* e = table.data() + mbr::EntryOffset(i);
+            uint8_t type = mbr_entry::Type::At(e);
+            uint32_t start = mbr_entry::FirstLba::At(e);
             if (IsExtendedType(type)) {
                 // Every link is relative to the first extended partition; the last one wins.
                 next = start + extendedBase;
@@ -125,7 +132,7 @@ void WalkMbrChain(CPhysicalDisk& disk, std::array<uint8_t, kTableBytes> table, s
             if (!data.test) continue;
             PartitionRecord r;
             r.startSector = start + current; // data partitions are relative to their own table
-            r.length = Le32(e + 12);
+            r.length = mbr_entry::SectorCount::At(e);
             r.fsKind = data.kind;
             r.partitionFlag = kTableOnly;
             ReadOneSector(disk, buf, r.startSector, diskEnd);
@@ -144,41 +151,34 @@ void WalkMbrChain(CPhysicalDisk& disk, std::array<uint8_t, kTableBytes> table, s
             break;
         ReadOneSector(disk, buf, current, diskEnd);
         Bytes t(buf.data(), kTableBytes);
-        if (ReadLe16(t, 510) != kTableSignature || t[kEntriesOffset + 4] == 0) break;
+        if (!HoldsTable(t)) break;
         std::copy_n(buf.begin(), kTableBytes, table.begin());
     }
 }
 
-// A dynamic disk behind an MBR: find the private header, check it, hand it over.
-void HandOffMbrDynamicDisk(CPhysicalDisk& disk, std::vector<uint8_t>& buf, uint64_t diskEnd) {
-    static constexpr char kMagic[8] = {'P', 'R', 'I', 'V', 'H', 'E', 'A', 'D'};
-    ReadOneSector(disk, buf, 6, diskEnd);
-    if (!MatchAt(buf, 0, kMagic, 8)) {
+// A dynamic disk behind an MBR: find the private header, check it, read its database.
+void ReadMbrDynamicDiskAt(CPhysicalDisk& disk, std::vector<uint8_t>& buf, uint64_t diskEnd) {
+    ReadOneSector(disk, buf, privhead::kMbrSector, diskEnd);
+    if (!privhead::Magic::Is(buf, privhead::kMagic)) {
         // The second place looked at is one past the media's range (first + count); on a whole
         // disk that is past its end, so only a media narrowed below the device finds it there.
         ReadOneSector(disk, buf, disk.GetFirstSector() + disk.GetSectorCount(), diskEnd);
-        if (!MatchAt(buf, 0, kMagic, 8)) return;
+        if (!privhead::Magic::Is(buf, privhead::kMagic)) return;
     }
-    std::array<uint8_t, kPrivheadBytes> privhead;
-    std::copy_n(buf.begin(), kPrivheadBytes, privhead.begin());
-    for (auto [at, width] : kPrivheadNumbers) SwapBytes(privhead.data() + at, width);
-    // After the swap the numbers read as little-endian.
-    uint64_t diskStart = Le64(&privhead[0x11B]);
-    uint64_t diskSize = Le64(&privhead[0x123]);
-    uint64_t configStart = Le64(&privhead[0x12B]);
-    uint64_t configSize = Le64(&privhead[0x133]);
-    if (configSize != kLdmConfigSectors || diskSize == 0) return;
+    // The buffer holds a whole sector, at least 512 bytes.
+    static_assert(privhead::kBytes <= kTableBytes);
+    const uint8_t* h = buf.data();
+    uint64_t diskStart = privhead::LogicalDiskStart::At(h);
+    uint64_t diskSize = privhead::LogicalDiskSize::At(h);
+    uint64_t configStart = privhead::ConfigStart::At(h);
+    uint64_t configSize = privhead::ConfigSize::At(h);
+    if (configSize != privhead::kConfigSectors || diskSize == 0) return;
     // The logical disk must end before the configuration starts (checked without overflow).
     if (diskStart > configStart || diskSize > configStart - diskStart) return;
-    ReadLdmDatabase(disk, privhead.data(), nullptr);
+    ReadMbrDynamicDisk(disk, Bytes(h, privhead::kBytes));
 }
 
 } // namespace
-
-void SwapBytes(void* field, size_t width) {
-    auto* p = static_cast<uint8_t*>(field);
-    for (size_t i = 0, j = width; i + 1 < j; ++i, --j) std::swap(p[i], p[j - 1]);
-}
 
 bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout, std::vector<GptUnrecognisedEntry>* unrecognised) {
     if (layout) *layout = Layout::None;
@@ -192,23 +192,24 @@ bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout, std::vector<GptUnre
         std::vector<uint8_t> buf(ss);
         ReadOneSector(disk, buf, 0, diskEnd);
         Bytes t(buf.data(), kTableBytes);
-        uint8_t firstType = t[kEntriesOffset + 4];
-        if (ReadLe16(t, 510) != kTableSignature || firstType == 0) return true;
+        if (!HoldsTable(t)) return true;
+        const uint8_t* firstEntry = t.data() + mbr::EntryOffset(0);
+        uint8_t firstType = mbr_entry::Type::At(firstEntry);
 
-        if (firstType == 0xEE) {
+        if (firstType == mbr::kTypeGptProtective) {
             if (layout) *layout = Layout::Gpt;
             // The header lies at the protective entry's start (normally 1), relative to sector 0.
-            uint64_t headerSector = Le32(&t[kEntriesOffset + 8]);
+            uint64_t headerSector = mbr_entry::FirstLba::At(firstEntry);
             ReadOneSector(disk, buf, headerSector, diskEnd);
-            if (!MatchAt(buf, 0, "EFI PART", 8)) return true;
-            std::array<uint8_t, kGptHeaderBytes> header;
-            std::copy_n(buf.begin(), kGptHeaderBytes, header.begin());
+            if (!gpt_header::Signature::Is(buf, gpt_header::kSignature)) return true;
+            std::array<uint8_t, gpt_header::kHeaderBytes> header;
+            std::copy_n(buf.begin(), gpt_header::kHeaderBytes, header.begin());
             ReadGptEntries(disk, header, unrecognised);
             return true;
         }
-        if (firstType == 0x42) {
+        if (firstType == mbr::kTypeDynamicDisk) {
             if (layout) *layout = Layout::Ldm;
-            HandOffMbrDynamicDisk(disk, buf, diskEnd);
+            ReadMbrDynamicDiskAt(disk, buf, diskEnd);
             return true;
         }
         if (layout) *layout = Layout::Mbr;
@@ -222,12 +223,12 @@ bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout, std::vector<GptUnre
 }
 
 bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::vector<GptUnrecognisedEntry>* unrecognised) {
-    auto arrayStart = ReadLe64(header, 72);
-    auto entryCount = ReadLe32(header, 80);
-    auto entrySize = ReadLe32(header, 84);
+    auto arrayStart = gpt_header::EntryArrayLba::Read(header);
+    auto entryCount = gpt_header::EntryCount::Read(header);
+    auto entrySize = gpt_header::EntrySize::Read(header);
     if (!arrayStart || !entryCount || !entrySize) return false;
     // Entries are 128 bytes or a multiple; a size of 0 would never advance the walk.
-    if (*entrySize == 0 || *entrySize % 128 != 0) return false;
+    if (*entrySize == 0 || *entrySize % gpt_entry::kEntryBytes != 0) return false;
     uint32_t ss = disk.GetSectorSize();
     if (ss < kTableBytes || ss > kMaxSectorSize) return false;
     uint64_t diskEnd = DiskEndSector(disk);
@@ -256,9 +257,10 @@ bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::v
     auto& list = disk.Partitions();
     uint64_t metadataStart = 0, metadataSectors = 0;
     for (uint64_t at = 0; at < arrayBytes; at += *entrySize) {
-        Bytes entry(array.data() + at, 56);
-        uint64_t first = Le64(&entry[32]);
-        uint64_t last = Le64(&entry[40]);
+        // Each entry lies whole inside the array (at least 128 bytes of it).
+        Bytes entry(array.data() + at, gpt_entry::kEntryBytes);
+        uint64_t first = gpt_entry::FirstLba::At(entry.data());
+        uint64_t last = gpt_entry::LastLba::At(entry.data());
         if (kLdmMetadataGuid.Matches(entry)) {
             metadataStart = first;
             metadataSectors = last - first + 1;
@@ -282,9 +284,8 @@ bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::v
         } else if (kLdmDataGuid.Matches(entry)) {
             // Without its metadata entry seen first, a data entry ends the walk: the array's
             // order matters, and entries behind it are not examined.
-            if (metadataSectors != kLdmConfigSectors || last == 0 || first <= metadataStart) break;
-            LdmGptAreas areas{metadataStart, metadataSectors, first, last};
-            ReadLdmDatabase(disk, nullptr, &areas);
+            if (metadataSectors != privhead::kConfigSectors || last == 0 || first <= metadataStart) break;
+            ReadGptDynamicDisk(disk, {metadataStart, metadataSectors, first});
         }
     }
     return true;

@@ -1,7 +1,7 @@
 #pragma once
 // Reading a disk's partition layout into its partition list: a classic MBR with its chain of
-// extended boot records, a GPT behind a protective MBR, or a dynamic disk, which is only
-// recognised here and handed to the dynamic-disk reader (storage/Ldm.h).
+// extended boot records, a GPT behind a protective MBR, or a dynamic disk, which is recognised
+// here and whose database the dynamic-disk reader (storage/Ldm.h) reads.
 //
 // Each data partition's first sector is read and tested with the boot-sector test of its type.
 // A pass gives a record with partition flag 2 and the geometry filled in; an MBR entry whose test
@@ -40,9 +40,6 @@ bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout = nullptr,
 // header's array cannot be used (entry size 0 or not a multiple of 128, or no memory).
 bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header,
                     std::vector<GptUnrecognisedEntry>* unrecognised = nullptr);
-
-// Reverses the bytes of a field in place (first with last, moving inward).
-void SwapBytes(void* field, size_t width);
 
 // Diagnostic listing of the partition list, head first.
 void DumpPartitionList(const CPhysicalDisk& disk, std::FILE* out = stdout);

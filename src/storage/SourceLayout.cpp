@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "storage/BootSector.h"
+#include "storage/BootSectorLayout.h"
 #include "storage/PartitionTable.h"
 #include "util/Bytes.h"
 
@@ -10,7 +11,18 @@ namespace kestrin {
 
 namespace {
 
-constexpr size_t kBootBytes = 512;
+namespace fat_boot = layout::fat_boot;
+namespace exfat_boot = layout::exfat_boot;
+
+constexpr size_t kBootBytes = layout::kBootSectorBytes;
+// Largest sector size the media probe settles on.
+constexpr uint32_t kMaxSectorSize = 66048;
+constexpr char kNtfsName[8] = {'N', 'T', 'F', 'S', ' ', ' ', ' ', ' '};
+constexpr char kExFatName[8] = {'E', 'X', 'F', 'A', 'T', ' ', ' ', ' '};
+constexpr char kFat16TypePrefix[5] = {'F', 'A', 'T', '1', '6'};
+constexpr uint32_t kFatDirEntryBytes = 32;
+// FAT drivers decide the FAT type by the cluster count alone.
+constexpr uint64_t kMinFat16Clusters = 4085, kMaxFat16Clusters = 65525;
 
 bool IsKnownMediaDescriptor(uint8_t v) { return v == 0xF0 || v >= 0xF8; }
 
@@ -19,32 +31,36 @@ bool IsKnownMediaDescriptor(uint8_t v) { return v == 0xF0 || v >= 0xF8; }
 // root entries). The FAT type follows from the cluster count, as FAT drivers decide it, unless
 // the type text says FAT16.
 bool LooksLikeFat16Volume(Bytes s) {
-    if (ReadLe16(s, 510) != uint16_t(0xAA55)) return false;
-    uint16_t bps = ReadLe16(s, 11).value_or(0);
+    if (layout::BootSignature::Read(s) != layout::kBootSignatureValue) return false;
+    uint16_t bps = fat_boot::BytesPerSector::Or(s, 0);
     if (bps != 512 && bps != 1024 && bps != 2048 && bps != 4096) return false;
-    uint8_t spc = ReadU8(s, 13).value_or(0);
+    uint8_t spc = fat_boot::SectorsPerCluster::Or(s, 0);
     if (spc == 0 || (spc & (spc - 1)) != 0) return false;
-    uint16_t reserved = ReadLe16(s, 14).value_or(0);
-    uint8_t fats = ReadU8(s, 16).value_or(0);
-    uint16_t rootEntries = ReadLe16(s, 17).value_or(0);
-    uint16_t fatSize = ReadLe16(s, 22).value_or(0);
-    uint16_t total16 = ReadLe16(s, 19).value_or(0);
-    uint64_t total = total16 ? total16 : ReadLe32(s, 32).value_or(0);
+    uint16_t reserved = fat_boot::ReservedSectors::Or(s, 0);
+    uint8_t fats = fat_boot::FatCount::Or(s, 0);
+    uint16_t rootEntries = fat_boot::RootEntries::Or(s, 0);
+    uint16_t fatSize = fat_boot::FatSize16::Or(s, 0);
+    uint16_t total16 = fat_boot::TotalSectors16::Or(s, 0);
+    uint64_t total = total16 ? total16 : fat_boot::TotalSectors32::Or(s, 0);
     if (reserved == 0 || (fats != 1 && fats != 2) || rootEntries == 0 || fatSize == 0 || total == 0) return false;
-    if (!IsKnownMediaDescriptor(ReadU8(s, 21).value_or(0))) return false;
-    if (MatchAt(s, 54, "FAT16", 5)) return true;
-    uint64_t rootSectors = (uint64_t(rootEntries) * 32 + bps - 1) / bps;
+    if (!IsKnownMediaDescriptor(fat_boot::MediaDescriptor::Or(s, 0))) return false;
+    if (MatchAt(s, fat_boot::FsType16::kOffset, kFat16TypePrefix, sizeof kFat16TypePrefix)) return true;
+    uint64_t rootSectors = (uint64_t(rootEntries) * kFatDirEntryBytes + bps - 1) / bps;
     uint64_t meta = reserved + uint64_t(fats) * fatSize + rootSectors;
     if (total <= meta) return false;
     uint64_t clusters = (total - meta) / spc;
-    return clusters >= 4085 && clusters < 65525;
+    return clusters >= kMinFat16Clusters && clusters < kMaxFat16Clusters;
 }
 
 // exFAT by its name and sane shifts: sectors of 512 to 4,096 bytes, clusters up to 32 MiB.
 bool LooksLikeExFatVolume(Bytes s) {
-    if (!MatchAt(s, 3, "EXFAT   ", 8) || ReadLe16(s, 510) != uint16_t(0xAA55)) return false;
-    uint8_t bpsShift = ReadU8(s, 108).value_or(0), spcShift = ReadU8(s, 109).value_or(0xFF);
-    return bpsShift >= 9 && bpsShift <= 12 && spcShift <= 25 - bpsShift;
+    constexpr uint8_t kMinSectorShift = 9, kMaxSectorShift = 12, kMaxClusterShift = 25;
+    if (!exfat_boot::FileSystemName::Is(s, kExFatName) ||
+        layout::BootSignature::Read(s) != layout::kBootSignatureValue)
+        return false;
+    uint8_t bpsShift = exfat_boot::BytesPerSectorShift::Or(s, 0);
+    uint8_t spcShift = exfat_boot::SectorsPerClusterShift::Or(s, 0xFF);
+    return bpsShift >= kMinSectorShift && bpsShift <= kMaxSectorShift && spcShift <= kMaxClusterShift - bpsShift;
 }
 
 } // namespace
@@ -75,12 +91,12 @@ std::optional<PartitionRecord> RecogniseVolume(CStorageMedia& media, std::span<c
     r.partitionFlag = kValidated;
     // NTFS and exFAT also need their name: the NTFS test alone and, even more, the exFAT test
     // alone (three bytes and two shifts) also pass some MBR boot code.
-    if (MatchAt(s, 3, "NTFS    ", 8) && IsNtfsBootSector(media, s)) {
+    if (layout::OemName::Is(s, kNtfsName) && IsNtfsBootSector(media, s)) {
         r.fsKind = kFsNtfs;
         FillNtfsRecord(media, s, r);
         return r;
     }
-    bool exFatStrict = MatchAt(s, 3, "EXFAT   ", 8) && IsExFatBootSector(media, s);
+    bool exFatStrict = exfat_boot::FileSystemName::Is(s, kExFatName) && IsExFatBootSector(media, s);
     if (exFatStrict || LooksLikeExFatVolume(s)) {
         r.fsKind = kFsExFat;
         if (!exFatStrict) r.partitionFlag = kTableOnly;
@@ -107,7 +123,7 @@ Layout ReadSourceLayout(CPhysicalDisk& disk) {
     if (list.empty()) list.resize(1);
     disk.SecondPartitions().clear();
     uint32_t ss = disk.GetSectorSize();
-    if (ss < kBootBytes || ss > 66048) return Layout::None;
+    if (ss < kBootBytes || ss > kMaxSectorSize) return Layout::None;
 
     // A volume image must be recognised before the table walk: a volume's boot sector ends in
     // the same 0xAA55 signature as an MBR, and its boot code lies exactly where the partition

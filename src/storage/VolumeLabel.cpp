@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "storage/BootSectorLayout.h"
 #include "storage/PartitionRecord.h"
 #include "util/Bytes.h"
 
@@ -9,8 +10,59 @@ namespace kestrin {
 
 namespace {
 
+namespace fat_boot = layout::fat_boot;
+namespace exfat_boot = layout::exfat_boot;
+namespace ntfs_boot = layout::ntfs_boot;
+
+// The few directory and record fields a label needs. This layer sits below the file-system
+// engines, so it names them here rather than reaching up for the engines' layouts.
+
+// A FAT short directory entry; a label entry keeps the label in its 11 name bytes.
+namespace fat_dir {
+using Name = ByteField<0x00, 11>;
+using FirstByte = LeField<uint8_t, 0x00>;
+using Attributes = LeField<uint8_t, 0x0B>;
+inline constexpr size_t kEntryBytes = 32;
+inline constexpr uint8_t kEndOfDirectory = 0x00, kDeleted = 0xE5;
+inline constexpr uint8_t kAttrVolumeLabel = 0x08, kAttrDirectory = 0x10;
+inline constexpr uint8_t kLongNameMask = 0x0F; // all four low bits: a long-name part
+} // namespace fat_dir
+
+// The exFAT volume-label entry.
+namespace exfat_dir {
+using EntryType = LeField<uint8_t, 0x00>;
+using CharacterCount = LeField<uint8_t, 0x01>;
+inline constexpr size_t kLabelOffset = 0x02; // UTF-16 units
+inline constexpr size_t kMaxLabelUnits = 11;
+inline constexpr size_t kEntryBytes = 32;
+static_assert(kLabelOffset + 2 * kMaxLabelUnits <= kEntryBytes);
+inline constexpr uint8_t kEndOfDirectory = 0x00, kTypeVolumeLabel = 0x83;
+} // namespace exfat_dir
+
+// An NTFS file record header and attribute header, as far as the $Volume record is read.
+namespace ntfs_record {
+using Signature = ByteField<0x00, 4>;
+inline constexpr char kSignature[4] = {'F', 'I', 'L', 'E'};
+using UsaOffset = LeField<uint16_t, 0x04>;
+using UsaCount = LeField<uint16_t, 0x06>;
+using FirstAttribute = LeField<uint16_t, 0x14>;
+inline constexpr uint64_t kVolumeRecord = 3; // $Volume
+} // namespace ntfs_record
+namespace ntfs_attr {
+using Type = LeField<uint32_t, 0x00>;
+using Length = LeField<uint32_t, 0x04>;
+using NonResident = LeField<uint8_t, 0x08>;
+using ValueLength = LeField<uint32_t, 0x10>;  // resident
+using ValueOffset = LeField<uint16_t, 0x14>;  // resident
+inline constexpr size_t kResidentHeaderBytes = 0x18;
+static_assert(ValueOffset::kEnd <= kResidentHeaderBytes);
+inline constexpr uint32_t kTypeVolumeName = 0x60, kTypeEnd = 0xFFFFFFFF;
+} // namespace ntfs_attr
+
 // Nothing read for a label is larger than one big cluster or MFT record.
 constexpr uint64_t kMaxRead = 64 * 1024;
+// FAT: the boot sector's label follows this extended boot signature.
+constexpr uint8_t kFatExtendedSignature = 0x29;
 
 // `len` bytes at byte `offset` of the volume starting at media sector `first`; empty on a failed
 // read or a range past the media.
@@ -31,10 +83,10 @@ std::vector<uint8_t> ReadVolumeBytes(CStorageMedia& media, uint64_t first, uint6
 bool PowerOfTwo(uint64_t v) { return v && !(v & (v - 1)); }
 
 // An 11-byte FAT label: printable ASCII kept, other bytes taken as Latin-1, trailing blanks cut.
-std::u16string FatLabel(Bytes b, size_t at) {
-    if (!Fits(b, at, 11)) return {};
+std::u16string FatLabel(Bytes label) {
+    if (label.empty()) return {};
     std::u16string s;
-    for (size_t i = 0; i < 11; ++i) s += char16_t(b[at + i]);
+    for (uint8_t c : label) s += char16_t(c);
     while (!s.empty() && (s.back() == u' ' || s.back() == 0)) s.pop_back();
     if (s == u"NO NAME") return {};
     for (char16_t c : s)
@@ -44,76 +96,81 @@ std::u16string FatLabel(Bytes b, size_t at) {
 
 // The label entry of a FAT directory: not deleted, not a long-name part, volume-label bit set.
 std::u16string FatRootLabel(Bytes dir) {
-    for (size_t at = 0; Fits(dir, at, 32); at += 32) {
-        uint8_t first = dir[at], attr = dir[at + 11];
-        if (first == 0) break;
-        if (first == 0xE5 || (attr & 0x0F) == 0x0F) continue;
-        if ((attr & 0x08) && !(attr & 0x10)) return FatLabel(dir, at);
+    for (size_t at = 0; Fits(dir, at, fat_dir::kEntryBytes); at += fat_dir::kEntryBytes) {
+        const uint8_t* e = dir.data() + at;
+        uint8_t first = fat_dir::FirstByte::At(e), attr = fat_dir::Attributes::At(e);
+        if (first == fat_dir::kEndOfDirectory) break;
+        if (first == fat_dir::kDeleted || (attr & fat_dir::kLongNameMask) == fat_dir::kLongNameMask) continue;
+        if ((attr & fat_dir::kAttrVolumeLabel) && !(attr & fat_dir::kAttrDirectory))
+            return FatLabel(fat_dir::Name::In(dir, at));
     }
     return {};
 }
 
 std::u16string ReadFatLabel(CStorageMedia& media, uint64_t first, Bytes boot, bool fat32) {
-    uint32_t bps = ReadLe16(boot, 11).value_or(0), spc = ReadU8(boot, 13).value_or(0);
-    uint32_t reserved = ReadLe16(boot, 14).value_or(0), fats = ReadU8(boot, 16).value_or(0);
+    uint32_t bps = fat_boot::BytesPerSector::Or(boot, 0), spc = fat_boot::SectorsPerCluster::Or(boot, 0);
+    uint32_t reserved = fat_boot::ReservedSectors::Or(boot, 0), fats = fat_boot::FatCount::Or(boot, 0);
     if (!PowerOfTwo(bps) || bps < 512 || bps > 4096 || !PowerOfTwo(spc)) return {};
     std::vector<uint8_t> dir;
     if (fat32) {
-        uint64_t fatSize = ReadLe32(boot, 36).value_or(0), root = ReadLe32(boot, 44).value_or(0);
+        uint64_t fatSize = fat_boot::FatSize32::Or(boot, 0), root = fat_boot::RootCluster32::Or(boot, 0);
         if (root >= 2) {
             uint64_t sector = reserved + fats * fatSize + (root - 2) * spc;
             dir = ReadVolumeBytes(media, first, sector * bps, std::min<uint64_t>(uint64_t(spc) * bps, kMaxRead));
         }
     } else {
-        uint64_t fatSize = ReadLe16(boot, 22).value_or(0), entries = ReadLe16(boot, 17).value_or(0);
+        uint64_t fatSize = fat_boot::FatSize16::Or(boot, 0), entries = fat_boot::RootEntries::Or(boot, 0);
         uint64_t sector = reserved + fats * fatSize;
-        dir = ReadVolumeBytes(media, first, sector * bps, std::min<uint64_t>(entries * 32, kMaxRead));
+        dir = ReadVolumeBytes(media, first, sector * bps, std::min<uint64_t>(entries * fat_dir::kEntryBytes, kMaxRead));
     }
     std::u16string label = FatRootLabel(dir);
     if (!label.empty()) return label;
     // The boot sector's copy, behind the extended boot signature.
-    size_t sig = fat32 ? 66 : 38;
-    if (ReadU8(boot, sig).value_or(0) == 0x29) return FatLabel(boot, sig + 5);
+    uint8_t sig = fat32 ? fat_boot::ExtendedSignature32::Or(boot, 0) : fat_boot::ExtendedSignature16::Or(boot, 0);
+    if (sig == kFatExtendedSignature)
+        return FatLabel(fat32 ? fat_boot::VolumeLabel32::In(boot) : fat_boot::VolumeLabel16::In(boot));
     return {};
 }
 
 std::u16string ReadExFatLabel(CStorageMedia& media, uint64_t first, Bytes boot) {
-    uint32_t bpsShift = ReadU8(boot, 108).value_or(0), spcShift = ReadU8(boot, 109).value_or(0);
-    uint64_t heap = ReadLe32(boot, 88).value_or(0), root = ReadLe32(boot, 96).value_or(0);
+    uint32_t bpsShift = exfat_boot::BytesPerSectorShift::Or(boot, 0);
+    uint32_t spcShift = exfat_boot::SectorsPerClusterShift::Or(boot, 0);
+    uint64_t heap = exfat_boot::ClusterHeapOffset::Or(boot, 0), root = exfat_boot::RootCluster::Or(boot, 0);
     if (bpsShift < 9 || bpsShift > 12 || spcShift > 25 - bpsShift || root < 2) return {};
     uint64_t at = (heap + ((root - 2) << spcShift)) << bpsShift;
     std::vector<uint8_t> dir = ReadVolumeBytes(media, first, at, std::min<uint64_t>(1ull << (bpsShift + spcShift), kMaxRead));
     Bytes d(dir);
-    for (size_t e = 0; Fits(d, e, 32); e += 32) {
-        uint8_t type = d[e];
-        if (type == 0) break;
-        if (type != 0x83) continue;
-        size_t count = std::min<size_t>(d[e + 1], 11);
+    for (size_t e = 0; Fits(d, e, exfat_dir::kEntryBytes); e += exfat_dir::kEntryBytes) {
+        const uint8_t* entry = d.data() + e;
+        uint8_t type = exfat_dir::EntryType::At(entry);
+        if (type == exfat_dir::kEndOfDirectory) break;
+        if (type != exfat_dir::kTypeVolumeLabel) continue;
+        size_t count = std::min<size_t>(exfat_dir::CharacterCount::At(entry), exfat_dir::kMaxLabelUnits);
         std::u16string s;
-        for (size_t i = 0; i < count; ++i) s += char16_t(Le16(&d[e + 2 + 2 * i]));
+        for (size_t i = 0; i < count; ++i) s += char16_t(Le16(entry + exfat_dir::kLabelOffset + 2 * i));
         return s;
     }
     return {};
 }
 
 std::u16string ReadNtfsLabel(CStorageMedia& media, uint64_t first, Bytes boot) {
-    uint32_t bps = ReadLe16(boot, 11).value_or(0), spc = ReadU8(boot, 13).value_or(0);
+    uint32_t bps = ntfs_boot::BytesPerSector::Or(boot, 0), spc = ntfs_boot::SectorsPerCluster::Or(boot, 0);
     if (!PowerOfTwo(bps) || bps < 256 || bps > 4096) return {};
     // Large clusters are given as a negative power of two.
     uint64_t clusterSize = spc <= 0x80 ? uint64_t(spc) * bps : (spc >= 0xF4 ? 1ull << (256 - spc) : 0);
     if (!clusterSize || clusterSize > (1ull << 21)) return {};
-    int8_t perRecord = int8_t(ReadU8(boot, 64).value_or(0));
+    int8_t perRecord = int8_t(ntfs_boot::ClustersPerRecord::Or(boot, 0));
     uint64_t recordSize = perRecord > 0 ? uint64_t(perRecord) * clusterSize
                                         : (perRecord < 0 && perRecord >= -16 ? 1ull << -perRecord : 0);
     if (recordSize < 256 || recordSize > kMaxRead) return {};
-    uint64_t mft = ReadLe64(boot, 48).value_or(0);
+    uint64_t mft = ntfs_boot::MftCluster::Or(boot, 0);
     if (!mft || mft > (UINT64_MAX / 2) / clusterSize) return {};
-    // Record 3 is $Volume.
-    std::vector<uint8_t> rec = ReadVolumeBytes(media, first, mft * clusterSize + 3 * recordSize, recordSize);
+    std::vector<uint8_t> rec =
+        ReadVolumeBytes(media, first, mft * clusterSize + ntfs_record::kVolumeRecord * recordSize, recordSize);
     Bytes r(rec);
-    if (!MatchAt(r, 0, "FILE", 4)) return {};
+    if (!ntfs_record::Signature::Is(r, ntfs_record::kSignature)) return {};
     // Undo the update sequence: the last two bytes of every stride were replaced by its number.
-    uint16_t usaAt = ReadLe16(r, 4).value_or(0), usaCount = ReadLe16(r, 6).value_or(0);
+    uint16_t usaAt = ntfs_record::UsaOffset::Or(r, 0), usaCount = ntfs_record::UsaCount::Or(r, 0);
     if (usaCount < 2 || !Fits(r, usaAt, size_t(usaCount) * 2)) return {};
     uint64_t stride = recordSize / (usaCount - 1);
     if (stride < 256 || stride * (usaCount - 1) != recordSize) return {};
@@ -123,13 +180,14 @@ std::u16string ReadNtfsLabel(CStorageMedia& media, uint64_t first, Bytes boot) {
         rec[end] = rec[usaAt + 2 * i];
         rec[end + 1] = rec[usaAt + 2 * i + 1];
     }
-    size_t at = ReadLe16(r, 20).value_or(0);
-    while (Fits(r, at, 24)) {
-        uint32_t type = Le32(&rec[at]), len = Le32(&rec[at + 4]);
-        if (type == 0xFFFFFFFF || len < 24 || !Fits(r, at, len)) break;
-        if (type == 0x60 && rec[at + 8] == 0) { // resident volume name
-            uint32_t valueLen = Le32(&rec[at + 16]);
-            uint16_t valueAt = Le16(&rec[at + 20]);
+    size_t at = ntfs_record::FirstAttribute::Or(r, 0);
+    while (Fits(r, at, ntfs_attr::kResidentHeaderBytes)) {
+        const uint8_t* a = rec.data() + at;
+        uint32_t type = ntfs_attr::Type::At(a), len = ntfs_attr::Length::At(a);
+        if (type == ntfs_attr::kTypeEnd || len < ntfs_attr::kResidentHeaderBytes || !Fits(r, at, len)) break;
+        if (type == ntfs_attr::kTypeVolumeName && ntfs_attr::NonResident::At(a) == 0) {
+            uint32_t valueLen = ntfs_attr::ValueLength::At(a);
+            uint16_t valueAt = ntfs_attr::ValueOffset::At(a);
             if (valueAt > len || len - valueAt < valueLen) return {};
             std::u16string s;
             for (uint32_t i = 0; i + 1 < valueLen; i += 2) s += char16_t(Le16(&rec[at + valueAt + i]));
@@ -143,8 +201,8 @@ std::u16string ReadNtfsLabel(CStorageMedia& media, uint64_t first, Bytes boot) {
 } // namespace
 
 std::u16string ReadVolumeLabel(CStorageMedia& media, uint64_t firstSector, uint8_t fsKind) {
-    std::vector<uint8_t> boot = ReadVolumeBytes(media, firstSector, 0, 512);
-    if (boot.size() < 512) return {};
+    std::vector<uint8_t> boot = ReadVolumeBytes(media, firstSector, 0, layout::kBootSectorBytes);
+    if (boot.size() < layout::kBootSectorBytes) return {};
     switch (fsKind) {
     case kFsFat16: return ReadFatLabel(media, firstSector, boot, false);
     case kFsFat32: return ReadFatLabel(media, firstSector, boot, true);

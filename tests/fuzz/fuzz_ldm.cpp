@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
-#include "recover/Ldm.h"
 #include "storage/ByteSource.h"
 #include "storage/CPhysicalDisk.h"
+#include "storage/Ldm.h"
 
 using namespace kestrin;
 

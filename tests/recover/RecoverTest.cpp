@@ -17,9 +17,9 @@
 #include "fs/exfat/ExFatEngine.h"
 #include "fs/fat/FatEngine.h"
 #include "fs/ntfs/NtfsEngine.h"
-#include "recover/Ldm.h"
 #include "recover/Recover.h"
 #include "storage/ByteSource.h"
+#include "storage/Ldm.h"
 #include "storage/SourceLayout.h"
 
 namespace kestrin {
@@ -349,57 +349,6 @@ TEST(DynamicDisk, VolumesListedAndSpannedReadsAcrossExtents) {
     });
     ASSERT_EQ(got.size(), 1u << 20);
     for (size_t k = 0; k < got.size(); k += 4099) ASSERT_EQ(got[k], uint8_t(23 * 37 + (k % 256) * 13)) << k;
-}
-
-// A striped volume reads its chunks from the columns in turn, as many whole rows as the shortest
-// column holds; one read may cross several chunks.
-TEST(DynamicDisk, StripedVolumeTakesChunksInTurn) {
-    std::vector<uint8_t> bytes(64 * 512);
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t(i / 512);
-    MemorySource base(std::move(bytes));
-    LdmVolume v;
-    v.layout = LdmLayout::Striped;
-    v.columns = 2;
-    v.stripeSectors = 2;
-    v.extents = {{10, 8, 0, 0}, {40, 6, 0, 1}};
-    ExtentSource striped(base, v, 512);
-    ASSERT_EQ(striped.Size(), 12u * 512);
-    std::vector<uint8_t> got(12 * 512);
-    ASSERT_EQ(striped.ReadAt(got.data(), got.size(), 0), (long long)got.size());
-    const uint8_t order[] = {10, 11, 40, 41, 12, 13, 42, 43, 14, 15, 44, 45};
-    for (size_t s = 0; s < 12; ++s) EXPECT_EQ(got[s * 512 + 7], order[s]) << s;
-    uint8_t tail[1024];
-    EXPECT_EQ(striped.ReadAt(tail, sizeof tail, 12 * 512 - 512), 512); // short at the end
-    EXPECT_EQ(tail[0], 45);
-}
-
-// Lying counts and sizes in the database: a VMDB whose record size is huge or tiny, a TOCBLOCK
-// pointing past the area, fragment counts that never complete. Nothing is listed, nothing breaks.
-TEST(DynamicDisk, DamagedDatabaseIsRejectedQuietly) {
-    std::string path = test::UnpackImage("ldm-dynamic");
-    ASSERT_FALSE(path.empty());
-    auto bytes = ReadWhole(path);
-    const size_t config = size_t(262144 - 2048) * 512;
-    auto mutate = [&](size_t at, std::initializer_list<uint8_t> v) {
-        auto copy = bytes;
-        std::copy(v.begin(), v.end(), copy.begin() + long(at));
-        CPhysicalDisk d;
-        AttachBytes(d, std::move(copy));
-        return ReadLdmVolumes(d, 262144 - 2048, 2048, 63, "");
-    };
-    EXPECT_TRUE(mutate(config + 4 * 512 + 8, {0xFF, 0xFF, 0xFF, 0xFF}).empty());        // record size
-    EXPECT_TRUE(mutate(config + 4 * 512 + 8, {0, 0, 0, 1}).empty());
-    EXPECT_TRUE(mutate(config + 512 + 0x2E, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}).empty());
-    // Every record claims to be fragment 0 of 64: none completes.
-    auto copy = bytes;
-    for (size_t slot = 0; slot < 16; ++slot) {
-        size_t at = config + 5 * 512 + slot * 128;
-        copy[at + 0x0E] = 0;
-        copy[at + 0x0F] = 64;
-    }
-    CPhysicalDisk d;
-    AttachBytes(d, std::move(copy));
-    EXPECT_TRUE(ReadLdmVolumes(d, 262144 - 2048, 2048, 63, "").empty());
 }
 
 } // namespace
