@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "fs/ntfs/NtfsEngine.h"
+#include "fs/ntfs/NtfsLayout.h"
 #include "fs/ntfs/NtfsRecord.h"
 #include "recover/Recover.h"
 #include "storage/BootSector.h"
@@ -22,9 +23,11 @@ namespace exfat_boot = layout::exfat_boot;
 constexpr size_t kBootBytes = layout::kBootSectorBytes;
 
 // The NTFS file-record fields the check of a candidate reads.
-constexpr char kFileRecordSignature[4] = {'F', 'I', 'L', 'E'};
-using FileRecordNumber = LeField<uint32_t, 0x2C>;
-using NonResidentDataSize = LeField<uint64_t, 0x30>; // from the attribute's first byte
+namespace file_record = layout::ntfs::file_record;
+using FileRecordNumber = file_record::RecordNumber;
+using NonResidentDataSize = layout::ntfs::nonresident::DataSize; // from the attribute's first byte
+constexpr const char* kFileRecordSignature = file_record::kMagic;
+constexpr size_t kFileRecordSignatureBytes = sizeof file_record::kMagic - 1;
 // $BadClus, whose $Bad stream is as long as the volume.
 constexpr uint32_t kBadClusRecord = 8;
 constexpr uint8_t kBadStreamNameUnits = 4;
@@ -131,7 +134,7 @@ void CandidatesFromSector(CStorageMedia& media, std::span<const uint8_t> bytes, 
     if (bytes.size() < kBootBytes) return;
     Bytes s(bytes.data(), kBootBytes);
     const uint32_t ss = MediaSectorSize(media);
-    if (MatchAt(s, 0, kFileRecordSignature, sizeof kFileRecordSignature)) {
+    if (MatchAt(s, 0, kFileRecordSignature, kFileRecordSignatureBytes)) {
         CandidateFromMftRecord(media, bytes.subspan(0, std::min<size_t>(bytes.size(), kMaxRecordBytes)), at, out);
         return;
     }
@@ -338,7 +341,7 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
             const uint8_t* p = buf.data() + i * ss;
             // Every sector of the chunk holds at least a boot sector's bytes.
             bool boot = layout::BootSignature::At(p) == layout::kBootSignatureValue;
-            bool record = std::memcmp(p, kFileRecordSignature, sizeof kFileRecordSignature) == 0;
+            bool record = std::memcmp(p, kFileRecordSignature, kFileRecordSignatureBytes) == 0;
             if (!boot && !record) continue;
             size_t avail = std::min<size_t>(buf.size() - i * ss, want > i * ss ? want - i * ss : 0);
             CandidatesFromSector(media, std::span<const uint8_t>(p, avail), at + i, end, candidates);
