@@ -75,7 +75,7 @@ void RunLoop(benchmark::State& state, const std::vector<uint8_t>& image, std::ve
     for (auto _ : state) {
         state.PauseTiming();
         ScanOperation op;
-        op.state = kStateRunning;
+        op.state = OperationState::Running;
         NoEvents events;
         PauseGate gate;
         std::unique_ptr<CNode> top(MakeTopNode());

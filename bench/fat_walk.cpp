@@ -49,7 +49,7 @@ void BM_FatFolderWalk(benchmark::State& state) {
         media.SetFsKind(kind);
         std::unique_ptr<CNode> top(MakeTopNode());
         ScanOperation op;
-        op.state = kStateRunning;
+        op.state = OperationState::Running;
         NoEvents events;
         PauseGate gate;
         ScanContext ctx{op, events, gate};

@@ -24,13 +24,13 @@ struct ScanContext {
     const std::vector<SignatureRecord>* signatures = nullptr;
 
     // Every state poll goes through here: it blocks while the front end has a question open.
-    uint32_t PollState() {
+    OperationState PollState() {
         gate.Wait();
         return op.state.load(std::memory_order_relaxed);
     }
     bool StopRequested() {
-        uint32_t s = PollState();
-        return s == kStateCancel || s == kStateStopFollowOn;
+        OperationState s = PollState();
+        return s == OperationState::Cancel || s == OperationState::StopFollowOn;
     }
     // What every walk tests before its next read: a stop, or a source that went away.
     bool MustStop(const CStorageMedia& media) { return media.DeviceGone() || StopRequested(); }

@@ -19,11 +19,13 @@ enum OperationKind : uint32_t {
     kKindCreateImage = 6,
 };
 
-enum OperationState : uint32_t {
-    kStateFinished = 0,
-    kStateStopFollowOn = 1, // stops the follow-on signature scan; the signature loop writes it when it stops early
-    kStateRunning = 3,
-    kStateCancel = 4,
+// The operation's state; the driver alone writes it (engines only read it), the front end asks for
+// a stop by writing Cancel. The values are those the operation record has always held.
+enum class OperationState : uint32_t {
+    Finished = 0,
+    StopFollowOn = 1, // a stop of the follow-on signature scan only
+    Running = 3,
+    Cancel = 4,
 };
 
 enum RecoveryMode : uint32_t {
@@ -37,7 +39,7 @@ enum RecoveryMode : uint32_t {
 
 struct ScanOperation {
     std::atomic<uint32_t> kind{0};
-    std::atomic<uint32_t> state{0};
+    std::atomic<OperationState> state{OperationState::Finished};
     std::atomic<int64_t> done{0};
     std::atomic<int64_t> total{0};
     std::atomic<uint8_t> deletedOnly{0};

@@ -55,7 +55,7 @@ bool CScanDriver::Start(uint32_t kind, uint32_t mode) {
     m_op.total.store(0);
     m_op.currentSector.store(0);
     m_op.endSector.store(0);
-    m_op.state.store(kStateRunning);
+    m_op.state.store(OperationState::Running);
     m_cancelled.store(false);
     m_outcome = Outcome::Ok;
     m_completionFlag.store(false);
@@ -87,14 +87,14 @@ void CScanDriver::AnswerCancelQuestion(bool yes) {
     // Disc writing cannot be part of a save in this build, so Yes never has to stop a recorder.
     if (yes) {
         m_cancelled.store(true);
-        m_op.state.store(kStateCancel);
+        m_op.state.store(OperationState::Cancel);
     }
     m_gate.Open();
 }
 
 void CScanDriver::RequestCancel() {
     m_cancelled.store(true);
-    m_op.state.store(kStateCancel);
+    m_op.state.store(OperationState::Cancel);
     m_gate.Open();
 }
 
@@ -269,7 +269,7 @@ void CScanDriver::Worker(uint32_t kind) {
         // operation finishes with what was found.
         m_stageFailed.store(true);
     }
-    m_op.state.store(kStateFinished);
+    m_op.state.store(OperationState::Finished);
     if (kind == kKindPartitionSearch || kind == kKindCreateImage) m_completionFlag.store(true);
     {
         std::lock_guard lk(m_doneMutex);

@@ -95,7 +95,7 @@ struct ScanRun {
 
     ScanContext Context() { return ScanContext{op, events, gate, kModeLostFiles, top.get(), &rows}; }
     Outcome Run(uint32_t kind = kScanSignaturesOnly) {
-        op.state = kStateRunning;
+        op.state = OperationState::Running;
         ScanContext ctx = Context();
         result = ScanSignatures(disk, kind, 0, disk.GetSectorCount(), ctx);
         return result;

@@ -166,7 +166,7 @@ TEST(ScanLoop, StopKeepsWhatWasFound) {
     AttachMemory(run.disk, std::make_unique<MemorySource>(image));
     run.rows = {UserRecord(kMagic, ".bin", 10)};
     run.events.onProgress = [&] {
-        if (run.events.progress == 2) run.op.state = kStateCancel;
+        if (run.events.progress == 2) run.op.state = OperationState::Cancel;
     };
     EXPECT_EQ(run.Run(), Outcome::Stopped);
     EXPECT_EQ(run.Files().size(), 1u);
@@ -188,7 +188,7 @@ TEST(ScanLoop, SourceGoneInAScannersReadEndsTheLoop) {
     zip.extension = ".zip";
     zip.header = {'P', 'K', 3, 4};
     run.rows = {UserRecord(kMagic, ".bin", 10), zip};
-    run.op.state = kStateRunning;
+    run.op.state = OperationState::Running;
     ScanContext ctx = run.Context();
     EXPECT_EQ(ScanSignatures(run.disk, kScanSignaturesOnly, 0, 600, ctx), Outcome::DeviceGone);
     EXPECT_EQ(run.Files(), std::vector<std::string>{"bin[1-1000]/file#1.bin@50:10"});

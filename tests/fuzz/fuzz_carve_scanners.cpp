@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     ScanOperation op;
-    op.state = kStateRunning;
+    op.state = OperationState::Running;
     NoEvents events;
     PauseGate gate;
     std::unique_ptr<CNode> top(MakeTopNode());

@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     media.SetFsKind(kind);
     std::unique_ptr<CNode> top(MakeTopNode());
     ScanOperation op;
-    op.state = kStateRunning;
+    op.state = OperationState::Running;
     NoEvents events;
     PauseGate gate;
     ScanContext ctx{op, events, gate};

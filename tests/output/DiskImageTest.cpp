@@ -108,7 +108,7 @@ TEST(DiskImage, RangePastTheSourceEndIsMappedAndACancelLeavesNoFile) {
     EXPECT_TRUE(std::all_of(out.begin() + 60 * 512, out.end(), [](uint8_t b) { return b == 0; }));
 
     // A stop before the copy ends: no image under the name, no temporary beside it.
-    tc.op.state = kStateCancel;
+    tc.op.state = OperationState::Cancel;
     r = CreateDiskImage(media, dir / "stopped.img", tc.ctx, msgs);
     EXPECT_TRUE(r.cancelled);
     EXPECT_FALSE(r.ok);

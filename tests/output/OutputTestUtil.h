@@ -22,7 +22,7 @@ struct TestContext {
     NullEvents events;
     PauseGate gate;
     ScanContext ctx{op, events, gate};
-    TestContext() { op.state = kStateRunning; }
+    TestContext() { op.state = OperationState::Running; }
 };
 
 struct CapturedMessages final : IUserMessages {

@@ -153,7 +153,7 @@ TEST_F(SaverFixture, SavesTickedItemsWithFoldersContentAndDates) {
     EXPECT_TRUE(fs::exists(dir2 / "docs/a.txt"));
     EXPECT_FALSE(fs::exists(dir2 / "c.txt"));
     ScratchDir dir3("save-stopped");
-    tc.op.state = kStateCancel;
+    tc.op.state = OperationState::Cancel;
     r = SaveMarked(media, tc.ctx, Request(dir3.path.string()));
     EXPECT_TRUE(r.cancelled);
     EXPECT_TRUE(fs::is_empty(dir3.path));
@@ -507,7 +507,7 @@ TEST_F(SaverFixture, ZipReplacesAnExistingFileOnlyWithConsent) {
     EXPECT_NE(Text(zipPath), "old");
     // Cancelled before it ends: the archive never appears, and no temporary is left.
     std::string stopped = dir / "stopped.zip";
-    tc.op.state = kStateCancel;
+    tc.op.state = OperationState::Cancel;
     r = SaveMarked(media, tc.ctx, Request(stopped));
     EXPECT_FALSE(fs::exists(stopped));
     size_t entries = 0;

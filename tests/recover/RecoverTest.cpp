@@ -57,7 +57,7 @@ struct ScanHarness {
     std::unique_ptr<CNode> top{MakeTopNode()};
     ScanContext ctx{op, events, gate};
     explicit ScanHarness(uint32_t mode = kModePartition) {
-        op.state = kStateRunning;
+        op.state = OperationState::Running;
         ctx.mode = mode;
         ctx.top = top.get();
     }

@@ -147,7 +147,7 @@ TEST(ScanDriver, StagesInOrderPerKindAndMode) {
         d.Wait();
         EXPECT_EQ(log.calls, c.calls) << "source " << int(c.source) << " mode " << c.mode;
         EXPECT_EQ(d.Operation().deletedOnly.load(), c.mode == 1019 ? 1 : 0);
-        EXPECT_EQ(d.Operation().state.load(), uint32_t(kStateFinished));
+        EXPECT_EQ(d.Operation().state.load(), OperationState::Finished);
         EXPECT_EQ(ev.ends.load(), 1);
         EXPECT_TRUE(ev.notices.empty());
     }
@@ -224,7 +224,7 @@ TEST(ScanDriver, CancelQuestionHoldsTheWorkerAndNoResumes) {
 
     d.AnswerCancelQuestion(false);
     while (eng.polls.load() < held + 100) std::this_thread::yield();
-    EXPECT_EQ(d.Operation().state.load(), uint32_t(kStateRunning));
+    EXPECT_EQ(d.Operation().state.load(), OperationState::Running);
     EXPECT_FALSE(d.CancelConfirmed());
 
     d.BeginCancelQuestion();
@@ -237,7 +237,7 @@ TEST(ScanDriver, CancelQuestionHoldsTheWorkerAndNoResumes) {
     EXPECT_EQ(eng.polls.load(), held);
     EXPECT_FALSE(eng.signatureRan.load());
     EXPECT_TRUE(d.CancelConfirmed());
-    EXPECT_EQ(d.Operation().state.load(), uint32_t(kStateFinished));
+    EXPECT_EQ(d.Operation().state.load(), OperationState::Finished);
     EXPECT_EQ(ev.ends.load(), 1);
     EXPECT_NE(d.Top(), nullptr);
 }

@@ -73,7 +73,7 @@ TEST(EngineRun, StopDuringTheWalkEndsTheOperation) {
         std::vector<Stage> stages = driver.StagesRun();
         EXPECT_EQ(stages, std::vector<Stage>{Stage::FileSystemScan}) << name << ": the content search ran";
         EXPECT_EQ(FindChild(driver.Top(), u"File Types"), nullptr) << name;
-        EXPECT_EQ(driver.Operation().state.load(), uint32_t(kStateFinished)) << name;
+        EXPECT_EQ(driver.Operation().state.load(), OperationState::Finished) << name;
     }
 }
 

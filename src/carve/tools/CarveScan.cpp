@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     ScanOperation op;
-    op.state = kStateRunning;
+    op.state = OperationState::Running;
     QuietEvents events;
     PauseGate gate;
     CNode* top = MakeTopNode();

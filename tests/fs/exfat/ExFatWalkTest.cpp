@@ -32,7 +32,7 @@ TEST(ExFatWalk, EntrySetsFlagsAndDropRules) {
     ExFatBuilder::Set(b.Cluster(31) + kCB - 64, true, kFile, u"split.txt", 42, 5, false); // runs into 33: lost
     ExFatBuilder::Set(b.Cluster(33) + 32, true, kFile, u"second.txt", 43, 5, false);
     ScanOperation op;
-    op.state = kStateRunning;
+    op.state = OperationState::Running;
     auto v = ScanMemory(b.img, kFsExFat, ExFatScanVolume, 1, &op);
     ASSERT_TRUE(v->root);
     EXPECT_EQ(v->root->recordId, ExFatBuilder::kRoot);
@@ -78,10 +78,10 @@ TEST(ExFatWalk, StopBeforeAFolderEndsTheWalk) {
     ExFatBuilder b;
     ExFatBuilder::Set(b.Cluster(ExFatBuilder::kRoot) + 96, true, kFile, u"a.txt", 20, 1, false);
     ScanOperation op;
-    op.state = kStateCancel;
+    op.state = OperationState::Cancel;
     auto v = ScanMemory(b.img, kFsExFat, ExFatScanVolume, 1, &op);
     EXPECT_EQ(v->outcome, Outcome::Stopped);
-    EXPECT_EQ(op.state.load(), kStateCancel); // the engine leaves the state to the driver
+    EXPECT_EQ(op.state.load(), OperationState::Cancel); // the engine leaves the state to the driver
     ASSERT_TRUE(v->root);
     EXPECT_EQ(Paths(v->root), Names{});
 }

@@ -55,7 +55,7 @@ inline std::unique_ptr<ScannedVolume> Scan(const std::string& image, const std::
     v->media.SetSectorCount(sectors);
     v->media.SetFsKind(fsKind);
     ScanOperation localOp;
-    if (!op) localOp.state = kStateRunning;
+    if (!op) localOp.state = OperationState::Running;
     NullEvents events;
     PauseGate gate;
     ScanContext ctx{op ? *op : localOp, events, gate};
@@ -129,7 +129,7 @@ public:
     StopAtProgress(ScanOperation& op, int at) : m_op(op), m_at(at) {}
     void OnEnd() override {}
     void OnProgress() override {
-        if (++m_calls == m_at) m_op.state = kStateCancel;
+        if (++m_calls == m_at) m_op.state = OperationState::Cancel;
     }
     void OnSignatureScanStart() override {}
 
@@ -142,7 +142,7 @@ struct TroubledScan {
     Outcome outcome = Outcome::Ok;
     std::vector<std::string> paths; // what the walk listed
     int readsAfterGone = 0;
-    uint32_t stateAfter = 0;        // the operation state when the engine returned
+    OperationState stateAfter = OperationState::Finished;        // the operation state when the engine returned
 };
 
 // Scans the volume in `bytes` with `scan` while its source misbehaves as `trouble` says.
@@ -156,7 +156,7 @@ inline TroubledScan ScanWithTrouble(const std::vector<uint8_t>& bytes, uint8_t f
     media.SetSectorCount(bytes.size() / 512);
     media.SetFsKind(fsKind);
     ScanOperation op;
-    op.state = kStateRunning;
+    op.state = OperationState::Running;
     StopAtProgress events(op, trouble.stopAtProgress);
     PauseGate gate;
     std::unique_ptr<CNode> top(MakeTopNode());
@@ -178,7 +178,7 @@ inline void ExpectWalkEnd(const std::vector<uint8_t>& bytes, uint8_t fsKind, Sca
     EXPECT_EQ(r.outcome, outcome) << OutcomeName(r.outcome);
     EXPECT_EQ(r.paths, paths);
     EXPECT_EQ(r.readsAfterGone, 0);
-    EXPECT_EQ(r.stateAfter, trouble.stopAtProgress ? kStateCancel : kStateRunning);
+    EXPECT_EQ(r.stateAfter, trouble.stopAtProgress ? OperationState::Cancel : OperationState::Running);
 }
 
 inline std::string ReadContent(WriterFn writer, CPhysicalDisk& media, const CNode& node, ContentResult* result = nullptr) {

@@ -151,7 +151,7 @@ TEST(NtfsScan, MirrorStopAndUnusableVolumes) {
         CPhysicalDisk media;
         Attach(media, f.v.Image());
         ScanHarness h;
-        h.op.state = kStateCancel;
+        h.op.state = OperationState::Cancel;
         NtfsScanVolume(media, 1, h.ctx);
         ASSERT_NE(h.Volume(), nullptr);
         EXPECT_EQ(ListTree(h.Volume()).size(), 1u);

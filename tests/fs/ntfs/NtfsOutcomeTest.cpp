@@ -103,7 +103,7 @@ struct FlakyRun {
         media.SetSectorCount(sectors);
         media.SetFirstSector(0);
         ctx.top = top.get();
-        op.state = kStateRunning;
+        op.state = OperationState::Running;
     }
     // The files found, by record number, in record order.
     std::vector<uint32_t> Files() const {
@@ -140,7 +140,7 @@ TEST(NtfsOutcome, MftWalkTellsFailuresApart) {
         EXPECT_EQ(run.Files(), c.files);
         // Nothing is read, let alone parsed, once the source has gone.
         EXPECT_EQ(run.source->readsAfterGone, 0);
-        EXPECT_EQ(run.op.state.load(), kStateRunning);
+        EXPECT_EQ(run.op.state.load(), OperationState::Running);
     }
 }
 
@@ -172,12 +172,12 @@ TEST(NtfsOutcome, StopDuringTheWalkEndsItWithoutTouchingTheState) {
     FlakyRun run(FourBatchVolume().Image());
     int reports = 0;
     run.events.onProgress = [&] {
-        if (++reports == 2) run.op.state = kStateCancel;
+        if (++reports == 2) run.op.state = OperationState::Cancel;
     };
     EXPECT_EQ(NtfsScanVolume(run.media, 1, run.ctx), Outcome::Stopped);
     EXPECT_EQ(reports, 2);
     EXPECT_EQ(run.Files(), (std::vector<uint32_t>{30, 70}));
-    EXPECT_EQ(run.op.state.load(), kStateCancel);
+    EXPECT_EQ(run.op.state.load(), OperationState::Cancel);
 }
 
 TEST(NtfsOutcome, RecordSearchStopsWhenTheSourceGoes) {
@@ -190,7 +190,7 @@ TEST(NtfsOutcome, RecordSearchStopsWhenTheSourceGoes) {
     EXPECT_EQ(gone.source->readsAfterGone, 0);
 
     FlakyRun stopped(FourBatchVolume().Image());
-    stopped.events.onProgress = [&] { stopped.op.state = kStateCancel; };
+    stopped.events.onProgress = [&] { stopped.op.state = OperationState::Cancel; };
     EXPECT_EQ(NtfsSearchRecords(stopped.media, 0, stopped.media.GetSectorCount(), stopped.ctx), Outcome::Stopped);
-    EXPECT_EQ(stopped.op.state.load(), kStateCancel);
+    EXPECT_EQ(stopped.op.state.load(), OperationState::Cancel);
 }

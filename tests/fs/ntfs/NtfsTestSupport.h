@@ -26,7 +26,7 @@ struct ScanHarness {
     std::unique_ptr<CNode> top{MakeTopNode()};
     ScanHarness() {
         ctx.top = top.get();
-        op.state = kStateRunning;
+        op.state = OperationState::Running;
     }
     CNode* Volume() const { return FindVolumeRoot(top.get()); }
 };
