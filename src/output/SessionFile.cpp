@@ -12,6 +12,7 @@
 #include "output/OutputGuard.h"
 #include "platform/AtomicFile.h"
 #include "platform/Platform.h"
+#include "job/Modes.h"
 #include "job/ScanOperation.h"
 #include "storage/ByteSource.h"
 #include "util/Bytes.h"
@@ -37,22 +38,6 @@ constexpr uint32_t kMaxSectorSize = 66048;
 // Longest node name in UTF-16 units (the length is one byte).
 constexpr size_t kMaxNameUnits = 255;
 constexpr size_t kWriteBuffer = 1 << 20;
-
-bool KnownMode(uint32_t mode) {
-    return (mode >= kModeDeletedFiles && mode <= kModeFormatted) || mode == kModeDeletedPhotos ||
-           mode == kModeLostPhotos;
-}
-
-const char* ModeNameId(uint32_t mode) {
-    switch (mode) {
-    case kModeDeletedFiles: return "IDS_RECOVER_DELETED_FILES";
-    case kModeLostFiles: return "IDS_RECOVER_LOST_FILES";
-    case kModePartition: return "IDS_PARTITION_RECOVERY";
-    case kModeFormatted: return "IDS_FORMATTED_REFORMATTED_RECOVERY";
-    case kModeDeletedPhotos: return "IDS_RECOVER_DELETED_PHOTOS";
-    default: return "IDS_RECOVER_LOST_PHOTOS";
-    }
-}
 
 // The partition descriptor at `p`, which has room for partition::kCoreBytes.
 void PackPartition(uint8_t* p, const PartitionRecord& r) {
@@ -503,9 +488,9 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
     if (!in.Get(head, sizeof head) || !header::Magic::Is(head, header::kMagic)) return corrupted();
     uint32_t mode = header::Mode::At(head), hasSource = header::HasSource::At(head),
              hasList = header::HasDriveList::At(head), hasSecond = header::HasSecondList::At(head);
-    if (!KnownMode(mode) || hasSource > 1 || hasList > 1 || hasSecond > 1) return corrupted();
+    if (!FindMode(mode) || hasSource > 1 || hasList > 1 || hasSecond > 1) return corrupted();
     if (!options.requestedFromOutside && mode != options.currentMode) {
-        std::string text = LookupText("IDS_THIS_REC_SES_CREATED_USING") + " " + LookupText(ModeNameId(mode)) + " " +
+        std::string text = LookupText("IDS_THIS_REC_SES_CREATED_USING") + " " + LookupText(FindMode(mode)->titleId) + " " +
                            LookupText("IDS_OPTION_GO_TO") + " " + LookupText("IDS_OPTION_TOOLS_MENU");
         messages.Show({"IDS_THIS_REC_SES_CREATED_USING", text, "Information", MessageIcon::Information});
         return false;
