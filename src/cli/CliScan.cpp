@@ -54,9 +54,9 @@ void DescribeSelection(const ScanRun& run, VolumeScan& v) {
 // Runs the operation the mode calls for on the media's current selection, then what may follow
 // a partition search: the whole-drive scan it offers when it found nothing, or the scan of the
 // one partition it listed when its record search found no files of its own.
-// `forcedKind` >= 0 runs that operation instead of the one the source kind calls for (the smart
-// scan of a damaged partition, the previous-file-system search of a chosen partition).
-VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, int forcedKind = -1) {
+// `forcedKind` runs that operation instead of the one the source kind calls for (the smart scan
+// of a damaged partition, the previous-file-system search of a chosen partition).
+VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, std::optional<OperationKind> forcedKind = {}) {
     CPhysicalDisk& media = *run.src.media;
     VolumeScan v;
     uint64_t failuresBefore = media.ReadFailures();
@@ -64,11 +64,11 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, int forcedKind = -1
     auto driver = std::make_unique<CScanDriver>(media, MakeEngines(), fe);
     driver->SetSignatures(&run.signatures);
     DescribeSelection(run, v);
-    int kind = forcedKind;
-    if (kind < 0) kind = driver->StartForSource(run.mode);
-    else if (!driver->Start(uint32_t(kind), run.mode)) kind = -1;
-    if (kind >= 0) fe.RunToEnd(*driver);
-    if (kind == kKindPartitionSearch && !driver->CancelConfirmed()) {
+    std::optional<OperationKind> kind = forcedKind;
+    if (!kind) kind = driver->StartForSource(run.mode);
+    else if (!driver->Start(*kind, run.mode)) kind.reset();
+    if (kind) fe.RunToEnd(*driver);
+    if (kind == OperationKind::PartitionSearch && !driver->CancelConfirmed()) {
         if (driver->NoPartitionFound()) {
             // Asked on a terminal; --yes accepts without asking; without either it is declined.
             bool accept = o.yes || fe.Ask(T("IDS_NO_PARTITION_FOUND"));
@@ -85,7 +85,7 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, int forcedKind = -1
                 driver->Operation().deletedOnly.store(DeletedOnlyFor(run.mode) ? 1 : 0);
                 DescribeSelection(run, v);
                 v.partition = int(scannable[0] + 1);
-                if (driver->Start(kKindFileSystemScan, run.mode)) fe.RunToEnd(*driver);
+                if (driver->Start(OperationKind::FileSystemScan, run.mode)) fe.RunToEnd(*driver);
             } else if (scannable.size() > 1) {
                 std::string list = DescribePartitions(run.src);
                 if (!list.empty() && list.back() == '\n') list.pop_back();
@@ -109,7 +109,7 @@ void SearchWholeSource(const ScanOptions& o, ScanRun& run) {
     SelectWholeSource(run.src);
     CliFrontEnd fe(o.quiet, run.src.media->GetSectorSize());
     CScanDriver driver(*run.src.media, MakeEngines(), fe);
-    if (driver.Start(kKindPartitionSearch, run.mode)) fe.RunToEnd(driver);
+    if (driver.Start(OperationKind::PartitionSearch, run.mode)) fe.RunToEnd(driver);
     for (const auto& n : fe.Notices()) std::fprintf(stderr, "%s\n", n.c_str());
     RefreshPartitionList(run.src);
 }
@@ -207,9 +207,9 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
         targets.push_back(long(n - 1));
     } else {
         targets.push_back(-1);
-        int kind = ChooseOperationKind(run.mode, run.src.wholeKind);
+        std::optional<OperationKind> kind = ChooseOperationKind(run.mode, run.src.wholeKind);
         bool partitionModes = run.mode == kModePartition || run.mode == kModeFormatted;
-        if (kind == kKindPartitionSearch && run.src.wholeKind != kSourceVolume && !partitionModes) {
+        if (kind == OperationKind::PartitionSearch && run.src.wholeKind != kSourceVolume && !partitionModes) {
             // The modes that recover files want one volume: a disk with exactly one file system
             // scans it; several need a choice; none go on to the search for lost partitions.
             auto scannable = ScannablePartitions(run.src);
@@ -231,7 +231,8 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
             std::fprintf(stderr, "kestrin: %s: partition %ld lies outside the source\n", o.source.c_str(), t + 1);
             return 1;
         }
-        const int forced = t < 0 ? -1 : ForcedKindFor(run.mode, run.src.partitions[size_t(t)]);
+        const std::optional<OperationKind> forced =
+            t < 0 ? std::nullopt : ForcedKindFor(run.mode, run.src.partitions[size_t(t)]);
         VolumeScan v = ScanSelection(o, run, forced);
         if (t >= 0) TakeDetectedFileSystem(run.src, size_t(t), forced);
         v.partition = t < 0 ? 0 : int(t + 1);

@@ -177,7 +177,7 @@ SaveResult RunSave(const SaveJob& job, const RecoverOptions& o, uint32_t mode, u
     CliFrontEnd fe(o.scan.quiet || collision == kCollisionAsk, job.media->GetSectorSize());
     CScanDriver driver(*job.media, engines, fe);
     driver.SetSaveDestination(job.destination, 0);
-    if (driver.Start(kKindSave, mode)) fe.RunToEnd(driver);
+    if (driver.Start(OperationKind::Save, mode)) fe.RunToEnd(driver);
     cancelled = driver.CancelConfirmed() || result.cancelled;
     return result;
 }
@@ -425,7 +425,7 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
         };
         CliFrontEnd fe(o->quiet, src.media->GetSectorSize());
         CScanDriver driver(*src.media, engines, fe);
-        if (driver.Start(kKindCreateImage, kModeDeletedFiles)) fe.RunToEnd(driver);
+        if (driver.Start(OperationKind::CreateImage, kModeDeletedFiles)) fe.RunToEnd(driver);
         if (r.refused) {
             result.exitCode = kExitUsage;
             return;

@@ -6,17 +6,19 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace kestrin {
 
-enum OperationKind : uint32_t {
-    kKindFileSystemScan = 0,
-    kKindSave = 1,
-    kKindPartitionSearch = 2,
-    kKindSmartScan = 3,
-    kKindSignatureScan = 4,
-    kKindCreateImage = 6,
+// What one operation does; the values are the kinds the operation record has always held.
+enum class OperationKind : uint32_t {
+    FileSystemScan = 0,
+    Save = 1,
+    PartitionSearch = 2,
+    SmartScan = 3,
+    SignatureScan = 4,
+    CreateImage = 6,
 };
 
 // The operation's state; the driver alone writes it (engines only read it), the front end asks for
@@ -38,7 +40,7 @@ enum RecoveryMode : uint32_t {
 };
 
 struct ScanOperation {
-    std::atomic<uint32_t> kind{0};
+    std::atomic<OperationKind> kind{OperationKind::FileSystemScan};
     std::atomic<OperationState> state{OperationState::Finished};
     std::atomic<int64_t> done{0};
     std::atomic<int64_t> total{0};

@@ -28,22 +28,22 @@ void CScanDriver::SetSaveDestination(std::string path, uint32_t destinationKind,
     m_recorderName = std::move(recorderName);
 }
 
-int CScanDriver::StartForSource(uint32_t mode, bool imageCreationPending) {
-    int kind = ChooseOperationKind(mode, m_media.GetSourceKind(), imageCreationPending);
-    if (kind < 0) return -1;
+std::optional<OperationKind> CScanDriver::StartForSource(uint32_t mode, bool imageCreationPending) {
+    std::optional<OperationKind> kind = ChooseOperationKind(mode, m_media.GetSourceKind(), imageCreationPending);
+    if (!kind) return std::nullopt;
     m_op.deletedOnly.store(DeletedOnlyFor(mode) ? 1 : 0);
-    if (!Start(uint32_t(kind), mode)) return -1;
+    if (!Start(*kind, mode)) return std::nullopt;
     return kind;
 }
 
-bool CScanDriver::Start(uint32_t kind, uint32_t mode) {
+bool CScanDriver::Start(OperationKind kind, uint32_t mode) {
     if (m_running.load()) return false;
     if (m_worker.joinable()) m_worker.join();
     m_mode = mode;
 
     UserText status{StatusTextId(kind, mode, m_media.GetSourceKind(), m_destinationKind == 1)};
     // Saving names the destination path, or the recorder for a disc: "<text> <where>...".
-    if (kind == kKindSave) status.arg = (m_destinationKind == 1 ? m_recorderName : m_destination) + "...";
+    if (kind == OperationKind::Save) status.arg = (m_destinationKind == 1 ? m_recorderName : m_destination) + "...";
     {
         std::lock_guard lk(m_infoMutex);
         m_stagesRun.clear();
@@ -125,7 +125,7 @@ bool CScanDriver::TreeHasItems() const {
 bool CScanDriver::ContinueAsSignatureScan() {
     if (m_running.load()) return false;
     m_skipFlag.store(true);
-    return Start(kKindSignatureScan, m_mode);
+    return Start(OperationKind::SignatureScan, m_mode);
 }
 
 uint64_t CScanDriver::FirstSector() const { return m_media.GetFirstSector(); }
@@ -229,11 +229,11 @@ Outcome CScanDriver::Result() const {
     return m_outcome;
 }
 
-void CScanDriver::Worker(uint32_t kind) {
+void CScanDriver::Worker(OperationKind kind) {
     ScanContext ctx{m_op, m_events, m_gate, m_mode, m_top.get(), m_signatures};
     try {
         switch (kind) {
-        case kKindFileSystemScan: {
+        case OperationKind::FileSystemScan: {
             // A confirmed stop or a source that went away during the file-system stage ends the
             // operation: the content search never starts after the user said Yes.
             Outcome walked = RunStage(Stage::FileSystemScan, ctx);
@@ -242,23 +242,23 @@ void CScanDriver::Worker(uint32_t kind) {
             if (IsPhotoMode(m_mode)) RunStage(Stage::PhotoPruning, ctx);
             break;
         }
-        case kKindSave:
+        case OperationKind::Save:
             for (Stage s : StagesOf(kind, m_mode, m_destinationKind)) {
                 Note(RunStage(s, ctx));
                 if (Ends(m_outcome)) break;
             }
             break;
-        case kKindPartitionSearch:
+        case OperationKind::PartitionSearch:
             Note(RunStage(Stage::Preparation, ctx));
             if (!Ends(m_outcome)) Note(RunStage(Stage::DiskRecordSearch, ctx));
             break;
-        case kKindSmartScan:
+        case OperationKind::SmartScan:
             Note(RunStage(Stage::SecondFileSystemScan, ctx));
             break;
-        case kKindSignatureScan:
+        case OperationKind::SignatureScan:
             Note(RunStage(Stage::SignatureScan, ctx));
             break;
-        case kKindCreateImage:
+        case OperationKind::CreateImage:
             Note(RunStage(Stage::CreateImage, ctx));
             break;
         default:
@@ -270,7 +270,7 @@ void CScanDriver::Worker(uint32_t kind) {
         m_stageFailed.store(true);
     }
     m_op.state.store(OperationState::Finished);
-    if (kind == kKindPartitionSearch || kind == kKindCreateImage) m_completionFlag.store(true);
+    if (kind == OperationKind::PartitionSearch || kind == OperationKind::CreateImage) m_completionFlag.store(true);
     {
         std::lock_guard lk(m_doneMutex);
         m_running.store(false);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -35,10 +36,10 @@ public:
 
     // Source confirmed in `mode`: chooses the kind from the media's source kind, sets deleted-only
     // and starts. Returns the kind, or -1 when no scan is defined for the source (nothing runs).
-    int StartForSource(uint32_t mode, bool imageCreationPending = false);
+    std::optional<OperationKind> StartForSource(uint32_t mode, bool imageCreationPending = false);
     // Starts an operation of `kind`: lost-data flag, status line and detail rows, state 3, then
     // the worker. False when a worker is still running (there is never a second one).
-    bool Start(uint32_t kind, uint32_t mode);
+    bool Start(OperationKind kind, uint32_t mode);
     // Blocks until the worker has ended; WaitFor gives up after `ms` milliseconds.
     void Wait();
     bool WaitFor(int ms);
@@ -69,7 +70,7 @@ public:
 
     ScanOperation& Operation() { return m_op; }
     PauseGate& Gate() { return m_gate; }
-    uint32_t Kind() const { return m_op.kind.load(); }
+    OperationKind Kind() const { return m_op.kind.load(); }
     uint32_t Mode() const { return m_mode; }
     // First sector of the media's selected range (where the signature scan starts).
     uint64_t FirstSector() const;
@@ -87,7 +88,7 @@ public:
     std::unique_ptr<CNode> ReleaseTree();
 
 private:
-    void Worker(uint32_t kind);
+    void Worker(OperationKind kind);
     Outcome RunStage(Stage s, ScanContext& ctx);
     // Folds a stage's outcome into the operation's.
     void Note(Outcome o);

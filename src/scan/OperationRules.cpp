@@ -15,68 +15,68 @@ bool IsLostDataMode(uint32_t mode) {
 bool IsPhotoMode(uint32_t mode) { return mode == kModeDeletedPhotos || mode == kModeLostPhotos; }
 
 
-int ChooseOperationKind(uint32_t mode, uint8_t sourceKind, bool imageCreationPending) {
-    if (imageCreationPending) return kKindCreateImage;
+std::optional<OperationKind> ChooseOperationKind(uint32_t mode, uint8_t sourceKind, bool imageCreationPending) {
+    if (imageCreationPending) return OperationKind::CreateImage;
     switch (sourceKind) {
     case kSourceDiskPartition1:
     case kSourceDiskPartition2:
     case kSourceImagePartition:
-        return kKindFileSystemScan;
+        return OperationKind::FileSystemScan;
     case kSourceVolume:
-        return mode == kModeFormatted ? kKindPartitionSearch : kKindFileSystemScan;
+        return mode == kModeFormatted ? OperationKind::PartitionSearch : OperationKind::FileSystemScan;
     case kSourcePhysicalDisk:
-        return mode == kModeLostFiles || mode == kModeLostPhotos ? kKindSignatureScan : kKindPartitionSearch;
+        return mode == kModeLostFiles || mode == kModeLostPhotos ? OperationKind::SignatureScan : OperationKind::PartitionSearch;
     case kSourceImageFile:
         // Unlike a physical disk, an image in mode 1020 still gets the partition search first.
-        return mode == kModeLostPhotos ? kKindSignatureScan : kKindPartitionSearch;
+        return mode == kModeLostPhotos ? OperationKind::SignatureScan : OperationKind::PartitionSearch;
     default:
-        return -1;
+        return std::nullopt;
     }
 }
 
 bool DeletedOnlyFor(uint32_t mode) { return mode == kModeDeletedFiles; }
 
-std::string StatusTextId(uint32_t kind, uint32_t mode, uint8_t sourceKind, bool toDisc) {
+std::string StatusTextId(OperationKind kind, uint32_t mode, uint8_t sourceKind, bool toDisc) {
     switch (kind) {
-    case kKindFileSystemScan:
+    case OperationKind::FileSystemScan:
         if (IsPhotoMode(mode)) return "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS";
         if (sourceKind == kSourceDiskPartition1 || sourceKind == kSourceDiskPartition2 ||
             sourceKind == kSourceImagePartition)
             return "IDS_SEARCHING_LOST_DATA";
         return "IDS_SEARCHING_DELETED_FILES_FOLDERS";
-    case kKindSave:
+    case OperationKind::Save:
         return toDisc ? "IDS_SAVING_DATA_TO_OPTICAL" : "IDS_SAVING_DATA_TO";
-    case kKindPartitionSearch:
+    case OperationKind::PartitionSearch:
         return mode == kModeFormatted ? "IDS_SEARCHING_PREVIOUS_FILE_SYSTEM" : "IDS_SEARCHING_LOST_PARTITIONS";
-    case kKindSmartScan:
+    case OperationKind::SmartScan:
         return "IDS_SMART_SCAN";
-    case kKindSignatureScan:
+    case OperationKind::SignatureScan:
         return mode == kModeLostPhotos ? "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS" : "IDS_PROCESSING_PHYSICAL_DRIVE";
-    case kKindCreateImage:
+    case OperationKind::CreateImage:
         return "IDS_CREATING_DISK_IMAGE";
     default:
         return {};
     }
 }
 
-std::vector<Stage> StagesOf(uint32_t kind, uint32_t mode, uint32_t destinationKind) {
+std::vector<Stage> StagesOf(OperationKind kind, uint32_t mode, uint32_t destinationKind) {
     switch (kind) {
-    case kKindFileSystemScan: {
+    case OperationKind::FileSystemScan: {
         std::vector<Stage> s{Stage::FileSystemScan, Stage::SignatureScan};
         if (IsPhotoMode(mode)) s.push_back(Stage::PhotoPruning);
         return s;
     }
-    case kKindSave:
+    case OperationKind::Save:
         if (destinationKind == 0) return {Stage::SaveToFolder};
         if (destinationKind == 1) return {Stage::BurnToDisc};
         return {};
-    case kKindPartitionSearch:
+    case OperationKind::PartitionSearch:
         return {Stage::Preparation, Stage::DiskRecordSearch};
-    case kKindSmartScan:
+    case OperationKind::SmartScan:
         return {Stage::SecondFileSystemScan};
-    case kKindSignatureScan:
+    case OperationKind::SignatureScan:
         return {Stage::SignatureScan};
-    case kKindCreateImage:
+    case OperationKind::CreateImage:
         return {Stage::CreateImage};
     default:
         return {};

@@ -2,8 +2,11 @@
 // The rules that turn a recovery mode and a source into an operation: which kind runs, which
 // status line it shows, and the stages it runs in order.
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "job/ScanOperation.h"
 
 namespace kestrin {
 
@@ -14,13 +17,13 @@ bool IsLostDataMode(uint32_t mode);
 bool IsPhotoMode(uint32_t mode);
 
 // Operation kind for a scan of a source of `sourceKind` (1-6) in `mode`. A pending image creation
-// keeps kind 6 whatever the source. Returns -1 for a source kind that no scan is defined for.
-int ChooseOperationKind(uint32_t mode, uint8_t sourceKind, bool imageCreationPending = false);
+// keeps kind 6 whatever the source. None for a source kind that no scan is defined for.
+std::optional<OperationKind> ChooseOperationKind(uint32_t mode, uint8_t sourceKind, bool imageCreationPending = false);
 // Deleted-only: a source confirmed in mode 1019 skips the follow-on signature scan.
 bool DeletedOnlyFor(uint32_t mode);
 
 // Identifier of the status line of `kind`; `toDisc` picks the optical variant of saving.
-std::string StatusTextId(uint32_t kind, uint32_t mode, uint8_t sourceKind, bool toDisc = false);
+std::string StatusTextId(OperationKind kind, uint32_t mode, uint8_t sourceKind, bool toDisc = false);
 // The two detail rows every kind shows: an empty first row and this identifier as the second.
 inline constexpr const char* kDetailRowTwoId = "IDS_THIS_MIGHT_FEW_MIN";
 
@@ -38,7 +41,7 @@ enum class Stage {
 
 // The stages `kind` runs, in order, before any run-time condition (deleted-only, a stop) drops
 // one; kind 1 lists the destination kind's stage (0 folder or zip, 1 disc, other: none).
-std::vector<Stage> StagesOf(uint32_t kind, uint32_t mode, uint32_t destinationKind = 0);
+std::vector<Stage> StagesOf(OperationKind kind, uint32_t mode, uint32_t destinationKind = 0);
 // Identifier of a stage's name, used where a stage cannot run in this build.
 const char* StageNameId(Stage s);
 // The English name, for a language file that lacks the identifier.

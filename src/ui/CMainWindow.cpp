@@ -276,7 +276,7 @@ bool CMainWindow::ScanPartition(int index) {
     if (!m_haveSource) return false;
     m_results.SetTop(nullptr);
     m_tree.reset();
-    int forced = -1;
+    std::optional<OperationKind> forced;
     if (index < 0) {
         SelectWholeSource(m_src);
     } else {
@@ -304,20 +304,20 @@ bool CMainWindow::ScanPartition(int index) {
     return true;
 }
 
-bool CMainWindow::RunOperation(int forcedKind) {
+bool CMainWindow::RunOperation(std::optional<OperationKind> forcedKind) {
     CPhysicalDisk& media = *m_src.media;
     CScanMan dlg(this);
     CScanDriver driver(media, MakeEngines(), dlg);
     driver.SetSignatures(&m_signatures);
-    int kind = forcedKind;
-    if (kind < 0) kind = driver.StartForSource(m_mode);
-    else if (!driver.Start(uint32_t(kind), m_mode)) kind = -1;
-    if (kind < 0) {
+    std::optional<OperationKind> kind = forcedKind;
+    if (!kind) kind = driver.StartForSource(m_mode);
+    else if (!driver.Start(*kind, m_mode)) kind.reset();
+    if (!kind) {
         CQtMessages::Inform(this, Tx("IDS_UI_NO_SCAN", "No scan is defined for this source in this mode."));
         return false;
     }
     dlg.Run(driver);
-    if (kind == kKindPartitionSearch && !driver.CancelConfirmed()) {
+    if (kind == OperationKind::PartitionSearch && !driver.CancelConfirmed()) {
         if (driver.NoPartitionFound()) {
             // Declined: nothing was found to show, so the drive page stays.
             if (!CQtMessages::Ask(this, Tx("IDS_NO_PARTITION_FOUND")) || !driver.ContinueAsSignatureScan()) return false;

@@ -91,7 +91,7 @@ private:
     void FillPartitionList();
     void ChooseFileTypes();
     void ShowResults();
-    bool RunOperation(int forcedKind);
+    bool RunOperation(std::optional<OperationKind> forcedKind);
     void SetPage(Page p);
     // Saving and sessions (CMainWindowSave.cpp).
     void OnSave();

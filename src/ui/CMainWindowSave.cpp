@@ -172,7 +172,7 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
     CScanMan dlg(this);
     CScanDriver driver(*m_src.media, engines, dlg);
     driver.SetSaveDestination(req.destination, 0);
-    if (!driver.Start(kKindSave, m_mode)) return false;
+    if (!driver.Start(OperationKind::Save, m_mode)) return false;
     dlg.Run(driver);
     m_lastSave = result;
     bool cancelled = driver.CancelConfirmed() || result.cancelled;

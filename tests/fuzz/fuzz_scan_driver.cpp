@@ -71,9 +71,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     Quiet events;
     CScanDriver driver(disk, FuzzEngines(), events);
-    int kind = driver.StartForSource(mode);
+    std::optional<OperationKind> kind = driver.StartForSource(mode);
     driver.Wait();
-    if (kind == kKindPartitionSearch && driver.NoPartitionFound() && driver.ContinueAsSignatureScan()) driver.Wait();
+    if (kind == OperationKind::PartitionSearch && driver.NoPartitionFound() && driver.ContinueAsSignatureScan()) driver.Wait();
     std::unique_ptr<CNode> tree = driver.ReleaseTree();
     volatile uint64_t sum = 0;
     ForEachNode(tree.get(), [&](CNode* n) { sum = sum + n->size + n->name.size(); });

@@ -100,23 +100,24 @@ TEST(OperationRules, KindForEveryModeAndSource) {
     };
     for (int s = 0; s < 6; ++s)
         for (int m = 0; m < 6; ++m)
-            EXPECT_EQ(ChooseOperationKind(modes[m], uint8_t(s + 1)), expected[s][m]) << "source " << s + 1 << " mode " << modes[m];
-    EXPECT_EQ(ChooseOperationKind(1020, kSourcePhysicalDisk, true), 6); // pending image creation keeps 6
-    EXPECT_EQ(ChooseOperationKind(1019, 0), -1);
-    EXPECT_EQ(ChooseOperationKind(1019, 7), -1);
+            EXPECT_EQ(ChooseOperationKind(modes[m], uint8_t(s + 1)), OperationKind(expected[s][m]))
+                << "source " << s + 1 << " mode " << modes[m];
+    EXPECT_EQ(ChooseOperationKind(1020, kSourcePhysicalDisk, true), OperationKind::CreateImage); // kept pending
+    EXPECT_EQ(ChooseOperationKind(1019, 0), std::nullopt);
+    EXPECT_EQ(ChooseOperationKind(1019, 7), std::nullopt);
 
     EXPECT_FALSE(IsLostDataMode(1019));
     for (uint32_t m : {1020u, 1021u, 1022u, 1037u, 1038u}) EXPECT_TRUE(IsLostDataMode(m));
     EXPECT_FALSE(IsLostDataMode(1023));
     EXPECT_FALSE(IsLostDataMode(1036));
 
-    EXPECT_EQ(StatusTextId(0, 1019, kSourceVolume), "IDS_SEARCHING_DELETED_FILES_FOLDERS");
-    EXPECT_EQ(StatusTextId(0, 1020, kSourceImagePartition), "IDS_SEARCHING_LOST_DATA");
-    EXPECT_EQ(StatusTextId(0, 1037, kSourceDiskPartition1), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
-    EXPECT_EQ(StatusTextId(2, 1022, kSourceVolume), "IDS_SEARCHING_PREVIOUS_FILE_SYSTEM");
-    EXPECT_EQ(StatusTextId(2, 1021, kSourceImageFile), "IDS_SEARCHING_LOST_PARTITIONS");
-    EXPECT_EQ(StatusTextId(4, 1038, kSourcePhysicalDisk), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
-    EXPECT_EQ(StatusTextId(4, 1020, kSourcePhysicalDisk), "IDS_PROCESSING_PHYSICAL_DRIVE");
+    EXPECT_EQ(StatusTextId(OperationKind::FileSystemScan, 1019, kSourceVolume), "IDS_SEARCHING_DELETED_FILES_FOLDERS");
+    EXPECT_EQ(StatusTextId(OperationKind::FileSystemScan, 1020, kSourceImagePartition), "IDS_SEARCHING_LOST_DATA");
+    EXPECT_EQ(StatusTextId(OperationKind::FileSystemScan, 1037, kSourceDiskPartition1), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
+    EXPECT_EQ(StatusTextId(OperationKind::PartitionSearch, 1022, kSourceVolume), "IDS_SEARCHING_PREVIOUS_FILE_SYSTEM");
+    EXPECT_EQ(StatusTextId(OperationKind::PartitionSearch, 1021, kSourceImageFile), "IDS_SEARCHING_LOST_PARTITIONS");
+    EXPECT_EQ(StatusTextId(OperationKind::SignatureScan, 1038, kSourcePhysicalDisk), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
+    EXPECT_EQ(StatusTextId(OperationKind::SignatureScan, 1020, kSourcePhysicalDisk), "IDS_PROCESSING_PHYSICAL_DRIVE");
 }
 
 TEST(ScanDriver, StagesInOrderPerKindAndMode) {
@@ -143,7 +144,7 @@ TEST(ScanDriver, StagesInOrderPerKindAndMode) {
         Log log;
         Events ev;
         CScanDriver d(m.disk, LoggingEngines(log), ev);
-        ASSERT_GE(d.StartForSource(c.mode), 0);
+        ASSERT_TRUE(d.StartForSource(c.mode));
         d.Wait();
         EXPECT_EQ(log.calls, c.calls) << "source " << int(c.source) << " mode " << c.mode;
         EXPECT_EQ(d.Operation().deletedOnly.load(), c.mode == 1019 ? 1 : 0);
@@ -160,7 +161,7 @@ TEST(ScanDriver, MissingEngineIsReportedNotSkipped) {
     Engines e = LoggingEngines(log);
     e.signatureScan = nullptr;
     CScanDriver d(m.disk, e, ev);
-    ASSERT_EQ(d.StartForSource(1020), 0);
+    ASSERT_EQ(d.StartForSource(1020), OperationKind::FileSystemScan);
     d.Wait();
     EXPECT_EQ(log.calls, std::vector<std::string>{"fs 1"});
     ASSERT_EQ(d.MissingStages().size(), 1u);
@@ -173,7 +174,7 @@ TEST(ScanDriver, PhotoModePrunesNonMediaFiles) {
     Log log;
     Events ev;
     CScanDriver d(m.disk, LoggingEngines(log), ev);
-    ASSERT_EQ(d.StartForSource(1037), 0);
+    ASSERT_EQ(d.StartForSource(1037), OperationKind::FileSystemScan);
     d.Wait();
     CNode* vol = FindVolumeRoot(d.Top());
     ASSERT_NE(vol, nullptr);
@@ -210,7 +211,7 @@ TEST(ScanDriver, CancelQuestionHoldsTheWorkerAndNoResumes) {
     Events ev;
     PollingEngine eng;
     CScanDriver d(m.disk, eng.Make(), ev);
-    ASSERT_EQ(d.StartForSource(1020), 0);
+    ASSERT_EQ(d.StartForSource(1020), OperationKind::FileSystemScan);
     while (eng.polls.load() < 100) std::this_thread::yield();
 
     d.BeginCancelQuestion();
@@ -261,7 +262,7 @@ TEST(ScanDriver, RecordSearchThatBuildsATreeHasFoundSomething) {
     for (bool file : {false, true}) {
         withFile = file;
         CScanDriver d(m.disk, e, ev);
-        ASSERT_EQ(d.StartForSource(1022), 2); // a volume in the formatted mode
+        ASSERT_EQ(d.StartForSource(1022), OperationKind::PartitionSearch); // a volume in the formatted mode
         d.Wait();
         EXPECT_EQ(d.NoPartitionFound(), !file);
         EXPECT_FALSE(d.Operation().deletedOnly.load());
@@ -287,7 +288,7 @@ TEST(ScanDriver, PartitionSearchThatFindsNothingHandsOverToKind4) {
             return Outcome::Ok;
         };
         CScanDriver d(m.disk, e, ev);
-        ASSERT_EQ(d.StartForSource(1020), 2);
+        ASSERT_EQ(d.StartForSource(1020), OperationKind::PartitionSearch);
         d.Wait();
         EXPECT_TRUE(d.CompletionFlag());
         EXPECT_EQ(d.NoPartitionFound(), !findOne);
@@ -295,7 +296,7 @@ TEST(ScanDriver, PartitionSearchThatFindsNothingHandsOverToKind4) {
         CNode* top = d.Top();
         ASSERT_TRUE(d.ContinueAsSignatureScan());
         d.Wait();
-        EXPECT_EQ(d.Kind(), uint32_t(kKindSignatureScan));
+        EXPECT_EQ(d.Kind(), OperationKind::SignatureScan);
         EXPECT_TRUE(d.SkipFlag());
         EXPECT_EQ(d.Top(), top);
         EXPECT_EQ(log.calls, (std::vector<std::string>{"prep", "search", "sig 2 0 1000"}));

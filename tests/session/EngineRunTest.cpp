@@ -65,7 +65,7 @@ TEST(EngineRun, StopDuringTheWalkEndsTheOperation) {
         CScanDriver driver(*src.media, MakeEngines(), events);
         events.driver = &driver;
         driver.SetSignatures(&noRows);
-        ASSERT_EQ(driver.StartForSource(kModeLostFiles), int(kKindFileSystemScan)) << name;
+        ASSERT_EQ(driver.StartForSource(kModeLostFiles), OperationKind::FileSystemScan) << name;
         driver.Wait();
         EXPECT_GT(events.progress.load(), 0) << name;
         EXPECT_TRUE(driver.CancelConfirmed()) << name;
@@ -102,7 +102,7 @@ TEST(EngineRun, ItemsAreReadThroughTheirOwnVolume) {
             void OnSignatureScanStart() override {}
         } events;
         CScanDriver driver(*src.media, MakeEngines(), events);
-        ASSERT_EQ(driver.StartForSource(kModeDeletedFiles), int(kKindFileSystemScan));
+        ASSERT_EQ(driver.StartForSource(kModeDeletedFiles), OperationKind::FileSystemScan);
         Scanned s;
         s.tree = driver.ReleaseTree();
         s.file = FirstFileWithData(s.tree.get());

@@ -58,9 +58,9 @@ std::string WhatRuns(uint8_t sourceKind, uint32_t mode) {
                            sourceKind == kSourceImagePartition;
     PartitionRecord chosen;
     chosen.fsKind = kFsNtfs;
-    const int forced = partition ? ForcedKindFor(mode, chosen) : -1;
-    bool started = forced >= 0 ? driver.Start(uint32_t(forced), mode) : driver.StartForSource(mode) >= 0;
-    if (forced >= 0) driver.Operation().deletedOnly.store(DeletedOnlyFor(mode) ? 1 : 0);
+    const std::optional<OperationKind> forced = partition ? ForcedKindFor(mode, chosen) : std::nullopt;
+    bool started = forced ? driver.Start(*forced, mode) : driver.StartForSource(mode).has_value();
+    if (forced) driver.Operation().deletedOnly.store(DeletedOnlyFor(mode) ? 1 : 0);
     if (!started) return "(none)";
     driver.Wait();
     std::vector<std::string> words;

@@ -128,7 +128,7 @@ int main(int argc, char** argv) {
         };
         CScanMan dlg(&w);
         CScanDriver driver(media, engines, dlg);
-        driver.Start(kKindFileSystemScan, kModeDeletedFiles);
+        driver.Start(OperationKind::FileSystemScan, kModeDeletedFiles);
         QTimer::singleShot(1500, &dlg, [&] {
             Grab(&dlg, out.filePath("progress-window.png"));
             driver.RequestCancel();

@@ -536,7 +536,7 @@ private slots:
             frozen = d.Operation().done.load() == before;
             return true;
         });
-        QVERIFY(driver.Start(kKindFileSystemScan, kModeDeletedFiles));
+        QVERIFY(driver.Start(OperationKind::FileSystemScan, kModeDeletedFiles));
         QElapsedTimer clock;
         QTimer::singleShot(200, &dlg, [&] {
             clock.start();
