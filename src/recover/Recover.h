@@ -25,7 +25,7 @@ Outcome SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx);
 // its boot sector failed the strict test (flag 1).
 bool WantsSmartScan(const PartitionRecord& r);
 
-// The whole-disk record stage of kind 2: on a volume in formatted mode the search for the
+// The whole-disk record stage of OperationKind::PartitionSearch: on a volume in formatted mode the search for the
 // previous file system, otherwise the lost-partition search.
 Outcome RecoverRecordSearch(CPhysicalDisk& media, uint64_t firstSector, uint64_t endSector, ScanContext& ctx);
 

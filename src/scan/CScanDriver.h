@@ -31,13 +31,13 @@ public:
 
     // Rows of the signature list the signature stage searches (kept by the caller).
     void SetSignatures(const std::vector<SignatureRecord>* rows) { m_signatures = rows; }
-    // Destination of a save (kind 1): 0 folder or zip, 1 disc, anything else saves nothing.
+    // Destination of a save (OperationKind::Save): 0 folder or zip, 1 disc, anything else saves nothing.
     void SetSaveDestination(std::string path, uint32_t destinationKind, std::string recorderName = {});
 
     // Source confirmed in `mode`: chooses the kind from the media's source kind, sets deleted-only
     // and starts. Returns the kind, or -1 when no scan is defined for the source (nothing runs).
     std::optional<OperationKind> StartForSource(uint32_t mode, bool imageCreationPending = false);
-    // Starts an operation of `kind`: lost-data flag, status line and detail rows, state 3, then
+    // Starts an operation of `kind`: lost-data flag, status line and detail rows, OperationState::Running, then
     // the worker. False when a worker is still running (there is never a second one).
     bool Start(OperationKind kind, uint32_t mode);
     // Blocks until the worker has ended; WaitFor gives up after `ms` milliseconds.
@@ -59,11 +59,11 @@ public:
     bool NoPartitionFound() const;
     // Whether the tree holds any found item (more than empty volume roots and "Lost" folders).
     bool TreeHasItems() const;
-    // The offer after such a search was accepted: the operation goes on as kind 4 (signature
+    // The offer after such a search was accepted: the operation goes on as OperationKind::SignatureScan (signature
     // scan of the whole drive) with the same tree. False while the worker runs.
     bool ContinueAsSignatureScan();
     bool SkipFlag() const { return m_skipFlag; }
-    // Set at the end of kinds 2 and 6.
+    // Set at the end of OperationKind::PartitionSearch and OperationKind::CreateImage.
     bool CompletionFlag() const { return m_completionFlag; }
     // An engine threw (out of memory): the stage ended early, the operation finished normally.
     bool StageFailed() const { return m_stageFailed; }

@@ -19,11 +19,11 @@ struct Engines {
     std::function<Outcome(CPhysicalDisk&, int, ScanContext&)> fileSystemScan;
     // Signature scan: (media, scan kind, first sector, end sector exclusive, window).
     std::function<Outcome(CPhysicalDisk&, uint32_t, uint64_t, uint64_t, ScanContext&)> signatureScan;
-    // Preparation step of the lost-partition search (kind 2).
+    // Preparation step of the lost-partition search (OperationKind::PartitionSearch).
     std::function<Outcome(CPhysicalDisk&, ScanContext&)> preparation;
     // Whole-disk search for file-system records: (media, 0, sector count, window).
     std::function<Outcome(CPhysicalDisk&, uint64_t, uint64_t, ScanContext&)> diskRecordSearch;
-    // Second file-system scan (kind 3, smart scan).
+    // Second file-system scan (OperationKind::SmartScan).
     std::function<Outcome(CPhysicalDisk&, ScanContext&)> secondFileSystemScan;
     std::function<Outcome(CPhysicalDisk&, ScanContext&)> createImage;
     std::function<Outcome(CPhysicalDisk&, ScanContext&)> saveToFolder;

@@ -17,7 +17,7 @@ bool IsLostDataMode(uint32_t mode);
 bool IsPhotoMode(uint32_t mode);
 
 // Operation kind for a scan of a source of `sourceKind` (1-6) in `mode`. A pending image creation
-// keeps kind 6 whatever the source. None for a source kind that no scan is defined for.
+// keeps OperationKind::CreateImage whatever the source. None for a source kind that no scan is defined for.
 std::optional<OperationKind> ChooseOperationKind(uint32_t mode, uint8_t sourceKind, bool imageCreationPending = false);
 // Deleted-only: a source confirmed in mode 1019 skips the follow-on signature scan.
 bool DeletedOnlyFor(uint32_t mode);
@@ -40,7 +40,7 @@ enum class Stage {
 };
 
 // The stages `kind` runs, in order, before any run-time condition (deleted-only, a stop) drops
-// one; kind 1 lists the destination kind's stage (0 folder or zip, 1 disc, other: none).
+// one; OperationKind::Save lists the destination kind's stage (0 folder or zip, 1 disc, other: none).
 std::vector<Stage> StagesOf(OperationKind kind, uint32_t mode, uint32_t destinationKind = 0);
 // Identifier of a stage's name, used where a stage cannot run in this build.
 const char* StageNameId(Stage s);
