@@ -9,35 +9,6 @@
 
 namespace kestrin::layout {
 
-// A named big-endian field: the counterpart of LeField for formats that store numbers this way.
-template <class T, size_t Offset>
-struct BeField {
-    static_assert(sizeof(T) == 1 || sizeof(T) == 2 || sizeof(T) == 4 || sizeof(T) == 8);
-    using Type = T;
-    static constexpr size_t kOffset = Offset;
-    static constexpr size_t kSize = sizeof(T);
-    static constexpr size_t kEnd = Offset + sizeof(T);
-    static std::optional<T> Read(Bytes b, size_t base = 0) {
-        if (base > b.size() || !Fits(b, base + Offset, sizeof(T))) return std::nullopt;
-        return At(b.data() + base);
-    }
-    static T Or(Bytes b, T fallback, size_t base = 0) { return Read(b, base).value_or(fallback); }
-    static T At(const uint8_t* p) {
-        p += Offset;
-        if constexpr (sizeof(T) == 1) return T(p[0]);
-        else if constexpr (sizeof(T) == 2) return T(Be16(p));
-        else if constexpr (sizeof(T) == 4) return T(Be32(p));
-        else return T(Be64(p));
-    }
-    static void Put(uint8_t* p, T v) {
-        p += Offset;
-        if constexpr (sizeof(T) == 1) p[0] = uint8_t(v);
-        else if constexpr (sizeof(T) == 2) PutBe16(p, uint16_t(v));
-        else if constexpr (sizeof(T) == 4) PutBe32(p, uint32_t(v));
-        else PutBe64(p, uint64_t(v));
-    }
-};
-
 namespace ldm {
 
 // The private header: on an MBR disk in sector 6, on a GPT disk in the last sector of the

@@ -66,13 +66,15 @@ inline bool MatchAt(Bytes b, size_t at, const void* magic, size_t len) {
     return Fits(b, at, len) && std::memcmp(b.data() + at, magic, len) == 0;
 }
 
-// A named little-endian field of an on-disk layout: its type and its offset from the start of
+// A named field of an on-disk layout: its type, byte order and offset from the start of
 // the structure. Layout headers name every field this way, so no parser spells an offset.
 //   using BytesPerSector = LeField<uint16_t, 0x0B>;
 //   std::optional<uint16_t> bps = BytesPerSector::Read(sector);      // checked
 //   uint16_t bps = BytesPerSector::At(sector.data());                 // after one Fits check
-template <class T, size_t Offset>
-struct LeField {
+enum class Endian { Little, Big };
+
+template <class T, size_t Offset, Endian E>
+struct Field {
     static_assert(sizeof(T) == 1 || sizeof(T) == 2 || sizeof(T) == 4 || sizeof(T) == 8);
     using Type = T;
     static constexpr size_t kOffset = Offset;
@@ -89,18 +91,29 @@ struct LeField {
     static T At(const uint8_t* p) {
         p += Offset;
         if constexpr (sizeof(T) == 1) return T(p[0]);
-        else if constexpr (sizeof(T) == 2) return T(Le16(p));
-        else if constexpr (sizeof(T) == 4) return T(Le32(p));
-        else return T(Le64(p));
+        else if constexpr (E == Endian::Little && sizeof(T) == 2) return T(Le16(p));
+        else if constexpr (E == Endian::Little && sizeof(T) == 4) return T(Le32(p));
+        else if constexpr (E == Endian::Little) return T(Le64(p));
+        else if constexpr (sizeof(T) == 2) return T(Be16(p));
+        else if constexpr (sizeof(T) == 4) return T(Be32(p));
+        else return T(Be64(p));
     }
     static void Put(uint8_t* p, T v) {
         p += Offset;
         if constexpr (sizeof(T) == 1) p[0] = uint8_t(v);
-        else if constexpr (sizeof(T) == 2) PutLe16(p, uint16_t(v));
-        else if constexpr (sizeof(T) == 4) PutLe32(p, uint32_t(v));
-        else PutLe64(p, uint64_t(v));
+        else if constexpr (E == Endian::Little && sizeof(T) == 2) PutLe16(p, uint16_t(v));
+        else if constexpr (E == Endian::Little && sizeof(T) == 4) PutLe32(p, uint32_t(v));
+        else if constexpr (E == Endian::Little) PutLe64(p, uint64_t(v));
+        else if constexpr (sizeof(T) == 2) PutBe16(p, uint16_t(v));
+        else if constexpr (sizeof(T) == 4) PutBe32(p, uint32_t(v));
+        else PutBe64(p, uint64_t(v));
     }
 };
+template <class T, size_t Offset>
+using LeField = Field<T, Offset, Endian::Little>;
+// The same for formats that store numbers big-endian (dynamic-disk databases, ISO media boxes).
+template <class T, size_t Offset>
+using BeField = Field<T, Offset, Endian::Big>;
 
 // A named run of bytes of a layout (a signature, a name field).
 template <size_t Offset, size_t Length>
