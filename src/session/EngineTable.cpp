@@ -36,15 +36,10 @@ Engines MakeEngines() {
         return ScanSignatures(media, kind, first, end, ctx);
     };
     // The preparation of the lost-partition search: the partition table read again into the
-    // media's lists, which the search then adds to.
+    // media's lists, which the search then adds to. Reading the layout leaves the selection alone.
     e.preparation = [](CPhysicalDisk& media, ScanContext& ctx) {
         WalkWatch watch(media);
-        uint64_t first = media.GetFirstSector(), count = media.GetSectorCount();
-        uint8_t kind = media.GetSourceKind();
         (void)ReadSourceLayout(media);
-        media.SetFirstSector(first);
-        media.SetSectorCount(count);
-        media.SetSourceKind(kind);
         return watch.Finish(ctx);
     };
     // Lost partitions on a disk; on a chosen volume in formatted mode, the previous file system.

@@ -124,3 +124,33 @@ TEST(EngineRun, ItemsAreReadThroughTheirOwnVolume) {
             EXPECT_EQ(Content(*src.media, *scans[i].file), scans[i].expected) << "volume " << i << " whole " << whole;
     }
 }
+
+// The preparation of the lost-partition search reads the table again into the media's lists and
+// leaves the selection (a chosen partition, in formatted mode) as it was.
+TEST(EngineRun, PreparationLeavesTheSelectionAlone) {
+    std::string img = test::UnpackImage("disk-mbr-small");
+    ASSERT_FALSE(img.empty());
+    OpenedSource src;
+    std::string error;
+    ASSERT_TRUE(OpenSource(img, src, error)) << error;
+    ASSERT_TRUE(SelectListedPartition(src, 1));
+    CPhysicalDisk& media = *src.media;
+    const uint64_t first = media.GetFirstSector(), count = media.GetSectorCount();
+    const uint8_t source = media.GetSourceKind(), fs = media.GetFsKind();
+    media.SecondPartitions().clear();
+    media.Partitions().clear();
+    ScanOperation op;
+    struct Quiet final : IScanEvents {
+        void OnEnd() override {}
+        void OnProgress() override {}
+        void OnSignatureScanStart() override {}
+    } events;
+    PauseGate gate;
+    ScanContext ctx{op, events, gate};
+    EXPECT_EQ(MakeEngines().preparation(media, ctx), Outcome::Ok);
+    EXPECT_EQ(media.Partitions().size(), 4u); // the placeholder head and the three table entries
+    EXPECT_EQ(media.GetFirstSector(), first);
+    EXPECT_EQ(media.GetSectorCount(), count);
+    EXPECT_EQ(media.GetSourceKind(), source);
+    EXPECT_EQ(media.GetFsKind(), fs);
+}
