@@ -11,6 +11,7 @@
 #include "fs/CNode.h"
 #include "fs/VolumeHandle.h"
 #include "fs/VolumeTree.h"
+#include "job/QuietScanEvents.h"
 #include "output/ContentCopy.h"
 #include "scan/CScanDriver.h"
 #include "session/EngineTable.h"
@@ -96,11 +97,7 @@ TEST(EngineRun, ItemsAreReadThroughTheirOwnVolume) {
     std::vector<Scanned> scans;
     for (size_t index : scannable) {
         ASSERT_TRUE(SelectListedPartition(src, index));
-        struct Quiet final : IScanEvents {
-            void OnEnd() override {}
-            void OnProgress() override {}
-            void OnSignatureScanStart() override {}
-        } events;
+        QuietScanEvents events;
         CScanDriver driver(*src.media, MakeEngines(), events);
         ASSERT_EQ(driver.StartForSource(kModeDeletedFiles), OperationKind::FileSystemScan);
         Scanned s;
@@ -140,11 +137,7 @@ TEST(EngineRun, PreparationLeavesTheSelectionAlone) {
     media.SecondPartitions().clear();
     media.Partitions().clear();
     ScanOperation op;
-    struct Quiet final : IScanEvents {
-        void OnEnd() override {}
-        void OnProgress() override {}
-        void OnSignatureScanStart() override {}
-    } events;
+    QuietScanEvents events;
     PauseGate gate;
     ScanContext ctx{op, events, gate};
     EXPECT_EQ(MakeEngines().preparation(media, ctx), Outcome::Ok);

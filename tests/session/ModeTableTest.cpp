@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "job/Modes.h"
+#include "job/QuietScanEvents.h"
 #include "scan/CScanDriver.h"
 #include "session/ScanPlan.h"
 #include "storage/ByteSource.h"
@@ -32,12 +33,6 @@ std::vector<std::string> Cells(const std::string& row) {
     return out;
 }
 
-struct Quiet final : IScanEvents {
-    void OnEnd() override {}
-    void OnProgress() override {}
-    void OnSignatureScanStart() override {}
-};
-
 // What the driver runs for a source of `kind` in `mode`, in the docs' words.
 std::string WhatRuns(uint8_t sourceKind, uint32_t mode) {
     CPhysicalDisk disk;
@@ -51,7 +46,7 @@ std::string WhatRuns(uint8_t sourceKind, uint32_t mode) {
     e.preparation = [](CPhysicalDisk&, ScanContext&) { return Outcome::Ok; };
     e.diskRecordSearch = [](CPhysicalDisk&, uint64_t, uint64_t, ScanContext&) { return Outcome::Ok; };
     e.secondFileSystemScan = [](CPhysicalDisk&, ScanContext&) { return Outcome::Ok; };
-    Quiet events;
+    QuietScanEvents events;
     CScanDriver driver(disk, e, events);
     // A chosen partition may get another operation than its source kind calls for.
     const bool partition = sourceKind == kSourceDiskPartition1 || sourceKind == kSourceDiskPartition2 ||
