@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "FailingSources.h"
 #include "job/QuietScanEvents.h"
 #include "fs/VolumeTree.h"
 #include "job/ScanContext.h"
@@ -99,30 +100,6 @@ struct Trouble {
     int stopAtProgress = 0;
 };
 
-class TroubledSource final : public ByteSource {
-public:
-    TroubledSource(std::vector<uint8_t> data, const Trouble& t) : m_data(std::move(data)), m_t(t) {}
-    long long ReadAt(void* buf, size_t len, uint64_t offset) override {
-        if (m_gone) ++readsAfterGone;
-        if (m_gone || (offset < m_t.to && m_t.from < offset + len)) {
-            m_gone = m_t.gone;
-            return -1;
-        }
-        if (offset >= m_data.size()) return 0;
-        size_t n = size_t(std::min<uint64_t>(len, m_data.size() - offset));
-        std::memcpy(buf, m_data.data() + offset, n);
-        return (long long)n;
-    }
-    uint64_t Size() const override { return m_data.size(); }
-    uint32_t LastError() const override { return m_t.gone ? platform::kErrDeviceGone : platform::kErrNotReady + 2; }
-    int readsAfterGone = 0;
-
-private:
-    std::vector<uint8_t> m_data;
-    Trouble m_t;
-    bool m_gone = false;
-};
-
 // Events that request a stop (as the front end's Stop button does) at one progress call.
 class StopAtProgress final : public IScanEvents {
 public:
@@ -149,8 +126,9 @@ struct TroubledScan {
 inline TroubledScan ScanWithTrouble(const std::vector<uint8_t>& bytes, uint8_t fsKind, ScanFn scan,
                                     const Trouble& trouble) {
     CPhysicalDisk media;
-    auto owned = std::make_unique<TroubledSource>(bytes, trouble);
-    TroubledSource* src = owned.get();
+    auto owned = std::make_unique<FlakySource>(bytes, trouble.from, trouble.to,
+                                               trouble.gone ? platform::kErrDeviceGone : platform::kErrNotReady + 2);
+    FlakySource* src = owned.get();
     media.Attach(std::move(owned));
     media.SetSectorSize(512);
     media.SetSectorCount(bytes.size() / 512);
