@@ -6,20 +6,20 @@
 
 namespace kestrin {
 
-uint8_t CategoryThreshold(uint32_t mode) {
-    return mode == kModeDeletedPhotos || mode == kModeLostPhotos ? 2 : 0;
+uint8_t CategoryThreshold(RecoveryMode mode) {
+    return mode == RecoveryMode::DeletedPhotos || mode == RecoveryMode::LostPhotos ? 2 : 0;
 }
 
-bool ListedInMode(const SignatureRecord& record, uint32_t mode) { return record.category > CategoryThreshold(mode); }
+bool ListedInMode(const SignatureRecord& record, RecoveryMode mode) { return record.category > CategoryThreshold(mode); }
 
-std::vector<SignatureRecord> FilterByMode(const std::vector<SignatureRecord>& records, uint32_t mode) {
+std::vector<SignatureRecord> FilterByMode(const std::vector<SignatureRecord>& records, RecoveryMode mode) {
     std::vector<SignatureRecord> kept;
     for (const SignatureRecord& r : records)
         if (ListedInMode(r, mode)) kept.push_back(r);
     return kept;
 }
 
-std::vector<SignatureRecord> SignaturesForMode(uint32_t mode, const std::string& folder, std::string* problem) {
+std::vector<SignatureRecord> SignaturesForMode(RecoveryMode mode, const std::string& folder, std::string* problem) {
     SignatureLoad load = LoadSignatureFile(folder);
     if (problem) {
         switch (load.status) {

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "carve/SignatureRecord.h"
+#include "job/ScanOperation.h"
 
 namespace kestrin {
 
@@ -29,13 +30,13 @@ enum SignatureCategory : uint8_t {
     kCategoryUserDefault = 5,
 };
 
-uint8_t CategoryThreshold(uint32_t mode);
-bool ListedInMode(const SignatureRecord& record, uint32_t mode);
-std::vector<SignatureRecord> FilterByMode(const std::vector<SignatureRecord>& records, uint32_t mode);
+uint8_t CategoryThreshold(RecoveryMode mode);
+bool ListedInMode(const SignatureRecord& record, RecoveryMode mode);
+std::vector<SignatureRecord> FilterByMode(const std::vector<SignatureRecord>& records, RecoveryMode mode);
 
 // The records of "slt.dat" in `folder` that `mode` lists, in file order. `problem` (optional)
 // receives a description when the file is missing or damaged (what could be read is returned).
-std::vector<SignatureRecord> SignaturesForMode(uint32_t mode, const std::string& folder, std::string* problem = nullptr);
+std::vector<SignatureRecord> SignaturesForMode(RecoveryMode mode, const std::string& folder, std::string* problem = nullptr);
 
 // "jpg,pdf" or ".JPG, .pdf" → {"jpg", "pdf"}: split at commas, blanks and leading dots dropped.
 std::vector<std::string> SplitTypeList(std::string_view list);

@@ -94,8 +94,8 @@ void WriteNodeJson(std::ostream& out, const CNode& node) {
     }
 }
 
-void WriteScanJsonBody(std::ostream& out, uint32_t mode, const SourceInfo& src, const CNode& root) {
-    out << "\"mode\":" << mode << ",\"source\":{\"path\":" << JsonString(src.path) << ",\"kind\":" << unsigned(src.kind)
+void WriteScanJsonBody(std::ostream& out, RecoveryMode mode, const SourceInfo& src, const CNode& root) {
+    out << "\"mode\":" << static_cast<uint32_t>(mode) << ",\"source\":{\"path\":" << JsonString(src.path) << ",\"kind\":" << unsigned(src.kind)
         << ",\"firstSector\":" << src.firstSector << ",\"sectorCount\":" << src.sectorCount
         << ",\"sectorSize\":" << src.sectorSize << ",\"fsKind\":" << unsigned(src.fsKind) << "},\"root\":";
     WriteNodeJson(out, root);

@@ -11,6 +11,9 @@
 #include <ostream>
 #include <string>
 
+#include "job/ScanOperation.h"
+#include "storage/CPhysicalDisk.h"
+
 namespace kestrin {
 class CNode;
 }
@@ -19,11 +22,11 @@ namespace kestrin::cli {
 
 struct SourceInfo {
     std::string path;
-    uint8_t kind = 0;
+    SourceKind kind = SourceKind::None;
     uint64_t firstSector = 0;
     uint64_t sectorCount = 0;
     uint32_t sectorSize = 0;
-    uint8_t fsKind = 0;
+    FsKind fsKind = FsKind::None;
 };
 
 // A JSON string literal of UTF-8 text (invalid bytes become U+FFFD). Besides what JSON requires,
@@ -32,6 +35,6 @@ std::string JsonString(const std::string& utf8);
 // Writes `node` and everything below it; iterative, so depth costs no stack.
 void WriteNodeJson(std::ostream& out, const CNode& node);
 // The body of one scan object without its braces: "mode", "source", "root".
-void WriteScanJsonBody(std::ostream& out, uint32_t mode, const SourceInfo& src, const CNode& root);
+void WriteScanJsonBody(std::ostream& out, RecoveryMode mode, const SourceInfo& src, const CNode& root);
 
 } // namespace kestrin::cli

@@ -25,7 +25,7 @@ bool LoadSignatures(const ScanOptions& o, ScanRun& run, std::string& error) {
     std::string problem;
     run.signatures = SignaturesForMode(run.mode, app::CurrentPaths().programFolder, &problem);
     // Deleted files skip the signature scan, so a missing list only matters to the other modes.
-    if (!problem.empty() && run.mode != kModeDeletedFiles && o.types.empty() && run.signatures.empty())
+    if (!problem.empty() && run.mode != RecoveryMode::DeletedFiles && o.types.empty() && run.signatures.empty())
         std::fprintf(stderr, "kestrin: %s\n", problem.c_str());
     if (!o.types.empty()) {
         std::vector<std::string> unmatched;
@@ -95,7 +95,7 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, std::optional<Opera
     }
     // The file system is named by what the boot sector holds (an exFAT volume in a slot typed
     // for NTFS), as the engine that read it found it.
-    if (media.GetFsKind() != kFsNone) v.info.fsKind = media.GetFsKind();
+    if (media.GetFsKind() != FsKind::None) v.info.fsKind = media.GetFsKind();
     v.tree = driver->ReleaseTree();
     v.cancelled = driver->CancelConfirmed();
     v.notices = fe.Notices();
@@ -145,14 +145,14 @@ void AddScanOptions(CLI::App* sub, ScanOptions& o, bool withJson, bool withAll) 
     sub->add_option("--lang", o.lang, "Language of the texts (English, French, German, Italian, Spanish)");
 }
 
-uint32_t ParseMode(const std::string& text) {
+std::optional<RecoveryMode> ParseMode(const std::string& text) {
     for (const ModeInfo& m : kModeTable)
         if (EqualsNoCase(text, m.cliName)) return m.mode;
     if (text.size() == 4 && text.find_first_not_of("0123456789") == std::string::npos) {
         uint32_t v = uint32_t(std::atoi(text.c_str()));
-        if (IsKnownMode(v)) return v;
+        if (IsKnownMode(v)) return static_cast<RecoveryMode>(v);
     }
-    return 0;
+    return std::nullopt;
 }
 
 int RunScan(const ScanOptions& o, ScanRun& run) {
@@ -161,12 +161,13 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
                      o.lang.c_str());
         return 1;
     }
-    run.mode = ParseMode(o.mode);
-    if (!run.mode) {
+    std::optional<RecoveryMode> mode = ParseMode(o.mode);
+    if (!mode) {
         std::fprintf(stderr, "kestrin: unknown mode \"%s\" (deleted-files, lost-files, partition, formatted, "
                              "deleted-photos, lost-photos, or 1019-1022, 1037, 1038)\n", o.mode.c_str());
         return 1;
     }
+    run.mode = *mode;
     std::string error;
     if (!LoadSignatures(o, run, error)) {
         std::fprintf(stderr, "kestrin: %s\n", error.c_str());
@@ -184,7 +185,7 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
     size_t asked = 0;
     bool pastTable = o.partition != "all" && ParsePartitionNumber(o.partition, asked) &&
                      asked > run.src.partitions.size();
-    if ((run.mode == kModePartition || pastTable) && !o.partition.empty() && run.src.wholeKind != kSourceVolume)
+    if ((run.mode == RecoveryMode::Partition || pastTable) && !o.partition.empty() && run.src.wholeKind != SourceKind::Volume)
         SearchWholeSource(o, run);
 
     // -1 stands for the whole source.
@@ -208,8 +209,8 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
     } else {
         targets.push_back(-1);
         std::optional<OperationKind> kind = ChooseOperationKind(run.mode, run.src.wholeKind);
-        bool partitionModes = run.mode == kModePartition || run.mode == kModeFormatted;
-        if (kind == OperationKind::PartitionSearch && run.src.wholeKind != kSourceVolume && !partitionModes) {
+        bool partitionModes = run.mode == RecoveryMode::Partition || run.mode == RecoveryMode::Formatted;
+        if (kind == OperationKind::PartitionSearch && run.src.wholeKind != SourceKind::Volume && !partitionModes) {
             // The modes that recover files want one volume: a disk with exactly one file system
             // scans it; several need a choice; none go on to the search for lost partitions.
             auto scannable = ScannablePartitions(run.src);

@@ -14,6 +14,7 @@
 #include "cli/CliJson.h"
 #include "session/Source.h"
 #include "fs/CNode.h"
+#include "job/ScanOperation.h"
 
 namespace kestrin::cli {
 
@@ -35,7 +36,7 @@ struct ScanOptions {
 void AddScanOptions(CLI::App* sub, ScanOptions& o, bool withJson, bool withAll);
 
 // "deleted-files" ... "lost-photos" or 1019-1022, 1037, 1038; 0 when unknown.
-uint32_t ParseMode(const std::string& text);
+std::optional<RecoveryMode> ParseMode(const std::string& text);
 
 enum class Offer { None, Accepted, Declined };
 
@@ -52,7 +53,7 @@ struct VolumeScan {
 };
 
 struct ScanRun {
-    uint32_t mode = 0;
+    RecoveryMode mode = RecoveryMode::DeletedFiles;
     OpenedSource src;
     std::vector<SignatureRecord> signatures;
     std::vector<VolumeScan> volumes;

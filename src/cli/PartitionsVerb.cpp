@@ -98,7 +98,7 @@ int RunPartitions(const PartitionsOptions& o) {
         CPhysicalDisk& m = *src.media;
         CliFrontEnd fe(o.json || !isatty(fileno(stderr)), m.GetSectorSize());
         CScanDriver driver(m, MakeEngines(), fe);
-        if (driver.Start(OperationKind::PartitionSearch, kModePartition)) fe.RunToEnd(driver);
+        if (driver.Start(OperationKind::PartitionSearch, RecoveryMode::Partition)) fe.RunToEnd(driver);
         for (const auto& n : fe.Notices()) std::fprintf(stderr, "%s\n", n.c_str());
         src.partitions.clear();
         if (m.Partitions().size() > 1) src.partitions.assign(m.Partitions().begin() + 1, m.Partitions().end());

@@ -157,7 +157,7 @@ struct SaveJob {
 };
 
 // Runs one save as the driver's saving operation, with the progress display.
-SaveResult RunSave(const SaveJob& job, const RecoverOptions& o, uint32_t mode, uint8_t collision, CliMessages& msgs,
+SaveResult RunSave(const SaveJob& job, const RecoverOptions& o, RecoveryMode mode, uint8_t collision, CliMessages& msgs,
                    bool& cancelled) {
     SaveRequest req;
     req.destination = job.destination;
@@ -253,7 +253,7 @@ int RunRecover(RecoverOptions o) {
         CNode* top = nullptr;
     };
     std::vector<Volume> volumes;
-    uint32_t mode = 0;
+    RecoveryMode mode = RecoveryMode::DeletedFiles;
     SessionData session;
     ScanRun run;
     int exitCode = kExitOk;
@@ -425,7 +425,7 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
         };
         CliFrontEnd fe(o->quiet, src.media->GetSectorSize());
         CScanDriver driver(*src.media, engines, fe);
-        if (driver.Start(OperationKind::CreateImage, kModeDeletedFiles)) fe.RunToEnd(driver);
+        if (driver.Start(OperationKind::CreateImage, RecoveryMode::DeletedFiles)) fe.RunToEnd(driver);
         if (r.refused) {
             result.exitCode = kExitUsage;
             return;

@@ -171,7 +171,7 @@ bool Fields(const SignatureOptions& o, const SignatureRecord* base, SignatureFie
 int RunList(const SignatureOptions& o) {
     bool missing;
     std::vector<SignatureRecord> rows = Load(Folder(o), missing);
-    uint32_t mode = 0;
+    std::optional<RecoveryMode> mode;
     if (!o.mode.empty() && !(mode = ParseMode(o.mode)))
         return Usage("unknown mode \"" + o.mode + "\" (deleted-files, lost-files, partition, formatted, "
                      "deleted-photos, lost-photos, or 1019-1022, 1037, 1038)");
@@ -182,7 +182,7 @@ int RunList(const SignatureOptions& o) {
                     "CAT", "USER", "DESCRIPTION");
     for (size_t i = 0; i < rows.size(); ++i) {
         const SignatureRecord& r = rows[i];
-        if (mode && !ListedInMode(r, mode)) continue;
+        if (mode && !ListedInMode(r, *mode)) continue;
         if (o.json) {
             std::printf("%s\n {\"row\": %zu, \"typeId\": %" PRIu32 ", \"extension\": %s, \"header\": \"%s\", "
                         "\"headerOffset\": %" PRIu32 ", \"secondValue\": %" PRIu32 ", \"fixedSize\": %" PRIu64

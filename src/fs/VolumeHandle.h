@@ -12,9 +12,9 @@ namespace kestrin {
 class CNode;
 
 struct VolumeHandle {
-    uint8_t fsKind = kFsNone;
-    uint8_t sourceKind = kSourceNone;
-    uint8_t partitionFlag = 0;
+    FsKind fsKind = FsKind::None;
+    SourceKind sourceKind = SourceKind::None;
+    PartitionFlag partitionFlag = PartitionFlag::None;
     uint64_t firstSector = 0;
     uint64_t sectorCount = 0;
     uint32_t sectorSize = 0;

@@ -19,20 +19,20 @@ struct ModeInfo {
 };
 
 inline constexpr ModeInfo kModeTable[] = {
-    {kModeDeletedFiles, "deleted-files", "IDS_RECOVERDELETEDFILES", "IDS_RECOVERDELETEDFILESTEXT",
+    {RecoveryMode::DeletedFiles, "deleted-files", "IDS_RECOVERDELETEDFILES", "IDS_RECOVERDELETEDFILESTEXT",
      "IDS_RECOVER_DELETED_FILES", 0},
-    {kModeLostFiles, "lost-files", "IDS_RECOVERLOSTFILES", "IDS_RECOVERLOSTFILESTEXT", "IDS_RECOVER_LOST_FILES", 0},
-    {kModePartition, "partition", "IDS_PARTITIONRECOVER", "IDS_PARTITIONRECOVERTEXT", "IDS_PARTITION_RECOVERY", 1},
-    {kModeFormatted, "formatted", "IDS_FORMATTEDRECOVER", "IDS_FORMATTEDRECOVERTEXT",
+    {RecoveryMode::LostFiles, "lost-files", "IDS_RECOVERLOSTFILES", "IDS_RECOVERLOSTFILESTEXT", "IDS_RECOVER_LOST_FILES", 0},
+    {RecoveryMode::Partition, "partition", "IDS_PARTITIONRECOVER", "IDS_PARTITIONRECOVERTEXT", "IDS_PARTITION_RECOVERY", 1},
+    {RecoveryMode::Formatted, "formatted", "IDS_FORMATTEDRECOVER", "IDS_FORMATTEDRECOVERTEXT",
      "IDS_FORMATTED_REFORMATTED_RECOVERY", 1},
-    {kModeDeletedPhotos, "deleted-photos", "IDS_RECOVERDELETEDPHOTOS", "IDS_RECOVERDELETEDPHOTOSTEXT",
+    {RecoveryMode::DeletedPhotos, "deleted-photos", "IDS_RECOVERDELETEDPHOTOS", "IDS_RECOVERDELETEDPHOTOSTEXT",
      "IDS_RECOVER_DELETED_PHOTOS", 2},
-    {kModeLostPhotos, "lost-photos", "IDS_RECOVERLOSTPHOTOS", "IDS_RECOVERLOSTPHOTOSTEXT", "IDS_RECOVER_LOST_PHOTOS",
+    {RecoveryMode::LostPhotos, "lost-photos", "IDS_RECOVERLOSTPHOTOS", "IDS_RECOVERLOSTPHOTOSTEXT", "IDS_RECOVER_LOST_PHOTOS",
      2},
 };
 
 // The entry of `mode`, or null for a number that is no mode.
-constexpr const ModeInfo* FindMode(uint32_t mode) {
+constexpr const ModeInfo* FindMode(RecoveryMode mode) {
     for (const ModeInfo& m : kModeTable)
         if (m.mode == mode) return &m;
     return nullptr;

@@ -17,7 +17,7 @@ struct ScanContext {
     ScanOperation& op;
     IScanEvents& events;
     PauseGate& gate;
-    uint32_t mode = kModeDeletedFiles;
+    RecoveryMode mode = RecoveryMode::DeletedFiles;
     // Top of the found-item tree ("_R", flags 3); made by the driver before any stage runs.
     CNode* top = nullptr;
     // Ticked rows of the signature list, in row order (signature scan only).

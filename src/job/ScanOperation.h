@@ -30,13 +30,14 @@ enum class OperationState : uint32_t {
     Cancel = 4,
 };
 
-enum RecoveryMode : uint32_t {
-    kModeDeletedFiles = 1019,
-    kModeLostFiles = 1020,
-    kModePartition = 1021,
-    kModeFormatted = 1022,
-    kModeDeletedPhotos = 1037,
-    kModeLostPhotos = 1038,
+// The values are the modes' language ids, which session files also store.
+enum class RecoveryMode : uint32_t {
+    DeletedFiles = 1019,
+    LostFiles = 1020,
+    Partition = 1021,
+    Formatted = 1022,
+    DeletedPhotos = 1037,
+    LostPhotos = 1038,
 };
 
 struct ScanOperation {

@@ -33,9 +33,9 @@ ContentResult EngineContent(CPhysicalDisk& media, const CNode& node, const Conte
         return CarvedWriteContent(media, node, sink);
     }
     switch (media.GetFsKind()) {
-    case kFsNtfs:
+    case FsKind::Ntfs:
         return NtfsWriteContent(media, node, sink);
-    case kFsExFat:
+    case FsKind::ExFat:
         return ExFatWriteContent(media, node, sink);
     default:
         return FatWriteContent(media, node, sink);

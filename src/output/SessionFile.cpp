@@ -56,8 +56,8 @@ void PackPartition(uint8_t* p, const PartitionRecord& r) {
     partition::BytesPerCluster::Put(p, r.bytesPerCluster);
     partition::BytesPerSector::Put(p, r.bytesPerSector);
     partition::SectorsPerCluster::Put(p, r.sectorsPerCluster);
-    partition::FsKind::Put(p, r.fsKind);
-    partition::PartitionFlag::Put(p, r.partitionFlag);
+    partition::FsKind::Put(p, static_cast<uint8_t>(r.fsKind));
+    partition::PartitionFlag::Put(p, static_cast<uint8_t>(r.partitionFlag));
     partition::Found::Put(p, r.found ? 1 : 0);
 }
 
@@ -78,8 +78,8 @@ PartitionRecord UnpackPartition(const uint8_t* p) {
     r.bytesPerCluster = partition::BytesPerCluster::At(p);
     r.bytesPerSector = partition::BytesPerSector::At(p);
     r.sectorsPerCluster = partition::SectorsPerCluster::At(p);
-    r.fsKind = partition::FsKind::At(p);
-    r.partitionFlag = partition::PartitionFlag::At(p);
+    r.fsKind = static_cast<FsKind>(partition::FsKind::At(p));
+    r.partitionFlag = static_cast<PartitionFlag>(partition::PartitionFlag::At(p));
     r.found = partition::Found::At(p) != 0;
     return r;
 }
@@ -195,9 +195,9 @@ bool PutList(SessionOut& out, const std::vector<DriveListItem>& list, int firstP
     // counted either: the counts say how many rows follow.
     uint16_t counts[3] = {};
     for (auto& item : list) {
-        uint16_t k = item.Kind();
-        if (k == kSourceImageFile) continue;
-        ++counts[k == kSourcePhysicalDisk ? 0 : k == kSourceVolume ? 1 : 2];
+        SourceKind k = item.Kind();
+        if (k == SourceKind::ImageFile) continue;
+        ++counts[k == SourceKind::PhysicalDisk ? 0 : k == SourceKind::Volume ? 1 : 2];
     }
     uint8_t head[list_header::kBytes];
     list_header::PhysicalDisks::Put(head, counts[0]);
@@ -205,7 +205,7 @@ bool PutList(SessionOut& out, const std::vector<DriveListItem>& list, int firstP
     list_header::Others::Put(head, counts[2]);
     if (!out.Put(head, sizeof head, firstPlace)) return false;
     for (auto& item : list) {
-        if (item.Kind() == kSourceImageFile) continue;
+        if (item.Kind() == SourceKind::ImageFile) continue;
         if (!out.Put(item.raw.data(), item.raw.size(), firstPlace + 1)) return false;
         uint8_t rec[partition::kListBytes] = {};
         if (item.partition) PackPartition(rec, *item.partition);
@@ -328,9 +328,9 @@ bool GetList(SessionIn& in, std::vector<DriveListItem>& list) {
         DriveListItem item;
         uint8_t rec[partition::kListBytes];
         if (!in.Get(item.raw.data(), item.raw.size()) || !in.Get(rec, sizeof rec)) return false;
-        uint16_t k = item.Kind();
-        if (k == kSourceImageFile) return false; // never written
-        ++seen[k == kSourcePhysicalDisk ? 0 : k == kSourceVolume ? 1 : 2];
+        SourceKind k = item.Kind();
+        if (k == SourceKind::ImageFile) return false; // never written
+        ++seen[k == SourceKind::PhysicalDisk ? 0 : k == SourceKind::Volume ? 1 : 2];
         bool any = false;
         for (uint8_t b : rec) any |= b != 0;
         if (any) item.partition = UnpackPartition(rec);
@@ -366,7 +366,7 @@ void Inform(IUserMessages& messages, const char* id) {
 } // namespace
 
 std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRecord>& partitions, bool skipHead,
-                                                   uint16_t kind) {
+                                                   SourceKind kind) {
     static const char* const kNames[] = {"", "FAT16", "FAT32", "NTFS", "ExFAT"};
     std::vector<DriveListItem> rows;
     for (size_t i = skipHead ? 1 : 0; i < partitions.size(); ++i) {
@@ -375,8 +375,9 @@ std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRe
         drive_item::StartSector::Put(row.raw.data(), p.startSector);
         row.SetKind(kind);
         drive_item::ListIndex::Put(row.raw.data(), uint16_t(i));
-        std::string name = p.fsKind >= 1 && p.fsKind <= 4
-                               ? std::string(kNames[p.fsKind]) + " - " + std::to_string(i)
+        const auto fs = static_cast<size_t>(p.fsKind);
+        std::string name = fs >= 1 && fs <= 4
+                               ? std::string(kNames[fs]) + " - " + std::to_string(i)
                                : "Partition - " + std::to_string(i);
         uint8_t* units = row.raw.data() + drive_item::Name::kOffset;
         for (size_t c = 0; c < name.size() && 2 * c + 1 < drive_item::Name::kSize; ++c)
@@ -412,7 +413,7 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
     bool ok = [&] {
         uint8_t head[header::kBytes];
         std::memcpy(head + header::Magic::kOffset, header::kMagic, header::Magic::kSize);
-        header::Mode::Put(head, s.mode);
+        header::Mode::Put(head, static_cast<uint32_t>(s.mode));
         header::HasSource::Put(head, media ? 1 : 0);
         header::HasDriveList::Put(head, s.driveList ? 1 : 0);
         header::HasSecondList::Put(head, s.secondList ? 1 : 0);
@@ -437,9 +438,9 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
             geometry::SectorSize::Put(shape, media->GetSectorSize());
             if (!out.Put(shape, sizeof shape, 8)) return false;
             uint8_t block[source::kBytes] = {};
-            source::FsKind::Put(block, media->GetFsKind());
-            source::PartitionFlag::Put(block, media->GetPartitionFlag());
-            source::SourceKind::Put(block, media->GetSourceKind());
+            source::FsKind::Put(block, static_cast<uint8_t>(media->GetFsKind()));
+            source::PartitionFlag::Put(block, static_cast<uint8_t>(media->GetPartitionFlag()));
+            source::SourceKind::Put(block, static_cast<uint8_t>(media->GetSourceKind()));
             source::DeviceKind::Put(block, uint8_t(media->GetDeviceKind()));
             source::FirstSector::Put(block, media->GetFirstSector());
             PackPartition(block + source::kPartitionOffset, media->GetPartitionParams());
@@ -467,9 +468,9 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
     return 0;
 }
 
-int WriteScanSession(const std::string& path, uint32_t mode, const CPhysicalDisk& media, const CNode* top,
+int WriteScanSession(const std::string& path, RecoveryMode mode, const CPhysicalDisk& media, const CNode* top,
                      IUserMessages& messages, bool replace) {
-    uint16_t kind = media.GetDeviceKind() == kNotByName ? kSourceImagePartition : kSourceDiskPartition1;
+    SourceKind kind = media.GetDeviceKind() == kNotByName ? SourceKind::ImagePartition : SourceKind::DiskPartition1;
     auto first = DriveListFromPartitions(media.Partitions(), true, kind);
     auto second = DriveListFromPartitions(media.SecondPartitions(), false, kind);
     return WriteSession(path, {mode, &media, top, &first, second.empty() ? nullptr : &second}, messages, replace);
@@ -486,7 +487,8 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
     };
     uint8_t head[header::kBytes];
     if (!in.Get(head, sizeof head) || !header::Magic::Is(head, header::kMagic)) return corrupted();
-    uint32_t mode = header::Mode::At(head), hasSource = header::HasSource::At(head),
+    const auto mode = static_cast<RecoveryMode>(header::Mode::At(head));
+    uint32_t hasSource = header::HasSource::At(head),
              hasList = header::HasDriveList::At(head), hasSecond = header::HasSecondList::At(head);
     if (!FindMode(mode) || hasSource > 1 || hasList > 1 || hasSecond > 1) return corrupted();
     if (!options.requestedFromOutside && mode != options.currentMode) {
@@ -510,15 +512,16 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
         if (!in.Get(shape, sizeof shape) || !in.Get(block, sizeof block)) return corrupted();
         uint64_t sectorCount = geometry::SectorCount::At(shape);
         uint32_t sectorSize = geometry::SectorSize::At(shape);
-        uint8_t fsKind = source::FsKind::At(block), sourceKind = source::SourceKind::At(block);
+        const auto fsKind = static_cast<FsKind>(source::FsKind::At(block));
+        const auto sourceKind = static_cast<SourceKind>(source::SourceKind::At(block));
         uint8_t deviceKind = source::DeviceKind::At(block);
-        if (sectorSize == 0 || sectorSize > kMaxSectorSize || fsKind > kFsExFat || sourceKind > kSourceImageFile ||
+        if (sectorSize == 0 || sectorSize > kMaxSectorSize || fsKind > FsKind::ExFat || sourceKind > SourceKind::ImageFile ||
             deviceKind > kVolume || sourcePath.empty() || sourcePath.find(u'\0') != std::u16string::npos)
             return corrupted();
         out.sourcePath = sourcePath;
         auto media = std::make_unique<CPhysicalDisk>();
         if (options.openSource) {
-            bool image = deviceKind == kNotByName || sourceKind == kSourceImagePartition || sourceKind == kSourceImageFile;
+            bool image = deviceKind == kNotByName || sourceKind == SourceKind::ImagePartition || sourceKind == SourceKind::ImageFile;
             if (image) {
                 if (!media->AttachImageFile(ToUtf8(sourcePath), sectorSize)) {
                     out = SessionData{};
@@ -537,7 +540,7 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
         media->SetSectorCount(sectorCount);
         media->SetFirstSector(source::FirstSector::At(block));
         media->SetFsKind(fsKind);
-        media->SetPartitionFlag(source::PartitionFlag::At(block));
+        media->SetPartitionFlag(static_cast<PartitionFlag>(source::PartitionFlag::At(block)));
         media->SetSourceKind(sourceKind);
         media->SetPartitionParams(UnpackPartition(block + source::kPartitionOffset));
         out.media = std::move(media);

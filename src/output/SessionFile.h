@@ -10,6 +10,7 @@
 
 #include "fs/CNode.h"
 #include "output/SessionLayout.h"
+#include "job/ScanOperation.h"
 #include "output/UserMessages.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/PartitionRecord.h"
@@ -24,18 +25,18 @@ struct DriveListItem {
     std::array<uint8_t, layout::session::drive_item::kBytes> raw{};
     std::optional<PartitionRecord> partition;
 
-    uint16_t Kind() const { return layout::session::drive_item::Kind::At(raw.data()); }
-    void SetKind(uint16_t kind) { layout::session::drive_item::Kind::Put(raw.data(), kind); }
+    SourceKind Kind() const { return static_cast<SourceKind>(layout::session::drive_item::Kind::At(raw.data())); }
+    void SetKind(SourceKind kind) { layout::session::drive_item::Kind::Put(raw.data(), static_cast<uint16_t>(kind)); }
 };
 
 // Rows for the media's partition lists (the placeholder head of the first list is left out):
 // the start sector, the kind, the list index and the volume name ("NTFS - 2").
 std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRecord>& partitions, bool skipHead,
-                                                   uint16_t kind);
+                                                   SourceKind kind);
 
 // What WriteSession stores. `media` null: no source is open (header and lists only).
 struct SessionView {
-    uint32_t mode = 0;
+    RecoveryMode mode = RecoveryMode::DeletedFiles;
     const CPhysicalDisk* media = nullptr;
     const CNode* top = nullptr;
     const std::vector<DriveListItem>* driveList = nullptr;
@@ -49,21 +50,21 @@ struct SessionView {
 int WriteSession(const std::string& path, const SessionView& session, IUserMessages& messages, bool replace = false);
 
 // A finished scan as the command line has it: the drive lists are the media's partition lists.
-int WriteScanSession(const std::string& path, uint32_t mode, const CPhysicalDisk& media, const CNode* top,
+int WriteScanSession(const std::string& path, RecoveryMode mode, const CPhysicalDisk& media, const CNode* top,
                      IUserMessages& messages, bool replace = false);
 
 struct ReadSessionOptions {
     // False when the user opened the file from inside a running scan: a session made in another
     // mode is then refused with an explanation.
     bool requestedFromOutside = true;
-    uint32_t currentMode = 0;
+    RecoveryMode currentMode = RecoveryMode::DeletedFiles;
     // Re-open the stored source by its path (the normal case). Off for listing a session whose
     // source is gone, and for fuzzing.
     bool openSource = true;
 };
 
 struct SessionData {
-    uint32_t mode = 0;
+    RecoveryMode mode = RecoveryMode::DeletedFiles;
     // The re-opened source with its stored range and partition; null when the session had none.
     std::unique_ptr<CPhysicalDisk> media;
     // "_R" with the stored tree below it (an empty top when the session had no source).

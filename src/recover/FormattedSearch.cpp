@@ -22,7 +22,7 @@ namespace {
 constexpr size_t kReadBytes = 4u << 20;
 
 // The FAT kind of the selected range from its boot sector (broad recognition), else the media's.
-uint8_t CurrentKind(CPhysicalDisk& media) {
+FsKind CurrentKind(CPhysicalDisk& media) {
     uint32_t ss = std::max<uint32_t>(media.GetSectorSize(), 512);
     std::vector<uint8_t> boot(ss, 0);
     media.ReadSectors(boot.data(), ss, media.GetFirstSector(), true);
@@ -42,8 +42,8 @@ bool IsDotEntry(const uint8_t* e, bool dotDot) {
 std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* ctx, size_t limit) {
     std::vector<uint32_t> out;
     CFatVolume vol(media);
-    uint8_t kind = CurrentKind(media);
-    if (kind != kFsFat16 && kind != kFsFat32) return out;
+    FsKind kind = CurrentKind(media);
+    if (kind != FsKind::Fat16 && kind != FsKind::Fat32) return out;
     if (!vol.Open(kind)) return out;
     const FatGeometry& g = vol.Geometry();
     using layout::fat_dir::kEntryBytes;
@@ -72,25 +72,25 @@ std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* c
 Outcome SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx) {
     if (!ctx.top) return Outcome::Ok;
     WalkWatch watch(media);
-    const uint8_t current = CurrentKind(media);
+    const FsKind current = CurrentKind(media);
     const uint64_t count = media.GetSectorCount();
     const PartitionRecord saved = media.GetPartitionParams();
-    const uint8_t savedKind = media.GetFsKind();
+    const FsKind savedKind = media.GetFsKind();
 
     // NTFS records survive a quick format (the new MFT overwrites only its first records) and
     // also a FAT format over an old NTFS volume.
     std::unique_ptr<CNode> scratch(MakeTopNode());
     ScanContext inner{ctx.op, ctx.events, ctx.gate, ctx.mode, scratch.get(), ctx.signatures};
-    if (current != kFsNtfs) {
+    if (current != FsKind::Ntfs) {
         // The record search must not take the current FAT geometry for the old volume's.
         PartitionRecord r;
-        r.fsKind = kFsNtfs;
+        r.fsKind = FsKind::Ntfs;
         r.startSector = media.GetFirstSector();
         r.length = count;
-        r.partitionFlag = kTableOnly;
+        r.partitionFlag = PartitionFlag::TableOnly;
         media.SetPartitionParams(r);
     }
-    media.SetFsKind(kFsNtfs);
+    media.SetFsKind(FsKind::Ntfs);
     Outcome searched = NtfsSearchRecords(media, 0, count, inner);
     if (TreeHasItems(scratch.get())) {
         MoveVolumeRoots(scratch.get(), ctx.top);
@@ -100,7 +100,7 @@ Outcome SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx) {
     media.SetFsKind(savedKind);
     if (Ends(searched)) return searched;
 
-    if (current == kFsFat16 || current == kFsFat32) {
+    if (current == FsKind::Fat16 || current == FsKind::Fat32) {
         media.SetFsKind(current);
         std::vector<uint32_t> folders = FindFatFolderClusters(media, &ctx);
         if (!ctx.MustStop(media)) return FatRebuildFolders(media, folders, ctx);

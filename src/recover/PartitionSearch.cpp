@@ -71,7 +71,7 @@ bool ReadAt(CStorageMedia& media, uint64_t sector, std::vector<uint8_t>& buf) {
     return media.ReadSectors(buf.data(), uint32_t(buf.size()), sector, true);
 }
 
-void Add(std::vector<PartitionCandidate>& out, uint64_t start, uint64_t length, uint8_t kind, uint8_t source,
+void Add(std::vector<PartitionCandidate>& out, uint64_t start, uint64_t length, FsKind kind, uint8_t source,
          uint64_t seenAt) {
     PartitionCandidate c;
     c.startSector = start;
@@ -116,7 +116,7 @@ void CandidateFromMftRecord(CStorageMedia& media, std::span<const uint8_t> bytes
         if (back > at) return false;
         PartitionCandidate c;
         c.startSector = at - back;
-        c.fsKind = kFsNtfs;
+        c.fsKind = FsKind::Ntfs;
         c.source = 2;
         c.seenAt = at;
         c.clusterBytes = uint32_t(bpc);
@@ -142,36 +142,36 @@ void CandidatesFromSector(CStorageMedia& media, std::span<const uint8_t> bytes, 
     auto r = RecogniseVolume(media, s, 0);
     if (!r) return;
     switch (r->fsKind) {
-    case kFsNtfs: {
+    case FsKind::Ntfs: {
         // The copy in the volume's last sector: the volume starts its total before it.
         uint64_t total = ToMediaSectors(ntfs_boot::TotalSectors::Or(s, 0), ntfs_boot::BytesPerSector::Or(s, 0), ss);
         if (total == 0 || total >= diskSectors) return;
-        Add(out, at, total + 1, kFsNtfs, 0, at);
-        if (at >= total) Add(out, at - total, total + 1, kFsNtfs, 1, at);
+        Add(out, at, total + 1, FsKind::Ntfs, 0, at);
+        if (at >= total) Add(out, at - total, total + 1, FsKind::Ntfs, 1, at);
         return;
     }
-    case kFsFat32: {
+    case FsKind::Fat32: {
         uint64_t total = fat_boot::TotalSectors32::Or(s, 0);
         if (total == 0) return;
-        Add(out, at, total, kFsFat32, 0, at);
+        Add(out, at, total, FsKind::Fat32, 0, at);
         uint16_t backup = fat_boot::BackupBootSector32::Or(s, 0);
-        if (backup >= 1 && backup <= kFat32MaxBackupSector && at >= backup) Add(out, at - backup, total, kFsFat32, 1, at);
+        if (backup >= 1 && backup <= kFat32MaxBackupSector && at >= backup) Add(out, at - backup, total, FsKind::Fat32, 1, at);
         return;
     }
-    case kFsExFat: {
+    case FsKind::ExFat: {
         uint8_t shift = exfat_boot::BytesPerSectorShift::Or(s, 0);
         if (shift < kExFatMinSectorShift || shift > kExFatMaxSectorShift) return;
         uint64_t total = ToMediaSectors(exfat_boot::VolumeLength::Or(s, 0), 1u << shift, ss);
         if (total == 0) return;
-        Add(out, at, total, kFsExFat, 0, at);
+        Add(out, at, total, FsKind::ExFat, 0, at);
         uint64_t backupAt = ToMediaSectors(kExFatBackupBootSector, 1u << shift, ss);
-        if (at >= backupAt) Add(out, at - backupAt, total, kFsExFat, 1, at);
+        if (at >= backupAt) Add(out, at - backupAt, total, FsKind::ExFat, 1, at);
         return;
     }
-    case kFsFat16: {
+    case FsKind::Fat16: {
         uint64_t total = fat_boot::TotalSectors16::Or(s, 0);
         if (total == 0) total = fat_boot::TotalSectors32::Or(s, 0);
-        if (total) Add(out, at, total, kFsFat16, 0, at);
+        if (total) Add(out, at, total, FsKind::Fat16, 0, at);
         return;
     }
     default:
@@ -196,7 +196,7 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
         std::span<uint8_t> root(rec.data() + kNtfsRootRecord * c.recordBytes, c.recordBytes);
         if (FileRecordNumber::Or(Bytes(root.data(), root.size()), 0) != kNtfsRootRecord) return false;
         if (!CheckFileRecord(root, c.recordBytes)) return false;
-        r.fsKind = kFsNtfs;
+        r.fsKind = FsKind::Ntfs;
         r.bytesPerSector = uint16_t(ss);
         r.sectorsPerCluster = uint8_t(c.clusterBytes / ss);
         r.bytesPerCluster = c.clusterBytes;
@@ -223,7 +223,7 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
         if (length == 0 || length > room) length = room;
         r.length = length;
         r.clusterCount = uint32_t(std::min<uint64_t>(length * ss / c.clusterBytes, 0xFFFFFFFFu));
-        r.partitionFlag = kTableOnly;
+        r.partitionFlag = PartitionFlag::TableOnly;
     } else {
         if (!ReadAt(media, c.seenAt, sector)) return false;
         auto got = RecogniseVolume(media, Bytes(sector.data(), kBootBytes), std::min(c.length, room));
@@ -232,7 +232,7 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
         // The sector buffer holds at least a boot sector.
         uint8_t descriptor = fat_boot::MediaDescriptor::At(sector.data());
         switch (r.fsKind) {
-        case kFsNtfs: {
+        case FsKind::Ntfs: {
             uint32_t bpc = r.bytesPerCluster, recBytes = r.mftRecordSize;
             if (bpc < ss || bpc % ss || recBytes < 512 || recBytes > kMaxRecordBytes || recBytes % 512) return false;
             uint64_t clusterSectors = bpc / ss;
@@ -245,18 +245,18 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
             if (!recordOk(r.secondArea) && !recordOk(r.thirdArea)) return false;
             break;
         }
-        case kFsFat16:
-        case kFsFat32: {
+        case FsKind::Fat16:
+        case FsKind::Fat32: {
             if (r.fatStart == 0 || r.fatStart >= room) return false;
             if (!ReadAt(media, c.startSector + r.fatStart, sector)) return false;
             if (Fat16FirstEntry::At(sector.data()) != (kFat16FirstEntryHigh | descriptor)) return false;
-            if (r.fsKind == kFsFat32 &&
+            if (r.fsKind == FsKind::Fat32 &&
                 (Fat32FirstEntry::At(sector.data()) & kFat32EntryMask) != (kFat32FirstEntryHigh | descriptor))
                 return false;
-            if (r.fsKind == kFsFat16 && r.length > room) return false;
+            if (r.fsKind == FsKind::Fat16 && r.length > room) return false;
             break;
         }
-        case kFsExFat: {
+        case FsKind::ExFat: {
             uint32_t bps = r.bytesPerSector ? r.bytesPerSector : ss;
             uint64_t fatSector = ToMediaSectors(r.fatStart, bps, ss);
             if (fatSector == 0 || fatSector >= room) return false;
@@ -300,7 +300,7 @@ std::vector<PartitionRecord> RankCandidates(CStorageMedia& media, uint64_t diskS
             // read by what its boot sector holds, whatever type the table gives): nothing new. A
             // volume found through a copy or its MFT is listed, since its own first sector is damaged.
             if (t.startSector == c.startSector &&
-                (c.source == 0 || (t.partitionFlag == kValidated && t.fsKind == c.fsKind)))
+                (c.source == 0 || (t.partitionFlag == PartitionFlag::Validated && t.fsKind == c.fsKind)))
                 listed = true;
         if (listed) {
             if (c.source == 0) intactStart = c.startSector;
@@ -359,8 +359,8 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
 Outcome RecoverRecordSearch(CPhysicalDisk& media, uint64_t, uint64_t, ScanContext& ctx) {
     WalkWatch watch(media);
         // A chosen volume or partition in formatted mode: what the previous file system left there.
-    uint8_t source = media.GetSourceKind();
-    if (ctx.mode == kModeFormatted && source != kSourcePhysicalDisk && source != kSourceImageFile) {
+    SourceKind source = media.GetSourceKind();
+    if (ctx.mode == RecoveryMode::Formatted && source != SourceKind::PhysicalDisk && source != SourceKind::ImageFile) {
         return SearchPreviousFileSystem(media, ctx);
     }
     size_t added = SearchLostPartitions(media, ctx);
@@ -372,12 +372,12 @@ Outcome RecoverRecordSearch(CPhysicalDisk& media, uint64_t, uint64_t, ScanContex
         // The items are read back through the NTFS engine from this whole range, as the smart
         // scan does for a volume whose MFT is gone.
         PartitionRecord r;
-        r.fsKind = kFsNtfs;
+        r.fsKind = FsKind::Ntfs;
         r.startSector = media.GetFirstSector();
         r.length = media.GetSectorCount();
-        r.partitionFlag = kTableOnly;
-        media.SetFsKind(kFsNtfs);
-        media.SetPartitionFlag(kTableOnly);
+        r.partitionFlag = PartitionFlag::TableOnly;
+        media.SetFsKind(FsKind::Ntfs);
+        media.SetPartitionFlag(PartitionFlag::TableOnly);
         media.SetPartitionParams(r);
         return NtfsSearchRecords(media, 0, media.GetSectorCount(), ctx);
     }

@@ -38,7 +38,7 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx);
 struct PartitionCandidate {
     uint64_t startSector = 0;
     uint64_t length = 0;  // sectors of the media
-    uint8_t fsKind = kFsNone;
+    FsKind fsKind = FsKind::None;
     uint8_t source = 0;   // 0 primary boot sector, 1 backup boot sector, 2 MFT record
     uint64_t seenAt = 0;  // where the structure was seen
     // MFT-record candidates: what the $MFT record gave.

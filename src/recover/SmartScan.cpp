@@ -43,28 +43,28 @@ std::optional<PartitionRecord> RecogniseRange(CPhysicalDisk& media) {
         if (!r) continue;
         // A copy of the volume's own first sector only when it names this range's size: a
         // FAT32 copy at +6, an exFAT one at +12, an NTFS one in the last sector.
-        bool fits = (r->fsKind == kFsNtfs && at == first + count - 1) || (r->fsKind == kFsFat32 && at == first + 6) ||
-                    (r->fsKind == kFsExFat && at == first + 12);
+        bool fits = (r->fsKind == FsKind::Ntfs && at == first + count - 1) || (r->fsKind == FsKind::Fat32 && at == first + 6) ||
+                    (r->fsKind == FsKind::ExFat && at == first + 12);
         if (!fits) continue;
-        r->partitionFlag = kTableOnly;
+        r->partitionFlag = PartitionFlag::TableOnly;
         return r;
     }
     return std::nullopt;
 }
 
-Outcome RunEngine(CPhysicalDisk& media, uint8_t kind, ScanContext& ctx) {
+Outcome RunEngine(CPhysicalDisk& media, FsKind kind, ScanContext& ctx) {
     switch (kind) {
-    case kFsNtfs: return NtfsScanVolume(media, 1, ctx);
-    case kFsFat16:
-    case kFsFat32: return FatScanVolume(media, 1, ctx);
-    case kFsExFat: return ExFatScanVolume(media, 1, ctx);
+    case FsKind::Ntfs: return NtfsScanVolume(media, 1, ctx);
+    case FsKind::Fat16:
+    case FsKind::Fat32: return FatScanVolume(media, 1, ctx);
+    case FsKind::ExFat: return ExFatScanVolume(media, 1, ctx);
     default: return Outcome::Ok;
     }
 }
 
 } // namespace
 
-bool WantsSmartScan(const PartitionRecord& r) { return r.partitionFlag == kTableOnly; }
+bool WantsSmartScan(const PartitionRecord& r) { return r.partitionFlag == PartitionFlag::TableOnly; }
 
 Outcome SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx) {
     WalkWatch watch(media);
@@ -81,21 +81,21 @@ Outcome SmartScanVolume(CPhysicalDisk& media, ScanContext& ctx) {
         std::unique_ptr<CNode> scratch(MakeTopNode());
         ScanContext inner{ctx.op, ctx.events, ctx.gate, ctx.mode, scratch.get(), ctx.signatures};
         Outcome walked = RunEngine(media, r.fsKind, inner);
-        if (TreeHasItems(scratch.get()) || r.fsKind != kFsNtfs) {
+        if (TreeHasItems(scratch.get()) || r.fsKind != FsKind::Ntfs) {
             MoveVolumeRoots(scratch.get(), ctx.top);
             return walked;
         }
         if (Ends(walked)) return walked;
         // NTFS whose MFT and mirror cannot be read: the record search below.
     }
-    media.SetFsKind(kFsNtfs);
+    media.SetFsKind(FsKind::Ntfs);
     if (!found) {
         PartitionRecord r;
-        r.fsKind = kFsNtfs;
+        r.fsKind = FsKind::Ntfs;
         r.startSector = first;
         r.length = count;
-        r.partitionFlag = kTableOnly;
-        media.SetPartitionFlag(kTableOnly);
+        r.partitionFlag = PartitionFlag::TableOnly;
+        media.SetPartitionFlag(PartitionFlag::TableOnly);
         media.SetPartitionParams(r);
     }
     return Worse(watch.Finish(ctx), NtfsSearchRecords(media, 0, count, ctx));

@@ -28,7 +28,7 @@ void CScanDriver::SetSaveDestination(std::string path, uint32_t destinationKind,
     m_recorderName = std::move(recorderName);
 }
 
-std::optional<OperationKind> CScanDriver::StartForSource(uint32_t mode, bool imageCreationPending) {
+std::optional<OperationKind> CScanDriver::StartForSource(RecoveryMode mode, bool imageCreationPending) {
     std::optional<OperationKind> kind = ChooseOperationKind(mode, m_media.GetSourceKind(), imageCreationPending);
     if (!kind) return std::nullopt;
     m_op.deletedOnly.store(DeletedOnlyFor(mode) ? 1 : 0);
@@ -36,7 +36,7 @@ std::optional<OperationKind> CScanDriver::StartForSource(uint32_t mode, bool ima
     return kind;
 }
 
-bool CScanDriver::Start(OperationKind kind, uint32_t mode) {
+bool CScanDriver::Start(OperationKind kind, RecoveryMode mode) {
     if (m_running.load()) return false;
     if (m_worker.joinable()) m_worker.join();
     m_mode = mode;
@@ -103,7 +103,7 @@ bool CScanDriver::NoPartitionFound() const {
     // the table list) and entries of unknown kind do not.
     auto any = [](const std::vector<PartitionRecord>& v, size_t from) {
         for (size_t i = from; i < v.size(); ++i)
-            if (v[i].fsKind != kFsNone) return true;
+            if (v[i].fsKind != FsKind::None) return true;
         return false;
     };
     if (any(m_media.Partitions(), 1) || any(m_media.SecondPartitions(), 0)) return false;

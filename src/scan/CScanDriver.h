@@ -36,10 +36,10 @@ public:
 
     // Source confirmed in `mode`: chooses the kind from the media's source kind, sets deleted-only
     // and starts. Returns the kind, or -1 when no scan is defined for the source (nothing runs).
-    std::optional<OperationKind> StartForSource(uint32_t mode, bool imageCreationPending = false);
+    std::optional<OperationKind> StartForSource(RecoveryMode mode, bool imageCreationPending = false);
     // Starts an operation of `kind`: lost-data flag, status line and detail rows, OperationState::Running, then
     // the worker. False when a worker is still running (there is never a second one).
-    bool Start(OperationKind kind, uint32_t mode);
+    bool Start(OperationKind kind, RecoveryMode mode);
     // Blocks until the worker has ended; WaitFor gives up after `ms` milliseconds.
     void Wait();
     bool WaitFor(int ms);
@@ -71,7 +71,7 @@ public:
     ScanOperation& Operation() { return m_op; }
     PauseGate& Gate() { return m_gate; }
     OperationKind Kind() const { return m_op.kind.load(); }
-    uint32_t Mode() const { return m_mode; }
+    RecoveryMode Mode() const { return m_mode; }
     // First sector of the media's selected range (where the signature scan starts).
     uint64_t FirstSector() const;
     UserText StatusLine() const;
@@ -105,7 +105,7 @@ private:
     std::mutex m_doneMutex;
     std::condition_variable m_doneCv;
 
-    uint32_t m_mode = kModeDeletedFiles;
+    RecoveryMode m_mode = RecoveryMode::DeletedFiles;
     const std::vector<SignatureRecord>* m_signatures = nullptr;
     std::string m_destination;
     uint32_t m_destinationKind = 0;

@@ -6,52 +6,52 @@
 
 namespace kestrin {
 
-bool IsKnownMode(uint32_t mode) { return FindMode(mode) != nullptr; }
+bool IsKnownMode(uint32_t mode) { return FindMode(static_cast<RecoveryMode>(mode)) != nullptr; }
 
-bool IsLostDataMode(uint32_t mode) {
-    return (mode >= kModeLostFiles && mode <= kModeFormatted) || IsPhotoMode(mode);
+bool IsLostDataMode(RecoveryMode mode) {
+    return (mode >= RecoveryMode::LostFiles && mode <= RecoveryMode::Formatted) || IsPhotoMode(mode);
 }
 
-bool IsPhotoMode(uint32_t mode) { return mode == kModeDeletedPhotos || mode == kModeLostPhotos; }
+bool IsPhotoMode(RecoveryMode mode) { return mode == RecoveryMode::DeletedPhotos || mode == RecoveryMode::LostPhotos; }
 
 
-std::optional<OperationKind> ChooseOperationKind(uint32_t mode, uint8_t sourceKind, bool imageCreationPending) {
+std::optional<OperationKind> ChooseOperationKind(RecoveryMode mode, SourceKind sourceKind, bool imageCreationPending) {
     if (imageCreationPending) return OperationKind::CreateImage;
     switch (sourceKind) {
-    case kSourceDiskPartition1:
-    case kSourceDiskPartition2:
-    case kSourceImagePartition:
+    case SourceKind::DiskPartition1:
+    case SourceKind::DiskPartition2:
+    case SourceKind::ImagePartition:
         return OperationKind::FileSystemScan;
-    case kSourceVolume:
-        return mode == kModeFormatted ? OperationKind::PartitionSearch : OperationKind::FileSystemScan;
-    case kSourcePhysicalDisk:
-        return mode == kModeLostFiles || mode == kModeLostPhotos ? OperationKind::SignatureScan : OperationKind::PartitionSearch;
-    case kSourceImageFile:
+    case SourceKind::Volume:
+        return mode == RecoveryMode::Formatted ? OperationKind::PartitionSearch : OperationKind::FileSystemScan;
+    case SourceKind::PhysicalDisk:
+        return mode == RecoveryMode::LostFiles || mode == RecoveryMode::LostPhotos ? OperationKind::SignatureScan : OperationKind::PartitionSearch;
+    case SourceKind::ImageFile:
         // Unlike a physical disk, an image in mode 1020 still gets the partition search first.
-        return mode == kModeLostPhotos ? OperationKind::SignatureScan : OperationKind::PartitionSearch;
+        return mode == RecoveryMode::LostPhotos ? OperationKind::SignatureScan : OperationKind::PartitionSearch;
     default:
         return std::nullopt;
     }
 }
 
-bool DeletedOnlyFor(uint32_t mode) { return mode == kModeDeletedFiles; }
+bool DeletedOnlyFor(RecoveryMode mode) { return mode == RecoveryMode::DeletedFiles; }
 
-std::string StatusTextId(OperationKind kind, uint32_t mode, uint8_t sourceKind, bool toDisc) {
+std::string StatusTextId(OperationKind kind, RecoveryMode mode, SourceKind sourceKind, bool toDisc) {
     switch (kind) {
     case OperationKind::FileSystemScan:
         if (IsPhotoMode(mode)) return "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS";
-        if (sourceKind == kSourceDiskPartition1 || sourceKind == kSourceDiskPartition2 ||
-            sourceKind == kSourceImagePartition)
+        if (sourceKind == SourceKind::DiskPartition1 || sourceKind == SourceKind::DiskPartition2 ||
+            sourceKind == SourceKind::ImagePartition)
             return "IDS_SEARCHING_LOST_DATA";
         return "IDS_SEARCHING_DELETED_FILES_FOLDERS";
     case OperationKind::Save:
         return toDisc ? "IDS_SAVING_DATA_TO_OPTICAL" : "IDS_SAVING_DATA_TO";
     case OperationKind::PartitionSearch:
-        return mode == kModeFormatted ? "IDS_SEARCHING_PREVIOUS_FILE_SYSTEM" : "IDS_SEARCHING_LOST_PARTITIONS";
+        return mode == RecoveryMode::Formatted ? "IDS_SEARCHING_PREVIOUS_FILE_SYSTEM" : "IDS_SEARCHING_LOST_PARTITIONS";
     case OperationKind::SmartScan:
         return "IDS_SMART_SCAN";
     case OperationKind::SignatureScan:
-        return mode == kModeLostPhotos ? "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS" : "IDS_PROCESSING_PHYSICAL_DRIVE";
+        return mode == RecoveryMode::LostPhotos ? "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS" : "IDS_PROCESSING_PHYSICAL_DRIVE";
     case OperationKind::CreateImage:
         return "IDS_CREATING_DISK_IMAGE";
     default:
@@ -59,7 +59,7 @@ std::string StatusTextId(OperationKind kind, uint32_t mode, uint8_t sourceKind, 
     }
 }
 
-std::vector<Stage> StagesOf(OperationKind kind, uint32_t mode, uint32_t destinationKind) {
+std::vector<Stage> StagesOf(OperationKind kind, RecoveryMode mode, uint32_t destinationKind) {
     switch (kind) {
     case OperationKind::FileSystemScan: {
         std::vector<Stage> s{Stage::FileSystemScan, Stage::SignatureScan};

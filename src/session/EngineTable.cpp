@@ -16,15 +16,15 @@ Engines MakeEngines() {
     e.fileSystemScan = [](CPhysicalDisk& media, int mode, ScanContext& ctx) -> Outcome {
         // A partition the table places but whose boot sector failed its test (an exFAT volume in
         // an NTFS-typed slot, an old small FAT16 card) is read for what it really holds.
-        uint8_t source = media.GetSourceKind();
-        if (media.GetPartitionFlag() == kTableOnly &&
-            (source == kSourceDiskPartition1 || source == kSourceDiskPartition2 || source == kSourceImagePartition))
+        SourceKind source = media.GetSourceKind();
+        if (media.GetPartitionFlag() == PartitionFlag::TableOnly &&
+            (source == SourceKind::DiskPartition1 || source == SourceKind::DiskPartition2 || source == SourceKind::ImagePartition))
             return SmartScanVolume(media, ctx);
         switch (media.GetFsKind()) {
-        case kFsNtfs: return NtfsScanVolume(media, mode, ctx);
-        case kFsFat16:
-        case kFsFat32: return FatScanVolume(media, mode, ctx);
-        case kFsExFat: return ExFatScanVolume(media, mode, ctx);
+        case FsKind::Ntfs: return NtfsScanVolume(media, mode, ctx);
+        case FsKind::Fat16:
+        case FsKind::Fat32: return FatScanVolume(media, mode, ctx);
+        case FsKind::ExFat: return ExFatScanVolume(media, mode, ctx);
         default: break;
         }
         // No file system this program reads: said, not skipped.

@@ -4,16 +4,16 @@
 
 namespace kestrin {
 
-std::optional<OperationKind> ForcedKindFor(uint32_t mode, const PartitionRecord& chosen) {
-    if (mode == kModeFormatted) return OperationKind::PartitionSearch;
-    if (mode == kModePartition && chosen.partitionFlag == kTableOnly) return OperationKind::SmartScan;
+std::optional<OperationKind> ForcedKindFor(RecoveryMode mode, const PartitionRecord& chosen) {
+    if (mode == RecoveryMode::Formatted) return OperationKind::PartitionSearch;
+    if (mode == RecoveryMode::Partition && chosen.partitionFlag == PartitionFlag::TableOnly) return OperationKind::SmartScan;
     return std::nullopt;
 }
 
 void TakeDetectedFileSystem(OpenedSource& src, size_t index, std::optional<OperationKind> forcedKind) {
     if (index >= src.partitions.size() || !src.media) return;
     PartitionRecord& r = src.partitions[index];
-    if (!forcedKind && r.partitionFlag != kTableOnly) return;
+    if (!forcedKind && r.partitionFlag != PartitionFlag::TableOnly) return;
     PartitionRecord seen = src.media->GetPartitionParams();
     seen.fsKind = src.media->GetFsKind();
     seen.startSector = r.startSector;

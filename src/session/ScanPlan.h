@@ -15,7 +15,7 @@ namespace kestrin {
 // The operation listed partition `index` gets in `mode` instead of the one its source kind calls
 // for, or none: the smart scan of a partition whose boot sector failed its test (partition mode),
 // the search for the previous file system of a chosen partition (formatted mode).
-std::optional<OperationKind> ForcedKindFor(uint32_t mode, const PartitionRecord& chosen);
+std::optional<OperationKind> ForcedKindFor(RecoveryMode mode, const PartitionRecord& chosen);
 
 // After a scan of listed partition `index` run with `forcedKind` (or none): when the smart scan or
 // the previous-file-system search decided which file system the range holds, the list entry

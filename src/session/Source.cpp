@@ -64,7 +64,7 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) 
             return false;
         }
         out.isDevice = true;
-        out.wholeKind = kSourcePhysicalDisk;
+        out.wholeKind = SourceKind::PhysicalDisk;
     } else if (exists && S_ISBLK(st.st_mode)) {
         std::string dev = path.front() == '/' ? path : std::filesystem::absolute(path).string();
         if (!m.Open(ToUtf16(dev))) {
@@ -72,7 +72,7 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) 
             return false;
         }
         out.isDevice = true;
-        out.wholeKind = IsPartitionDevice(dev) ? kSourceVolume : kSourcePhysicalDisk;
+        out.wholeKind = IsPartitionDevice(dev) ? SourceKind::Volume : SourceKind::PhysicalDisk;
     } else if (exists && S_ISREG(st.st_mode)) {
         if (path.size() > 5 && EqualsNoCase(path.substr(path.size() - 5), ".tks4")) {
             error = path + ": recovery session files cannot be opened by this build";
@@ -82,7 +82,7 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) 
             error = path + ": " + platform::SysErrorText(m.GetLastError());
             return false;
         }
-        out.wholeKind = kSourceImageFile;
+        out.wholeKind = SourceKind::ImageFile;
     } else if (!exists && path.size() > 4 && path.compare(path.size() - 4, 4, ".001") != 0) {
         error = path + ": " + platform::SysErrorText(platform::SysCodeFromErrno(errno));
         return false;
@@ -91,7 +91,7 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) 
             error = path + ": " + platform::SysErrorText(m.GetLastError());
             return false;
         }
-        out.wholeKind = kSourceImageFile;
+        out.wholeKind = SourceKind::ImageFile;
     } else {
         error = path + ": not an image file or a device";
         return false;
@@ -102,7 +102,7 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) 
     }
     out.wholeSectorCount = m.GetSectorCount();
     out.partitions = ListPartitions(m, out.layout);
-    if (out.layout == Layout::Volume) out.wholeKind = kSourceVolume;
+    if (out.layout == Layout::Volume) out.wholeKind = SourceKind::Volume;
     SelectWholeSource(out);
     return true;
 }
@@ -113,13 +113,13 @@ void SelectWholeSource(OpenedSource& src) {
     m.SetFirstSector(0);
     m.SetSectorCount(src.wholeSectorCount);
     m.SetSourceKind(src.wholeKind);
-    if (src.wholeKind == kSourceVolume && src.layout == Layout::Volume && !src.partitions.empty()) {
+    if (src.wholeKind == SourceKind::Volume && src.layout == Layout::Volume && !src.partitions.empty()) {
         // A volume carries its own geometry: the file-system engines read it from the media.
-        m.SelectPartition(src.partitions.front(), kSourceVolume);
+        m.SelectPartition(src.partitions.front(), SourceKind::Volume);
         m.SetFirstSector(0);
         m.SetSectorCount(src.wholeSectorCount);
     } else {
-        m.SetFsKind(kFsNone);
+        m.SetFsKind(FsKind::None);
         m.SetPartitionParams(PartitionRecord{});
     }
 }
@@ -148,14 +148,14 @@ bool SelectListedPartition(OpenedSource& src, size_t index) {
             return false;
         }
         m.Attach(std::move(volume));
-        m.SelectPartition(r, kSourceVolume);
+        m.SelectPartition(r, SourceKind::Volume);
         m.SetFirstSector(0);
         m.SetSectorCount(count);
         return true;
     }
     RestoreWholeBytes(src);
-    uint8_t kind = src.isDevice ? kSourceDiskPartition1 : kSourceImagePartition;
-    if (src.layout == Layout::Volume && r.startSector == 0) kind = kSourceVolume;
+    SourceKind kind = src.isDevice ? SourceKind::DiskPartition1 : SourceKind::ImagePartition;
+    if (src.layout == Layout::Volume && r.startSector == 0) kind = SourceKind::Volume;
     m.SelectPartition(r, SourceKind(kind));
     uint64_t count = RecordSectorCount(r, src.layout);
     // Records found by a search carry a count whatever the table kind; a count that runs past
@@ -185,7 +185,7 @@ const AssembledVolume* DynamicVolumeOf(const OpenedSource& src, size_t index) {
 std::vector<size_t> ScannablePartitions(const OpenedSource& src) {
     std::vector<size_t> out;
     for (size_t i = 0; i < src.partitions.size(); ++i)
-        if (src.partitions[i].fsKind >= kFsFat16 && src.partitions[i].fsKind <= kFsExFat) out.push_back(i);
+        if (src.partitions[i].fsKind >= FsKind::Fat16 && src.partitions[i].fsKind <= FsKind::ExFat) out.push_back(i);
     return out;
 }
 

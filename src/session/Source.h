@@ -23,7 +23,7 @@ struct OpenedSource {
     std::vector<PartitionRecord> partitions;
     bool isDevice = false;
     // Source kind of the whole source: 3 a physical disk, 4 a volume, 6 an image file.
-    uint8_t wholeKind = kSourceImageFile;
+    SourceKind wholeKind = SourceKind::ImageFile;
     uint64_t wholeSectorCount = 0;
 };
 

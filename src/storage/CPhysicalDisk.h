@@ -26,14 +26,14 @@ struct AssembledVolume {
 };
 
 // Kind of the selected source item.
-enum SourceKind : uint8_t {
-    kSourceNone = 0,
-    kSourceDiskPartition1 = 1,
-    kSourceDiskPartition2 = 2,
-    kSourcePhysicalDisk = 3,
-    kSourceVolume = 4,
-    kSourceImagePartition = 5,
-    kSourceImageFile = 6,
+enum class SourceKind : uint8_t {
+    None = 0,
+    DiskPartition1 = 1,
+    DiskPartition2 = 2,
+    PhysicalDisk = 3,
+    Volume = 4,
+    ImagePartition = 5,
+    ImageFile = 6,
 };
 
 class CPhysicalDisk final : public CStorageMedia {
@@ -54,14 +54,14 @@ public:
     void SelectPartition(const PartitionRecord& p, SourceKind kind);
 
     uint32_t GetDeviceKind() const { return m_deviceKind; }
-    uint8_t GetFsKind() const { return m_fsKind; }
-    void SetFsKind(uint8_t v) { m_fsKind = v; }
-    uint8_t GetPartitionFlag() const { return m_partitionFlag; }
-    void SetPartitionFlag(uint8_t v) { m_partitionFlag = v; }
+    FsKind GetFsKind() const { return m_fsKind; }
+    void SetFsKind(FsKind v) { m_fsKind = v; }
+    PartitionFlag GetPartitionFlag() const { return m_partitionFlag; }
+    void SetPartitionFlag(PartitionFlag v) { m_partitionFlag = v; }
     const PartitionRecord& GetPartitionParams() const { return m_params; }
     void SetPartitionParams(const PartitionRecord& p) { m_params = p; }
-    uint8_t GetSourceKind() const { return m_sourceKind; }
-    void SetSourceKind(uint8_t v) { m_sourceKind = v; }
+    SourceKind GetSourceKind() const { return m_sourceKind; }
+    void SetSourceKind(SourceKind v) { m_sourceKind = v; }
     // The table's partitions; element 0 is the placeholder head (file-system kind 0).
     std::vector<PartitionRecord>& Partitions() { return m_partitions; }
     const std::vector<PartitionRecord>& Partitions() const { return m_partitions; }
@@ -81,10 +81,10 @@ public:
 
 private:
     uint32_t m_deviceKind = kNotByName;
-    uint8_t m_fsKind = 0;
-    uint8_t m_partitionFlag = 0;
+    FsKind m_fsKind = FsKind::None;
+    PartitionFlag m_partitionFlag = PartitionFlag::None;
     PartitionRecord m_params;
-    uint8_t m_sourceKind = kSourceNone;
+    SourceKind m_sourceKind = SourceKind::None;
     std::vector<PartitionRecord> m_partitions;
     std::vector<PartitionRecord> m_secondPartitions;
     std::string m_devicePath;

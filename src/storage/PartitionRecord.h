@@ -5,9 +5,11 @@
 
 namespace kestrin {
 
-enum FsKind : uint8_t { kFsNone = 0, kFsFat16 = 1, kFsFat32 = 2, kFsNtfs = 3, kFsExFat = 4 };
+// The values are those the partition list and session files store.
+enum class FsKind : uint8_t { None = 0, Fat16 = 1, Fat32 = 2, Ntfs = 3, ExFat = 4 };
 
-enum PartitionFlag : uint8_t { kTableOnly = 1, kValidated = 2 };
+// How far a partition's boot sector was trusted: not at all (table only) or checked.
+enum class PartitionFlag : uint8_t { None = 0, TableOnly = 1, Validated = 2 };
 
 struct PartitionRecord {
     uint64_t startSector = 0;
@@ -27,8 +29,8 @@ struct PartitionRecord {
     uint32_t bytesPerCluster = 0; // NTFS and exFAT only
     uint16_t bytesPerSector = 0;  // NTFS and exFAT only
     uint8_t sectorsPerCluster = 0;
-    uint8_t fsKind = kFsNone;
-    uint8_t partitionFlag = 0;
+    FsKind fsKind = FsKind::None;
+    PartitionFlag partitionFlag = PartitionFlag::None;
     // Set by the lost-partition search for records it found (not part of the table).
     bool found = false;
 };

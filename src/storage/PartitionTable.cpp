@@ -88,25 +88,25 @@ bool IsExtendedType(uint8_t type) {
 
 // The boot-sector test and fill of an MBR data type; kind 0 for types that are not data.
 struct MbrDataType {
-    uint8_t kind;
+    FsKind kind;
     bool (*test)(CStorageMedia&, std::span<const uint8_t>);
 };
 MbrDataType DataTypeOf(uint8_t type) {
     switch (type) {
     // exFAT in an NTFS slot is not tried: NTFS, flag 1.
-    case mbr::kTypeNtfs: return {kFsNtfs, IsNtfsBootSector};
-    case mbr::kTypeFat32: case mbr::kTypeFat32Lba: return {kFsFat32, IsFat32BootSector};
-    case mbr::kTypeFat16Small: case mbr::kTypeFat16: case mbr::kTypeFat16Lba: return {kFsFat16, IsFat16BootSector};
-    default: return {kFsNone, nullptr};
+    case mbr::kTypeNtfs: return {FsKind::Ntfs, IsNtfsBootSector};
+    case mbr::kTypeFat32: case mbr::kTypeFat32Lba: return {FsKind::Fat32, IsFat32BootSector};
+    case mbr::kTypeFat16Small: case mbr::kTypeFat16: case mbr::kTypeFat16Lba: return {FsKind::Fat16, IsFat16BootSector};
+    default: return {FsKind::None, nullptr};
     }
 }
 
 void FillByKind(CStorageMedia& media, Bytes boot, PartitionRecord& r) {
     switch (r.fsKind) {
-    case kFsFat16: FillFat16Record(boot, r); break;
-    case kFsFat32: FillFat32Record(boot, r); break;
-    case kFsNtfs: FillNtfsRecord(media, boot, r); break;
-    case kFsExFat: FillExFatRecord(media, boot, r); break;
+    case FsKind::Fat16: FillFat16Record(boot, r); break;
+    case FsKind::Fat32: FillFat32Record(boot, r); break;
+    case FsKind::Ntfs: FillNtfsRecord(media, boot, r); break;
+    case FsKind::ExFat: FillExFatRecord(media, boot, r); break;
     default: break;
     }
 }
@@ -134,11 +134,11 @@ void WalkMbrChain(CPhysicalDisk& disk, std::array<uint8_t, kTableBytes> table, s
             r.startSector = start + current; // data partitions are relative to their own table
             r.length = mbr_entry::SectorCount::At(e);
             r.fsKind = data.kind;
-            r.partitionFlag = kTableOnly;
+            r.partitionFlag = PartitionFlag::TableOnly;
             ReadOneSector(disk, buf, r.startSector, diskEnd);
             Bytes boot(buf.data(), kTableBytes);
             if (data.test(disk, boot)) {
-                r.partitionFlag = kValidated;
+                r.partitionFlag = PartitionFlag::Validated;
                 FillByKind(disk, boot, r);
             }
             list.push_back(r);
@@ -270,12 +270,12 @@ bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::v
             PartitionRecord r;
             r.startSector = first;
             r.length = last; // the last sector, not a count
-            r.partitionFlag = kValidated;
-            if (IsNtfsBootSector(disk, boot)) r.fsKind = kFsNtfs;
-            else if (IsExFatBootSector(disk, boot)) r.fsKind = kFsExFat;
-            else if (IsFat32BootSector(disk, boot)) r.fsKind = kFsFat32;
-            else if (IsFat16BootSector(disk, boot)) r.fsKind = kFsFat16;
-            if (r.fsKind == kFsNone) {
+            r.partitionFlag = PartitionFlag::Validated;
+            if (IsNtfsBootSector(disk, boot)) r.fsKind = FsKind::Ntfs;
+            else if (IsExFatBootSector(disk, boot)) r.fsKind = FsKind::ExFat;
+            else if (IsFat32BootSector(disk, boot)) r.fsKind = FsKind::Fat32;
+            else if (IsFat16BootSector(disk, boot)) r.fsKind = FsKind::Fat16;
+            if (r.fsKind == FsKind::None) {
                 if (unrecognised) unrecognised->push_back({first, last});
                 continue;
             }
@@ -294,11 +294,11 @@ bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::v
 void DumpPartitionList(const CPhysicalDisk& disk, std::FILE* out) {
     for (const PartitionRecord& r : disk.Partitions()) {
         switch (r.fsKind) {
-        case kFsFat16: std::fputs("FAT16 partition==>\n", out); break;
-        case kFsFat32: std::fputs("FAT32 partition==>\n", out); break;
-        case kFsNtfs: std::fputs("NTFS partition==>\n", out); break;
+        case FsKind::Fat16: std::fputs("FAT16 partition==>\n", out); break;
+        case FsKind::Fat32: std::fputs("FAT32 partition==>\n", out); break;
+        case FsKind::Ntfs: std::fputs("NTFS partition==>\n", out); break;
         // An exFAT record prints both headings.
-        case kFsExFat: std::fputs("ExFAT partition==>\nNTFS partition==>\n", out); break;
+        case FsKind::ExFat: std::fputs("ExFAT partition==>\nNTFS partition==>\n", out); break;
         default: break;
         }
         std::fprintf(out, "start sector:%" PRIu64 "\nEnd sector:%" PRIu64 "\nBPS:%u\nSPC:%u\n", r.startSector,

@@ -75,12 +75,12 @@ const char* LayoutName(Layout layout) {
     }
 }
 
-const char* FsKindName(uint8_t fsKind) {
+const char* FsKindName(FsKind fsKind) {
     switch (fsKind) {
-    case kFsFat16: return "FAT16";
-    case kFsFat32: return "FAT32";
-    case kFsNtfs: return "NTFS";
-    case kFsExFat: return "exFAT";
+    case FsKind::Fat16: return "FAT16";
+    case FsKind::Fat32: return "FAT32";
+    case FsKind::Ntfs: return "NTFS";
+    case FsKind::ExFat: return "exFAT";
     default: return "unknown";
     }
 }
@@ -88,30 +88,30 @@ const char* FsKindName(uint8_t fsKind) {
 std::optional<PartitionRecord> RecogniseVolume(CStorageMedia& media, std::span<const uint8_t> s, uint64_t length) {
     PartitionRecord r;
     r.length = length;
-    r.partitionFlag = kValidated;
+    r.partitionFlag = PartitionFlag::Validated;
     // NTFS and exFAT also need their name: the NTFS test alone and, even more, the exFAT test
     // alone (three bytes and two shifts) also pass some MBR boot code.
     if (layout::OemName::Is(s, kNtfsName) && IsNtfsBootSector(media, s)) {
-        r.fsKind = kFsNtfs;
+        r.fsKind = FsKind::Ntfs;
         FillNtfsRecord(media, s, r);
         return r;
     }
     bool exFatStrict = exfat_boot::FileSystemName::Is(s, kExFatName) && IsExFatBootSector(media, s);
     if (exFatStrict || LooksLikeExFatVolume(s)) {
-        r.fsKind = kFsExFat;
-        if (!exFatStrict) r.partitionFlag = kTableOnly;
+        r.fsKind = FsKind::ExFat;
+        if (!exFatStrict) r.partitionFlag = PartitionFlag::TableOnly;
         FillExFatRecord(media, s, r);
         return r;
     }
     if (IsFat32BootSector(media, s)) {
-        r.fsKind = kFsFat32;
+        r.fsKind = FsKind::Fat32;
         FillFat32Record(s, r);
         return r;
     }
     bool fat16Strict = IsFat16BootSector(media, s);
     if (fat16Strict || LooksLikeFat16Volume(s)) {
-        r.fsKind = kFsFat16;
-        if (!fat16Strict) r.partitionFlag = kTableOnly;
+        r.fsKind = FsKind::Fat16;
+        if (!fat16Strict) r.partitionFlag = PartitionFlag::TableOnly;
         FillFat16Record(s, r);
         return r;
     }
@@ -149,7 +149,7 @@ Layout ReadSourceLayout(CPhysicalDisk& disk) {
         disk.ReadSectors(buf.data(), ss, e.firstSector, true);
         if (auto r = RecogniseVolume(disk, Bytes(buf.data(), kBootBytes), e.lastSector)) {
             r->startSector = e.firstSector;
-            r->partitionFlag = kTableOnly;
+            r->partitionFlag = PartitionFlag::TableOnly;
             disk.SecondPartitions().push_back(*r);
         }
     }

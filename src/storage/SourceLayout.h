@@ -24,7 +24,7 @@ enum class Layout : uint8_t { None, Mbr, Gpt, Ldm, Volume };
 // "none", "mbr", "gpt", "ldm", "volume".
 const char* LayoutName(Layout layout);
 // "FAT16", "FAT32", "NTFS", "exFAT" for kinds 1 to 4, "unknown" otherwise.
-const char* FsKindName(uint8_t fsKind);
+const char* FsKindName(FsKind fsKind);
 
 // When `sector` is a volume boot sector (NTFS, exFAT, FAT32 or FAT16), the record of that volume
 // starting at sector 0 with `sectorCount` as its length and its geometry filled. Broader than the

@@ -200,14 +200,14 @@ std::u16string ReadNtfsLabel(CStorageMedia& media, uint64_t first, Bytes boot) {
 
 } // namespace
 
-std::u16string ReadVolumeLabel(CStorageMedia& media, uint64_t firstSector, uint8_t fsKind) {
+std::u16string ReadVolumeLabel(CStorageMedia& media, uint64_t firstSector, FsKind fsKind) {
     std::vector<uint8_t> boot = ReadVolumeBytes(media, firstSector, 0, layout::kBootSectorBytes);
     if (boot.size() < layout::kBootSectorBytes) return {};
     switch (fsKind) {
-    case kFsFat16: return ReadFatLabel(media, firstSector, boot, false);
-    case kFsFat32: return ReadFatLabel(media, firstSector, boot, true);
-    case kFsNtfs: return ReadNtfsLabel(media, firstSector, boot);
-    case kFsExFat: return ReadExFatLabel(media, firstSector, boot);
+    case FsKind::Fat16: return ReadFatLabel(media, firstSector, boot, false);
+    case FsKind::Fat32: return ReadFatLabel(media, firstSector, boot, true);
+    case FsKind::Ntfs: return ReadNtfsLabel(media, firstSector, boot);
+    case FsKind::ExFat: return ReadExFatLabel(media, firstSector, boot);
     default: return {};
     }
 }

@@ -151,12 +151,12 @@ void CDrivePage::UpdateHint() {
     m_hint->setText(hint);
 }
 
-uint8_t CDrivePage::ShownFsKind(OpenedSource& src, size_t index) {
-    if (index >= src.partitions.size()) return kFsNone;
+FsKind CDrivePage::ShownFsKind(OpenedSource& src, size_t index) {
+    if (index >= src.partitions.size()) return FsKind::None;
     const PartitionRecord& r = src.partitions[index];
-    if (r.partitionFlag != kTableOnly) return r.fsKind;
+    if (r.partitionFlag != PartitionFlag::TableOnly) return r.fsKind;
     // The table's type byte only guessed: what the boot sector holds is what is shown.
-    uint8_t kind = r.fsKind;
+    FsKind kind = r.fsKind;
     if (SelectListedPartition(src, index)) {
         CPhysicalDisk& m = *src.media;
         std::vector<uint8_t> sector(m.GetSectorSize());
@@ -168,8 +168,8 @@ uint8_t CDrivePage::ShownFsKind(OpenedSource& src, size_t index) {
 }
 
 QString CDrivePage::PartitionLabel(OpenedSource& src, size_t index) {
-    uint8_t fsKind = ShownFsKind(src, index);
-    if (!fsKind) return {};
+    FsKind fsKind = ShownFsKind(src, index);
+    if (fsKind == FsKind::None) return {};
     QString label;
     if (SelectListedPartition(src, index))
         label = QString::fromStdU16String(ReadVolumeLabel(*src.media, src.media->GetFirstSector(), fsKind));
@@ -213,8 +213,8 @@ void CDrivePage::Describe(QTreeWidgetItem* it, const QString& path, const QStrin
         part->setText(kColName, Tx("IDS_UI_PARTITION", "Partition") + QString(" %1").arg(i + 1));
         part->setText(kColKind, Tx("IDS_UI_VOLUME", "Volume"));
         part->setText(kColSize, HumanSize(RecordSectorCount(r, src.layout) * sectorSize));
-        uint8_t fsKind = ShownFsKind(src, i);
-        part->setText(kColFs, fsKind ? QString::fromUtf8(FsKindName(fsKind)) : QString());
+        FsKind fsKind = ShownFsKind(src, i);
+        part->setText(kColFs, fsKind != FsKind::None ? QString::fromUtf8(FsKindName(fsKind)) : QString());
         part->setText(kColLabel, PartitionLabel(src, i));
         part->setData(kColName, Qt::UserRole, path);
         part->setData(kColName, Qt::UserRole + 1, int(i));

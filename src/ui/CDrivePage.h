@@ -32,7 +32,7 @@ public:
 
     // The file system of listed partition `index` as its boot sector shows it, where the table
     // alone named one; and the label read from that volume. The source is left whole.
-    static uint8_t ShownFsKind(OpenedSource& src, size_t index);
+    static FsKind ShownFsKind(OpenedSource& src, size_t index);
     static QString PartitionLabel(OpenedSource& src, size_t index);
     // "12.3 MB".
     static QString HumanSize(uint64_t bytes);

@@ -107,7 +107,7 @@ void CMainWindow::BuildModePages() {
     }
     for (const ModeInfo& m : kModeTable) {
         auto* b = new QPushButton;
-        b->setObjectName(QString("mode%1").arg(m.mode));
+        b->setObjectName(QString("mode%1").arg(static_cast<uint32_t>(m.mode)));
         b->setMinimumHeight(48);
         QFont f = b->font();
         f.setPointSize(f.pointSize() + 3);
@@ -223,14 +223,14 @@ void CMainWindow::Retranslate() {
     m_saveSessionAction->setText(Tx("IDS_UI_SAVE_SESSION", "Save Recovery Session..."));
 }
 
-void CMainWindow::ChooseMode(uint32_t mode) {
+void CMainWindow::ChooseMode(RecoveryMode mode) {
     if (!FindMode(mode)) return;
     m_mode = mode;
     m_signatures.clear();
     m_modeSignatures.clear();
     // Deleted files skip the signature scan; the other modes search the list the mode shows,
     // every row ticked until the user chooses.
-    if (mode != kModeDeletedFiles) m_modeSignatures = SignaturesForMode(mode, app::CurrentPaths().programFolder);
+    if (mode != RecoveryMode::DeletedFiles) m_modeSignatures = SignaturesForMode(mode, app::CurrentPaths().programFolder);
     m_signatures = m_modeSignatures;
     m_signatureTicks.assign(m_modeSignatures.size(), true);
     m_drivePage->SetFileTypesEnabled(!m_modeSignatures.empty());
@@ -261,10 +261,10 @@ bool CMainWindow::OpenAndContinue(const QString& path, int partition) {
     m_resultsPage->SetSource(m_src.media.get());
     // A partition the drive page listed under its disk or image: scan it at once.
     if (partition >= 0 && size_t(partition) < m_src.partitions.size()) return ScanPartition(partition);
-    bool wholeSearch = m_mode == kModePartition || m_mode == kModeFormatted;
-    if (m_src.wholeKind == kSourceVolume || m_src.layout == Layout::Volume)
+    bool wholeSearch = m_mode == RecoveryMode::Partition || m_mode == RecoveryMode::Formatted;
+    if (m_src.wholeKind == SourceKind::Volume || m_src.layout == Layout::Volume)
         return ScanPartition(m_src.partitions.empty() ? -1 : 0);
-    if (m_src.partitions.empty() || (wholeSearch && m_mode == kModePartition)) return ScanPartition(-1);
+    if (m_src.partitions.empty() || (wholeSearch && m_mode == RecoveryMode::Partition)) return ScanPartition(-1);
     auto scannable = ScannablePartitions(m_src);
     if (scannable.size() == 1 && !wholeSearch) return ScanPartition(int(scannable[0]));
     FillPartitionList();

@@ -37,7 +37,7 @@ public:
     ~CMainWindow() override;
 
     // The steps a user takes with the mouse, callable on their own (tests, screenshots).
-    void ChooseMode(uint32_t mode);
+    void ChooseMode(RecoveryMode mode);
     // Opens a disk, volume or image file read-only and goes on: a volume is scanned at once, a
     // disk shows its partitions. False (with a message) when it cannot be opened.
     // `partition` >= 0: scan that entry of the source's partition list straight away.
@@ -74,7 +74,7 @@ public:
     QString PropertiesText(const CNode* n) const;
 
     Page CurrentPage() const;
-    uint32_t Mode() const { return m_mode; }
+    RecoveryMode Mode() const { return m_mode; }
     CResultsState& Results() { return m_results; }
     CNode* Tree() const { return m_tree.get(); }
     const SaveResult& LastSave() const { return m_lastSave; }
@@ -101,7 +101,7 @@ private:
     bool OfferSession();
     void closeEvent(QCloseEvent* e) override;
 
-    uint32_t m_mode = 1019;
+    RecoveryMode m_mode = RecoveryMode::DeletedFiles;
     OpenedSource m_src;
     bool m_haveSource = false;
     std::vector<SignatureRecord> m_signatures;   // the ticked rows, searched by the signature scan
@@ -115,7 +115,7 @@ private:
     QStackedWidget* m_pages = nullptr;
     QTabWidget* m_modeTabs = nullptr;
     struct ModeButton {
-        uint32_t mode;
+        RecoveryMode mode;
         const char* labelId;
         const char* textId;
         QPushButton* button;

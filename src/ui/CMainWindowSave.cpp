@@ -3,6 +3,8 @@
 // the results).
 #include "ui/CMainWindow.h"
 
+#include "job/Modes.h"
+
 #include <QApplication>
 #include <QCloseEvent>
 #include <QDateTime>
@@ -224,7 +226,7 @@ bool CMainWindow::OpenSession(const QString& path, bool fromOutside) {
     m_src.media = std::move(session.media);
     m_haveSource = m_src.media != nullptr;
     m_resultsPage->SetSource(m_src.media.get());
-    if (IsKnownMode(session.mode)) m_mode = session.mode;
+    if (FindMode(session.mode)) m_mode = session.mode;
     Retranslate();
     ShowResults();
     m_sessionSaved = true; // it is already on disk

@@ -43,7 +43,7 @@ QString HexText(const std::vector<uint8_t>& bytes) {
 
 } // namespace
 
-CSignatureExplorer::CSignatureExplorer(uint32_t mode, const std::string& folder, const std::vector<SignatureRecord>& rows,
+CSignatureExplorer::CSignatureExplorer(RecoveryMode mode, const std::string& folder, const std::vector<SignatureRecord>& rows,
                                        const std::vector<bool>& ticked, QWidget* parent)
     : QDialog(parent), m_mode(mode), m_folder(folder) {
     setObjectName("CSignatureExplorer");

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "carve/SignatureRecord.h"
+#include "job/ScanOperation.h"
 
 class QLineEdit;
 class QPushButton;
@@ -23,7 +24,7 @@ class CSignatureExplorer final : public QDialog {
 public:
     // Reads the signature file in `folder` and lists what `mode` shows. `rows` and `ticked` are
     // the rows and ticks of the last time: a row seen before keeps its tick, a new one is ticked.
-    CSignatureExplorer(uint32_t mode, const std::string& folder, const std::vector<SignatureRecord>& rows,
+    CSignatureExplorer(RecoveryMode mode, const std::string& folder, const std::vector<SignatureRecord>& rows,
                        const std::vector<bool>& ticked, QWidget* parent = nullptr);
 
     // The mode's rows as listed now, after any change.
@@ -57,7 +58,7 @@ private:
     // Reads the find field and looks for the next match.
     void FindFromField();
 
-    uint32_t m_mode;
+    RecoveryMode m_mode;
     std::string m_folder;
     std::vector<SignatureRecord> m_all;  // every record of the file, in file order
     std::vector<size_t> m_fileIndex;     // row → index into m_all

@@ -93,7 +93,7 @@ struct ScanRun {
     std::vector<SignatureRecord> rows;
     Outcome result = Outcome::Ok;
 
-    ScanContext Context() { return ScanContext{op, events, gate, kModeLostFiles, top.get(), &rows}; }
+    ScanContext Context() { return ScanContext{op, events, gate, RecoveryMode::LostFiles, top.get(), &rows}; }
     Outcome Run(uint32_t kind = kScanSignaturesOnly) {
         op.state = OperationState::Running;
         ScanContext ctx = Context();

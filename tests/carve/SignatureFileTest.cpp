@@ -249,10 +249,10 @@ TEST(SignatureList, ModesAndExtensionLists) {
     SignatureRecord user = UserRecord({1}, ".usr", 1);
     table.push_back(user);
     std::set<std::string> photo;
-    for (const auto& r : FilterByMode(table, kModeLostPhotos)) photo.insert(r.extension);
+    for (const auto& r : FilterByMode(table, RecoveryMode::LostPhotos)) photo.insert(r.extension);
     for (const char* e : {".jpg", ".cr2", ".mp3", ".mp4", ".usr"}) EXPECT_TRUE(photo.count(e)) << e;
     for (const char* e : {".doc", ".pdf", ".zip"}) EXPECT_FALSE(photo.count(e)) << e;
-    EXPECT_EQ(FilterByMode(table, kModeFormatted).size(), table.size());
+    EXPECT_EQ(FilterByMode(table, RecoveryMode::Formatted).size(), table.size());
 
     EXPECT_EQ(SplitTypeList(" jpg, .PDF,,doc "), (std::vector<std::string>{"jpg", "PDF", "doc"}));
     std::vector<std::string> unmatched;

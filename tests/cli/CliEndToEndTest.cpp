@@ -361,7 +361,7 @@ TEST(CliEndToEnd, DeepSessionTreeListsInLinearSize) {
     std::string session = ::testing::TempDir() + "kestrin-e2e-deep.tks4";
     std::remove(session.c_str());
     kestrin::SessionView view;
-    view.mode = 1019;
+    view.mode = kestrin::RecoveryMode::DeletedFiles;
     view.media = &media;
     view.top = top.get();
     struct Quiet final : kestrin::IUserMessages {

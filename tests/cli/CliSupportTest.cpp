@@ -39,7 +39,7 @@ TEST(CliJson, NodeShapeAndEscaping) {
 
     std::ostringstream out;
     out << "{";
-    WriteScanJsonBody(out, 1019, SourceInfo{"img \"x\".img", 4, 0, 81920, 512, 3}, *top);
+    WriteScanJsonBody(out, RecoveryMode::DeletedFiles, SourceInfo{"img \"x\".img", SourceKind::Volume, 0, 81920, 512, FsKind::Ntfs}, *top);
     out << "}";
     auto j = nlohmann::json::parse(out.str());
     EXPECT_EQ(j["mode"], 1019);
@@ -123,11 +123,11 @@ TEST(CliScan, PathsModesAndCounts) {
     EXPECT_EQ(c.deletedFiles, 1u); // the carved file is not a deleted one
     EXPECT_EQ(c.bytes, 2198u);
 
-    EXPECT_EQ(ParseMode("lost-photos"), 1038u);
-    EXPECT_EQ(ParseMode("Deleted-Files"), 1019u);
-    EXPECT_EQ(ParseMode("1022"), 1022u);
-    EXPECT_EQ(ParseMode("1023"), 0u);
-    EXPECT_EQ(ParseMode("photos"), 0u);
+    EXPECT_EQ(ParseMode("lost-photos"), RecoveryMode::LostPhotos);
+    EXPECT_EQ(ParseMode("Deleted-Files"), RecoveryMode::DeletedFiles);
+    EXPECT_EQ(ParseMode("1022"), RecoveryMode::Formatted);
+    EXPECT_EQ(ParseMode("1023"), std::nullopt);
+    EXPECT_EQ(ParseMode("photos"), std::nullopt);
 }
 
 TEST(CliSource, PartitionRangesFollowTheTableKind) {
@@ -139,11 +139,11 @@ TEST(CliSource, PartitionRangesFollowTheTableKind) {
     PartitionRecord gpt;
     gpt.startSector = 2048;
     gpt.length = 3071; // GPT keeps the last sector
-    gpt.fsKind = kFsNtfs;
+    gpt.fsKind = FsKind::Ntfs;
     PartitionRecord past;
     past.startSector = 3000;
     past.length = 5000; // claims more than the source holds
-    past.fsKind = kFsFat32;
+    past.fsKind = FsKind::Fat32;
     PartitionRecord outside;
     outside.startSector = 9000;
     outside.length = 10;
@@ -153,8 +153,8 @@ TEST(CliSource, PartitionRangesFollowTheTableKind) {
     ASSERT_TRUE(SelectListedPartition(src, 0));
     EXPECT_EQ(src.media->GetFirstSector(), 2048u);
     EXPECT_EQ(src.media->GetSectorCount(), 1024u);
-    EXPECT_EQ(src.media->GetSourceKind(), kSourceImagePartition);
-    EXPECT_EQ(src.media->GetFsKind(), kFsNtfs);
+    EXPECT_EQ(src.media->GetSourceKind(), SourceKind::ImagePartition);
+    EXPECT_EQ(src.media->GetFsKind(), FsKind::Ntfs);
 
     src.layout = Layout::Mbr;
     ASSERT_TRUE(SelectListedPartition(src, 1));

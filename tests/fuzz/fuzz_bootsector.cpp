@@ -24,5 +24,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FillFat32Record(sector, r);
     FillFat16Record(sector, r);
     auto volume = RecogniseVolume(media, sector, size);
-    return volume && volume->fsKind > 4 ? 1 : 0;
+    return volume && volume->fsKind > FsKind::ExFat ? 1 : 0;
 }

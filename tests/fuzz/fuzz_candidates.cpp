@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         c.startSector = s;
         c.seenAt = s;
         c.length = sectors * 2;
-        c.fsKind = uint8_t(1 + s % 4);
+        c.fsKind = FsKind(1 + s % 4);
         c.source = uint8_t(s % 3);
         c.clusterBytes = 512u << (s % 4);
         c.recordBytes = 1024;

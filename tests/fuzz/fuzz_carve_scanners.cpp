@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     PauseGate gate;
     std::unique_ptr<CNode> top(MakeTopNode());
     std::vector<SignatureRecord> rows = Rows();
-    ScanContext ctx{op, events, gate, kModeLostFiles, top.get(), &rows};
+    ScanContext ctx{op, events, gate, RecoveryMode::LostFiles, top.get(), &rows};
     ScanSignatures(disk, 2, 0, sectors, ctx);
     // Read every carved item back.
     ForEachNode(top.get(), [&](CNode* n) {

@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     media.Attach(std::make_unique<MemorySource>(std::vector<uint8_t>(64 * 1024, 0)));
     media.SetSectorSize(512);
     {
-        const uint8_t kind = kFsExFat;
+        const FsKind kind = FsKind::ExFat;
         CFatVolume vol(media);
         FatGeometry g;
         g.fsKind = kind;

@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     media.Attach(std::make_unique<MemorySource>(data + 1, size - 1));
     media.SetSectorSize(512);
     media.SetSectorCount((size - 1) / 512);
-    media.SetFsKind(kFsExFat);
+    media.SetFsKind(FsKind::ExFat);
     std::unique_ptr<CNode> top(MakeTopNode());
     ScanOperation op;
     op.state = OperationState::Running;

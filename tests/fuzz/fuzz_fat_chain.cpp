@@ -13,7 +13,7 @@ using namespace kestrin;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
-    const uint8_t kind = data[0] & 1 ? kFsFat32 : kFsFat16;
+    const FsKind kind = data[0] & 1 ? FsKind::Fat32 : FsKind::Fat16;
     std::vector<uint8_t> image(16384, 0);
     // The FAT at byte 512; clusters of 512 bytes from byte 8192.
     std::copy(data + 1, data + std::min<size_t>(size, 1 + 7680), image.begin() + 512);
@@ -29,8 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g.fatBytes = 7680;
     g.dataStart = 8192;
     g.clusterBytes = 512;
-    g.highestCluster = kind == kFsFat16 ? 3000 : 1900;
-    g.rootCluster = kind == kFsFat16 ? 1 : 2;
+    g.highestCluster = kind == FsKind::Fat16 ? 3000 : 1900;
+    g.rootCluster = kind == FsKind::Fat16 ? 1 : 2;
     vol.SetGeometry(g);
     for (uint32_t first = 0; first < 40; ++first) {
         auto chain = vol.FollowChain(first, 1u << 20);

@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CPhysicalDisk media;
     media.Attach(std::make_unique<MemorySource>(std::vector<uint8_t>(64 * 1024, 0)));
     media.SetSectorSize(512);
-    for (uint8_t kind : {kFsFat16, kFsFat32}) {
+    for (FsKind kind : {FsKind::Fat16, FsKind::Fat32}) {
         CFatVolume vol(media);
         FatGeometry g;
         g.fsKind = kind;
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         g.dataStart = 8192;
         g.clusterBytes = 512;
         g.highestCluster = 100;
-        g.rootCluster = kind == kFsFat16 ? 1 : 2;
+        g.rootCluster = kind == FsKind::Fat16 ? 1 : 2;
         vol.SetGeometry(g);
         ScanEntry* folder = NewScanEntry(u"dir", uint8_t(kNodeFolder | (data[0] & 1)), 7, g.rootCluster);
         {

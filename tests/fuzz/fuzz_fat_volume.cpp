@@ -20,7 +20,7 @@ using NoEvents = QuietScanEvents;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
-    const uint8_t kind = data[0] & 1 ? kFsFat32 : kFsFat16;
+    const FsKind kind = data[0] & 1 ? FsKind::Fat32 : FsKind::Fat16;
     CPhysicalDisk media;
     media.Attach(std::make_unique<MemorySource>(data + 1, size - 1));
     media.SetSectorSize(512);

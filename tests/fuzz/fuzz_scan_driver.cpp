@@ -25,10 +25,10 @@ Engines FuzzEngines() {
     Engines e;
     e.fileSystemScan = [](CPhysicalDisk& media, [[maybe_unused]] int mode, [[maybe_unused]] ScanContext& ctx) {
         switch (media.GetFsKind()) {
-        case kFsNtfs: return NtfsScanVolume(media, mode, ctx);
-        case kFsFat16:
-        case kFsFat32: return FatScanVolume(media, mode, ctx);
-        case kFsExFat: return ExFatScanVolume(media, mode, ctx);
+        case FsKind::Ntfs: return NtfsScanVolume(media, mode, ctx);
+        case FsKind::Fat16:
+        case FsKind::Fat32: return FatScanVolume(media, mode, ctx);
+        case FsKind::ExFat: return ExFatScanVolume(media, mode, ctx);
         default: return Outcome::Ok;
         }
     };
@@ -50,7 +50,7 @@ Engines FuzzEngines() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 513) return 0;
     static const uint32_t kModes[] = {1019, 1020, 1021, 1022, 1037, 1038};
-    const uint32_t mode = kModes[data[0] % 6];
+    const auto mode = RecoveryMode(kModes[data[0] % 6]);
     CPhysicalDisk disk;
     disk.Attach(std::make_unique<MemorySource>(data + 1, size - 1));
     disk.SetSectorSize(512);
@@ -60,11 +60,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<PartitionRecord> parts = ListPartitions(disk, layout);
     disk.SetFirstSector(0);
     disk.SetSectorCount(sectors);
-    disk.SetSourceKind(layout == Layout::Volume ? kSourceVolume : kSourceImageFile);
+    disk.SetSourceKind(layout == Layout::Volume ? SourceKind::Volume : SourceKind::ImageFile);
     if (!parts.empty() && (data[0] & 0x80) && parts.front().startSector < sectors) {
         // A chosen partition, its range kept inside the source.
         const PartitionRecord& p = parts.front();
-        disk.SelectPartition(p, layout == Layout::Volume ? kSourceVolume : kSourceImagePartition);
+        disk.SelectPartition(p, layout == Layout::Volume ? SourceKind::Volume : SourceKind::ImagePartition);
         uint64_t count = layout == Layout::Gpt ? (p.length >= p.startSector ? p.length - p.startSector + 1 : 0) : p.length;
         if (count == 0 || count > sectors - p.startSector) count = sectors - p.startSector;
         disk.SetSectorCount(count);

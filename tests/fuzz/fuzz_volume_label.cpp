@@ -10,7 +10,7 @@ using namespace kestrin;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 1) return 0;
-    uint8_t kind = uint8_t(1 + (data[0] & 3));
+    FsKind kind = static_cast<FsKind>(1 + (data[0] & 3));
     uint32_t sectorSize = (data[0] & 4) ? 4096 : 512;
     CPhysicalDisk disk;
     disk.Attach(std::make_unique<MemorySource>(data + 1, size - 1));

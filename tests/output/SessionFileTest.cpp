@@ -111,33 +111,33 @@ struct SessionFixture : ::testing::Test {
         p.mftRecordSize = 1024;
         p.bytesPerCluster = 4096;
         p.sectorsPerCluster = 8;
-        p.fsKind = kFsNtfs;
-        p.partitionFlag = kValidated;
-        media.SelectPartition(p, kSourceImagePartition);
+        p.fsKind = FsKind::Ntfs;
+        p.partitionFlag = PartitionFlag::Validated;
+        media.SelectPartition(p, SourceKind::ImagePartition);
     }
 };
 
 TEST_F(SessionFixture, RoundTripGivesTheSameTreeSourceAndLists) {
     auto tree = SampleTree();
-    auto rows = DriveListFromPartitions({PartitionRecord{}, media.GetPartitionParams()}, true, kSourceImagePartition);
+    auto rows = DriveListFromPartitions({PartitionRecord{}, media.GetPartitionParams()}, true, SourceKind::ImagePartition);
     std::vector<DriveListItem> second(1);
-    second[0].SetKind(kSourceVolume);
+    second[0].SetKind(SourceKind::Volume);
     CapturedMessages msgs;
     std::string path = dir / "s.tks4";
-    ASSERT_EQ(WriteSession(path, {kModeLostFiles, &media, tree.get(), &rows, &second}, msgs), 1);
+    ASSERT_EQ(WriteSession(path, {RecoveryMode::LostFiles, &media, tree.get(), &rows, &second}, msgs), 1);
 
     SessionData back;
     ASSERT_TRUE(ReadSession(path, {}, back, msgs));
     EXPECT_TRUE(msgs.shown.empty());
-    EXPECT_EQ(back.mode, kModeLostFiles);
+    EXPECT_EQ(back.mode, RecoveryMode::LostFiles);
     ExpectSameTree(tree.get(), back.top.get());
     ASSERT_TRUE(back.media);
     EXPECT_TRUE(back.media->IsOpen());
     EXPECT_EQ(back.media->GetFirstSector(), 8u);
     EXPECT_EQ(back.media->GetSectorCount(), 40u);
     EXPECT_EQ(back.media->GetSectorSize(), 512u);
-    EXPECT_EQ(back.media->GetFsKind(), kFsNtfs);
-    EXPECT_EQ(back.media->GetSourceKind(), kSourceImagePartition);
+    EXPECT_EQ(back.media->GetFsKind(), FsKind::Ntfs);
+    EXPECT_EQ(back.media->GetSourceKind(), SourceKind::ImagePartition);
     EXPECT_EQ(back.media->GetPartitionParams().volumeSerial, 0x1122334455667788ull);
     EXPECT_EQ(back.media->GetPartitionParams().mftRecordSize, 1024);
     ASSERT_TRUE(back.driveList && back.secondList);
@@ -157,7 +157,7 @@ TEST_F(SessionFixture, LayoutIsByteExact) {
     auto tree = SampleTree();
     std::string path = dir / "s.tks4";
     CapturedMessages msgs;
-    ASSERT_EQ(WriteSession(path, {kModeDeletedFiles, &media, tree.get(), nullptr, nullptr}, msgs), 1);
+    ASSERT_EQ(WriteSession(path, {RecoveryMode::DeletedFiles, &media, tree.get(), nullptr, nullptr}, msgs), 1);
     auto f = ReadAll(path);
     ASSERT_GE(f.size(), 20u);
     EXPECT_EQ(std::memcmp(f.data(), "KST3", 4), 0);
@@ -173,8 +173,8 @@ TEST_F(SessionFixture, LayoutIsByteExact) {
     EXPECT_EQ(Le64(&f[at]), 40u);
     EXPECT_EQ(Le32(&f[at + 8]), 512u);
     const uint8_t* block = &f[at + 12];
-    EXPECT_EQ(block[0], kFsNtfs);
-    EXPECT_EQ(block[1], kValidated);
+    EXPECT_EQ(FsKind(block[0]), FsKind::Ntfs);
+    EXPECT_EQ(PartitionFlag(block[1]), PartitionFlag::Validated);
     EXPECT_EQ(Le64(block + 10), 8u);
     size_t nodes = at + 12 + 102;
     // A folder's children come after all of its siblings.
@@ -193,15 +193,15 @@ TEST(SessionFile, WithoutSourceHoldsHeaderAndLists) {
     ScratchDir dir("session-nosource");
     CapturedMessages msgs;
     std::string path = dir / "s.tks4";
-    ASSERT_EQ(WriteSession(path, {kModeLostPhotos, nullptr, nullptr, nullptr, nullptr}, msgs), 1);
+    ASSERT_EQ(WriteSession(path, {RecoveryMode::LostPhotos, nullptr, nullptr, nullptr, nullptr}, msgs), 1);
     EXPECT_EQ(ReadAll(path).size(), 20u);
     std::vector<DriveListItem> rows(2);
-    rows[0].SetKind(kSourcePhysicalDisk);
-    rows[1].SetKind(kSourceImageFile); // not stored
+    rows[0].SetKind(SourceKind::PhysicalDisk);
+    rows[1].SetKind(SourceKind::ImageFile); // not stored
     // An existing file is replaced only when the caller says so; refused, it stays as it was.
-    EXPECT_EQ(WriteSession(path, {kModeLostPhotos, nullptr, nullptr, &rows, nullptr}, msgs), 0);
+    EXPECT_EQ(WriteSession(path, {RecoveryMode::LostPhotos, nullptr, nullptr, &rows, nullptr}, msgs), 0);
     EXPECT_EQ(ReadAll(path).size(), 20u);
-    ASSERT_EQ(WriteSession(path, {kModeLostPhotos, nullptr, nullptr, &rows, nullptr}, msgs, true), 1);
+    ASSERT_EQ(WriteSession(path, {RecoveryMode::LostPhotos, nullptr, nullptr, &rows, nullptr}, msgs, true), 1);
     auto f = ReadAll(path);
     ASSERT_EQ(f.size(), 20u + 6 + 272 + 80);
     EXPECT_EQ(Le16(&f[20]), 1);
@@ -218,8 +218,8 @@ TEST_F(SessionFixture, EmptyTreeAndDeepChainsRoundTrip) {
     std::string path = dir / "s.tks4";
     std::unique_ptr<CNode> empty(new CNode);
     std::vector<DriveListItem> rows(1);
-    rows[0].SetKind(kSourceDiskPartition1);
-    ASSERT_EQ(WriteSession(path, {kModeDeletedFiles, &media, empty.get(), &rows, nullptr}, msgs), 1);
+    rows[0].SetKind(SourceKind::DiskPartition1);
+    ASSERT_EQ(WriteSession(path, {RecoveryMode::DeletedFiles, &media, empty.get(), &rows, nullptr}, msgs), 1);
     SessionData back;
     ASSERT_TRUE(ReadSession(path, {}, back, msgs));
     EXPECT_EQ(back.top->firstChild, nullptr);
@@ -229,7 +229,7 @@ TEST_F(SessionFixture, EmptyTreeAndDeepChainsRoundTrip) {
     std::unique_ptr<CNode> deep(new CNode);
     CNode* at = deep.get();
     for (int i = 0; i < 100000; ++i) at = Add(at, u"d", 3, uint32_t(i));
-    ASSERT_EQ(WriteSession(path, {kModeDeletedFiles, &media, deep.get(), nullptr, nullptr}, msgs, true), 1);
+    ASSERT_EQ(WriteSession(path, {RecoveryMode::DeletedFiles, &media, deep.get(), nullptr, nullptr}, msgs, true), 1);
     ASSERT_TRUE(ReadSession(path, {}, back, msgs));
     size_t depth = 0;
     for (CNode* n = back.top->firstChild; n; n = n->firstChild) ++depth;
@@ -239,10 +239,10 @@ TEST_F(SessionFixture, EmptyTreeAndDeepChainsRoundTrip) {
 TEST_F(SessionFixture, CorruptFilesAreRefusedWithOneMessage) {
     auto tree = SampleTree();
     std::vector<DriveListItem> rows(1);
-    rows[0].SetKind(kSourcePhysicalDisk);
+    rows[0].SetKind(SourceKind::PhysicalDisk);
     CapturedMessages msgs;
     std::string path = dir / "s.tks4";
-    ASSERT_EQ(WriteSession(path, {kModeDeletedFiles, &media, tree.get(), &rows, nullptr}, msgs), 1);
+    ASSERT_EQ(WriteSession(path, {RecoveryMode::DeletedFiles, &media, tree.get(), &rows, nullptr}, msgs), 1);
     auto good = ReadAll(path);
     ReadSessionOptions noOpen;
     noOpen.openSource = false;
@@ -279,17 +279,17 @@ TEST_F(SessionFixture, ReaderMessages) {
     auto tree = SampleTree();
     CapturedMessages msgs;
     std::string path = dir / "s.tks4";
-    ASSERT_EQ(WriteSession(path, {kModeDeletedPhotos, &media, tree.get(), nullptr, nullptr}, msgs), 1);
+    ASSERT_EQ(WriteSession(path, {RecoveryMode::DeletedPhotos, &media, tree.get(), nullptr, nullptr}, msgs), 1);
     SessionData out;
 
     ReadSessionOptions inside;
     inside.requestedFromOutside = false;
-    inside.currentMode = kModeDeletedFiles;
+    inside.currentMode = RecoveryMode::DeletedFiles;
     EXPECT_FALSE(ReadSession(path, inside, out, msgs));
     ASSERT_EQ(msgs.shown.size(), 1u);
     EXPECT_EQ(msgs.shown[0].id, "IDS_THIS_REC_SES_CREATED_USING");
     EXPECT_EQ(msgs.shown[0].caption, "Information");
-    inside.currentMode = kModeDeletedPhotos;
+    inside.currentMode = RecoveryMode::DeletedPhotos;
     EXPECT_TRUE(ReadSession(path, inside, out, msgs));
 
     std::filesystem::remove(image);
@@ -301,7 +301,7 @@ TEST_F(SessionFixture, ReaderMessages) {
     // A drive source ("q9" names no device) that is not present.
     std::vector<uint8_t> f(20, 0);
     std::memcpy(f.data(), "KST3", 4);
-    PutLe32(&f[4], kModeDeletedFiles);
+    PutLe32(&f[4], uint32_t(RecoveryMode::DeletedFiles));
     PutLe32(&f[8], 1);
     uint8_t tail[4 + 6 + 12 + 102] = {};
     PutLe32(tail, 2);
@@ -319,7 +319,7 @@ TEST_F(SessionFixture, ReaderMessages) {
 
 TEST_F(SessionFixture, WriteFailuresCarryTheCaptionOfTheirPlace) {
     CapturedMessages msgs;
-    EXPECT_EQ(WriteSession((dir / "missing") + "/s.tks4", {kModeDeletedFiles, nullptr, nullptr, nullptr, nullptr}, msgs), 0);
+    EXPECT_EQ(WriteSession((dir / "missing") + "/s.tks4", {RecoveryMode::DeletedFiles, nullptr, nullptr, nullptr, nullptr}, msgs), 0);
     ASSERT_EQ(msgs.shown.size(), 1u);
     EXPECT_EQ(msgs.shown[0].id, "IDS_FAILED_CREATING_SESSION_FILE");
     EXPECT_NE(msgs.shown[0].text.find("does not exist"), std::string::npos) << msgs.shown[0].text;
@@ -337,16 +337,16 @@ TEST_F(SessionFixture, WriteFailuresCarryTheCaptionOfTheirPlace) {
         ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &old); }
     };
     std::vector<DriveListItem> rows(1);
-    rows[0].SetKind(kSourceVolume);
+    rows[0].SetKind(SourceKind::Volume);
     auto tree = SampleTree();
     struct Case {
         SessionView view;
         const char* caption;
     } cases[] = {
-        {{kModeDeletedFiles, nullptr, nullptr, nullptr, nullptr}, "Error 6"},
-        {{kModeDeletedFiles, &media, tree.get(), nullptr, nullptr}, "Error 4"}, // the last name
-        {{kModeDeletedFiles, nullptr, nullptr, &rows, nullptr}, "Error 12"},
-        {{kModeDeletedFiles, nullptr, nullptr, nullptr, &rows}, "Error 15"},
+        {{RecoveryMode::DeletedFiles, nullptr, nullptr, nullptr, nullptr}, "Error 6"},
+        {{RecoveryMode::DeletedFiles, &media, tree.get(), nullptr, nullptr}, "Error 4"}, // the last name
+        {{RecoveryMode::DeletedFiles, nullptr, nullptr, &rows, nullptr}, "Error 12"},
+        {{RecoveryMode::DeletedFiles, nullptr, nullptr, nullptr, &rows}, "Error 15"},
     };
     std::string path = dir / "full.tks4";
     for (auto& c : cases) {

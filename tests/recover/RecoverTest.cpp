@@ -56,7 +56,7 @@ struct ScanHarness {
     PauseGate gate;
     std::unique_ptr<CNode> top{MakeTopNode()};
     ScanContext ctx{op, events, gate};
-    explicit ScanHarness(uint32_t mode = kModePartition) {
+    explicit ScanHarness(RecoveryMode mode = RecoveryMode::Partition) {
         op.state = OperationState::Running;
         ctx.mode = mode;
         ctx.top = top.get();
@@ -69,7 +69,7 @@ void AttachBytes(CPhysicalDisk& disk, std::vector<uint8_t> bytes) {
     disk.SetSectorSize(512);
     disk.SetFirstSector(0);
     disk.SetSectorCount(n);
-    disk.SetSourceKind(kSourceImageFile);
+    disk.SetSourceKind(SourceKind::ImageFile);
 }
 
 const CNode* Find(const CNode* top, std::initializer_list<std::u16string_view> path) {
@@ -87,8 +87,8 @@ std::vector<uint8_t> Content(CPhysicalDisk& media, const CNode& node) {
         out.insert(out.end(), p, p + n);
         return true;
     };
-    if (media.GetFsKind() == kFsExFat) ExFatWriteContent(media, node, sink);
-    else if (media.GetFsKind() == kFsNtfs) NtfsWriteContent(media, node, sink);
+    if (media.GetFsKind() == FsKind::ExFat) ExFatWriteContent(media, node, sink);
+    else if (media.GetFsKind() == FsKind::Ntfs) NtfsWriteContent(media, node, sink);
     return out;
 }
 
@@ -107,12 +107,12 @@ TEST(SmartScan, ExFatInAnNtfsSlotIsListedAndRead) {
     Layout layout;
     auto parts = ListPartitions(disk, layout);
     ASSERT_EQ(parts.size(), 3u);
-    ASSERT_EQ(parts[2].fsKind, kFsNtfs);
+    ASSERT_EQ(parts[2].fsKind, FsKind::Ntfs);
     ASSERT_TRUE(WantsSmartScan(parts[2]));
-    disk.SelectPartition(parts[2], kSourceImagePartition);
+    disk.SelectPartition(parts[2], SourceKind::ImagePartition);
     ScanHarness run;
     SmartScanVolume(disk, run.ctx);
-    EXPECT_EQ(disk.GetFsKind(), kFsExFat);
+    EXPECT_EQ(disk.GetFsKind(), FsKind::ExFat);
     const CNode* photo = Find(run.top.get(), {u"Camera uploads", u"Photo from the phone 01.jpg"});
     ASSERT_NE(photo, nullptr);
     EXPECT_EQ(photo->size, 13165u);
@@ -133,19 +133,19 @@ TEST(SmartScan, SmallFat16VolumeIsListed) {
     auto parts = ListPartitions(disk, layout);
     ASSERT_EQ(parts.size(), 1u);
     EXPECT_TRUE(WantsSmartScan(parts[0]));
-    disk.SelectPartition(parts[0], kSourceVolume);
+    disk.SelectPartition(parts[0], SourceKind::Volume);
     ScanHarness run;
     SmartScanVolume(disk, run.ctx);
-    EXPECT_EQ(disk.GetFsKind(), kFsFat16);
+    EXPECT_EQ(disk.GetFsKind(), FsKind::Fat16);
     EXPECT_NE(Find(run.top.get(), {u"Documents", u"NOTES.TXT"}), nullptr);
 }
 
 struct Expected {
     uint64_t start, length;
-    uint8_t kind;
+    FsKind kind;
 };
 // disk-mbr's table: FAT32 primary, NTFS and FAT16 in logical partitions.
-constexpr Expected kDiskMbr[] = {{2048, 69632, kFsFat32}, {73728, 24576, kFsNtfs}, {100352, 24576, kFsFat16}};
+constexpr Expected kDiskMbr[] = {{2048, 69632, FsKind::Fat32}, {73728, 24576, FsKind::Ntfs}, {100352, 24576, FsKind::Fat16}};
 
 std::vector<PartitionRecord> Search(std::vector<uint8_t> bytes) {
     CPhysicalDisk disk;
@@ -194,7 +194,7 @@ TEST(PartitionSearch, VolumeFoundFromItsMftScans) {
     ScanHarness search;
     SearchLostPartitions(disk, search.ctx);
     ASSERT_EQ(disk.SecondPartitions().size(), 3u);
-    disk.SelectPartition(disk.SecondPartitions()[1], kSourceImagePartition);
+    disk.SelectPartition(disk.SecondPartitions()[1], SourceKind::ImagePartition);
     ScanHarness run;
     NtfsScanVolume(disk, 1, run.ctx);
     size_t files = 0;
@@ -252,10 +252,10 @@ TEST(PreviousFileSystem, OlderNtfsFilesAreListed) {
         Layout layout;
         auto parts = ListPartitions(disk, layout);
         ASSERT_EQ(parts.size(), 1u);
-        disk.SelectPartition(parts[0], kSourceVolume);
-        ScanHarness run(kModeFormatted);
+        disk.SelectPartition(parts[0], SourceKind::Volume);
+        ScanHarness run(RecoveryMode::Formatted);
         RecoverRecordSearch(disk, 0, disk.GetSectorCount(), run.ctx);
-        EXPECT_EQ(disk.GetFsKind(), kFsNtfs);
+        EXPECT_EQ(disk.GetFsKind(), FsKind::Ntfs);
         EXPECT_GT(CountFiles(run.top.get()), 5000u);
     }
 }
@@ -273,7 +273,7 @@ TEST(PartitionSearch, NothingFoundFallsBackToTheRecordSearch) {
     ScanHarness run;
     RecoverRecordSearch(disk, 0, disk.GetSectorCount(), run.ctx);
     EXPECT_TRUE(disk.SecondPartitions().empty());
-    EXPECT_EQ(disk.GetFsKind(), kFsNtfs);
+    EXPECT_EQ(disk.GetFsKind(), FsKind::Ntfs);
     EXPECT_EQ(CountFiles(run.top.get()), 5u);
     const CNode* frag = Find(run.top.get(), {u"Fragmented.bin"});
     ASSERT_NE(frag, nullptr);
@@ -305,11 +305,11 @@ TEST(DynamicDisk, VolumesListedAndSpannedReadsAcrossExtents) {
     ASSERT_EQ(parts.size(), 2u);
     EXPECT_EQ(parts[0].startSector, 2048u);
     EXPECT_EQ(parts[0].length, 32768u);
-    EXPECT_EQ(parts[0].fsKind, kFsNtfs);
+    EXPECT_EQ(parts[0].fsKind, FsKind::Ntfs);
     EXPECT_EQ(parts[1].startSector, 40960u);
     EXPECT_EQ(parts[1].length, 81920u);
-    EXPECT_EQ(parts[1].fsKind, kFsFat32);
-    EXPECT_EQ(parts[1].partitionFlag, kValidated);
+    EXPECT_EQ(parts[1].fsKind, FsKind::Fat32);
+    EXPECT_EQ(parts[1].partitionFlag, PartitionFlag::Validated);
     const auto& kept = disk.AssembledVolumes();
     ASSERT_EQ(kept.size(), 2u);
     EXPECT_EQ(kept[0].name, "Simple");
@@ -337,7 +337,7 @@ TEST(DynamicDisk, VolumesListedAndSpannedReadsAcrossExtents) {
     volume.SetSectorSize(512);
     volume.SetSectorCount(volume.ByteSize() / 512);
     EXPECT_EQ(volume.GetSectorCount(), 81920u);
-    volume.SetFsKind(kFsFat32);
+    volume.SetFsKind(FsKind::Fat32);
     ScanHarness run;
     FatScanVolume(volume, 1, run.ctx);
     const CNode* last = Find(run.top.get(), {u"FILE23.BIN"});

@@ -32,7 +32,7 @@ struct Events : IScanEvents {
 // A media of 1000 sectors in memory, with the given source kind and first sector.
 struct Media {
     CPhysicalDisk disk;
-    explicit Media(uint8_t sourceKind, uint64_t first = 0) {
+    explicit Media(SourceKind sourceKind, uint64_t first = 0) {
         disk.Attach(std::make_unique<MemorySource>(std::vector<uint8_t>(512 * 1100)));
         disk.SetSectorSize(512);
         disk.SetFirstSector(first);
@@ -88,7 +88,7 @@ Engines LoggingEngines(Log& log) {
 } // namespace
 
 TEST(OperationRules, KindForEveryModeAndSource) {
-    const uint32_t modes[] = {1019, 1020, 1021, 1022, 1037, 1038};
+    const RecoveryMode modes[] = {RecoveryMode::DeletedFiles, RecoveryMode::LostFiles, RecoveryMode::Partition, RecoveryMode::Formatted, RecoveryMode::DeletedPhotos, RecoveryMode::LostPhotos};
     // Rows: source kinds 1 to 6; columns: the modes above.
     const int expected[6][6] = {
         {0, 0, 0, 0, 0, 0}, // partition of a disk
@@ -100,44 +100,44 @@ TEST(OperationRules, KindForEveryModeAndSource) {
     };
     for (int s = 0; s < 6; ++s)
         for (int m = 0; m < 6; ++m)
-            EXPECT_EQ(ChooseOperationKind(modes[m], uint8_t(s + 1)), OperationKind(expected[s][m]))
-                << "source " << s + 1 << " mode " << modes[m];
-    EXPECT_EQ(ChooseOperationKind(1020, kSourcePhysicalDisk, true), OperationKind::CreateImage); // kept pending
-    EXPECT_EQ(ChooseOperationKind(1019, 0), std::nullopt);
-    EXPECT_EQ(ChooseOperationKind(1019, 7), std::nullopt);
+            EXPECT_EQ(ChooseOperationKind(modes[m], SourceKind(s + 1)), OperationKind(expected[s][m]))
+                << "source " << s + 1 << " mode " << uint32_t(modes[m]);
+    EXPECT_EQ(ChooseOperationKind(RecoveryMode(1020), SourceKind::PhysicalDisk, true), OperationKind::CreateImage); // kept pending
+    EXPECT_EQ(ChooseOperationKind(RecoveryMode(1019), SourceKind(0)), std::nullopt);
+    EXPECT_EQ(ChooseOperationKind(RecoveryMode(1019), SourceKind(7)), std::nullopt);
 
-    EXPECT_FALSE(IsLostDataMode(1019));
-    for (uint32_t m : {1020u, 1021u, 1022u, 1037u, 1038u}) EXPECT_TRUE(IsLostDataMode(m));
-    EXPECT_FALSE(IsLostDataMode(1023));
-    EXPECT_FALSE(IsLostDataMode(1036));
+    EXPECT_FALSE(IsLostDataMode(RecoveryMode(1019)));
+    for (uint32_t m : {1020u, 1021u, 1022u, 1037u, 1038u}) EXPECT_TRUE(IsLostDataMode(RecoveryMode(m)));
+    EXPECT_FALSE(IsLostDataMode(RecoveryMode(1023)));
+    EXPECT_FALSE(IsLostDataMode(RecoveryMode(1036)));
 
-    EXPECT_EQ(StatusTextId(OperationKind::FileSystemScan, 1019, kSourceVolume), "IDS_SEARCHING_DELETED_FILES_FOLDERS");
-    EXPECT_EQ(StatusTextId(OperationKind::FileSystemScan, 1020, kSourceImagePartition), "IDS_SEARCHING_LOST_DATA");
-    EXPECT_EQ(StatusTextId(OperationKind::FileSystemScan, 1037, kSourceDiskPartition1), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
-    EXPECT_EQ(StatusTextId(OperationKind::PartitionSearch, 1022, kSourceVolume), "IDS_SEARCHING_PREVIOUS_FILE_SYSTEM");
-    EXPECT_EQ(StatusTextId(OperationKind::PartitionSearch, 1021, kSourceImageFile), "IDS_SEARCHING_LOST_PARTITIONS");
-    EXPECT_EQ(StatusTextId(OperationKind::SignatureScan, 1038, kSourcePhysicalDisk), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
-    EXPECT_EQ(StatusTextId(OperationKind::SignatureScan, 1020, kSourcePhysicalDisk), "IDS_PROCESSING_PHYSICAL_DRIVE");
+    EXPECT_EQ(StatusTextId(OperationKind::FileSystemScan, RecoveryMode(1019), SourceKind::Volume), "IDS_SEARCHING_DELETED_FILES_FOLDERS");
+    EXPECT_EQ(StatusTextId(OperationKind::FileSystemScan, RecoveryMode(1020), SourceKind::ImagePartition), "IDS_SEARCHING_LOST_DATA");
+    EXPECT_EQ(StatusTextId(OperationKind::FileSystemScan, RecoveryMode(1037), SourceKind::DiskPartition1), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
+    EXPECT_EQ(StatusTextId(OperationKind::PartitionSearch, RecoveryMode(1022), SourceKind::Volume), "IDS_SEARCHING_PREVIOUS_FILE_SYSTEM");
+    EXPECT_EQ(StatusTextId(OperationKind::PartitionSearch, RecoveryMode(1021), SourceKind::ImageFile), "IDS_SEARCHING_LOST_PARTITIONS");
+    EXPECT_EQ(StatusTextId(OperationKind::SignatureScan, RecoveryMode(1038), SourceKind::PhysicalDisk), "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS");
+    EXPECT_EQ(StatusTextId(OperationKind::SignatureScan, RecoveryMode(1020), SourceKind::PhysicalDisk), "IDS_PROCESSING_PHYSICAL_DRIVE");
 }
 
 TEST(ScanDriver, StagesInOrderPerKindAndMode) {
     struct Case {
-        uint8_t source;
-        uint32_t mode;
+        SourceKind source;
+        RecoveryMode mode;
         uint64_t first;
         std::vector<std::string> calls;
     };
     const Case cases[] = {
         // Deleted files on a volume: the file-system scan only (deleted-only).
-        {kSourceVolume, 1019, 0, {"fs 1"}},
+        {SourceKind::Volume, RecoveryMode(1019), 0, {"fs 1"}},
         // Lost files on the same volume: the signature scan follows the file-system scan.
-        {kSourceVolume, 1020, 0, {"fs 1", "sig 2 0 1000"}},
+        {SourceKind::Volume, RecoveryMode(1020), 0, {"fs 1", "sig 2 0 1000"}},
         // A partition inside an image: the signature scan covers the partition's own sectors.
-        {kSourceImagePartition, 1021, 2048, {"fs 1", "sig 2 2048 3048"}},
-        {kSourceImageFile, 1021, 0, {"prep", "search 0 1000"}},
-        {kSourceVolume, 1022, 0, {"prep", "search 0 1000"}},
+        {SourceKind::ImagePartition, RecoveryMode(1021), 2048, {"fs 1", "sig 2 2048 3048"}},
+        {SourceKind::ImageFile, RecoveryMode(1021), 0, {"prep", "search 0 1000"}},
+        {SourceKind::Volume, RecoveryMode(1022), 0, {"prep", "search 0 1000"}},
         // Lost photos on a physical disk: only the signature scan.
-        {kSourcePhysicalDisk, 1038, 0, {"sig 2 0 1000"}},
+        {SourceKind::PhysicalDisk, RecoveryMode(1038), 0, {"sig 2 0 1000"}},
     };
     for (const auto& c : cases) {
         Media m(c.source, c.first);
@@ -146,8 +146,8 @@ TEST(ScanDriver, StagesInOrderPerKindAndMode) {
         CScanDriver d(m.disk, LoggingEngines(log), ev);
         ASSERT_TRUE(d.StartForSource(c.mode));
         d.Wait();
-        EXPECT_EQ(log.calls, c.calls) << "source " << int(c.source) << " mode " << c.mode;
-        EXPECT_EQ(d.Operation().deletedOnly.load(), c.mode == 1019 ? 1 : 0);
+        EXPECT_EQ(log.calls, c.calls) << "source " << int(c.source) << " mode " << uint32_t(c.mode);
+        EXPECT_EQ(d.Operation().deletedOnly.load(), c.mode == RecoveryMode::DeletedFiles ? 1 : 0);
         EXPECT_EQ(d.Operation().state.load(), OperationState::Finished);
         EXPECT_EQ(ev.ends.load(), 1);
         EXPECT_TRUE(ev.notices.empty());
@@ -155,13 +155,13 @@ TEST(ScanDriver, StagesInOrderPerKindAndMode) {
 }
 
 TEST(ScanDriver, MissingEngineIsReportedNotSkipped) {
-    Media m(kSourceVolume);
+    Media m(SourceKind::Volume);
     Log log;
     Events ev;
     Engines e = LoggingEngines(log);
     e.signatureScan = nullptr;
     CScanDriver d(m.disk, e, ev);
-    ASSERT_EQ(d.StartForSource(1020), OperationKind::FileSystemScan);
+    ASSERT_EQ(d.StartForSource(RecoveryMode(1020)), OperationKind::FileSystemScan);
     d.Wait();
     EXPECT_EQ(log.calls, std::vector<std::string>{"fs 1"});
     ASSERT_EQ(d.MissingStages().size(), 1u);
@@ -170,11 +170,11 @@ TEST(ScanDriver, MissingEngineIsReportedNotSkipped) {
 }
 
 TEST(ScanDriver, PhotoModePrunesNonMediaFiles) {
-    Media m(kSourceVolume);
+    Media m(SourceKind::Volume);
     Log log;
     Events ev;
     CScanDriver d(m.disk, LoggingEngines(log), ev);
-    ASSERT_EQ(d.StartForSource(1037), OperationKind::FileSystemScan);
+    ASSERT_EQ(d.StartForSource(RecoveryMode(1037)), OperationKind::FileSystemScan);
     d.Wait();
     CNode* vol = FindVolumeRoot(d.Top());
     ASSERT_NE(vol, nullptr);
@@ -207,11 +207,11 @@ struct PollingEngine {
 };
 
 TEST(ScanDriver, CancelQuestionHoldsTheWorkerAndNoResumes) {
-    Media m(kSourceVolume);
+    Media m(SourceKind::Volume);
     Events ev;
     PollingEngine eng;
     CScanDriver d(m.disk, eng.Make(), ev);
-    ASSERT_EQ(d.StartForSource(1020), OperationKind::FileSystemScan);
+    ASSERT_EQ(d.StartForSource(RecoveryMode(1020)), OperationKind::FileSystemScan);
     while (eng.polls.load() < 100) std::this_thread::yield();
 
     d.BeginCancelQuestion();
@@ -244,7 +244,7 @@ TEST(ScanDriver, CancelQuestionHoldsTheWorkerAndNoResumes) {
 }
 
 TEST(ScanDriver, RecordSearchThatBuildsATreeHasFoundSomething) {
-    Media m(kSourceVolume);
+    Media m(SourceKind::Volume);
     Log log;
     Events ev;
     Engines e = LoggingEngines(log);
@@ -262,7 +262,7 @@ TEST(ScanDriver, RecordSearchThatBuildsATreeHasFoundSomething) {
     for (bool file : {false, true}) {
         withFile = file;
         CScanDriver d(m.disk, e, ev);
-        ASSERT_EQ(d.StartForSource(1022), OperationKind::PartitionSearch); // a volume in the formatted mode
+        ASSERT_EQ(d.StartForSource(RecoveryMode(1022)), OperationKind::PartitionSearch); // a volume in the formatted mode
         d.Wait();
         EXPECT_EQ(d.NoPartitionFound(), !file);
         EXPECT_FALSE(d.Operation().deletedOnly.load());
@@ -271,7 +271,7 @@ TEST(ScanDriver, RecordSearchThatBuildsATreeHasFoundSomething) {
 
 TEST(ScanDriver, PartitionSearchThatFindsNothingHandsOverToKind4) {
     for (bool findOne : {false, true}) {
-        Media m(kSourceImageFile);
+        Media m(SourceKind::ImageFile);
         Log log;
         Events ev;
         Engines e = LoggingEngines(log);
@@ -281,14 +281,14 @@ TEST(ScanDriver, PartitionSearchThatFindsNothingHandsOverToKind4) {
             media.Partitions().push_back(unknown);
             if (findOne) {
                 PartitionRecord r;
-                r.fsKind = kFsNtfs;
+                r.fsKind = FsKind::Ntfs;
                 r.startSector = 63;
                 media.SecondPartitions().push_back(r);
             }
             return Outcome::Ok;
         };
         CScanDriver d(m.disk, e, ev);
-        ASSERT_EQ(d.StartForSource(1020), OperationKind::PartitionSearch);
+        ASSERT_EQ(d.StartForSource(RecoveryMode(1020)), OperationKind::PartitionSearch);
         d.Wait();
         EXPECT_TRUE(d.CompletionFlag());
         EXPECT_EQ(d.NoPartitionFound(), !findOne);

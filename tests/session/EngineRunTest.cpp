@@ -66,7 +66,7 @@ TEST(EngineRun, StopDuringTheWalkEndsTheOperation) {
         CScanDriver driver(*src.media, MakeEngines(), events);
         events.driver = &driver;
         driver.SetSignatures(&noRows);
-        ASSERT_EQ(driver.StartForSource(kModeLostFiles), OperationKind::FileSystemScan) << name;
+        ASSERT_EQ(driver.StartForSource(RecoveryMode::LostFiles), OperationKind::FileSystemScan) << name;
         driver.Wait();
         EXPECT_GT(events.progress.load(), 0) << name;
         EXPECT_TRUE(driver.CancelConfirmed()) << name;
@@ -92,14 +92,14 @@ TEST(EngineRun, ItemsAreReadThroughTheirOwnVolume) {
         std::unique_ptr<CNode> tree;
         const CNode* file = nullptr;
         std::vector<uint8_t> expected;
-        uint8_t fsKind = 0;
+        FsKind fsKind = FsKind::None;
     };
     std::vector<Scanned> scans;
     for (size_t index : scannable) {
         ASSERT_TRUE(SelectListedPartition(src, index));
         QuietScanEvents events;
         CScanDriver driver(*src.media, MakeEngines(), events);
-        ASSERT_EQ(driver.StartForSource(kModeDeletedFiles), OperationKind::FileSystemScan);
+        ASSERT_EQ(driver.StartForSource(RecoveryMode::DeletedFiles), OperationKind::FileSystemScan);
         Scanned s;
         s.tree = driver.ReleaseTree();
         s.file = FirstFileWithData(s.tree.get());
@@ -133,7 +133,8 @@ TEST(EngineRun, PreparationLeavesTheSelectionAlone) {
     ASSERT_TRUE(SelectListedPartition(src, 1));
     CPhysicalDisk& media = *src.media;
     const uint64_t first = media.GetFirstSector(), count = media.GetSectorCount();
-    const uint8_t source = media.GetSourceKind(), fs = media.GetFsKind();
+    const SourceKind source = media.GetSourceKind();
+    const FsKind fs = media.GetFsKind();
     media.SecondPartitions().clear();
     media.Partitions().clear();
     ScanOperation op;

@@ -34,7 +34,7 @@ std::vector<std::string> Cells(const std::string& row) {
 }
 
 // What the driver runs for a source of `kind` in `mode`, in the docs' words.
-std::string WhatRuns(uint8_t sourceKind, uint32_t mode) {
+std::string WhatRuns(SourceKind sourceKind, RecoveryMode mode) {
     CPhysicalDisk disk;
     disk.Attach(std::make_unique<MemorySource>(std::vector<uint8_t>(512 * 64)));
     disk.SetSectorSize(512);
@@ -49,10 +49,10 @@ std::string WhatRuns(uint8_t sourceKind, uint32_t mode) {
     QuietScanEvents events;
     CScanDriver driver(disk, e, events);
     // A chosen partition may get another operation than its source kind calls for.
-    const bool partition = sourceKind == kSourceDiskPartition1 || sourceKind == kSourceDiskPartition2 ||
-                           sourceKind == kSourceImagePartition;
+    const bool partition = sourceKind == SourceKind::DiskPartition1 || sourceKind == SourceKind::DiskPartition2 ||
+                           sourceKind == SourceKind::ImagePartition;
     PartitionRecord chosen;
-    chosen.fsKind = kFsNtfs;
+    chosen.fsKind = FsKind::Ntfs;
     const std::optional<OperationKind> forced = partition ? ForcedKindFor(mode, chosen) : std::nullopt;
     bool started = forced ? driver.Start(*forced, mode) : driver.StartForSource(mode).has_value();
     if (forced) driver.Operation().deletedOnly.store(DeletedOnlyFor(mode) ? 1 : 0);
@@ -81,18 +81,18 @@ TEST(ModeTable, DocsMatchTheDriver) {
     std::ifstream in(std::string(KESTRIN_SOURCE_DIR) + "/docs/cli.md");
     ASSERT_TRUE(in) << "docs/cli.md";
     std::string line;
-    std::vector<uint32_t> modes;
+    std::vector<RecoveryMode> modes;
     int rows = 0;
     while (std::getline(in, line)) {
         if (line.rfind("| source | kind |", 0) == 0) {
             // The header names the modes by their command-line names.
             auto head = Cells(line);
             for (size_t i = 2; i < head.size(); ++i) {
-                uint32_t mode = 0;
+                std::optional<RecoveryMode> mode;
                 for (const ModeInfo& m : kModeTable)
                     if (head[i] == m.cliName) mode = m.mode;
-                ASSERT_NE(mode, 0u) << "unknown mode column " << head[i];
-                modes.push_back(mode);
+                ASSERT_TRUE(mode) << "unknown mode column " << head[i];
+                modes.push_back(*mode);
             }
             continue;
         }
@@ -105,10 +105,10 @@ TEST(ModeTable, DocsMatchTheDriver) {
         std::stringstream kinds(cells[1]);
         std::string kind;
         while (std::getline(kinds, kind, ',')) {
-            uint8_t k = uint8_t(std::stoi(kind));
+            const auto k = SourceKind(std::stoi(kind));
             for (size_t i = 0; i < modes.size(); ++i)
                 EXPECT_EQ(WhatRuns(k, modes[i]), cells[i + 2]) << cells[0] << " (kind " << int(k) << "), mode "
-                                                               << modes[i];
+                                                               << uint32_t(modes[i]);
         }
         ++rows;
     }

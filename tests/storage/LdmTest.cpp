@@ -101,10 +101,10 @@ TEST(DynamicDisk, GptVolumesOfTheDataPartitionAreListedAndReadable) {
     // As GPT entries keep them: first and last sector.
     EXPECT_EQ(parts[0].startSector, 8192u);
     EXPECT_EQ(parts[0].length, 8192u + 32768 - 1);
-    EXPECT_EQ(parts[0].fsKind, kFsNtfs);
+    EXPECT_EQ(parts[0].fsKind, FsKind::Ntfs);
     EXPECT_EQ(parts[1].startSector, 45056u);
     EXPECT_EQ(parts[1].length, 45056u + 81920 - 1);
-    EXPECT_EQ(parts[1].fsKind, kFsFat32);
+    EXPECT_EQ(parts[1].fsKind, FsKind::Fat32);
 
     const auto& kept = disk.AssembledVolumes();
     ASSERT_EQ(kept.size(), 2u);

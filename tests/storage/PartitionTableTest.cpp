@@ -49,25 +49,25 @@ TEST(PartitionTable, MbrAndExtendedChain) {
     ASSERT_EQ(r.size(), 4u);
     EXPECT_EQ(r[0].startSector, 63u);
     EXPECT_EQ(r[0].length, 900u);
-    EXPECT_EQ(r[0].fsKind, kFsFat16);
-    EXPECT_EQ(r[0].partitionFlag, kTableOnly);
+    EXPECT_EQ(r[0].fsKind, FsKind::Fat16);
+    EXPECT_EQ(r[0].partitionFlag, PartitionFlag::TableOnly);
     EXPECT_EQ(r[0].sectorsPerCluster, 0); // table-only records carry no geometry
 
     EXPECT_EQ(r[1].startSector, 1063u);
     EXPECT_EQ(r[1].length, 400u);
-    EXPECT_EQ(r[1].fsKind, kFsNtfs);
-    EXPECT_EQ(r[1].partitionFlag, kValidated);
+    EXPECT_EQ(r[1].fsKind, FsKind::Ntfs);
+    EXPECT_EQ(r[1].partitionFlag, PartitionFlag::Validated);
     EXPECT_EQ(r[1].bytesPerCluster, 4096u);
 
     EXPECT_EQ(r[2].startSector, 1563u);
     EXPECT_EQ(r[2].length, 500u);
-    EXPECT_EQ(r[2].fsKind, kFsFat32);
-    EXPECT_EQ(r[2].partitionFlag, kValidated);
+    EXPECT_EQ(r[2].fsKind, FsKind::Fat32);
+    EXPECT_EQ(r[2].partitionFlag, PartitionFlag::Validated);
     EXPECT_EQ(r[2].fatSize, 100u);
 
     EXPECT_EQ(r[3].startSector, 1763u);
-    EXPECT_EQ(r[3].fsKind, kFsFat16);
-    EXPECT_EQ(r[3].partitionFlag, kValidated);
+    EXPECT_EQ(r[3].fsKind, FsKind::Fat16);
+    EXPECT_EQ(r[3].partitionFlag, PartitionFlag::Validated);
     EXPECT_EQ(r[3].length, 70000u); // the boot sector's total, not the table's 300
 }
 
@@ -76,7 +76,8 @@ TEST(PartitionTable, MbrQuirks) {
         const char* what;
         std::function<void(DiskBuilder&)> build;
         size_t records;
-        uint8_t kind, flag;
+        FsKind kind;
+        PartitionFlag flag;
         uint64_t length;
     };
     const std::vector<Case> cases = {
@@ -85,42 +86,42 @@ TEST(PartitionTable, MbrQuirks) {
              d.Entry(0, 1, 0x07, 100, 50);
              PutNtfsBoot(d.At(100), 49);
          },
-         0, 0, 0, 0},
+         0, FsKind::None, PartitionFlag::None, 0},
         {"no 0xAA55 signature",
          [](DiskBuilder& d) {
              d.Entry(0, 0, 0x07, 100, 50);
              PutNtfsBoot(d.At(100), 49);
              PutLe16(d.At(0) + 510, 0x55AA);
          },
-         0, 0, 0, 0},
+         0, FsKind::None, PartitionFlag::None, 0},
         {"exFAT in an 0x07 slot is NTFS, table only",
          [](DiskBuilder& d) {
              d.Entry(0, 0, 0x07, 100, 50);
              PutExFatBoot(d.At(100));
          },
-         1, kFsNtfs, kTableOnly, 50},
+         1, FsKind::Ntfs, PartitionFlag::TableOnly, 50},
         {"validated FAT16 takes the boot sector's total",
          [](DiskBuilder& d) {
              d.Entry(0, 0, 0x0E, 100, 50);
              PutFat16Boot(d.At(100), 70000);
          },
-         1, kFsFat16, kValidated, 70000},
+         1, FsKind::Fat16, PartitionFlag::Validated, 70000},
         {"FAT32 length stays the table's",
          [](DiskBuilder& d) {
              d.Entry(0, 0, 0x0B, 100, 150);
              PutFat32Boot(d.At(100), 70000);
          },
-         1, kFsFat32, kValidated, 150},
+         1, FsKind::Fat32, PartitionFlag::Validated, 150},
         {"unknown types are skipped",
          [](DiskBuilder& d) {
              d.Entry(0, 0, 0x83, 100, 50);
              d.Entry(0, 1, 0xEE, 100, 50); // protective type only counts in the first slot
              d.Entry(0, 2, 0x07, 150, 40);
          },
-         1, kFsNtfs, kTableOnly, 40},
+         1, FsKind::Ntfs, PartitionFlag::TableOnly, 40},
         {"partition beyond the disk: table only",
          [](DiskBuilder& d) { d.Entry(0, 0, 0x07, 0xFFFFFF00u, 0xFFu); },
-         1, kFsNtfs, kTableOnly, 0xFF},
+         1, FsKind::Ntfs, PartitionFlag::TableOnly, 0xFF},
     };
     for (const Case& c : cases) {
         DiskBuilder d(200);
@@ -149,7 +150,7 @@ TEST(PartitionTable, UnreadableBootSectorGivesTableOnlyRecord) {
     ReadPartitionTable(*disk);
     auto r = Records(*disk);
     ASSERT_EQ(r.size(), 1u);
-    EXPECT_EQ(r[0].partitionFlag, kTableOnly);
+    EXPECT_EQ(r[0].partitionFlag, PartitionFlag::TableOnly);
 }
 
 TEST(PartitionTable, EbrChainsThatLoopOrRunAwayEnd) {
@@ -216,14 +217,14 @@ TEST(PartitionTable, GptEntries) {
     EXPECT_EQ(layout, Layout::Gpt);
     auto r = Records(*disk);
     ASSERT_EQ(r.size(), 4u);
-    const uint8_t kinds[] = {kFsNtfs, kFsExFat, kFsFat32, kFsFat16};
+    const FsKind kinds[] = {FsKind::Ntfs, FsKind::ExFat, FsKind::Fat32, FsKind::Fat16};
     const uint64_t starts[] = {100, 250, 300, 500};
     const uint64_t lengths[] = {199, 299, 449, 70000}; // last sectors; FAT16 takes its own total
     for (size_t i = 0; i < 4; ++i) {
         EXPECT_EQ(r[i].fsKind, kinds[i]) << i;
         EXPECT_EQ(r[i].startSector, starts[i]) << i;
         EXPECT_EQ(r[i].length, lengths[i]) << i;
-        EXPECT_EQ(r[i].partitionFlag, kValidated) << i;
+        EXPECT_EQ(r[i].partitionFlag, PartitionFlag::Validated) << i;
     }
     EXPECT_EQ(r[1].bytesPerCluster, 2048u);
     EXPECT_EQ(r[2].clusterCount, (449u - 232u) / 8); // counted from the last sector
@@ -293,7 +294,7 @@ TEST(PartitionTable, GptDynamicDiskOrder) {
 TEST(PartitionTable, DumpPartitionList) {
     CPhysicalDisk disk;
     PartitionRecord ex;
-    ex.fsKind = kFsExFat;
+    ex.fsKind = FsKind::ExFat;
     ex.startSector = 2048;
     ex.length = 4095;
     ex.bytesPerSector = 512;
@@ -301,7 +302,7 @@ TEST(PartitionTable, DumpPartitionList) {
     ex.bytesPerCluster = 4096;
     disk.Partitions().push_back(ex);
     PartitionRecord fat;
-    fat.fsKind = kFsFat16;
+    fat.fsKind = FsKind::Fat16;
     fat.startSector = 63;
     fat.length = 100;
     disk.Partitions().push_back(fat);

@@ -15,25 +15,26 @@ TEST(SourceLayout, VolumeImages) {
     struct Case {
         const char* what;
         std::function<void(uint8_t*)> boot;
-        uint8_t kind, flag;
+        FsKind kind;
+        PartitionFlag flag;
         uint64_t length;
     };
     const Case cases[] = {
-        {"NTFS", [](uint8_t* s) { PutNtfsBoot(s, 399); }, kFsNtfs, kValidated, 400},
-        {"exFAT", [](uint8_t* s) { PutExFatBoot(s, 9, 2); }, kFsExFat, kValidated, 400},
-        {"exFAT with 8-sector clusters", [](uint8_t* s) { PutExFatBoot(s, 9, 3); }, kFsExFat, kTableOnly, 400},
-        {"FAT32", [](uint8_t* s) { PutFat32Boot(s, 400); }, kFsFat32, kValidated, 400},
-        {"FAT16 with a 32-bit total", [](uint8_t* s) { PutFat16Boot(s, 70000); }, kFsFat16, kValidated, 70000},
+        {"NTFS", [](uint8_t* s) { PutNtfsBoot(s, 399); }, FsKind::Ntfs, PartitionFlag::Validated, 400},
+        {"exFAT", [](uint8_t* s) { PutExFatBoot(s, 9, 2); }, FsKind::ExFat, PartitionFlag::Validated, 400},
+        {"exFAT with 8-sector clusters", [](uint8_t* s) { PutExFatBoot(s, 9, 3); }, FsKind::ExFat, PartitionFlag::TableOnly, 400},
+        {"FAT32", [](uint8_t* s) { PutFat32Boot(s, 400); }, FsKind::Fat32, PartitionFlag::Validated, 400},
+        {"FAT16 with a 32-bit total", [](uint8_t* s) { PutFat16Boot(s, 70000); }, FsKind::Fat16, PartitionFlag::Validated, 70000},
         // Too small for the strict FAT16 test, yet an image of a FAT16 volume: the length is its
         // own total and the geometry is filled all the same.
-        {"small FAT16", [](uint8_t* s) { PutFat16Boot(s, 20000); }, kFsFat16, kTableOnly, 20000},
+        {"small FAT16", [](uint8_t* s) { PutFat16Boot(s, 20000); }, FsKind::Fat16, PartitionFlag::TableOnly, 20000},
         {"small FAT16 with 224 root entries, no type text",
          [](uint8_t* s) {
              PutFat16Boot(s, 20000);
              PutLe16(s + 17, 224);
              std::memset(s + 54, ' ', 8);
          },
-         kFsFat16, kTableOnly, 20000},
+         FsKind::Fat16, PartitionFlag::TableOnly, 20000},
     };
     for (const Case& c : cases) {
         DiskBuilder d(400);
@@ -86,10 +87,10 @@ TEST(SourceLayout, NumberingAndRescuedGptEntries) {
     EXPECT_EQ(layout, Layout::Gpt);
     ASSERT_EQ(parts.size(), 2u);
     EXPECT_EQ(parts[0].startSector, 200u); // table records first
-    EXPECT_EQ(parts[0].fsKind, kFsNtfs);
+    EXPECT_EQ(parts[0].fsKind, FsKind::Ntfs);
     EXPECT_EQ(parts[1].startSector, 100u); // then the second list
-    EXPECT_EQ(parts[1].fsKind, kFsExFat);
-    EXPECT_EQ(parts[1].partitionFlag, kTableOnly);
+    EXPECT_EQ(parts[1].fsKind, FsKind::ExFat);
+    EXPECT_EQ(parts[1].partitionFlag, PartitionFlag::TableOnly);
     EXPECT_EQ(parts[1].length, 199u);
     EXPECT_EQ(parts[1].bytesPerCluster, 4096u);
     // Listing again gives the same list.
@@ -137,11 +138,11 @@ TEST(SourceLayout, CommittedDisksAgreeWithMmls) {
         const char* name;
         Layout layout;
         bool lengthIsLastSector;
-        std::vector<std::pair<uint8_t, uint8_t>> kindsAndFlags; // in listing order
+        std::vector<std::pair<FsKind, PartitionFlag>> kindsAndFlags; // in listing order
     };
     const Case cases[] = {
-        {"disk-mbr-small", Layout::Mbr, false, {{kFsFat32, kValidated}, {kFsNtfs, kValidated}, {kFsFat16, kTableOnly}}},
-        {"disk-gpt-small", Layout::Gpt, true, {{kFsNtfs, kValidated}, {kFsFat32, kValidated}, {kFsExFat, kTableOnly}}},
+        {"disk-mbr-small", Layout::Mbr, false, {{FsKind::Fat32, PartitionFlag::Validated}, {FsKind::Ntfs, PartitionFlag::Validated}, {FsKind::Fat16, PartitionFlag::TableOnly}}},
+        {"disk-gpt-small", Layout::Gpt, true, {{FsKind::Ntfs, PartitionFlag::Validated}, {FsKind::Fat32, PartitionFlag::Validated}, {FsKind::ExFat, PartitionFlag::TableOnly}}},
     };
     for (const Case& c : cases) {
         std::string image = UnpackImage(c.name);

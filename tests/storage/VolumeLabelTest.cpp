@@ -47,7 +47,7 @@ TEST(VolumeLabel, EveryFileSystemOnBothTableKinds) {
         CPhysicalDisk disk;
         ASSERT_TRUE(disk.AttachImageFile(path));
         EXPECT_EQ(Labels(disk), c.labels) << c.image;
-        EXPECT_TRUE(ReadVolumeLabel(disk, 0, kFsNone).empty());
+        EXPECT_TRUE(ReadVolumeLabel(disk, 0, FsKind::None).empty());
     }
 }
 
@@ -72,7 +72,7 @@ TEST(VolumeLabel, FatFallsBackToTheBootSectorCopy) {
     disk.Attach(std::make_unique<MemorySource>(std::move(bytes)));
     disk.SetSectorSize(512);
     disk.SetSectorCount(sectors);
-    EXPECT_EQ(ReadVolumeLabel(disk, 100352, kFsFat16), u"BOOT COPY");
+    EXPECT_EQ(ReadVolumeLabel(disk, 100352, FsKind::Fat16), u"BOOT COPY");
 }
 
 } // namespace kestrin

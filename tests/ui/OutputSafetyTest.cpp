@@ -77,7 +77,7 @@ QString UnpackSample(const QTemporaryDir& dir) {
 // As a user does it: the image added on the drive page, the volume labelled `label` under it
 // picked, Next. True when the results page shows.
 bool OpenVolume(CMainWindow& w, const QString& image, const QString& label) {
-    w.ChooseMode(kModeDeletedFiles);
+    w.ChooseMode(RecoveryMode::DeletedFiles);
     w.AddImageItem(image);
     auto* drives = w.findChild<QTreeWidget*>("drives");
     QTreeWidgetItem* disk = drives->currentItem();
@@ -200,7 +200,7 @@ private slots:
         QVERIFY(QFile::copy(QString::fromStdString(test::UnpackImage("fat32-features")), image));
         const QByteArray imageBefore = Sha256(image);
         CMainWindow w;
-        w.ChooseMode(kModeDeletedFiles);
+        w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(image));
         w.Results().MarkAll(true);
 
@@ -389,7 +389,7 @@ private slots:
             return launcherWorks;
         });
         auto w = std::make_unique<CMainWindow>();
-        w->ChooseMode(kModeDeletedFiles);
+        w->ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w->OpenAndContinue(QString::fromStdString(imagePath)));
         auto* page = w->findChild<CResultsPage*>();
         QVERIFY(page && page->ViewerCopies().Folder().isEmpty());
@@ -428,7 +428,7 @@ private slots:
         // Another window has a folder of its own.
         {
             CMainWindow other;
-            other.ChooseMode(kModeDeletedFiles);
+            other.ChooseMode(RecoveryMode::DeletedFiles);
             QVERIFY(other.OpenAndContinue(QString::fromStdString(imagePath)));
             auto* otherPage = other.findChild<CResultsPage*>();
             QVERIFY(otherPage->OpenWithViewer(FindPath(other.Tree(), "Photos/IMG_0001.jpg")));

@@ -49,7 +49,7 @@ void Grab(QWidget* w, const QString& file) {
 // signature file stays as built).
 void GrabSignatureDialogs(QWidget* parent, const QDir& out) {
     const std::string folder = app::CurrentPaths().programFolder;
-    CSignatureExplorer explorer(kModeDeletedPhotos, folder, {}, {}, parent);
+    CSignatureExplorer explorer(RecoveryMode::DeletedPhotos, folder, {}, {}, parent);
     explorer.show();
     explorer.FindNext("png");
     Grab(&explorer, out.filePath("signature-explorer.png"));
@@ -107,7 +107,7 @@ int main(int argc, char** argv) {
         w.ShowModeTab(t);
         Grab(&w, out.filePath(QString("mode-page-%1.png").arg(t + 1)));
     }
-    w.ChooseMode(kModeDeletedPhotos);
+    w.ChooseMode(RecoveryMode::DeletedPhotos);
     w.AddImageItem(image);
     if (auto* drives = w.findChild<QTreeWidget*>("drives"); drives && drives->currentItem() && drives->currentItem()->childCount())
         drives->setCurrentItem(drives->currentItem()->child(0));
@@ -128,7 +128,7 @@ int main(int argc, char** argv) {
         };
         CScanMan dlg(&w);
         CScanDriver driver(media, engines, dlg);
-        driver.Start(OperationKind::FileSystemScan, kModeDeletedFiles);
+        driver.Start(OperationKind::FileSystemScan, RecoveryMode::DeletedFiles);
         QTimer::singleShot(1500, &dlg, [&] {
             Grab(&dlg, out.filePath("progress-window.png"));
             driver.RequestCancel();
@@ -137,12 +137,12 @@ int main(int argc, char** argv) {
     }
 
     // Partition recovery: the whole-disk search lists what it found.
-    w.ChooseMode(kModePartition);
+    w.ChooseMode(RecoveryMode::Partition);
     w.OpenAndContinue(image);
     Grab(&w, out.filePath("partition-page.png"));
 
     // Deleted photos of the camera card's partition.
-    w.ChooseMode(kModeDeletedPhotos);
+    w.ChooseMode(RecoveryMode::DeletedPhotos);
     w.OpenAndContinue(image, 0);
     if (CNode* photo = w.FindNext("?MG_4304.JPG")) w.Results().SetChecked(photo->parent, true);
     w.FindNext("?MG_4304.JPG"); // selected: the preview shows it
@@ -168,7 +168,7 @@ int main(int argc, char** argv) {
     w.SetLanguage(2);
     w.ShowModeTab(0);
     Grab(&w, out.filePath("mode-page-german.png"));
-    w.ChooseMode(kModeDeletedPhotos);
+    w.ChooseMode(RecoveryMode::DeletedPhotos);
     Grab(&w, out.filePath("drive-page-german.png"));
     w.SetLanguage(0);
     GrabSignatureDialogs(&w, out);

@@ -97,7 +97,7 @@ private slots:
     void addEditDeleteUserType() {
         const QByteArray shipped = FileBytes(SltPath());
         const size_t fileCount = LoadSignatureFile(Folder()).records.size();
-        CSignatureExplorer ex(kModeDeletedPhotos, Folder(), {}, {});
+        CSignatureExplorer ex(RecoveryMode::DeletedPhotos, Folder(), {}, {});
         const size_t rowCount = ex.Rows().size();
         QVERIFY(rowCount > 0 && rowCount < fileCount);
         ex.List()->topLevelItem(0)->setCheckState(0, Qt::Unchecked);
@@ -259,8 +259,8 @@ private slots:
     // that; a save whose new file cannot take the old one's place is reported by list and dialog,
     // and what is in that place stays.
     void newRowTickedAndSaveFailures() {
-        std::vector<SignatureRecord> rows = SignaturesForMode(kModeLostFiles, Folder());
-        CSignatureExplorer ex(kModeLostFiles, Folder(), rows, std::vector<bool>(rows.size(), false));
+        std::vector<SignatureRecord> rows = SignaturesForMode(RecoveryMode::LostFiles, Folder());
+        CSignatureExplorer ex(RecoveryMode::LostFiles, Folder(), rows, std::vector<bool>(rows.size(), false));
         ex.SelectRow(0);
         QVERIFY(!ex.findChild<QPushButton*>("edit")->isEnabled());
         auto fill = [](CSignatureAddDlg* dlg) {
@@ -296,7 +296,7 @@ private slots:
     void mainWindowKeepsChoice() {
         CMainWindow w;
         w.show();
-        w.ChooseMode(kModeLostFiles);
+        w.ChooseMode(RecoveryMode::LostFiles);
         auto* open = w.findChild<QPushButton*>("fileTypes");
         QVERIFY(open && open->isEnabled());
         std::vector<bool> seen;
@@ -329,7 +329,7 @@ private slots:
     }
 
     void markAllAndFind() {
-        CSignatureExplorer ex(kModeLostFiles, Folder(), {}, {});
+        CSignatureExplorer ex(RecoveryMode::LostFiles, Folder(), {}, {});
         const int n = ex.List()->topLevelItemCount();
         QVERIFY(n > 2);
         Click(&ex, "unmarkAll");

@@ -258,7 +258,7 @@ private slots:
         std::string image = test::UnpackImage("disk-mbr");
         QVERIFY(!image.empty());
         CMainWindow w;
-        w.ChooseMode(kModeDeletedFiles);
+        w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(QString::fromStdString(image)));
         QCOMPARE(w.CurrentPage(), CMainWindow::kPartitionPage);
         auto* parts = w.findChild<QTreeWidget*>("partitions");
@@ -267,7 +267,7 @@ private slots:
         // help, so the way to get them is not offered.
         m_messages.clear();
         CMainWindow other;
-        other.ChooseMode(kModeDeletedFiles);
+        other.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(!other.OpenAndContinue("/dev/kestrin-no-such-disk"));
         QCOMPARE(m_messages.size(), 1);
         QVERIFY2(m_messages[0].contains(QString::fromLocal8Bit(std::strerror(ENOENT))), qPrintable(m_messages[0]));
@@ -353,7 +353,7 @@ private slots:
     // systems and labels, or one volume's own; a partition chosen there is scanned at once.
     void drivePageShowsFileSystemsAndLabels() {
         CMainWindow w;
-        w.ChooseMode(kModeDeletedFiles);
+        w.ChooseMode(RecoveryMode::DeletedFiles);
         auto* drives = w.findChild<QTreeWidget*>("drives");
         struct Disk {
             const char* image;
@@ -393,7 +393,7 @@ private slots:
         QString image = dir.filePath("card.img");
         QVERIFY(QFile::copy(QString::fromStdString(test::UnpackImage("fat32-features")), image));
         CMainWindow w;
-        w.ChooseMode(kModeDeletedFiles);
+        w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(image));
         w.Results().SetChecked(FindPath(w.Tree(), "Photos/IMG_0001.jpg"), true);
         QString session = dir.filePath("scan.tks4");
@@ -405,7 +405,7 @@ private slots:
         m_messages.clear();
         QVERIFY2(reopened.OpenSessionFromMenu(session), qPrintable(m_messages.join(" | ")));
         QCOMPARE(reopened.CurrentPage(), CMainWindow::kResultsPage);
-        QCOMPARE(reopened.Mode(), uint32_t(kModeDeletedFiles));
+        QCOMPARE(reopened.Mode(), RecoveryMode::DeletedFiles);
         QCOMPARE(Dump(reopened.Tree()), Dump(w.Tree()));
         QCOMPARE(reopened.FolderView()->model()->index(0, 0).data().toString(), QString("Root"));
         // Its items can be saved from the re-opened source.
@@ -414,7 +414,7 @@ private slots:
         QCOMPARE(reopened.LastSave().files, 1u);
 
         CMainWindow photos;
-        photos.ChooseMode(kModeDeletedPhotos);
+        photos.ChooseMode(RecoveryMode::DeletedPhotos);
         m_messages.clear();
         QVERIFY(!photos.OpenSessionFromMenu(session));
         QCOMPARE(m_messages.size(), 1);
@@ -435,7 +435,7 @@ private slots:
     void leavingResultsOffersSession() {
         CMainWindow w;
         w.show();
-        w.ChooseMode(kModeDeletedFiles);
+        w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(QString::fromStdString(test::UnpackImage("fat16-features"))));
         QString text;
         AnswerNextBox(QMessageBox::Cancel, &text);
@@ -448,7 +448,7 @@ private slots:
         QCOMPARE(w.CurrentPage(), CMainWindow::kModePage);
 
         QTemporaryDir dir;
-        w.ChooseMode(kModeDeletedFiles);
+        w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(QString::fromStdString(test::UnpackImage("fat16-features"))));
         QVERIFY(w.SaveSession(dir.filePath("s.tks4")));
         Click(&w, "newScan");
@@ -536,7 +536,7 @@ private slots:
             frozen = d.Operation().done.load() == before;
             return true;
         });
-        QVERIFY(driver.Start(OperationKind::FileSystemScan, kModeDeletedFiles));
+        QVERIFY(driver.Start(OperationKind::FileSystemScan, RecoveryMode::DeletedFiles));
         QElapsedTimer clock;
         QTimer::singleShot(200, &dlg, [&] {
             clock.start();
@@ -562,7 +562,7 @@ private slots:
         QVERIFY(ini.open(QIODevice::ReadOnly));
         QVERIFY(ini.readAll().contains("=2"));
         // The drive page's lines follow too, and keep their selection.
-        w.ChooseMode(kModeDeletedFiles);
+        w.ChooseMode(RecoveryMode::DeletedFiles);
         w.AddImageItem(QString::fromStdString(test::UnpackImage("disk-mbr")));
         auto* drives = w.findChild<QTreeWidget*>("drives");
         drives->setCurrentItem(ChildLabelled(drives->currentItem(), "DATA"));

@@ -32,12 +32,12 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::string image = argv[1], table, folder, types;
-    uint32_t mode = kModeLostFiles;
+    RecoveryMode mode = RecoveryMode::LostFiles;
     for (int i = 2; i + 1 < argc; i += 2) {
         if (!std::strcmp(argv[i], "--table")) table = argv[i + 1];
         else if (!std::strcmp(argv[i], "--folder")) folder = argv[i + 1];
         else if (!std::strcmp(argv[i], "--types")) types = argv[i + 1];
-        else if (!std::strcmp(argv[i], "--mode")) mode = uint32_t(std::stoul(argv[i + 1]));
+        else if (!std::strcmp(argv[i], "--mode")) mode = static_cast<RecoveryMode>(std::stoul(argv[i + 1]));
     }
     std::vector<SignatureRecord> rows;
     std::string problem;

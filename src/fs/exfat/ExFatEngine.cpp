@@ -87,7 +87,7 @@ private:
 Outcome ExFatScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
     WalkWatch watch(media);
     CFatVolume vol(media);
-    if (!vol.Open(kFsExFat)) return watch.Finish(ctx, true);
+    if (!vol.Open(FsKind::ExFat)) return watch.Finish(ctx, true);
     CExFatWalker walker(vol, &ctx);
     walker.ReadFolderTree(walker.Root());
     // A stopped walk still shows what it found.
@@ -114,7 +114,7 @@ ContentResult ExFatWriteContent(CFatVolume& vol, const CNode& node, const Conten
 
 ContentResult ExFatWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
     CFatVolume vol(media);
-    if (!vol.Open(kFsExFat)) return {};
+    if (!vol.Open(FsKind::ExFat)) return {};
     return ExFatWriteContent(vol, node, sink);
 }
 

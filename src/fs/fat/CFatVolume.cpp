@@ -26,9 +26,9 @@ constexpr uint32_t kDefaultSectorBytes = 512;
 // region or data area after the reserved sectors and two FATs; the highest cluster from the
 // record's cluster count, clamped to what the FAT can hold). False when the record cannot
 // describe a volume.
-bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volumeStart, uint64_t volumeEnd,
+bool FatGeometryFromRecord(const PartitionRecord& r, FsKind kind, uint64_t volumeStart, uint64_t volumeEnd,
                            uint32_t mediaSectorSize, FatGeometry& g) {
-    if ((kind != kFsFat16 && kind != kFsFat32) || mediaSectorSize == 0 || r.sectorsPerCluster == 0 ||
+    if ((kind != FsKind::Fat16 && kind != FsKind::Fat32) || mediaSectorSize == 0 || r.sectorsPerCluster == 0 ||
         r.fatSize == 0)
         return false;
     g = {};
@@ -38,7 +38,7 @@ bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volu
     g.clusterBytes = r.sectorsPerCluster * mediaSectorSize;
     g.fatStart = volumeStart + r.fatStart * mediaSectorSize;
     uint64_t third = volumeStart + r.thirdArea * mediaSectorSize;
-    if (kind == kFsFat16) {
+    if (kind == FsKind::Fat16) {
         g.rootRegion = third;
         g.dataStart = third + uint64_t(kFat16RootSectors) * mediaSectorSize;
         g.rootCluster = kFat16RootId;
@@ -48,11 +48,11 @@ bool FatGeometryFromRecord(const PartitionRecord& r, uint8_t kind, uint64_t volu
     }
     // The highest cluster the FAT can describe bounds the record's count (which a damaged boot
     // sector or a GPT last-sector length can inflate).
-    uint32_t width = kind == kFsFat16 ? sizeof(uint16_t) : sizeof(uint32_t);
+    uint32_t width = kind == FsKind::Fat16 ? sizeof(uint16_t) : sizeof(uint32_t);
     uint64_t fatEntries = uint64_t(r.fatSize) * mediaSectorSize / width;
     uint64_t highest = uint64_t(r.clusterCount) + 1;
     highest = std::min<uint64_t>(highest, fatEntries ? fatEntries - 1 : 0);
-    highest = std::min<uint64_t>(highest, kind == kFsFat16 ? fat_table::kFat16MaxCluster
+    highest = std::min<uint64_t>(highest, kind == FsKind::Fat16 ? fat_table::kFat16MaxCluster
                                                            : fat_table::kFat32MaxCluster);
     if (highest < 2) return false;
     g.highestCluster = uint32_t(highest);
@@ -74,7 +74,7 @@ bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, u
         *spcShift > kExFatMaxClusterShift - *bpsShift || *clusterCount == 0)
         return false;
     g = {};
-    g.fsKind = kFsExFat;
+    g.fsKind = FsKind::ExFat;
     const uint32_t sectorBytes = 1u << *bpsShift;
     g.volumeEnd = volumeEnd;
     g.clusterBytes = sectorBytes << *spcShift;
@@ -93,9 +93,9 @@ bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, u
 
 } // namespace
 
-bool CFatVolume::Open(uint8_t fsKind) {
+bool CFatVolume::Open(FsKind fsKind) {
     m_fatBlocks.clear();
-    return fsKind == kFsExFat ? OpenExFat() : OpenFat(fsKind);
+    return fsKind == FsKind::ExFat ? OpenExFat() : OpenFat(fsKind);
 }
 
 void CFatVolume::SetGeometry(const FatGeometry& g) {
@@ -114,15 +114,15 @@ void CFatVolume::FinishGeometry() {
     m_fatBlocks.assign(size_t((m_g.fatBytes + kFatBlockBytes - 1) / kFatBlockBytes), {});
 }
 
-bool CFatVolume::OpenFat(uint8_t fsKind) {
+bool CFatVolume::OpenFat(FsKind fsKind) {
     uint32_t ss = m_media.GetSectorSize() ? m_media.GetSectorSize() : kDefaultSectorBytes;
     uint64_t start = m_media.GetFirstSector() * ss;
     uint64_t end = m_media.GetSectorCount() ? start + m_media.GetSectorCount() * ss : 0;
     const PartitionRecord& params = m_media.GetPartitionParams();
-    uint8_t kind = fsKind;
-    if (kind != kFsFat16 && kind != kFsFat32) kind = params.fsKind;
+    FsKind kind = fsKind;
+    if (kind != FsKind::Fat16 && kind != FsKind::Fat32) kind = params.fsKind;
     PartitionRecord r;
-    if ((kind == kFsFat16 || kind == kFsFat32) && params.fsKind == kind && params.partitionFlag == kValidated &&
+    if ((kind == FsKind::Fat16 || kind == FsKind::Fat32) && params.fsKind == kind && params.partitionFlag == PartitionFlag::Validated &&
         params.sectorsPerCluster != 0) {
         r = params;
     } else {
@@ -132,12 +132,12 @@ bool CFatVolume::OpenFat(uint8_t fsKind) {
         m_media.ReadSectors(boot.data(), uint32_t(boot.size()), m_media.GetFirstSector(), true);
         Bytes b(boot);
         if (BootSignature::Read(b) != kBootSignatureValue) return false;
-        if (kind != kFsFat16 && kind != kFsFat32) {
+        if (kind != FsKind::Fat16 && kind != FsKind::Fat32) {
             // No kind given: FAT32 keeps its FAT size in the 32-bit field and has no root entries.
-            kind = (fat_boot::FatSize16::Read(b) == 0 && fat_boot::RootEntries::Read(b) == 0) ? kFsFat32 : kFsFat16;
+            kind = (fat_boot::FatSize16::Read(b) == 0 && fat_boot::RootEntries::Read(b) == 0) ? FsKind::Fat32 : FsKind::Fat16;
         }
         r.length = m_media.GetSectorCount();
-        if (kind == kFsFat16) {
+        if (kind == FsKind::Fat16) {
             FillFat16Record(b, r);
         } else {
             if (r.length == 0) r.length = fat_boot::TotalSectors32::Or(b, 0);
@@ -202,7 +202,7 @@ bool CFatVolume::ReadBytes(uint64_t offset, uint8_t* out, size_t len) {
 }
 
 uint32_t CFatVolume::Entry(uint32_t cluster) {
-    uint32_t width = m_g.fsKind == kFsFat16 ? sizeof(uint16_t) : sizeof(uint32_t);
+    uint32_t width = m_g.fsKind == FsKind::Fat16 ? sizeof(uint16_t) : sizeof(uint32_t);
     uint64_t at = uint64_t(cluster) * width;
     if (at + width > m_g.fatBytes) return 0;
     size_t block = size_t(at / kFatBlockBytes);
@@ -225,7 +225,7 @@ uint32_t CFatVolume::LastClusterInVolume() const {
 
 bool CFatVolume::EndsChain(uint32_t current, uint32_t next) const {
     if (next == current) return true;
-    if (m_g.fsKind == kFsFat16 &&
+    if (m_g.fsKind == FsKind::Fat16 &&
         (next < fat_table::kFirstDataCluster ||
          (next >= fat_table::kFat16ChainEndFrom && next <= fat_table::kFat16ChainEndTo)))
         return true;
@@ -245,7 +245,7 @@ std::vector<uint32_t> CFatVolume::FollowChain(uint32_t first, size_t maxClusters
         uint32_t next = Entry(cur);
         if (EndsChain(cur, next)) break;
         // FAT32 entries are 28-bit; the top four bits are reserved.
-        if (m_g.fsKind == kFsFat32) next &= fat_table::kFat32EntryMask;
+        if (m_g.fsKind == FsKind::Fat32) next &= fat_table::kFat32EntryMask;
         if (!IsDataCluster(next)) break;
         chain.push_back(next);
         if (next == tortoise) {

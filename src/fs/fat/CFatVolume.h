@@ -15,7 +15,7 @@ namespace kestrin {
 // Geometry in absolute byte offsets on the media, so that volumes whose own sector size differs
 // from the media's read correctly.
 struct FatGeometry {
-    uint8_t fsKind = 0;          // 1 FAT16, 2 FAT32, 4 exFAT
+    FsKind fsKind = FsKind::None;
     uint32_t mediaSectorSize = 0;
     uint64_t volumeEnd = 0;      // exclusive; the media's end when the range is unknown
     uint64_t fatStart = 0;       // first FAT
@@ -51,7 +51,7 @@ public:
     // Reads the geometry of the media's selected volume: FAT16/FAT32 from the partition record
     // when it was filled from a checked boot sector, else from the boot sector itself; exFAT
     // always from the boot sector (the record has no root cluster), or its backup copy.
-    bool Open(uint8_t fsKind);
+    bool Open(FsKind fsKind);
     // For tests and the fuzzers: a geometry made elsewhere.
     void SetGeometry(const FatGeometry& g);
     const FatGeometry& Geometry() const { return m_g; }
@@ -87,7 +87,7 @@ private:
     // True when `next` ends a chain that is at `current`: a self-reference, on FAT16 0, 1 and
     // 0xFFF0-0xFFFF, and, masked to 28 bits, 0, 1 and 0x0FFFFFF0 upwards.
     bool EndsChain(uint32_t current, uint32_t next) const;
-    bool OpenFat(uint8_t fsKind);
+    bool OpenFat(FsKind fsKind);
     bool OpenExFat();
     void FinishGeometry();
 

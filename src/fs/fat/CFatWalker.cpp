@@ -143,7 +143,7 @@ FatFolderShape FatFolderClusterShape(std::span<const uint8_t> c, uint32_t highes
 }
 
 uint32_t FatRootId(const FatGeometry& g) {
-    return g.fsKind == kFsFat16 ? kFat16RootId : layout::fat_table::kFirstDataCluster;
+    return g.fsKind == FsKind::Fat16 ? kFat16RootId : layout::fat_table::kFirstDataCluster;
 }
 
 CFatWalker::CFatWalker(CFatVolume& volume, int mode, ScanContext* ctx)
@@ -276,7 +276,7 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
 void CFatWalker::ReadFolder(ScanEntry* folder) {
     const FatGeometry& g = m_vol.Geometry();
     m_longName.clear();
-    if (g.fsKind == kFsFat16 && folder->recordId == m_code) {
+    if (g.fsKind == FsKind::Fat16 && folder->recordId == m_code) {
         std::vector<uint8_t> region(size_t(kFat16RootSectors) * g.mediaSectorSize);
         m_vol.ReadBytes(g.rootRegion, region.data(), region.size());
         ParseEntries(region, folder);

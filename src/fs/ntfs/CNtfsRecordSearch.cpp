@@ -249,7 +249,7 @@ uint64_t CNtfsRecordSearch::VolumeStartOf(uint64_t byte) const {
     bool found = false;
     for (const auto* list : {&m_media->Partitions(), &m_media->SecondPartitions()})
         for (const PartitionRecord& r : *list)
-            if (r.fsKind == kFsNtfs && r.startSector <= sector && (!found || r.startSector > best))
+            if (r.fsKind == FsKind::Ntfs && r.startSector <= sector && (!found || r.startSector > best))
                 best = r.startSector, found = true;
     return best * m_sectorSize;
 }

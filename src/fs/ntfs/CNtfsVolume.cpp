@@ -62,7 +62,7 @@ bool CNtfsVolume::LoadGeometry() {
     if (ReadVolume(0, boot.data(), boot.size()) && NtfsBootTest(boot) && SetGeometryFromBoot(boot)) return true;
     const PartitionRecord& p = m_media.GetPartitionParams();
     const bool atRangeStart = m_startByte == m_media.GetFirstSector() * m_mediaSectorSize;
-    if (atRangeStart && m_media.GetFsKind() == kFsNtfs && p.fsKind == kFsNtfs && p.bytesPerSector && p.sectorsPerCluster &&
+    if (atRangeStart && m_media.GetFsKind() == FsKind::Ntfs && p.fsKind == FsKind::Ntfs && p.bytesPerSector && p.sectorsPerCluster &&
         p.mftRecordSize >= 512 && p.mftRecordSize % 512 == 0 && p.bytesPerCluster <= kNtfsMaxClusterBytes) {
         m_bytesPerSector = p.bytesPerSector;
         m_sectorsPerCluster = p.sectorsPerCluster;

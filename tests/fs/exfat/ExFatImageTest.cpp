@@ -40,7 +40,7 @@ TEST_P(ExFatImage, ListingAndContentMatchManifest) {
         g_heapStart = start * 512 + (uint64_t(Le32(boot + 88)) << boot[108]);
         g_clusterBytes = uint64_t(1) << (boot[108] + boot[109]);
         g_rootCluster = Le32(boot + 96);
-        auto v = Scan(image, {}, kFsExFat, start, part["sectors"], ExFatScanVolume);
+        auto v = Scan(image, {}, FsKind::ExFat, start, part["sectors"], ExFatScanVolume);
         ASSERT_TRUE(v && v->root);
         EXPECT_EQ(v->root->recordId, g_rootCluster);
         auto problems = CompareWithManifest(image, part, *v, ExFatWriteContent, ExpectExFat);

@@ -33,7 +33,7 @@ TEST(ExFatWalk, EntrySetsFlagsAndDropRules) {
     ExFatBuilder::Set(b.Cluster(33) + 32, true, kFile, u"second.txt", 43, 5, false);
     ScanOperation op;
     op.state = OperationState::Running;
-    auto v = ScanMemory(b.img, kFsExFat, ExFatScanVolume, 1, &op);
+    auto v = ScanMemory(b.img, FsKind::ExFat, ExFatScanVolume, 1, &op);
     ASSERT_TRUE(v->root);
     EXPECT_EQ(v->root->recordId, ExFatBuilder::kRoot);
     EXPECT_EQ(v->outcome, Outcome::Ok);
@@ -69,7 +69,7 @@ TEST(ExFatWalk, HostileSetsAndFolders) {
     ExFatBuilder::Set(b.Cluster(31), true, kDir, u"inner", 32, kCB, false);
     ExFatBuilder::Set(b.Cluster(32), true, kDir, u"back", 30, kCB, true);
     ExFatBuilder::Set(e, true, kDir, u"huge", 100, ~0ull, false); // bounded by the volume
-    auto v = ScanMemory(b.img, kFsExFat, ExFatScanVolume);
+    auto v = ScanMemory(b.img, FsKind::ExFat, ExFatScanVolume);
     EXPECT_EQ(Paths(v->root), (Names{"fifteen chars!!", "huge", "loop", "loop/inner", "loop/inner/back"}));
     EXPECT_EQ(Flatten(v->root)["fifteen chars!!"]->nameLength, 15);
 }
@@ -79,7 +79,7 @@ TEST(ExFatWalk, StopBeforeAFolderEndsTheWalk) {
     ExFatBuilder::Set(b.Cluster(ExFatBuilder::kRoot) + 96, true, kFile, u"a.txt", 20, 1, false);
     ScanOperation op;
     op.state = OperationState::Cancel;
-    auto v = ScanMemory(b.img, kFsExFat, ExFatScanVolume, 1, &op);
+    auto v = ScanMemory(b.img, FsKind::ExFat, ExFatScanVolume, 1, &op);
     EXPECT_EQ(v->outcome, Outcome::Stopped);
     EXPECT_EQ(op.state.load(), OperationState::Cancel); // the engine leaves the state to the driver
     ASSERT_TRUE(v->root);
@@ -115,7 +115,7 @@ TEST(ExFatWalk, EndsOnVanishedSourceReadErrorAndStop) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        ExpectWalkEnd(b.img, kFsExFat, ExFatScanVolume, c.trouble, c.outcome, c.paths);
+        ExpectWalkEnd(b.img, FsKind::ExFat, ExFatScanVolume, c.trouble, c.outcome, c.paths);
     }
 }
 
@@ -125,7 +125,7 @@ TEST(ExFatContent, DeletedFileWrittenAroundOthers) {
     ExFatBuilder::Set(b.Cluster(ExFatBuilder::kRoot) + 96, false, kFile, u"around.bin", 40, 2 * kCB + 76, false);
     for (uint32_t c : {40, 41, 42, 43, 44}) std::memset(b.Cluster(c), c & 1 ? 'k' : 'a' + c - 40, kCB);
     b.MarkUsed(41), b.MarkUsed(43);
-    auto v = ScanMemory(b.img, kFsExFat, ExFatScanVolume);
+    auto v = ScanMemory(b.img, FsKind::ExFat, ExFatScanVolume);
     ContentResult r;
     EXPECT_EQ(ReadContent(ExFatWriteContent, v->media, *Flatten(v->root)["around.bin"], &r),
               std::string(kCB, 'a') + std::string(kCB, 'c') + std::string(76, 'e'));

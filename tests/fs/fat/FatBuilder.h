@@ -7,18 +7,19 @@
 #include <string>
 #include <vector>
 
+#include "storage/PartitionRecord.h"
 #include "util/Bytes.h"
 
 namespace kestrin::test {
 
 struct FatBuilder {
-    explicit FatBuilder(uint8_t fsKind, uint16_t rootEntries = 512)
-        : kind(fsKind), reserved(fsKind == 1 ? 4 : 32), fatSize(fsKind == 1 ? 4 : 8), third(reserved + 2 * fatSize),
-          data(fsKind == 1 ? third + 32 : third), img(size_t(data + 400) * 512, 0) {
+    explicit FatBuilder(FsKind fsKind, uint16_t rootEntries = 512)
+        : kind(fsKind), reserved(fsKind == FsKind::Fat16 ? 4 : 32), fatSize(fsKind == FsKind::Fat16 ? 4 : 8), third(reserved + 2 * fatSize),
+          data(fsKind == FsKind::Fat16 ? third + 32 : third), img(size_t(data + 400) * 512, 0) {
         uint8_t* b = img.data();
         b[13] = 1, b[16] = 2, b[21] = 0xF8;
         PutLe16(b + 11, 512), PutLe16(b + 14, uint16_t(reserved)), PutLe16(b + 510, 0xAA55);
-        if (kind == 1) {
+        if (kind == FsKind::Fat16) {
             PutLe16(b + 17, rootEntries), PutLe16(b + 19, uint16_t(img.size() / 512)), PutLe16(b + 22, uint16_t(fatSize));
         } else {
             PutLe32(b + 32, uint32_t(img.size() / 512)), PutLe32(b + 36, fatSize), PutLe32(b + 44, 2);
@@ -28,9 +29,9 @@ struct FatBuilder {
     uint64_t ClusterOffset(uint32_t c) const { return (uint64_t(data) + c - 2) * 512; }
     uint8_t* Cluster(uint32_t c) { return img.data() + ClusterOffset(c); }
     uint8_t* RootRegion() { return img.data() + uint64_t(third) * 512; }
-    uint64_t FatOffset(uint32_t c) const { return uint64_t(reserved) * 512 + c * (kind == 1 ? 2 : 4); }
+    uint64_t FatOffset(uint32_t c) const { return uint64_t(reserved) * 512 + c * (kind == FsKind::Fat16 ? 2 : 4); }
     void SetFat(uint32_t c, uint32_t v) {
-        kind == 1 ? PutLe16(img.data() + FatOffset(c), uint16_t(v)) : PutLe32(img.data() + FatOffset(c), v);
+        kind == FsKind::Fat16 ? PutLe16(img.data() + FatOffset(c), uint16_t(v)) : PutLe32(img.data() + FatOffset(c), v);
     }
     // Links the clusters in order and ends the chain after the last.
     void Chain(std::initializer_list<uint32_t> cs) {
@@ -69,7 +70,7 @@ struct FatBuilder {
         Short(e + 32, "..         ", 0x10, parent);
     }
 
-    uint8_t kind;
+    FsKind kind;
     uint32_t reserved, fatSize, third, data;
     std::vector<uint8_t> img;
 };

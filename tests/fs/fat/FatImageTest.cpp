@@ -56,10 +56,10 @@ TEST_P(FatImage, ListingAndContentMatchManifest) {
     for (const auto& part : manifest["partitions"]) {
         std::string fs = part["fs"];
         if (fs != "fat16" && fs != "fat32") continue;
-        uint8_t kind = fs == "fat16" ? kFsFat16 : kFsFat32;
+        FsKind kind = fs == "fat16" ? FsKind::Fat16 : FsKind::Fat32;
         auto v = Scan(image, {}, kind, part["start_sector"], part["sectors"], FatScanVolume);
         ASSERT_TRUE(v && v->root);
-        EXPECT_EQ(v->root->recordId, kind); // 1 for the FAT16 root region, cluster 2 on FAT32
+        EXPECT_EQ(v->root->recordId, kind == FsKind::Fat16 ? 1u : 2u); // the FAT16 root region, cluster 2 on FAT32
         auto problems = CompareWithManifest(image, part, *v, FatWriteContent, ExpectFat);
         EXPECT_EQ(problems, std::vector<std::string>()) << part["start_sector"];
     }

@@ -15,7 +15,7 @@ using Names = std::vector<std::string>;
 // A FAT32 root with folders A, B and C in clusters 10, 11 and 12, each holding one file. The
 // walk reads them in child order: C, then B, then A.
 FatBuilder ThreeFolders() {
-    FatBuilder b(2);
+    FatBuilder b(FsKind::Fat32);
     const char* names[] = {"A          ", "B          ", "C          "};
     for (uint32_t i = 0; i < 3; ++i) {
         const uint32_t c = 10 + i;
@@ -55,7 +55,7 @@ TEST(FatOutcome, DeviceGoneReadErrorAndStop) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        ExpectWalkEnd(b.img, kFsFat32, c.scan, c.trouble, c.outcome, c.paths);
+        ExpectWalkEnd(b.img, FsKind::Fat32, c.scan, c.trouble, c.outcome, c.paths);
     }
 }
 

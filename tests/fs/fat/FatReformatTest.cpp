@@ -63,7 +63,7 @@ TEST(FatFolderShape, EntriesPassDataDoesNot) {
 // open folder before it is a folder whose first cluster is gone; a "." naming another cluster is
 // not this volume's; a folder entry met later names a folder known only by its number.
 TEST(FatReformat, FoldersPiecedTogetherAfterTheFatWasCleared) {
-    FatBuilder b(2);
+    FatBuilder b(FsKind::Fat32);
     auto fill = [&](uint32_t c, char ch) { std::memset(b.Cluster(c), ch, 512); };
     FatBuilder::Dots(b.Cluster(50), 50, 0);
     for (int k = 0; k < 14; ++k) {
@@ -84,7 +84,7 @@ TEST(FatReformat, FoldersPiecedTogetherAfterTheFatWasCleared) {
     FatBuilder::Dots(b.Cluster(80), 90, 0);                        // another volume's folder
     FatBuilder::Short(b.Cluster(80) + 64, "WRONG   TXT", 0x20, 67, 1);
 
-    auto v = ScanMemory(b.img, 2, RebuildFromEveryCluster, 0);
+    auto v = ScanMemory(b.img, FsKind::Fat32, RebuildFromEveryCluster, 0);
     ASSERT_TRUE(v && v->root);
     auto found = Flatten(v->root);
     EXPECT_TRUE(found.count("#50/FILE13.TXT"));
@@ -108,13 +108,13 @@ TEST(FatReformat, FoldersPiecedTogetherAfterTheFatWasCleared) {
 
 // On a volume whose FAT still describes its folders, the formatted search follows the chains.
 TEST(FatReformat, LiveChainsStillFollowed) {
-    FatBuilder b(2);
+    FatBuilder b(FsKind::Fat32);
     FatBuilder::Dots(b.Cluster(50), 50, 0);
     for (int k = 0; k < 14; ++k) FatBuilder::Short(b.Cluster(50) + 64 + 32 * k, "A       TXT", 0x20, 100, 1);
     FatBuilder::Short(b.Cluster(53), "CHAINED TXT", 0x20, 101, 1);
     FatBuilder::Short(b.Cluster(51), "OTHER   TXT", 0x20, 102, 1); // shaped like a folder, not chained
     b.Chain({50, 53});
-    auto v = ScanMemory(b.img, 2, RebuildFromEveryCluster, 0);
+    auto v = ScanMemory(b.img, FsKind::Fat32, RebuildFromEveryCluster, 0);
     auto names = AllByName(v->root);
     EXPECT_EQ(names.count("CHAINED.TXT"), 1u);
     EXPECT_EQ(Flatten(v->root).count("#50/CHAINED.TXT"), 1u);
@@ -129,7 +129,7 @@ TEST(FatReformat, QuickFormattedFat32ListsTheOldFiles) {
     auto [original, oldManifest] = OpenFixture("fat32-features", false);
     ASSERT_FALSE(original.empty());
     const auto& part = manifest["partitions"][0];
-    auto v = Scan(image, {}, kFsFat32, 0, part["sectors"], RebuildFromEveryCluster, 0);
+    auto v = Scan(image, {}, FsKind::Fat32, 0, part["sectors"], RebuildFromEveryCluster, 0);
     ASSERT_TRUE(v && v->root);
     auto names = AllByName(v->root);
     std::ifstream in(original, std::ios::binary);

@@ -19,9 +19,9 @@ std::string Content(ScannedVolume& v, const std::string& path, ContentResult* r 
 }
 
 TEST(FatWalk, NamesFlagsAndSkippedEntries) {
-    for (uint8_t kind : {1, 2}) {
+    for (FsKind kind : {FsKind::Fat16, FsKind::Fat32}) {
         FatBuilder b(kind);
-        uint8_t* e = kind == 1 ? b.RootRegion() : b.Cluster(2);
+        uint8_t* e = kind == FsKind::Fat16 ? b.RootRegion() : b.Cluster(2);
         FatBuilder::Short(e, "LABEL      ", 0x08, 0); // a volume label first: skipped
         FatBuilder::Short(e += 32, "\xE5OOK    TXT", 0x20, 10, 5); // deleted, no long name
         // A blank on a piece boundary inside the name stays.
@@ -47,14 +47,14 @@ TEST(FatWalk, NamesFlagsAndSkippedEntries) {
         EXPECT_EQ(dates->createdDate, 0x5678);
         EXPECT_EQ(dates->modifiedDate, 0x1234); // the last-access date, on purpose
         EXPECT_EQ(dates->recordId, 16u);
-        EXPECT_EQ(dates->parentRecordId, kind);
+        EXPECT_EQ(dates->parentRecordId, kind == FsKind::Fat16 ? 1u : 2u);
         // Entries are prepended as they are read, yet "Lost" leads the volume root.
         EXPECT_EQ(v->root->firstChild->name, u"Lost");
     }
 }
 
 TEST(FatWalk, FolderChecksInheritanceAndModes) {
-    FatBuilder b(2);
+    FatBuilder b(FsKind::Fat32);
     uint8_t* root = b.Cluster(2);
     FatBuilder::Short(root, "GOOD       ", 0x10, 20, 0, 0x4A21);
     FatBuilder::Short(root + 32, "\xE5LD        ", 0x10, 21, 0, 0x4A22);
@@ -70,33 +70,33 @@ TEST(FatWalk, FolderChecksInheritanceAndModes) {
     FatBuilder::Dots(b.Cluster(22), 22, 99, 0x4A23);                     // ".." names another parent
     FatBuilder::Short(b.Cluster(22) + 64, "HIDDEN  TXT", 0x20, 32, 3);
     FatBuilder::Short(b.Cluster(23) + 64, "HIDDEN  TXT", 0x20, 33, 3);
-    auto full = ScanMemory(b.img, 2, FatScanVolume);
+    auto full = ScanMemory(b.img, FsKind::Fat32, FatScanVolume);
     EXPECT_EQ(Paths(full->root), (Names{"GOOD", "GOOD/A.TXT", "NODOTS", "WRONGUP", "XLD", "XLD/INSIDE.TXT"}));
     EXPECT_EQ(Flatten(full->root)["XLD/INSIDE.TXT"]->flags, 0);
     // The bare walk takes "." and ".." as they are; a sub-folder must still start with them.
-    auto bare = ScanMemory(b.img, 2, FatScanVolume, kFatWalkBare);
+    auto bare = ScanMemory(b.img, FsKind::Fat32, FatScanVolume, kFatWalkBare);
     EXPECT_EQ(Paths(bare->root), (Names{"GOOD", "GOOD/A.TXT", "NODOTS", "WRONGUP", "WRONGUP/HIDDEN.TXT", "XLD",
                                         "XLD/INSIDE.TXT"}));
     // Mode 1: files in use dropped; a deleted folder seen twice is one entry, with the newer name.
-    FatBuilder m(2);
+    FatBuilder m(FsKind::Fat32);
     FatBuilder::Short(m.Cluster(2), "LIVE    TXT", 0x20, 40, 1);
     FatBuilder::Short(m.Cluster(2) + 32, "\xE5ONE    TXT", 0x20, 41, 1);
     FatBuilder::Short(m.Cluster(2) + 64, "\xE5IR1       ", 0x10, 42, 0, 0x4000);
     FatBuilder::Short(m.Cluster(2) + 96, "\xE5IR2       ", 0x10, 42, 0, 0x4100);
-    auto merged = ScanMemory(m.img, 2, WalkWithMode, kFatWalkDeletedOnly);
+    auto merged = ScanMemory(m.img, FsKind::Fat32, WalkWithMode, kFatWalkDeletedOnly);
     EXPECT_EQ(Paths(merged->root), (Names{"XIR2", "XONE.TXT"}));
 }
 
 TEST(FatWalk, HostileChainsEnd) {
     using V = std::vector<uint32_t>;
     auto chainOf = [](std::initializer_list<std::pair<uint32_t, uint32_t>> links, uint32_t first) {
-        FatBuilder b(2);
+        FatBuilder b(FsKind::Fat32);
         for (auto [from, to] : links) b.SetFat(from, to);
         CPhysicalDisk media;
         media.Attach(std::make_unique<MemorySource>(b.img));
         media.SetSectorSize(512);
         CFatVolume vol(media);
-        EXPECT_TRUE(vol.Open(kFsFat32));
+        EXPECT_TRUE(vol.Open(FsKind::Fat32));
         return vol.FollowChain(first, 1000000);
     };
     EXPECT_EQ(chainOf({{10, 10}}, 10), V({10}));                               // points to itself
@@ -109,28 +109,28 @@ TEST(FatWalk, HostileChainsEnd) {
     EXPECT_EQ(chainOf({}, 1), V({})); // the FAT16 root region has no chain
 
     // A folder whose chain loops lists its entries once.
-    FatBuilder f(2);
+    FatBuilder f(FsKind::Fat32);
     FatBuilder::Short(f.Cluster(2), "DIR        ", 0x10, 50);
     f.SetFat(50, 51), f.SetFat(51, 50);
     FatBuilder::Dots(f.Cluster(50), 50, 0);
     for (int i = 2; i < 16; ++i) FatBuilder::Short(f.Cluster(50) + 32 * i, "\xE5UNUSED    ", 0x20, 0);
     FatBuilder::Short(f.Cluster(51), "TWO     TXT", 0x20, 61, 1);
-    EXPECT_EQ(Paths(ScanMemory(f.img, 2, FatScanVolume)->root), (Names{"DIR", "DIR/TWO.TXT"}));
+    EXPECT_EQ(Paths(ScanMemory(f.img, FsKind::Fat32, FatScanVolume)->root), (Names{"DIR", "DIR/TWO.TXT"}));
 }
 
 // The FAT16 data area starts 32 sectors after the root region whatever the boot sector says.
 TEST(FatWalk, Fat16RootRegionIsAlways32Sectors) {
-    FatBuilder b(1, 224);
+    FatBuilder b(FsKind::Fat16, 224);
     FatBuilder::Short(b.RootRegion(), "DATA    BIN", 0x20, 5, 512);
     b.Chain({5});
     std::memset(b.Cluster(5), 'd', 512);
-    EXPECT_EQ(Content(*ScanMemory(b.img, 1, FatScanVolume), "DATA.BIN"), std::string(512, 'd'));
+    EXPECT_EQ(Content(*ScanMemory(b.img, FsKind::Fat16, FatScanVolume), "DATA.BIN"), std::string(512, 'd'));
 }
 
 // Deleted files come back from their first cluster over the clusters free now; unreadable data
 // as counted zeros; an unreadable FAT ends every chain at its first cluster.
 TEST(FatContent, DeletedFilesAndReadErrors) {
-    FatBuilder b(2);
+    FatBuilder b(FsKind::Fat32);
     uint8_t* root = b.Cluster(2);
     auto fill = [&](uint32_t c, char ch) { std::memset(b.Cluster(c), ch, 512); };
     FatBuilder::Short(root, "FRAG    BIN", 0x20, 10, 1300); // in use: 10, 12, 11
@@ -142,13 +142,13 @@ TEST(FatContent, DeletedFilesAndReadErrors) {
     b.Chain({21, 23});
     fill(20, 'x'), fill(22, 'y'), fill(24, 'z'), fill(21, 'k'), fill(23, 'k');
     ContentResult r;
-    EXPECT_EQ(Content(*ScanMemory(b.img, 2, FatScanVolume), "XROUND.BIN", &r),
+    EXPECT_EQ(Content(*ScanMemory(b.img, FsKind::Fat32, FatScanVolume), "XROUND.BIN", &r),
               std::string(512, 'x') + std::string(512, 'y') + std::string(176, 'z'));
     EXPECT_TRUE(r.ok);
-    auto bad = ScanMemory(b.img, 2, FatScanVolume, 1, nullptr, b.ClusterOffset(12), 512);
+    auto bad = ScanMemory(b.img, FsKind::Fat32, FatScanVolume, 1, nullptr, b.ClusterOffset(12), 512);
     EXPECT_EQ(Content(*bad, "FRAG.BIN", &r), std::string(512, 'a') + std::string(512, '\0') + std::string(276, 'c'));
     EXPECT_EQ(r.unreadable, 512u);
-    auto noFat = ScanMemory(b.img, 2, FatScanVolume, 1, nullptr, b.FatOffset(0), 8 * 512);
+    auto noFat = ScanMemory(b.img, FsKind::Fat32, FatScanVolume, 1, nullptr, b.FatOffset(0), 8 * 512);
     EXPECT_EQ(Content(*noFat, "FRAG.BIN", &r).size(), 512u);
     EXPECT_FALSE(r.ok);
 }
@@ -160,7 +160,7 @@ Outcome RebuildFromClusters(CPhysicalDisk& media, int, ScanContext& ctx) {
 }
 
 TEST(FatWalk, BareWalkRebuildsFoldersFromClusters) {
-    FatBuilder b(2);
+    FatBuilder b(FsKind::Fat32);
     b.Chain({50}), b.Chain({51}), b.Chain({52});
     FatBuilder::Dots(b.Cluster(50), 50, 0, 0x4A00);
     FatBuilder::Short(b.Cluster(50) + 64, "SUB        ", 0x10, 51, 0, 0x1234);
@@ -168,7 +168,7 @@ TEST(FatWalk, BareWalkRebuildsFoldersFromClusters) {
     FatBuilder::Short(b.Cluster(51) + 64, "DEEP    TXT", 0x20, 70, 1);
     FatBuilder::Dots(b.Cluster(52), 52, 77); // its parent was not found: under "Lost"
     FatBuilder::Short(b.Cluster(52) + 64, "ORPHAN  TXT", 0x20, 71, 1);
-    auto v = ScanMemory(b.img, 2, RebuildFromClusters);
+    auto v = ScanMemory(b.img, FsKind::Fat32, RebuildFromClusters);
     EXPECT_EQ(Paths(v->root), (Names{"#50", "#50/SUB", "#50/SUB/DEEP.TXT"}));
     CNode* lost = FindChild(v->root, u"Lost");
     ASSERT_TRUE(lost);

@@ -40,7 +40,7 @@ struct ScannedVolume {
 // Scans the volume at [start, start + sectors) of an image file (`image` non-empty) or of
 // `bytes` in memory, whose reads of [failAt, failAt + failLen) fail. No partition record: the
 // engine reads the boot sector itself.
-inline std::unique_ptr<ScannedVolume> Scan(const std::string& image, const std::vector<uint8_t>& bytes, uint8_t fsKind,
+inline std::unique_ptr<ScannedVolume> Scan(const std::string& image, const std::vector<uint8_t>& bytes, FsKind fsKind,
                                            uint64_t start, uint64_t sectors, ScanFn scan, int mode = 1,
                                            ScanOperation* op = nullptr, uint64_t failAt = 0, uint64_t failLen = 0) {
     auto v = std::make_unique<ScannedVolume>();
@@ -65,7 +65,7 @@ inline std::unique_ptr<ScannedVolume> Scan(const std::string& image, const std::
     v->root = FindVolumeRoot(v->top.get());
     return v;
 }
-inline std::unique_ptr<ScannedVolume> ScanMemory(const std::vector<uint8_t>& bytes, uint8_t fsKind, ScanFn scan,
+inline std::unique_ptr<ScannedVolume> ScanMemory(const std::vector<uint8_t>& bytes, FsKind fsKind, ScanFn scan,
                                                  int mode = 1, ScanOperation* op = nullptr, uint64_t failAt = 0,
                                                  uint64_t failLen = 0) {
     return Scan("", bytes, fsKind, 0, bytes.size() / 512, scan, mode, op, failAt, failLen);
@@ -123,7 +123,7 @@ struct TroubledScan {
 };
 
 // Scans the volume in `bytes` with `scan` while its source misbehaves as `trouble` says.
-inline TroubledScan ScanWithTrouble(const std::vector<uint8_t>& bytes, uint8_t fsKind, ScanFn scan,
+inline TroubledScan ScanWithTrouble(const std::vector<uint8_t>& bytes, FsKind fsKind, ScanFn scan,
                                     const Trouble& trouble) {
     CPhysicalDisk media;
     auto owned = std::make_unique<FlakySource>(bytes, trouble.from, trouble.to,
@@ -150,7 +150,7 @@ inline TroubledScan ScanWithTrouble(const std::vector<uint8_t>& bytes, uint8_t f
 
 // Checks how a walk over `bytes` ended under `trouble`: its outcome, what it listed, that it read
 // nothing once the source said it was gone, and that it left the operation state alone.
-inline void ExpectWalkEnd(const std::vector<uint8_t>& bytes, uint8_t fsKind, ScanFn scan, const Trouble& trouble,
+inline void ExpectWalkEnd(const std::vector<uint8_t>& bytes, FsKind fsKind, ScanFn scan, const Trouble& trouble,
                           Outcome outcome, const std::vector<std::string>& paths) {
     TroubledScan r = ScanWithTrouble(bytes, fsKind, scan, trouble);
     EXPECT_EQ(r.outcome, outcome) << OutcomeName(r.outcome);
