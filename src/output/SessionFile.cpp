@@ -191,7 +191,7 @@ bool PutTree(SessionOut& out, const CNode* top) {
 }
 
 bool PutList(SessionOut& out, const std::vector<DriveListItem>& list, int firstPlace) {
-    // Counts of kind 3, kind 4 and the rest. Rows of kind 6 are not stored, so they are not
+    // Counts of physical disks, volumes and the rest. Image-file rows are not stored, so they are not
     // counted either: the counts say how many rows follow.
     uint16_t counts[3] = {};
     for (auto& item : list) {

@@ -20,7 +20,7 @@ namespace kestrin {
 class ByteSource;
 
 // One row of a drive list as the drive-selection page keeps it (layout::session::drive_item). Its
-// kind is one of the source kinds 1-6; rows of kind 6 are not stored in a session.
+// kind is a SourceKind; rows of SourceKind::ImageFile are not stored in a session.
 struct DriveListItem {
     std::array<uint8_t, layout::session::drive_item::kBytes> raw{};
     std::optional<PartitionRecord> partition;

@@ -27,7 +27,7 @@ std::optional<OperationKind> ChooseOperationKind(RecoveryMode mode, SourceKind s
     case SourceKind::PhysicalDisk:
         return mode == RecoveryMode::LostFiles || mode == RecoveryMode::LostPhotos ? OperationKind::SignatureScan : OperationKind::PartitionSearch;
     case SourceKind::ImageFile:
-        // Unlike a physical disk, an image in mode 1020 still gets the partition search first.
+        // Unlike a physical disk, an image in RecoveryMode::LostFiles still gets the partition search first.
         return mode == RecoveryMode::LostPhotos ? OperationKind::SignatureScan : OperationKind::PartitionSearch;
     default:
         return std::nullopt;

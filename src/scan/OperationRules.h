@@ -20,7 +20,7 @@ bool IsPhotoMode(RecoveryMode mode);
 // Operation kind for a scan of a source of `sourceKind` (1-6) in `mode`. A pending image creation
 // keeps OperationKind::CreateImage whatever the source. None for a source kind that no scan is defined for.
 std::optional<OperationKind> ChooseOperationKind(RecoveryMode mode, SourceKind sourceKind, bool imageCreationPending = false);
-// Deleted-only: a source confirmed in mode 1019 skips the follow-on signature scan.
+// Deleted-only: a source confirmed in RecoveryMode::DeletedFiles skips the follow-on signature scan.
 bool DeletedOnlyFor(RecoveryMode mode);
 
 // Identifier of the status line of `kind`; `toDisc` picks the optical variant of saving.

@@ -36,7 +36,7 @@ void SelectWholeSource(OpenedSource& src);
 // a partition inside an image 5, of a disk 1, the one volume of a volume image or device 4.
 // The range is clamped to the source: a table entry may claim sectors past its end.
 // A dynamic-disk volume made of several ranges is read through a source of its own that
-// assembles them: the media then starts at the volume's sector 0, with source kind 4.
+// assembles them: the media then starts at the volume's sector 0, with source kind SourceKind::Volume.
 bool SelectListedPartition(OpenedSource& src, size_t index);
 // The dynamic-disk volume behind entry `index` of the list, or null when it is not one.
 const AssembledVolume* DynamicVolumeOf(const OpenedSource& src, size_t index);

@@ -62,7 +62,7 @@ public:
     void SetPartitionParams(const PartitionRecord& p) { m_params = p; }
     SourceKind GetSourceKind() const { return m_sourceKind; }
     void SetSourceKind(SourceKind v) { m_sourceKind = v; }
-    // The table's partitions; element 0 is the placeholder head (file-system kind 0).
+    // The table's partitions; element 0 is the placeholder head (FsKind::None).
     std::vector<PartitionRecord>& Partitions() { return m_partitions; }
     const std::vector<PartitionRecord>& Partitions() const { return m_partitions; }
     // Further partitions (dynamic-disk reader, lost-partition search).

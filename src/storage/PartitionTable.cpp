@@ -86,7 +86,7 @@ bool IsExtendedType(uint8_t type) {
     return type == mbr::kTypeExtended || type == mbr::kTypeExtendedLba || type == mbr::kTypeExtendedLinux;
 }
 
-// The boot-sector test and fill of an MBR data type; kind 0 for types that are not data.
+// The boot-sector test and fill of an MBR data type; FsKind::None for types that are not data.
 struct MbrDataType {
     FsKind kind;
     bool (*test)(CStorageMedia&, std::span<const uint8_t>);

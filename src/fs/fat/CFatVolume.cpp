@@ -22,7 +22,7 @@ constexpr char kExFatName[] = "EXFAT   ";
 // Media that do not report a sector size are read in sectors of this size.
 constexpr uint32_t kDefaultSectorBytes = 512;
 
-// Geometry of a FAT16 (kind 1) or FAT32 (kind 2) volume from its partition record (the root
+// Geometry of a FAT16 or FAT32 volume from its partition record (the root
 // region or data area after the reserved sectors and two FATs; the highest cluster from the
 // record's cluster count, clamped to what the FAT can hold). False when the record cannot
 // describe a volume.

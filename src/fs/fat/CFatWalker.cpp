@@ -172,7 +172,7 @@ void CFatWalker::SetFolderClusters(uint32_t first, std::vector<uint32_t> cluster
 }
 
 void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
-    // Mode 1 merges into an existing tree: a deleted folder already listed under this parent is
+    // kFatWalkDeletedOnly merges into an existing tree: a deleted folder already listed under this parent is
     // refreshed from the newer sighting instead of being listed twice.
     if (m_mode == kFatWalkDeletedOnly) {
         if ((e->flags & kNodeInUse) && !(e->flags & kNodeFolder)) {
