@@ -7,6 +7,7 @@
 
 #include "platform/AtomicFile.h"
 #include "platform/FileIdentity.h"
+#include "session/Texts.h"
 
 namespace kestrin::cli {
 
@@ -72,7 +73,7 @@ bool CheckPlannedOutputs(const std::vector<PlannedOutput>& outputs,
             check = CheckOutputFile(o.path, sources, overwrite, o.kind == PlannedOutput::Kind::Device);
         }
         if (!check.ok()) {
-            std::fprintf(stderr, "kestrin: %s\n", OutputProblemText(check).c_str());
+            std::fprintf(stderr, "kestrin: %s\n", TextOf(DescribeOutputProblem(check)).c_str());
             return false;
         }
     }

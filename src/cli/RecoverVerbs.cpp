@@ -34,7 +34,7 @@ public:
     void Show(const UserMessage& m) override {
         shown.push_back(m);
         // Messages may quote names and paths read from the source.
-        std::fprintf(stderr, "kestrin: %s\n", EscapeLinesForTerminal(m.text).c_str());
+        std::fprintf(stderr, "kestrin: %s\n", EscapeLinesForTerminal(TextOf(m)).c_str());
     }
     std::vector<UserMessage> shown;
 };

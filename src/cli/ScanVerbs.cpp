@@ -56,7 +56,7 @@ class SessionMessages final : public IUserMessages {
 public:
     void Show(const UserMessage& m) override {
         shown = true;
-        std::fprintf(stderr, "kestrin: %s\n", EscapeLinesForTerminal(m.text).c_str());
+        std::fprintf(stderr, "kestrin: %s\n", EscapeLinesForTerminal(TextOf(m)).c_str());
     }
     bool shown = false;
 };

@@ -66,7 +66,9 @@ ImageResult CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, S
                             IUserMessages& messages, bool replace) {
     ImageResult result;
     auto inform = [&](const char* id, const char* fallback, std::string extra) {
-        messages.Show({id, LookupText(id, fallback) + extra, LookupText("IDS_INFORMATION"), MessageIcon::Information});
+        UserMessage m = InformationOf(id, fallback);
+        if (!extra.empty()) m.text.push_back(Words(std::move(extra)));
+        messages.Show(m);
     };
     if (ImageTargetIsSource(outPath, source)) {
         result.refused = true;
@@ -79,7 +81,7 @@ ImageResult CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, S
         OutputCheck check = CheckOutputFile(path, sources, replace, /*deviceAllowed=*/path == outPath);
         if (!check.ok()) {
             result.refused = true;
-            messages.Show({"", OutputProblemText(check), LookupText("IDS_INFORMATION"), MessageIcon::Information});
+            messages.Show({"", DescribeOutputProblem(check)});
             return result;
         }
     }

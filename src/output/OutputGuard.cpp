@@ -86,24 +86,24 @@ OutputCheck CheckOutputFolder(const std::string& folder, const std::vector<platf
     return {};
 }
 
-std::string OutputProblemText(const OutputCheck& check) {
+std::vector<UserText> DescribeOutputProblem(const OutputCheck& check) {
     const std::string& p = check.path;
     switch (check.problem) {
     case OutputProblem::kNone: return {};
     case OutputProblem::kIsSource:
-        return p + ": " + LookupText("IDS_OUTPUT_IS_SOURCE", "this is the source itself; it is only ever read. Choose another file.");
+        return {Words(p + ": "), TextOr("IDS_OUTPUT_IS_SOURCE", "this is the source itself; it is only ever read. Choose another file.")};
     case OutputProblem::kOnSourceDevice:
-        return p + ": " + LookupText("IDS_OUTPUT_ON_SOURCE", "this lies on the source device; writing there could overwrite what is being recovered. Choose another drive.");
+        return {Words(p + ": "), TextOr("IDS_OUTPUT_ON_SOURCE", "this lies on the source device; writing there could overwrite what is being recovered. Choose another drive.")};
     case OutputProblem::kExists:
-        return p + ": " + LookupText("IDS_OUTPUT_EXISTS", "a file of this name exists and is kept (give --overwrite to replace it)");
+        return {Words(p + ": "), TextOr("IDS_OUTPUT_EXISTS", "a file of this name exists and is kept (give --overwrite to replace it)")};
     case OutputProblem::kNoFolder:
-        return p + ": " + LookupText("IDS_OUTPUT_NO_FOLDER", "the folder it would go into does not exist");
+        return {Words(p + ": "), TextOr("IDS_OUTPUT_NO_FOLDER", "the folder it would go into does not exist")};
     case OutputProblem::kIsFolder:
-        return p + ": " + LookupText("IDS_OUTPUT_IS_FOLDER", "this is a folder; give a file name");
+        return {Words(p + ": "), TextOr("IDS_OUTPUT_IS_FOLDER", "this is a folder; give a file name")};
     case OutputProblem::kNotRegular:
-        return p + ": " + LookupText("IDS_OUTPUT_NOT_REGULAR", "this is a device or another special file, not a file that can be written");
+        return {Words(p + ": "), TextOr("IDS_OUTPUT_NOT_REGULAR", "this is a device or another special file, not a file that can be written")};
     case OutputProblem::kNotAFolder:
-        return p + ": " + LookupText("IDS_OUTPUT_NOT_FOLDER", "this exists and is not a folder");
+        return {Words(p + ": "), TextOr("IDS_OUTPUT_NOT_FOLDER", "this exists and is not a folder")};
     }
     return {};
 }

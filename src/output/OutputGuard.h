@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "job/ScanOperation.h"
 #include "platform/FileIdentity.h"
 
 namespace kestrin {
@@ -43,6 +44,6 @@ OutputCheck CheckOutputFile(const std::string& path, const std::vector<platform:
 OutputCheck CheckOutputFolder(const std::string& folder, const std::vector<platform::FileIdentity>& sources);
 
 // The sentence that explains a refusal, in the current language, naming the path.
-std::string OutputProblemText(const OutputCheck& check);
+std::vector<UserText> DescribeOutputProblem(const OutputCheck& check);
 
 } // namespace kestrin

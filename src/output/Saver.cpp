@@ -192,7 +192,7 @@ private:
 
     void Inform(const char* id) {
         if (m_req.messages)
-            m_req.messages->Show({id, LookupText(id), LookupText("IDS_INFORMATION"), MessageIcon::Information});
+            m_req.messages->Show(InformationOf(id));
     }
 
     // Creates the folder or file of one node under `baseName`, renaming as the collision mode
@@ -342,7 +342,7 @@ bool DestinationOnSource(const std::string& folder, const CPhysicalDisk& source)
 bool CheckDestination(const CPhysicalDisk& source, const CNode* top, const SaveRequest& request,
                       IUserMessages& messages) {
     auto refuse = [&](const char* id) {
-        messages.Show({id, LookupText(id), LookupText("IDS_INFORMATION"), MessageIcon::Information});
+        messages.Show(InformationOf(id));
         return false;
     };
     std::string folder = FolderOf(request.destination);
@@ -377,10 +377,9 @@ SaveResult SaveInto(COutputTarget& target, CPhysicalDisk& media, ScanContext& ct
     if (!start) return {};
     if (uint32_t code = target.Open()) {
         if (request.messages) {
-            std::string text = LookupText("IDS_SAVING_FAILED", "The recovered files could not be saved to") + " " + request.destination + ": " +
-                               platform::SysErrorText(code);
-            request.messages->Show(
-                {"IDS_SAVING_FAILED", text, LookupText("IDS_INFORMATION"), MessageIcon::Information});
+            UserMessage m = InformationOf("IDS_SAVING_FAILED", kSavingFailed);
+            m.text.push_back(Words(" " + request.destination + ": " + platform::SysErrorText(code)));
+            request.messages->Show(m);
         }
         return {};
     }

@@ -360,7 +360,7 @@ CNode* NewTop() {
 }
 
 void Inform(IUserMessages& messages, const char* id) {
-    messages.Show({id, LookupText(id), LookupText("IDS_INFORMATION"), MessageIcon::Information});
+    messages.Show(InformationOf(id));
 }
 
 } // namespace
@@ -394,17 +394,17 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
     if (s.media) sources = SourceIdentities(*s.media);
     OutputCheck check = CheckOutputFile(path, sources, replace);
     if (!check.ok()) {
-        messages.Show({"IDS_FAILED_CREATING_SESSION_FILE",
-                       LookupText("IDS_FAILED_CREATING_SESSION_FILE") + "\n" + OutputProblemText(check),
-                       LookupText("IDS_INFORMATION"), MessageIcon::Information});
+        UserMessage m = InformationOf("IDS_FAILED_CREATING_SESSION_FILE");
+        m.text.push_back(Words("\n"));
+        for (UserText& piece : DescribeOutputProblem(check)) m.text.push_back(std::move(piece));
+        messages.Show(m);
         return 0;
     }
     platform::AtomicFile file;
     if (!file.Create(path, replace)) {
-        std::string text = LookupText("IDS_FAILED_CREATING_SESSION_FILE") + "\n" + path + ": " +
-                           platform::ErrnoText(file.Error());
-        messages.Show({"IDS_FAILED_CREATING_SESSION_FILE", text, LookupText("IDS_INFORMATION"),
-                       MessageIcon::Information});
+        UserMessage m = InformationOf("IDS_FAILED_CREATING_SESSION_FILE");
+        m.text.push_back(Words("\n" + path + ": " + platform::ErrnoText(file.Error())));
+        messages.Show(m);
         return 0;
     }
     int fd = file.Handle();
@@ -455,8 +455,7 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
     if (ok) {
         // Everything was written but could not be moved into place (the name was taken meanwhile,
         // the disk filled up at the last moment): the temporary is gone, any old file stays.
-        messages.Show({"", path + ": " + platform::ErrnoText(file.Error()), LookupText("IDS_INFORMATION"),
-                       MessageIcon::Error});
+        messages.Show({"", {Words(path + ": " + platform::ErrnoText(file.Error()))}, {"IDS_INFORMATION"}, MessageIcon::Error});
         return 0;
     }
     file.Abort();
@@ -464,7 +463,7 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
     if (media && media->GetLastError() == 1006) return 0;
     // The media rarely holds a code of its own; then the failed write's code is the one to show.
     uint32_t code = media && media->GetLastError() ? media->GetLastError() : out.Error();
-    messages.Show({"", CStorageMedia::ErrorText(code), "Error " + std::to_string(out.Place()), MessageIcon::Error});
+    messages.Show({"", {Words(CStorageMedia::ErrorText(code))}, Words("Error " + std::to_string(out.Place())), MessageIcon::Error});
     return 0;
 }
 
@@ -492,9 +491,10 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
              hasList = header::HasDriveList::At(head), hasSecond = header::HasSecondList::At(head);
     if (!FindMode(mode) || hasSource > 1 || hasList > 1 || hasSecond > 1) return corrupted();
     if (!options.requestedFromOutside && mode != options.currentMode) {
-        std::string text = LookupText("IDS_THIS_REC_SES_CREATED_USING") + " " + LookupText(FindMode(mode)->titleId) + " " +
-                           LookupText("IDS_OPTION_GO_TO") + " " + LookupText("IDS_OPTION_TOOLS_MENU");
-        messages.Show({"IDS_THIS_REC_SES_CREATED_USING", text, "Information", MessageIcon::Information});
+        messages.Show({"IDS_THIS_REC_SES_CREATED_USING",
+                       {UserText{"IDS_THIS_REC_SES_CREATED_USING"}, Words(" "), UserText{FindMode(mode)->titleId},
+                        Words(" "), UserText{"IDS_OPTION_GO_TO"}, Words(" "), UserText{"IDS_OPTION_TOOLS_MENU"}},
+                       Words("Information")});
         return false;
     }
     out.mode = mode;

@@ -253,8 +253,9 @@ public:
                 ++result.writeErrors;
                 if (sysError == ENOSPC || sysError == EDQUOT) result.diskFull = true;
                 result.writeErrorText = sysError > 0 ? platform::ErrnoText(sysError) : why;
-                std::string text = LookupText("IDS_SAVING_FAILED", "The recovered files could not be saved to") + " " + m_path + ": " + why;
-                m_messages.Show({"IDS_SAVING_FAILED", text, LookupText("IDS_INFORMATION"), MessageIcon::Information});
+                UserMessage m = InformationOf("IDS_SAVING_FAILED", kSavingFailed);
+                m.text.push_back(Words(" " + m_path + ": " + why));
+                m_messages.Show(m);
             }
             result.logPath.clear();
         }

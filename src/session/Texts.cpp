@@ -26,6 +26,16 @@ std::string TextOf(const UserText& text) {
     return Tf(text.id, text.arg, text.fallback);
 }
 
+std::string TextOf(const std::vector<UserText>& pieces) {
+    std::string joined;
+    for (const UserText& piece : pieces) joined += TextOf(piece);
+    return joined;
+}
+
+std::string TextOf(const UserMessage& message) { return TextOf(message.text); }
+
+std::string CaptionOf(const UserMessage& message) { return TextOf(message.caption); }
+
 bool ChooseLanguage(const std::string& name) { return app::UseLanguageByName(name); }
 
 } // namespace kestrin

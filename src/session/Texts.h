@@ -3,7 +3,10 @@
 #include <string>
 #include <string_view>
 
+#include <vector>
+
 #include "job/ScanOperation.h"
+#include "output/UserMessages.h"
 
 namespace kestrin {
 
@@ -14,6 +17,11 @@ std::string T(std::string_view id, std::string_view fallback = {});
 std::string Tf(std::string_view id, std::string_view arg, std::string_view fallback = {});
 // The text of a line the worker sent (see UserText).
 std::string TextOf(const UserText& text);
+// The pieces' texts joined as they stand.
+std::string TextOf(const std::vector<UserText>& pieces);
+// What a message of the output code says, and its caption.
+std::string TextOf(const UserMessage& message);
+std::string CaptionOf(const UserMessage& message);
 // Chooses the language for this process (--lang); false for an unknown name.
 bool ChooseLanguage(const std::string& name);
 

@@ -25,13 +25,14 @@
 #include "ui/CScanMan.h"
 #include "ui/UiText.h"
 #include "util/Text.h"
+#include "session/Texts.h"
 
 namespace kestrin::ui {
 
 namespace {
 
 void ShowRefusal(QWidget* parent, const OutputCheck& check) {
-    CQtMessages::Warn(parent, QString::fromStdString(OutputProblemText(check)));
+    CQtMessages::Warn(parent, QString::fromStdString(TextOf(DescribeOutputProblem(check))));
 }
 
 // Whether the file at `path` may be written. What can never be written there (the source under

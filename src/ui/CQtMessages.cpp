@@ -5,6 +5,7 @@
 #include <QThread>
 
 #include "ui/UiText.h"
+#include "session/Texts.h"
 
 namespace kestrin::ui {
 
@@ -48,8 +49,8 @@ bool CQtMessages::Ask(QWidget* parent, const QString& text, bool defaultYes) {
 }
 
 void CQtMessages::Show(const UserMessage& message) {
-    QString text = QString::fromStdString(message.text);
-    QString caption = QString::fromStdString(message.caption);
+    QString text = QString::fromStdString(TextOf(message));
+    QString caption = QString::fromStdString(CaptionOf(message));
     bool error = message.icon == MessageIcon::Error;
     auto show = [this, text, caption, error] {
         if (Hook()) {

@@ -151,8 +151,7 @@ bool SaveSignaturesAndTell(QWidget* parent, const std::string& folder, const std
                            const char* successId, const char* failureId) {
     bool saved = SaveSignatureFile(folder, records) == SignatureSaveStatus::kSaved;
     const char* id = saved ? successId : failureId;
-    CQtMessages(parent).Show(UserMessage{id, Tx(id).toStdString(), Tx("IDS_INFORMATION").toStdString(),
-                                         MessageIcon::Information});
+    CQtMessages(parent).Show(InformationOf(id));
     return saved;
 }
 

@@ -210,14 +210,12 @@ void CSignatureExplorer::EditFileType() {
 void CSignatureExplorer::DeleteFileType() {
     int row = CurrentRow();
     if (row < 0 || size_t(row) >= m_rows.size() || m_rows[size_t(row)].userDefined != 1) {
-        CQtMessages(this).Show(UserMessage{"IDS_SELECT_USER_DEF", Tx("IDS_SELECT_USER_DEF").toStdString(),
-                                           Tx("IDS_INFORMATION").toStdString(), MessageIcon::Information});
+        CQtMessages(this).Show(InformationOf("IDS_SELECT_USER_DEF"));
         return;
     }
     TickQueues ticks = CurrentTicks(row);
     if (DeleteUserSignature(m_all, m_fileIndex[size_t(row)]) != SignatureEditResult::kDone) {
-        CQtMessages(this).Show(UserMessage{"IDS_DELETION_FAILED", Tx("IDS_DELETION_FAILED").toStdString(),
-                                           Tx("IDS_INFORMATION").toStdString(), MessageIcon::Information});
+        CQtMessages(this).Show(InformationOf("IDS_DELETION_FAILED"));
         return;
     }
     SaveSignaturesAndTell(this, m_folder, m_all, "IDS_DEL_SUCCESSFUL", "IDS_FAILED_TO_SAVE");

@@ -12,6 +12,7 @@
 #include "storage/ByteSource.h"
 #include "util/Bytes.h"
 #include "util/Text.h"
+#include "session/Texts.h"
 
 namespace kestrin {
 namespace {
@@ -288,7 +289,7 @@ TEST_F(SessionFixture, ReaderMessages) {
     EXPECT_FALSE(ReadSession(path, inside, out, msgs));
     ASSERT_EQ(msgs.shown.size(), 1u);
     EXPECT_EQ(msgs.shown[0].id, "IDS_THIS_REC_SES_CREATED_USING");
-    EXPECT_EQ(msgs.shown[0].caption, "Information");
+    EXPECT_EQ(CaptionOf(msgs.shown[0]), "Information");
     inside.currentMode = RecoveryMode::DeletedPhotos;
     EXPECT_TRUE(ReadSession(path, inside, out, msgs));
 
@@ -322,7 +323,7 @@ TEST_F(SessionFixture, WriteFailuresCarryTheCaptionOfTheirPlace) {
     EXPECT_EQ(WriteSession((dir / "missing") + "/s.tks4", {RecoveryMode::DeletedFiles, nullptr, nullptr, nullptr, nullptr}, msgs), 0);
     ASSERT_EQ(msgs.shown.size(), 1u);
     EXPECT_EQ(msgs.shown[0].id, "IDS_FAILED_CREATING_SESSION_FILE");
-    EXPECT_NE(msgs.shown[0].text.find("does not exist"), std::string::npos) << msgs.shown[0].text;
+    EXPECT_NE(TextOf(msgs.shown[0]).find("does not exist"), std::string::npos) << TextOf(msgs.shown[0]);
 
     // Every write fails past a file-size limit of 0 bytes, as on a full disk.
     struct FileSizeLimit {
@@ -356,7 +357,7 @@ TEST_F(SessionFixture, WriteFailuresCarryTheCaptionOfTheirPlace) {
             EXPECT_EQ(WriteSession(path, c.view, msgs), 0);
         }
         ASSERT_EQ(msgs.shown.size(), 1u);
-        EXPECT_EQ(msgs.shown[0].caption, c.caption);
+        EXPECT_EQ(CaptionOf(msgs.shown[0]), c.caption);
         EXPECT_EQ(msgs.shown[0].icon, MessageIcon::Error);
         // A failed write leaves nothing behind: no half session, no temporary.
         size_t left = 0;
