@@ -19,7 +19,7 @@
 #include "platform/Platform.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/SourceLayout.h"
-#include "storage/VolumeLabel.h"
+#include "session/VolumeLabel.h"
 #include "ui/CQtMessages.h"
 #include "ui/UiText.h"
 

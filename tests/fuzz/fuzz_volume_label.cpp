@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "storage/CPhysicalDisk.h"
-#include "storage/VolumeLabel.h"
+#include "session/VolumeLabel.h"
 
 using namespace kestrin;
 

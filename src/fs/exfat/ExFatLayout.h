@@ -14,6 +14,7 @@ inline constexpr size_t kEntryBytes = 32;
 using EntryType = LeField<uint8_t, 0x00>;
 
 // Entry types in use; clearing kInUseBit gives the deleted form of each.
+inline constexpr uint8_t kEndOfDirectory = 0x00; // no entry follows
 inline constexpr uint8_t kInUseBit = 0x80;
 inline constexpr uint8_t kTypeBitmap = 0x81;
 inline constexpr uint8_t kTypeUpcase = 0x82;
@@ -74,5 +75,13 @@ using FirstCluster = LeField<uint32_t, 0x14>;
 using DataLength = LeField<uint64_t, 0x18>;
 static_assert(DataLength::kEnd == exfat_dir::kEntryBytes);
 } // namespace exfat_bitmap
+
+// The volume-label entry of the root folder: up to 11 UTF-16 units.
+namespace exfat_label {
+using CharacterCount = LeField<uint8_t, 0x01>;
+using Units = ByteField<0x02, 22>;
+static_assert(Units::kEnd <= exfat_dir::kEntryBytes);
+inline constexpr size_t kMaxUnits = Units::kSize / 2;
+} // namespace exfat_label
 
 } // namespace kestrin::layout

@@ -28,6 +28,7 @@ enum NtfsAttrType : uint32_t {
     kAttrStandardInfo = 0x10,
     kAttrList = 0x20,
     kAttrFileName = 0x30,
+    kAttrVolumeName = 0x60,
     kAttrData = 0x80,
     kAttrIndexRoot = 0x90,
     kAttrEnd = 0xFFFFFFFF,

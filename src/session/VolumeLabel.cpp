@@ -1,7 +1,11 @@
-#include "storage/VolumeLabel.h"
+#include "session/VolumeLabel.h"
 
 #include <vector>
 
+#include "fs/exfat/ExFatLayout.h"
+#include "fs/fat/FatLayout.h"
+#include "fs/ntfs/NtfsLayout.h"
+#include "fs/ntfs/NtfsRecord.h"
 #include "storage/BootSectorLayout.h"
 #include "storage/PartitionRecord.h"
 #include "util/Bytes.h"
@@ -13,54 +17,16 @@ namespace {
 namespace fat_boot = layout::fat_boot;
 namespace exfat_boot = layout::exfat_boot;
 namespace ntfs_boot = layout::ntfs_boot;
-
-// The few directory and record fields a label needs. This layer sits below the file-system
-// engines, so it names them here rather than reaching up for the engines' layouts.
-
-// A FAT short directory entry; a label entry keeps the label in its 11 name bytes.
-namespace fat_dir {
-using Name = ByteField<0x00, 11>;
-using FirstByte = LeField<uint8_t, 0x00>;
-using Attributes = LeField<uint8_t, 0x0B>;
-inline constexpr size_t kEntryBytes = 32;
-inline constexpr uint8_t kEndOfDirectory = 0x00, kDeleted = 0xE5;
-inline constexpr uint8_t kAttrVolumeLabel = 0x08, kAttrDirectory = 0x10;
-inline constexpr uint8_t kLongNameMask = 0x0F; // all four low bits: a long-name part
-} // namespace fat_dir
-
-// The exFAT volume-label entry.
-namespace exfat_dir {
-using EntryType = LeField<uint8_t, 0x00>;
-using CharacterCount = LeField<uint8_t, 0x01>;
-inline constexpr size_t kLabelOffset = 0x02; // UTF-16 units
-inline constexpr size_t kMaxLabelUnits = 11;
-inline constexpr size_t kEntryBytes = 32;
-static_assert(kLabelOffset + 2 * kMaxLabelUnits <= kEntryBytes);
-inline constexpr uint8_t kEndOfDirectory = 0x00, kTypeVolumeLabel = 0x83;
-} // namespace exfat_dir
-
-// An NTFS file record header and attribute header, as far as the $Volume record is read.
-namespace ntfs_record {
-using Signature = ByteField<0x00, 4>;
-inline constexpr char kSignature[4] = {'F', 'I', 'L', 'E'};
-using UsaOffset = LeField<uint16_t, 0x04>;
-using UsaCount = LeField<uint16_t, 0x06>;
-using FirstAttribute = LeField<uint16_t, 0x14>;
-inline constexpr uint64_t kVolumeRecord = 3; // $Volume
-} // namespace ntfs_record
-namespace ntfs_attr {
-using Type = LeField<uint32_t, 0x00>;
-using Length = LeField<uint32_t, 0x04>;
-using NonResident = LeField<uint8_t, 0x08>;
-using ValueLength = LeField<uint32_t, 0x10>;  // resident
-using ValueOffset = LeField<uint16_t, 0x14>;  // resident
-inline constexpr size_t kResidentHeaderBytes = 0x18;
-static_assert(ValueOffset::kEnd <= kResidentHeaderBytes);
-inline constexpr uint32_t kTypeVolumeName = 0x60, kTypeEnd = 0xFFFFFFFF;
-} // namespace ntfs_attr
+namespace fat_dir = layout::fat_dir;
+namespace exfat_dir = layout::exfat_dir;
+namespace exfat_label = layout::exfat_label;
+namespace file_record = layout::ntfs::file_record;
+namespace resident = layout::ntfs::resident;
 
 // Nothing read for a label is larger than one big cluster or MFT record.
 constexpr uint64_t kMaxRead = 64 * 1024;
+// The $Volume record's number.
+constexpr uint64_t kVolumeRecord = 3;
 // FAT: the boot sector's label follows this extended boot signature.
 constexpr uint8_t kFatExtendedSignature = 0x29;
 
@@ -98,11 +64,11 @@ std::u16string FatLabel(Bytes label) {
 std::u16string FatRootLabel(Bytes dir) {
     for (size_t at = 0; Fits(dir, at, fat_dir::kEntryBytes); at += fat_dir::kEntryBytes) {
         const uint8_t* e = dir.data() + at;
-        uint8_t first = fat_dir::FirstByte::At(e), attr = fat_dir::Attributes::At(e);
-        if (first == fat_dir::kEndOfDirectory) break;
-        if (first == fat_dir::kDeleted || (attr & fat_dir::kLongNameMask) == fat_dir::kLongNameMask) continue;
-        if ((attr & fat_dir::kAttrVolumeLabel) && !(attr & fat_dir::kAttrDirectory))
-            return FatLabel(fat_dir::Name::In(dir, at));
+        uint8_t first = fat_dir::Status::At(e), attr = fat_dir::Attributes::At(e);
+        if (first == fat_dir::kEndOfFolder) break;
+        if (first == fat_dir::kDeletedMark || (attr & fat_dir::kAttrLongName) == fat_dir::kAttrLongName) continue;
+        if ((attr & fat_dir::kAttrVolumeLabel) && !(attr & fat_dir::kAttrFolder))
+            return FatLabel(fat_dir::Name83::In(dir, at));
     }
     return {};
 }
@@ -144,10 +110,10 @@ std::u16string ReadExFatLabel(CStorageMedia& media, uint64_t first, Bytes boot) 
         const uint8_t* entry = d.data() + e;
         uint8_t type = exfat_dir::EntryType::At(entry);
         if (type == exfat_dir::kEndOfDirectory) break;
-        if (type != exfat_dir::kTypeVolumeLabel) continue;
-        size_t count = std::min<size_t>(exfat_dir::CharacterCount::At(entry), exfat_dir::kMaxLabelUnits);
+        if (type != exfat_dir::kTypeLabel) continue;
+        size_t count = std::min<size_t>(exfat_label::CharacterCount::At(entry), exfat_label::kMaxUnits);
         std::u16string s;
-        for (size_t i = 0; i < count; ++i) s += char16_t(Le16(entry + exfat_dir::kLabelOffset + 2 * i));
+        for (size_t i = 0; i < count; ++i) s += char16_t(Le16(entry + exfat_label::Units::kOffset + 2 * i));
         return s;
     }
     return {};
@@ -166,36 +132,16 @@ std::u16string ReadNtfsLabel(CStorageMedia& media, uint64_t first, Bytes boot) {
     uint64_t mft = ntfs_boot::MftCluster::Or(boot, 0);
     if (!mft || mft > (UINT64_MAX / 2) / clusterSize) return {};
     std::vector<uint8_t> rec =
-        ReadVolumeBytes(media, first, mft * clusterSize + ntfs_record::kVolumeRecord * recordSize, recordSize);
-    Bytes r(rec);
-    if (!ntfs_record::Signature::Is(r, ntfs_record::kSignature)) return {};
-    // Undo the update sequence: the last two bytes of every stride were replaced by its number.
-    uint16_t usaAt = ntfs_record::UsaOffset::Or(r, 0), usaCount = ntfs_record::UsaCount::Or(r, 0);
-    if (usaCount < 2 || !Fits(r, usaAt, size_t(usaCount) * 2)) return {};
-    uint64_t stride = recordSize / (usaCount - 1);
-    if (stride < 256 || stride * (usaCount - 1) != recordSize) return {};
-    for (uint16_t i = 1; i < usaCount; ++i) {
-        size_t end = size_t(i * stride - 2);
-        if (Le16(&rec[end]) != Le16(&rec[usaAt])) return {};
-        rec[end] = rec[usaAt + 2 * i];
-        rec[end + 1] = rec[usaAt + 2 * i + 1];
-    }
-    size_t at = ntfs_record::FirstAttribute::Or(r, 0);
-    while (Fits(r, at, ntfs_attr::kResidentHeaderBytes)) {
-        const uint8_t* a = rec.data() + at;
-        uint32_t type = ntfs_attr::Type::At(a), len = ntfs_attr::Length::At(a);
-        if (type == ntfs_attr::kTypeEnd || len < ntfs_attr::kResidentHeaderBytes || !Fits(r, at, len)) break;
-        if (type == ntfs_attr::kTypeVolumeName && ntfs_attr::NonResident::At(a) == 0) {
-            uint32_t valueLen = ntfs_attr::ValueLength::At(a);
-            uint16_t valueAt = ntfs_attr::ValueOffset::At(a);
-            if (valueAt > len || len - valueAt < valueLen) return {};
-            std::u16string s;
-            for (uint32_t i = 0; i + 1 < valueLen; i += 2) s += char16_t(Le16(&rec[at + valueAt + i]));
-            return s;
-        }
-        at += len;
-    }
-    return {};
+        ReadVolumeBytes(media, first, mft * clusterSize + kVolumeRecord * recordSize, recordSize);
+    if (!CheckFileRecord(rec, uint32_t(recordSize))) return {};
+    std::u16string label;
+    ForEachAttribute(rec, [&](const NtfsAttr& a) {
+        if (a.type != kAttrVolumeName || a.nonResident) return true;
+        Bytes value = ResidentValue(rec, a);
+        for (size_t i = 0; i + 1 < value.size(); i += 2) label += char16_t(Le16(value.data() + i));
+        return false;
+    });
+    return label;
 }
 
 } // namespace

@@ -10,9 +10,8 @@
 
 namespace kestrin {
 
-// Reads the volume whose boot sector is media sector `firstSector`, of file-system kind `fsKind`
-// (1 FAT16, 2 FAT32, 3 NTFS, 4 exFAT). Empty when the volume has no label or its structures do
-// not parse; reads at most a few sectors.
+// Reads the volume whose boot sector is media sector `firstSector`, of file-system kind `fsKind`.
+// Empty when the volume has no label or its structures do not parse; reads at most a few sectors.
 std::u16string ReadVolumeLabel(CStorageMedia& media, uint64_t firstSector, FsKind fsKind);
 
 } // namespace kestrin

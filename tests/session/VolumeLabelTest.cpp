@@ -9,7 +9,7 @@
 
 #include "TestImages.h"
 #include "storage/SourceLayout.h"
-#include "storage/VolumeLabel.h"
+#include "session/VolumeLabel.h"
 
 namespace kestrin {
 namespace {
