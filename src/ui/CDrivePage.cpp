@@ -36,7 +36,7 @@ uint64_t SysBlockBytes(const QString& sysPath) {
 
 } // namespace
 
-CDrivePage::CDrivePage(QWidget* parent) : QWidget(parent) {
+CDrivePage::CDrivePage(IDesktop& desktop, QWidget* parent) : QWidget(parent), m_desktop(desktop) {
     auto* v = new QVBoxLayout(this);
     m_title = new QLabel;
     QFont f = m_title->font();
@@ -65,7 +65,7 @@ CDrivePage::CDrivePage(QWidget* parent) : QWidget(parent) {
         QTreeWidgetItem* it = m_drives->currentItem();
         QString path = it ? it->data(kColName, Qt::UserRole).toString() : QString();
         if (path.isEmpty()) {
-            CQtMessages::Inform(this, Tx("IDS_UI_PICK_DRIVE", "Select a drive, a volume or an image file first."));
+            m_desktop.Inform(this, Tx("IDS_UI_PICK_DRIVE", "Select a drive, a volume or an image file first."));
             return;
         }
         emit OpenRequested(path, it->data(kColName, Qt::UserRole + 1).toInt());

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "session/Source.h"
+#include "ui/Desktop.h"
 
 class QLabel;
 class QPushButton;
@@ -21,7 +22,7 @@ class CDrivePage final : public QWidget {
 public:
     enum Column { kColName, kColKind, kColSize, kColFs, kColLabel, kColumns };
 
-    explicit CDrivePage(QWidget* parent = nullptr);
+    explicit CDrivePage(IDesktop& desktop, QWidget* parent = nullptr);
 
     // Lists the disks anew, then the added image files; the selected line stays selected.
     void Fill();
@@ -52,6 +53,7 @@ private:
     void ChooseImageFile();
     void UpdateHint();
 
+    IDesktop& m_desktop;
     QLabel* m_title = nullptr;
     QLabel* m_hint = nullptr;
     QTreeWidget* m_drives = nullptr;

@@ -28,13 +28,13 @@
 
 namespace kestrin::ui {
 
-CMainWindow::CMainWindow(QWidget* parent) : QMainWindow(parent) {
+CMainWindow::CMainWindow(IDesktop& desktop, QWidget* parent) : QMainWindow(parent), m_desktop(desktop) {
     setObjectName("CMainWindow");
     resize(900, 600);
     m_pages = new QStackedWidget(this);
     setCentralWidget(m_pages);
     BuildModePages();
-    m_drivePage = new CDrivePage;
+    m_drivePage = new CDrivePage(m_desktop);
     connect(m_drivePage, &CDrivePage::OpenRequested, this, [this](const QString& path, int partition) {
         OpenAndContinue(path, partition);
     });
@@ -42,7 +42,7 @@ CMainWindow::CMainWindow(QWidget* parent) : QMainWindow(parent) {
     connect(m_drivePage, &CDrivePage::FileTypesRequested, this, &CMainWindow::ChooseFileTypes);
     m_pages->addWidget(m_drivePage);
     BuildPartitionPage();
-    m_resultsPage = new CResultsPage(m_results);
+    m_resultsPage = new CResultsPage(m_results, m_desktop);
     connect(m_resultsPage, &CResultsPage::SaveRequested, this, &CMainWindow::OnSave);
     connect(m_resultsPage, &CResultsPage::NewScanRequested, this, [this] {
         if (OfferSession()) SetPage(kModePage);
@@ -128,7 +128,7 @@ void CMainWindow::BuildModePages() {
 void CMainWindow::ChooseFileTypes() {
     // The explorer reads the signature file again; added, edited and deleted types change the
     // mode's rows even when the choice of rows is skipped.
-    CSignatureExplorer dlg(m_mode, app::CurrentPaths().programFolder, m_modeSignatures, m_signatureTicks, this);
+    CSignatureExplorer dlg(m_mode, app::CurrentPaths().programFolder, m_modeSignatures, m_signatureTicks, m_desktop, this);
     bool chosen = dlg.exec() == QDialog::Accepted;
     m_modeSignatures = dlg.Rows();
     m_signatureTicks = chosen ? dlg.Ticked() : dlg.EntryTicks();
@@ -161,7 +161,7 @@ void CMainWindow::BuildPartitionPage() {
     connect(m_partScan, &QPushButton::clicked, this, [this] {
         QTreeWidgetItem* it = m_partitions->currentItem();
         if (!it) {
-            CQtMessages::Inform(this, Tx("IDS_UI_PICK_PARTITION", "Select a partition first."));
+            m_desktop.Inform(this, Tx("IDS_UI_PICK_PARTITION", "Select a partition first."));
             return;
         }
         ScanPartition(it->data(0, Qt::UserRole).toInt());
@@ -254,7 +254,7 @@ bool CMainWindow::OpenAndContinue(const QString& path, int partition) {
             text += "\n\n" + Tx("IDS_UI_NEED_RIGHTS",
                                 "Reading drives needs administrator rights: start Kestrin with sudo, or add your "
                                 "user to the \"disk\" group. Image files can always be opened.");
-        CQtMessages::Inform(this, text);
+        m_desktop.Inform(this, text);
         return false;
     }
     m_haveSource = true;
@@ -281,7 +281,7 @@ bool CMainWindow::ScanPartition(int index) {
         SelectWholeSource(m_src);
     } else {
         if (size_t(index) >= m_src.partitions.size() || !SelectListedPartition(m_src, size_t(index))) {
-            CQtMessages::Inform(this, Tx("IDS_UI_PARTITION_OUTSIDE", "This partition lies outside the source."));
+            m_desktop.Inform(this, Tx("IDS_UI_PARTITION_OUTSIDE", "This partition lies outside the source."));
             return false;
         }
         forced = ForcedKindFor(m_mode, m_src.partitions[size_t(index)]);
@@ -306,21 +306,21 @@ bool CMainWindow::ScanPartition(int index) {
 
 bool CMainWindow::RunOperation(std::optional<OperationKind> forcedKind) {
     CPhysicalDisk& media = *m_src.media;
-    CScanMan dlg(this);
+    CScanMan dlg(m_desktop, this);
     CScanDriver driver(media, MakeEngines(), dlg);
     driver.SetSignatures(&m_signatures);
     std::optional<OperationKind> kind = forcedKind;
     if (!kind) kind = driver.StartForSource(m_mode);
     else if (!driver.Start(*kind, m_mode)) kind.reset();
     if (!kind) {
-        CQtMessages::Inform(this, Tx("IDS_UI_NO_SCAN", "No scan is defined for this source in this mode."));
+        m_desktop.Inform(this, Tx("IDS_UI_NO_SCAN", "No scan is defined for this source in this mode."));
         return false;
     }
     dlg.Run(driver);
     if (kind == OperationKind::PartitionSearch && !driver.CancelConfirmed()) {
         if (driver.NoPartitionFound()) {
             // Declined: nothing was found to show, so the drive page stays.
-            if (!CQtMessages::Ask(this, Tx("IDS_NO_PARTITION_FOUND")) || !driver.ContinueAsSignatureScan()) return false;
+            if (!m_desktop.Ask(this, Tx("IDS_NO_PARTITION_FOUND")) || !driver.ContinueAsSignatureScan()) return false;
             dlg.Run(driver);
         }
         // The search's finds join the numbered list.

@@ -13,6 +13,7 @@
 #include "fs/CNode.h"
 #include "output/Saver.h"
 #include "ui/CResultsState.h"
+#include "ui/Desktop.h"
 
 class QAction;
 class QLabel;
@@ -33,7 +34,7 @@ class CMainWindow final : public QMainWindow {
 public:
     enum Page { kModePage, kDrivePage, kPartitionPage, kResultsPage };
 
-    explicit CMainWindow(QWidget* parent = nullptr);
+    explicit CMainWindow(IDesktop& desktop, QWidget* parent = nullptr);
     ~CMainWindow() override;
 
     // The steps a user takes with the mouse, callable on their own (tests, screenshots).
@@ -83,6 +84,8 @@ public:
     QTreeView* TypesView() const;
 
 private:
+    IDesktop& m_desktop;
+
     void BuildModePages();
     void BuildPartitionPage();
     void BuildMenus();

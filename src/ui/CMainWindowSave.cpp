@@ -31,14 +31,14 @@ namespace kestrin::ui {
 
 namespace {
 
-void ShowRefusal(QWidget* parent, const OutputCheck& check) {
-    CQtMessages::Warn(parent, QString::fromStdString(TextOf(DescribeOutputProblem(check))));
+void ShowRefusal(IDesktop& desktop, QWidget* parent, const OutputCheck& check) {
+    desktop.Warn(parent, QString::fromStdString(TextOf(DescribeOutputProblem(check))));
 }
 
 // Whether the file at `path` may be written. What can never be written there (the source under
 // any name, the source device, a missing folder) is refused with the reason; a file that exists
 // is replaced only when the user says so, and then `replace` is set for the writer.
-bool MayWriteFile(QWidget* parent, const std::string& path, const std::vector<platform::FileIdentity>& sources,
+bool MayWriteFile(IDesktop& desktop, QWidget* parent, const std::string& path, const std::vector<platform::FileIdentity>& sources,
                   bool& replace) {
     replace = false;
     OutputCheck check = CheckOutputFile(path, sources, false);
@@ -46,12 +46,12 @@ bool MayWriteFile(QWidget* parent, const std::string& path, const std::vector<pl
         // The shared refusal names the command line's option; the window asks instead.
         QString question = QString::fromStdString(path) + "\n\n" +
                            Tx("IDS_UI_REPLACE_FILE", "A file of this name exists. Replace it? What it holds now will be lost.");
-        if (!CQtMessages::Ask(parent, question, false)) return false;
+        if (!desktop.Ask(parent, question, false)) return false;
         replace = true;
         check = CheckOutputFile(path, sources, true);
     }
     if (check.ok()) return true;
-    ShowRefusal(parent, check);
+    ShowRefusal(desktop, parent, check);
     return false;
 }
 
@@ -93,7 +93,7 @@ void CMainWindow::OnSave() {
     if (!m_tree) return;
     SaveCount count = CountForSave(m_tree.get(), m_results.DeletedOnly());
     if (!count.files && !count.folders) {
-        CQtMessages::Inform(this, Tx("IDS_UI_NOTHING_MARKED", "Tick the files and folders to save first."));
+        m_desktop.Inform(this, Tx("IDS_UI_NOTHING_MARKED", "Tick the files and folders to save first."));
         return;
     }
     QString destination;
@@ -113,7 +113,7 @@ void CMainWindow::OnSave() {
 
 bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
     if (!m_tree || !m_haveSource) return false;
-    CQtMessages messages(this);
+    CQtMessages messages(this, m_desktop);
     SaveRequest req;
     req.destination = folder.toStdString();
     req.collisionMode = collisionMode;
@@ -123,9 +123,9 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
     // Nothing is written onto the source, and an existing archive only with consent.
     std::vector<platform::FileIdentity> sources = SourceIdentities(*m_src.media);
     if (IsZipDestination(req.destination)) {
-        if (!MayWriteFile(this, req.destination, sources, req.replaceExisting)) return false;
+        if (!MayWriteFile(m_desktop, this, req.destination, sources, req.replaceExisting)) return false;
     } else if (OutputCheck check = CheckOutputFolder(req.destination, sources); !check.ok()) {
-        ShowRefusal(this, check);
+        ShowRefusal(m_desktop, this, check);
         return false;
     }
     if (collisionMode == kCollisionAsk) {
@@ -172,7 +172,7 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
         result = SaveMarked(m, ctx, req);
         return OutcomeOf(result);
     };
-    CScanMan dlg(this);
+    CScanMan dlg(m_desktop, this);
     CScanDriver driver(*m_src.media, engines, dlg);
     driver.SetSaveDestination(req.destination, 0);
     if (!driver.Start(OperationKind::Save, m_mode)) return false;
@@ -183,9 +183,9 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
     // Anything not saved as found makes the summary a warning.
     if (result.archiveFailed || result.writeErrors || result.incomplete || result.skipped || result.refusedFat ||
         result.logged)
-        CQtMessages::Warn(this, summary);
+        m_desktop.Warn(this, summary);
     else
-        CQtMessages::Inform(this, summary);
+        m_desktop.Inform(this, summary);
     return !driver.CancelConfirmed();
 }
 
@@ -205,16 +205,16 @@ QString CMainWindow::DefaultSessionName(const QDateTime& now) const {
 
 bool CMainWindow::SaveSession(const QString& path) {
     if (!m_tree || !m_haveSource) return false;
-    CQtMessages messages(this);
+    CQtMessages messages(this, m_desktop);
     bool replace = false;
-    if (!MayWriteFile(this, path.toStdString(), SourceIdentities(*m_src.media), replace)) return false;
+    if (!MayWriteFile(m_desktop, this, path.toStdString(), SourceIdentities(*m_src.media), replace)) return false;
     if (!WriteScanSession(path.toStdString(), m_mode, *m_src.media, m_tree.get(), messages, replace)) return false;
     m_sessionSaved = true;
     return true;
 }
 
 bool CMainWindow::OpenSession(const QString& path, bool fromOutside) {
-    CQtMessages messages(this);
+    CQtMessages messages(this, m_desktop);
     ReadSessionOptions options;
     options.requestedFromOutside = fromOutside;
     options.currentMode = m_mode;

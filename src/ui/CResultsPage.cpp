@@ -2,7 +2,6 @@
 
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDesktopServices>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QInputDialog>
@@ -41,13 +40,10 @@ constexpr size_t kPreviewLimit = 8u << 20;
 constexpr size_t kRawPreviewLimit = 48u << 20;
 constexpr int kHexPreviewBytes = 4096;
 
-std::function<bool(const QString&)>& ViewerLauncher() {
-    static std::function<bool(const QString&)> launcher;
-    return launcher;
-}
 } // namespace
 
-CResultsPage::CResultsPage(CResultsState& results, QWidget* parent) : QWidget(parent), m_results(results) {
+CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* parent)
+    : QWidget(parent), m_results(results), m_desktop(desktop) {
     auto* v = new QVBoxLayout(this);
     auto* bar = new QHBoxLayout;
     m_deletedOnly = new QCheckBox;
@@ -285,7 +281,7 @@ void CResultsPage::OnFind() {
                                             QLineEdit::Normal, m_lastPattern, &ok);
     if (!ok || pattern.isEmpty()) return;
     m_lastPattern = pattern;
-    if (!FindNext(pattern)) CQtMessages::Inform(this, Tx("IDS_UI_NOT_FOUND", "No item with this name was found."));
+    if (!FindNext(pattern)) m_desktop.Inform(this, Tx("IDS_UI_NOT_FOUND", "No item with this name was found."));
 }
 
 QString CResultsPage::PropertiesText(const CNode* n) const {
@@ -319,16 +315,12 @@ void CResultsPage::ShowProperties(const CNode* n) {
     box.exec();
 }
 
-void CResultsPage::SetViewerLauncher(std::function<bool(const QString&)> launcher) {
-    ViewerLauncher() = std::move(launcher);
-}
-
 bool CResultsPage::OpenWithViewer(const CNode* n) {
     if (!m_media || !n || n->IsFolder()) return false;
     // The viewer gets a copy: it never sees the source, and nothing is written beside it.
     CViewerCopies::Copy copy = m_viewerCopies.Make(*m_media, *n);
     if (copy.path.isEmpty()) {
-        CQtMessages::Warn(this, copy.error);
+        m_desktop.Warn(this, copy.error);
         return false;
     }
     if (copy.incomplete) {
@@ -338,12 +330,11 @@ bool CResultsPage::OpenWithViewer(const CNode* n) {
                         Tx("IDS_UI_NOT_READ", "could not be read") + ")";
         question += "\n\n" + Tx("IDS_UI_VIEW_INCOMPLETE", "Parts of this file could not be read; the copy holds "
                                                           "zeros in their place or ends early. Open it anyway?");
-        if (!CQtMessages::Ask(this, question, false)) return false;
+        if (!m_desktop.Ask(this, question, false)) return false;
     }
-    auto& launcher = ViewerLauncher();
-    bool started = launcher ? launcher(copy.path) : QDesktopServices::openUrl(QUrl::fromLocalFile(copy.path));
+    bool started = m_desktop.OpenInViewer(copy.path);
     if (!started)
-        CQtMessages::Warn(this, Tx("IDS_UI_VIEW_NOT_STARTED", "No program could be started to show this file. The copy is kept until Kestrin closes:") +
+        m_desktop.Warn(this, Tx("IDS_UI_VIEW_NOT_STARTED", "No program could be started to show this file. The copy is kept until Kestrin closes:") +
                                     "\n" + copy.path);
     return started;
 }

@@ -9,6 +9,7 @@
 #include "ui/CViewerCopies.h"
 
 #include "fs/CNode.h"
+#include "ui/Desktop.h"
 
 class QCheckBox;
 class QComboBox;
@@ -34,7 +35,7 @@ class CResultsPage final : public QWidget {
     Q_OBJECT
 public:
     // `results` is the window's view state of the found tree; it outlives the page's use of it.
-    explicit CResultsPage(CResultsState& results, QWidget* parent = nullptr);
+    CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* parent = nullptr);
 
     // The source the found items are read from (preview, open-with, byte offsets); null while
     // no source is open.
@@ -60,8 +61,6 @@ public:
     bool OpenWithViewer(const CNode* n);
     // The copies' folder lives as long as the page.
     const CViewerCopies& ViewerCopies() const { return m_viewerCopies; }
-    // Replaces the system's viewer (tests): gets the copy's path, returns whether it started.
-    static void SetViewerLauncher(std::function<bool(const QString&)> launcher);
 
     CFileListModel* ListModel() const { return m_listModel; }
     QTreeView* FolderView() const { return m_folderView; }
@@ -79,6 +78,7 @@ private:
     CNode* SelectedNode() const;
 
     CResultsState& m_results;
+    IDesktop& m_desktop;
     CPhysicalDisk* m_media = nullptr;
     QString m_lastPattern;
     CViewerCopies m_viewerCopies;

@@ -2,7 +2,6 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QTimer>
@@ -15,16 +14,7 @@
 
 namespace kestrin::ui {
 
-namespace {
-std::function<bool(CScanDriver&)>& QuestionHook() {
-    static std::function<bool(CScanDriver&)> hook;
-    return hook;
-}
-} // namespace
-
-void CScanMan::SetQuestionHook(std::function<bool(CScanDriver&)> hook) { QuestionHook() = std::move(hook); }
-
-CScanMan::CScanMan(QWidget* parent) : QDialog(parent) {
+CScanMan::CScanMan(IDesktop& desktop, QWidget* parent) : QDialog(parent), m_desktop(desktop) {
     setObjectName("CScanMan");
     setWindowTitle(Caption());
     setModal(true);
@@ -146,13 +136,7 @@ void CScanMan::reject() {
     m_asking = true;
     // The worker stops at its next state poll while the question is open.
     m_driver->BeginCancelQuestion();
-    bool yes;
-    if (QuestionHook()) {
-        yes = QuestionHook()(*m_driver);
-    } else {
-        yes = QMessageBox::question(this, Caption(), Tx("IDS_STOP_THIS_PROCESS", "Do you want to stop this process?"),
-                                    QMessageBox::Yes | QMessageBox::No, QMessageBox::No) == QMessageBox::Yes;
-    }
+    bool yes = m_desktop.Ask(this, Tx("IDS_STOP_THIS_PROCESS", "Do you want to stop this process?"), false);
     m_driver->AnswerCancelQuestion(yes);
     m_asking = false;
     if (m_ended) accept();

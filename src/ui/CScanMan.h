@@ -16,6 +16,7 @@
 
 #include "scan/ProgressRule.h"
 #include "job/ScanOperation.h"
+#include "ui/Desktop.h"
 
 class QLabel;
 class QProgressBar;
@@ -31,7 +32,7 @@ namespace kestrin::ui {
 class CScanMan final : public QDialog, public IScanEvents {
     Q_OBJECT
 public:
-    explicit CScanMan(QWidget* parent = nullptr);
+    explicit CScanMan(IDesktop& desktop, QWidget* parent = nullptr);
     ~CScanMan() override;
 
     // Shows the window until the driver's running operation ends (the driver must have been
@@ -46,9 +47,6 @@ public:
     void OnNotice(const UserText& text) override;
 
     QStringList Notices() const;
-    // Tests answer the stop question here instead of a message box; called while the worker
-    // is held, its answer decides.
-    static void SetQuestionHook(std::function<bool(CScanDriver&)> hook);
 
 protected:
     void reject() override; // Cancel, Escape and the close box ask the stop question
@@ -57,6 +55,7 @@ private:
     void Refresh();
     void Finish();
 
+    IDesktop& m_desktop;
     CScanDriver* m_driver = nullptr;
     QLabel* m_status = nullptr;
     QLabel* m_detail = nullptr;

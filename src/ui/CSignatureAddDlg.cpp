@@ -36,8 +36,9 @@ QString HexText(const std::vector<uint8_t>& bytes) {
 
 } // namespace
 
-CSignatureAddDlg::CSignatureAddDlg(std::vector<SignatureRecord>& records, const std::string& folder, QWidget* parent)
-    : QDialog(parent), m_records(records), m_folder(folder) {
+CSignatureAddDlg::CSignatureAddDlg(std::vector<SignatureRecord>& records, const std::string& folder, IDesktop& desktop,
+                                   QWidget* parent)
+    : QDialog(parent), m_records(records), m_folder(folder), m_desktop(desktop) {
     setObjectName("CSignatureAddDlg");
     setWindowTitle(Tx("IDS_ADD_FILE_TYPE"));
     auto* v = new QVBoxLayout(this);
@@ -109,7 +110,7 @@ void CSignatureAddDlg::Confirm() {
     }
     if (Apply(fields) != SignatureEditResult::kDone) return;
     for (QLineEdit* e : {m_size, m_header, m_extension, m_offset, m_description}) e->clear();
-    SaveSignaturesAndTell(this, m_folder, m_records, "IDS_SIG_SAVED", "IDS_UNABLE_TO_SAVE");
+    SaveSignaturesAndTell(this, m_desktop, m_folder, m_records, "IDS_SIG_SAVED", "IDS_UNABLE_TO_SAVE");
     accept();
 }
 
@@ -127,7 +128,7 @@ void CSignatureAddDlg::RejectField(const SignatureCheck& check) {
     case SignatureField::kDescription: field = {m_description, Tx("IDS_FE")}; break;
     case SignatureField::kNone: return;
     }
-    CQtMessages::Inform(this, field.name + ": " + Tx(SignatureProblemTextId(check.problem)));
+    m_desktop.Inform(this, field.name + ": " + Tx(SignatureProblemTextId(check.problem)));
     field.edit->setFocus();
     field.edit->selectAll();
 }
@@ -147,11 +148,11 @@ void CSignatureAddDlg::ShowRecord(const SignatureRecord& record) {
     m_description->setText(QString::fromStdString(record.description));
 }
 
-bool SaveSignaturesAndTell(QWidget* parent, const std::string& folder, const std::vector<SignatureRecord>& records,
+bool SaveSignaturesAndTell(QWidget* parent, IDesktop& desktop, const std::string& folder, const std::vector<SignatureRecord>& records,
                            const char* successId, const char* failureId) {
     bool saved = SaveSignatureFile(folder, records) == SignatureSaveStatus::kSaved;
     const char* id = saved ? successId : failureId;
-    CQtMessages(parent).Show(InformationOf(id));
+    CQtMessages(parent, desktop).Show(InformationOf(id));
     return saved;
 }
 

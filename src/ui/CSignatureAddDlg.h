@@ -9,6 +9,7 @@
 
 #include "carve/SignatureFile.h"
 #include "carve/SignatureRecord.h"
+#include "ui/Desktop.h"
 
 class QComboBox;
 class QLineEdit;
@@ -19,7 +20,8 @@ class CSignatureAddDlg : public QDialog {
     Q_OBJECT
 public:
     // `records` is the whole signature file (every mode's rows); `folder` holds "slt.dat".
-    CSignatureAddDlg(std::vector<SignatureRecord>& records, const std::string& folder, QWidget* parent = nullptr);
+    CSignatureAddDlg(std::vector<SignatureRecord>& records, const std::string& folder, IDesktop& desktop,
+                     QWidget* parent = nullptr);
 
     // The fields as typed, in the form the signature rules take them.
     SignatureFields Fields() const;
@@ -36,6 +38,7 @@ protected:
 
     std::vector<SignatureRecord>& m_records;
     std::string m_folder;
+    IDesktop& m_desktop;
     QLineEdit* m_size = nullptr;
     QComboBox* m_unit = nullptr;
     QLineEdit* m_header = nullptr;
@@ -48,7 +51,7 @@ protected:
 // Saves `records` as the signature file in `folder` and says how it went in an information box
 // captioned "IDS_INFORMATION": `successId` when saved, `failureId` when the new file could not
 // take the old one's place. True when saved.
-bool SaveSignaturesAndTell(QWidget* parent, const std::string& folder, const std::vector<SignatureRecord>& records,
+bool SaveSignaturesAndTell(QWidget* parent, IDesktop& desktop, const std::string& folder, const std::vector<SignatureRecord>& records,
                            const char* successId, const char* failureId);
 
 } // namespace kestrin::ui

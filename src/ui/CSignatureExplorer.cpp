@@ -44,8 +44,8 @@ QString HexText(const std::vector<uint8_t>& bytes) {
 } // namespace
 
 CSignatureExplorer::CSignatureExplorer(RecoveryMode mode, const std::string& folder, const std::vector<SignatureRecord>& rows,
-                                       const std::vector<bool>& ticked, QWidget* parent)
-    : QDialog(parent), m_mode(mode), m_folder(folder) {
+                                       const std::vector<bool>& ticked, IDesktop& desktop, QWidget* parent)
+    : QDialog(parent), m_mode(mode), m_folder(folder), m_desktop(desktop) {
     setObjectName("CSignatureExplorer");
     setWindowTitle(Tx("IDS_UI_FILE_TYPES_TO_SEARCH", "File types to search"));
     resize(640, 520);
@@ -187,7 +187,7 @@ void CSignatureExplorer::SelectRow(int row) {
 
 void CSignatureExplorer::AddFileType() {
     TickQueues ticks = CurrentTicks();
-    CSignatureAddDlg dlg(m_all, m_folder, this);
+    CSignatureAddDlg dlg(m_all, m_folder, m_desktop, this);
     if (dlg.exec() != QDialog::Accepted) return;
     Load(ticks);
     SelectRow(m_list->topLevelItemCount() - 1);
@@ -199,7 +199,7 @@ void CSignatureExplorer::EditFileType() {
     TickQueues ticks = CurrentTicks(row);
     bool tick = m_list->topLevelItem(row)->checkState(0) == Qt::Checked;
     size_t index = m_fileIndex[size_t(row)];
-    CSignaturesDlg dlg(m_all, index, m_folder, this);
+    CSignaturesDlg dlg(m_all, index, m_folder, m_desktop, this);
     if (dlg.exec() != QDialog::Accepted) return;
     // The changed record keeps its row's tick.
     if (index < m_all.size()) ticks[RecordKey(m_all[index])].push_front(tick);
@@ -210,15 +210,15 @@ void CSignatureExplorer::EditFileType() {
 void CSignatureExplorer::DeleteFileType() {
     int row = CurrentRow();
     if (row < 0 || size_t(row) >= m_rows.size() || m_rows[size_t(row)].userDefined != 1) {
-        CQtMessages(this).Show(InformationOf("IDS_SELECT_USER_DEF"));
+        CQtMessages(this, m_desktop).Show(InformationOf("IDS_SELECT_USER_DEF"));
         return;
     }
     TickQueues ticks = CurrentTicks(row);
     if (DeleteUserSignature(m_all, m_fileIndex[size_t(row)]) != SignatureEditResult::kDone) {
-        CQtMessages(this).Show(InformationOf("IDS_DELETION_FAILED"));
+        CQtMessages(this, m_desktop).Show(InformationOf("IDS_DELETION_FAILED"));
         return;
     }
-    SaveSignaturesAndTell(this, m_folder, m_all, "IDS_DEL_SUCCESSFUL", "IDS_FAILED_TO_SAVE");
+    SaveSignaturesAndTell(this, m_desktop, m_folder, m_all, "IDS_DEL_SUCCESSFUL", "IDS_FAILED_TO_SAVE");
     Load(ticks);
     SelectRow(std::min(row, m_list->topLevelItemCount() - 1));
 }
@@ -247,7 +247,7 @@ bool CSignatureExplorer::FindNext(const QString& text) {
 
 void CSignatureExplorer::FindFromField() {
     if (m_find->text().trimmed().isEmpty()) return;
-    if (!FindNext(m_find->text())) CQtMessages::Inform(this, Tx("IDS_UI_NOT_FOUND", "No item with this name was found."));
+    if (!FindNext(m_find->text())) m_desktop.Inform(this, Tx("IDS_UI_NOT_FOUND", "No item with this name was found."));
 }
 
 void CSignatureExplorer::UpdateCommands() {

@@ -12,6 +12,7 @@
 
 #include "carve/SignatureRecord.h"
 #include "job/ScanOperation.h"
+#include "ui/Desktop.h"
 
 class QLineEdit;
 class QPushButton;
@@ -25,7 +26,7 @@ public:
     // Reads the signature file in `folder` and lists what `mode` shows. `rows` and `ticked` are
     // the rows and ticks of the last time: a row seen before keeps its tick, a new one is ticked.
     CSignatureExplorer(RecoveryMode mode, const std::string& folder, const std::vector<SignatureRecord>& rows,
-                       const std::vector<bool>& ticked, QWidget* parent = nullptr);
+                       const std::vector<bool>& ticked, IDesktop& desktop, QWidget* parent = nullptr);
 
     // The mode's rows as listed now, after any change.
     const std::vector<SignatureRecord>& Rows() const { return m_rows; }
@@ -60,6 +61,7 @@ private:
 
     RecoveryMode m_mode;
     std::string m_folder;
+    IDesktop& m_desktop;
     std::vector<SignatureRecord> m_all;  // every record of the file, in file order
     std::vector<size_t> m_fileIndex;     // row → index into m_all
     std::vector<SignatureRecord> m_rows; // the records the mode lists

@@ -7,8 +7,8 @@
 namespace kestrin::ui {
 
 CSignaturesDlg::CSignaturesDlg(std::vector<SignatureRecord>& records, size_t row, const std::string& folder,
-                               QWidget* parent)
-    : CSignatureAddDlg(records, folder, parent), m_row(row) {
+                               IDesktop& desktop, QWidget* parent)
+    : CSignatureAddDlg(records, folder, desktop, parent), m_row(row) {
     setObjectName("CSignaturesDlg");
     setWindowTitle(Tx("IDS_EDIT_FILE_TYPe"));
     // The record holds its size in bytes, so that is the only unit offered here.

@@ -10,7 +10,7 @@ class CSignaturesDlg final : public CSignatureAddDlg {
     Q_OBJECT
 public:
     // `row` indexes `records`, the whole signature file; it must be a user-defined record.
-    CSignaturesDlg(std::vector<SignatureRecord>& records, size_t row, const std::string& folder,
+    CSignaturesDlg(std::vector<SignatureRecord>& records, size_t row, const std::string& folder, IDesktop& desktop,
                    QWidget* parent = nullptr);
 
 protected:

@@ -6,6 +6,7 @@
 #include "app/Startup.h"
 #include "platform/Platform.h"
 #include "ui/CMainWindow.h"
+#include "ui/Desktop.h"
 
 int main(int argc, char** argv) {
     QApplication qapp(argc, argv);
@@ -16,7 +17,8 @@ int main(int argc, char** argv) {
         QMessageBox::critical(nullptr, QString::fromStdString(refusal.caption), QString::fromStdString(refusal.message));
         return 1;
     }
-    kestrin::ui::CMainWindow window;
+    kestrin::ui::CDesktop desktop;
+    kestrin::ui::CMainWindow window(desktop);
     window.show();
     // A recovery session file named on the command line (a double-click on it) opens directly.
     QStringList args = qapp.arguments();

@@ -22,10 +22,10 @@
 #include <unistd.h>
 
 #include "TestImages.h"
+#include "RecordingDesktop.h"
 #include "app/Language.h"
 #include "storage/CPhysicalDisk.h"
 #include "ui/CMainWindow.h"
-#include "ui/CQtMessages.h"
 #include "ui/CResultsPage.h"
 #include "ui/CResultsState.h"
 
@@ -124,6 +124,7 @@ class OutputSafetyTest : public QObject {
 private:
     QTemporaryDir m_program;
     QStringList m_messages;
+    test::RecordingDesktop m_desktop{&m_messages};
 
 private slots:
     void initTestCase() {
@@ -136,12 +137,11 @@ private slots:
         QFile::setPermissions(m_program.filePath("settings.ini"), QFile::ReadOwner | QFile::WriteOwner);
         app::InitLanguage(m_program.path().toStdString());
         app::ChangeLanguage(0);
-        CQtMessages::SetHook([this](const QString& text) { m_messages << text; });
     }
 
     void cleanup() {
-        CQtMessages::SetHookAnswer(false);
-        CResultsPage::SetViewerLauncher(nullptr);
+        m_desktop.answer = false;
+        m_desktop.viewer = nullptr;
     }
 
     // The bundled sample's camera card, scanned as a user would. Every output pointed at the image
@@ -159,11 +159,11 @@ private slots:
         QCOMPARE(::link(qPrintable(image), qPrintable(dir.filePath("hard.zip"))), 0);
         QVERIFY(QFile::link(dir.path(), dir.filePath("folder-link")));
 
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         QVERIFY(OpenVolume(w, image, "PHOTOS"));
         w.Results().MarkAll(true);
 
-        CQtMessages::SetHookAnswer(true);
+        m_desktop.answer = true;
         const QString isSource = T("IDS_OUTPUT_IS_SOURCE");
         struct Attempt {
             const char* what;
@@ -182,7 +182,7 @@ private slots:
             QVERIFY2(m_messages[0].contains(isSource) && m_messages[0].contains(a.path), qPrintable(m_messages[0]));
             QVERIFY2(Sha256(image) == before, a.what);
         }
-        CQtMessages::SetHookAnswer(false);
+        m_desktop.answer = false;
 
         QString beside = dir.filePath("folder-link/saved");
         QVERIFY(QDir().mkpath(beside));
@@ -199,7 +199,7 @@ private slots:
         QString image = dir.filePath("card.img");
         QVERIFY(QFile::copy(QString::fromStdString(test::UnpackImage("fat32-features")), image));
         const QByteArray imageBefore = Sha256(image);
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(image));
         w.Results().MarkAll(true);
@@ -222,16 +222,16 @@ private slots:
             QCOMPARE(Bytes(path), old);
             QCOMPARE(files(), filesBefore);
 
-            CQtMessages::SetHookAnswer(true);
+            m_desktop.answer = true;
             m_messages.clear();
             QVERIFY2(write(), qPrintable(m_messages.join(" | ")));
-            CQtMessages::SetHookAnswer(false);
+            m_desktop.answer = false;
             QByteArray now = Bytes(path);
             QVERIFY(now != old);
             if (zip) QVERIFY(now.startsWith(QByteArray("PK\x03\x04", 4)));
         }
         // The replaced session is a whole one.
-        CMainWindow reopened;
+        CMainWindow reopened(m_desktop);
         QVERIFY2(reopened.OpenSessionFromMenu(dir.filePath("old.tks4")), qPrintable(m_messages.join(" | ")));
         QVERIFY(FindPath(reopened.Tree(), "Photos/IMG_0001.jpg"));
         QCOMPARE(Sha256(image), imageBefore);
@@ -246,7 +246,7 @@ private slots:
         QString image = UnpackSample(dir);
         QVERIFY(!image.isEmpty());
         const QByteArray before = Sha256(image);
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         QVERIFY(OpenVolume(w, image, "PHOTOS"));
         w.Results().MarkAll(true);
         QString out = dir.filePath("saved");
@@ -311,7 +311,7 @@ private slots:
         QString image = dir.filePath("cut.img");
         QVERIFY(WriteBytes(image, Bytes(whole).left(90000 * 512)));
         const QByteArray before = Sha256(image);
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         QVERIFY(OpenVolume(w, image, "DOCUMENTS"));
         w.Results().MarkAll(true);
         QString out = dir.filePath("saved");
@@ -384,11 +384,11 @@ private slots:
         std::string imagePath = test::UnpackImage("fat32-features");
         QStringList launched;
         bool launcherWorks = true;
-        CResultsPage::SetViewerLauncher([&](const QString& path) {
+        m_desktop.viewer = [&](const QString& path) {
             launched << path;
             return launcherWorks;
-        });
-        auto w = std::make_unique<CMainWindow>();
+        };
+        auto w = std::make_unique<CMainWindow>(m_desktop);
         w->ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w->OpenAndContinue(QString::fromStdString(imagePath)));
         auto* page = w->findChild<CResultsPage*>();
@@ -427,7 +427,7 @@ private slots:
 
         // Another window has a folder of its own.
         {
-            CMainWindow other;
+            CMainWindow other(m_desktop);
             other.ChooseMode(RecoveryMode::DeletedFiles);
             QVERIFY(other.OpenAndContinue(QString::fromStdString(imagePath)));
             auto* otherPage = other.findChild<CResultsPage*>();
@@ -439,7 +439,7 @@ private slots:
         CPhysicalDisk media;
         QVERIFY(media.AttachImageFile(imagePath));
         CResultsState state;
-        CResultsPage lone(state);
+        CResultsPage lone(state, m_desktop);
         lone.SetSource(&media);
         CNode top;
         uint64_t last = media.GetSectorCount() - 1;
@@ -451,7 +451,7 @@ private slots:
         QCOMPARE(m_messages.size(), 1);
         QVERIFY2(m_messages[0].contains(T("IDS_UI_VIEW_INCOMPLETE")), qPrintable(m_messages[0]));
         QVERIFY(launched.isEmpty());
-        CQtMessages::SetHookAnswer(true);
+        m_desktop.answer = true;
         QVERIFY(lone.OpenWithViewer(partly));
         QCOMPARE(launched.size(), 1);
         m_messages.clear();

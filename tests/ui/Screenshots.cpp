@@ -20,13 +20,13 @@
 #include <thread>
 
 #include "TestImages.h"
+#include "RecordingDesktop.h"
 #include "app/Language.h"
 #include "carve/SignatureFile.h"
 #include "scan/CScanDriver.h"
 #include "job/ScanContext.h"
 #include "ui/CFolderTreeModel.h"
 #include "ui/CMainWindow.h"
-#include "ui/CQtMessages.h"
 #include "ui/CScanMan.h"
 #include "ui/CSignatureAddDlg.h"
 #include "ui/CSignatureExplorer.h"
@@ -47,14 +47,14 @@ void Grab(QWidget* w, const QString& file) {
 
 // The signature explorer of a photo mode and its add dialog filled in (never confirmed, so the
 // signature file stays as built).
-void GrabSignatureDialogs(QWidget* parent, const QDir& out) {
+void GrabSignatureDialogs(ui::IDesktop& desktop, QWidget* parent, const QDir& out) {
     const std::string folder = app::CurrentPaths().programFolder;
-    CSignatureExplorer explorer(RecoveryMode::DeletedPhotos, folder, {}, {}, parent);
+    CSignatureExplorer explorer(RecoveryMode::DeletedPhotos, folder, {}, {}, desktop, parent);
     explorer.show();
     explorer.FindNext("png");
     Grab(&explorer, out.filePath("signature-explorer.png"));
     std::vector<SignatureRecord> records = LoadSignatureFile(folder).records;
-    CSignatureAddDlg add(records, folder, parent);
+    CSignatureAddDlg add(records, folder, desktop, parent);
     const std::pair<const char*, const char*> fields[] = {
         {"size", "512"}, {"header", "4B53544E"}, {"extension", "ksn"}, {"offset", "0"},
         {"description", "Field recorder take"}};
@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
     out.mkpath(".");
     app::InitLanguage(KESTRIN_BINARY_DIR);
     app::UseLanguageByName("English");
-    CQtMessages::SetHook([](const QString&) {});
+    test::RecordingDesktop desktop;
     // The bundled sample under a short path of its own, so that no build path shows.
     QString image = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString("/tmp/Images/sample-disk.img");
     if (!QFile::exists(image)) {
@@ -100,7 +100,7 @@ int main(int argc, char** argv) {
         if (std::system(qPrintable(cmd)) != 0) return 1;
     }
 
-    CMainWindow w;
+    CMainWindow w(desktop);
     w.resize(1100, 660);
     w.show();
     for (int t = 0; t < 3; ++t) {
@@ -126,7 +126,7 @@ int main(int argc, char** argv) {
             }
             return Outcome::Stopped;
         };
-        CScanMan dlg(&w);
+        CScanMan dlg(desktop, &w);
         CScanDriver driver(media, engines, dlg);
         driver.Start(OperationKind::FileSystemScan, RecoveryMode::DeletedFiles);
         QTimer::singleShot(1500, &dlg, [&] {
@@ -171,6 +171,6 @@ int main(int argc, char** argv) {
     w.ChooseMode(RecoveryMode::DeletedPhotos);
     Grab(&w, out.filePath("drive-page-german.png"));
     w.SetLanguage(0);
-    GrabSignatureDialogs(&w, out);
+    GrabSignatureDialogs(desktop, &w, out);
     return 0;
 }

@@ -13,11 +13,11 @@
 #include <functional>
 
 #include "app/Language.h"
+#include "RecordingDesktop.h"
 #include "carve/SignatureFile.h"
 #include "carve/SignatureList.h"
 #include "job/ScanOperation.h"
 #include "ui/CMainWindow.h"
-#include "ui/CQtMessages.h"
 #include "ui/CSignatureAddDlg.h"
 #include "ui/CSignatureExplorer.h"
 #include "ui/CSignaturesDlg.h"
@@ -64,6 +64,7 @@ class SignatureExplorerTest : public QObject {
 private:
     QTemporaryDir m_program;
     QStringList m_messages;
+    test::RecordingDesktop m_desktop{&m_messages};
 
     std::string Folder() const { return m_program.path().toStdString(); }
     QString SltPath() const { return m_program.filePath(kSignatureFileName); }
@@ -81,7 +82,6 @@ private slots:
             QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
         app::InitLanguage(Folder());
         app::UseLanguageByName("English");
-        CQtMessages::SetHook([this](const QString& text) { m_messages << text; });
     }
 
     void init() {
@@ -97,7 +97,7 @@ private slots:
     void addEditDeleteUserType() {
         const QByteArray shipped = FileBytes(SltPath());
         const size_t fileCount = LoadSignatureFile(Folder()).records.size();
-        CSignatureExplorer ex(RecoveryMode::DeletedPhotos, Folder(), {}, {});
+        CSignatureExplorer ex(RecoveryMode::DeletedPhotos, Folder(), {}, {}, m_desktop);
         const size_t rowCount = ex.Rows().size();
         QVERIFY(rowCount > 0 && rowCount < fileCount);
         ex.List()->topLevelItem(0)->setCheckState(0, Qt::Unchecked);
@@ -229,7 +229,7 @@ private slots:
             }
         });
         std::vector<SignatureRecord> records = LoadSignatureFile(Folder()).records;
-        CSignatureAddDlg add(records, Folder());
+        CSignatureAddDlg add(records, Folder(), m_desktop);
         add.exec();
         QCOMPARE(open, std::vector<bool>(std::size(junk), true));
         QStringList expected;
@@ -241,7 +241,7 @@ private slots:
         const size_t user = records.size();
         QVERIFY(AddUserSignature(records, {"1", 0, "AA", "usr", "0", 0, "Mine"}) == SignatureEditResult::kDone);
         m_messages.clear();
-        CSignaturesDlg edit(records, user, Folder());
+        CSignaturesDlg edit(records, user, Folder(), m_desktop);
         bool editOpen = false;
         WhenShown<CSignaturesDlg>([&](CSignaturesDlg* dlg) {
             Type(dlg, "size", "4294967297");
@@ -260,7 +260,7 @@ private slots:
     // and what is in that place stays.
     void newRowTickedAndSaveFailures() {
         std::vector<SignatureRecord> rows = SignaturesForMode(RecoveryMode::LostFiles, Folder());
-        CSignatureExplorer ex(RecoveryMode::LostFiles, Folder(), rows, std::vector<bool>(rows.size(), false));
+        CSignatureExplorer ex(RecoveryMode::LostFiles, Folder(), rows, std::vector<bool>(rows.size(), false), m_desktop);
         ex.SelectRow(0);
         QVERIFY(!ex.findChild<QPushButton*>("edit")->isEnabled());
         auto fill = [](CSignatureAddDlg* dlg) {
@@ -294,7 +294,7 @@ private slots:
     // The main window hands the explorer the rows and ticks of the last time: OK keeps the
     // choice, Skip keeps the one before, and an added type stays listed either way.
     void mainWindowKeepsChoice() {
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         w.show();
         w.ChooseMode(RecoveryMode::LostFiles);
         auto* open = w.findChild<QPushButton*>("fileTypes");
@@ -329,7 +329,7 @@ private slots:
     }
 
     void markAllAndFind() {
-        CSignatureExplorer ex(RecoveryMode::LostFiles, Folder(), {}, {});
+        CSignatureExplorer ex(RecoveryMode::LostFiles, Folder(), {}, {}, m_desktop);
         const int n = ex.List()->topLevelItemCount();
         QVERIFY(n > 2);
         Click(&ex, "unmarkAll");

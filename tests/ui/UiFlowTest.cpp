@@ -25,13 +25,13 @@
 #include <thread>
 
 #include "TestImages.h"
+#include "RecordingDesktop.h"
 #include "app/Language.h"
 #include "scan/CScanDriver.h"
 #include "job/ScanContext.h"
 #include "ui/CFileListModel.h"
 #include "ui/CFolderTreeModel.h"
 #include "ui/CMainWindow.h"
-#include "ui/CQtMessages.h"
 #include "ui/CScanMan.h"
 #include "ui/PreviewContent.h"
 
@@ -126,6 +126,7 @@ class UiFlowTest : public QObject {
 private:
     QTemporaryDir m_program;
     QStringList m_messages;
+    test::RecordingDesktop m_desktop{&m_messages};
 
 private slots:
     void initTestCase() {
@@ -141,7 +142,6 @@ private slots:
         QVERIFY(QFile::copy(QString(KESTRIN_BINARY_DIR) + "/slt.dat", m_program.filePath("slt.dat")));
         app::InitLanguage(m_program.path().toStdString());
         app::ChangeLanguage(0);
-        CQtMessages::SetHook([this](const QString& text) { m_messages << text; });
     }
 
     void recoversDeletedFilesFromImage() {
@@ -152,7 +152,7 @@ private slots:
         QJsonArray files =
             QJsonDocument::fromJson(manifestFile.readAll()).object()["partitions"].toArray()[0].toObject()["files"].toArray();
 
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         w.show();
         Click(&w, "mode1019");
         QCOMPARE(w.CurrentPage(), CMainWindow::kDrivePage);
@@ -257,7 +257,7 @@ private slots:
     void diskImageOffersPartitions() {
         std::string image = test::UnpackImage("disk-mbr");
         QVERIFY(!image.empty());
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(QString::fromStdString(image)));
         QCOMPARE(w.CurrentPage(), CMainWindow::kPartitionPage);
@@ -266,7 +266,7 @@ private slots:
         // A device that is not there is refused with the system's reason; more rights would not
         // help, so the way to get them is not offered.
         m_messages.clear();
-        CMainWindow other;
+        CMainWindow other(m_desktop);
         other.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(!other.OpenAndContinue("/dev/kestrin-no-such-disk"));
         QCOMPARE(m_messages.size(), 1);
@@ -293,7 +293,7 @@ private slots:
     // Partition recovery searches the whole disk first, then lists what it found to choose from.
     void partitionModeSearchesWholeDisk() {
         std::string image = test::UnpackImage("disk-mbr");
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         Click(&w, "mode1021");
         m_messages.clear();
         QVERIFY(w.OpenAndContinue(QString::fromStdString(image)));
@@ -317,7 +317,7 @@ private slots:
         const QByteArray deletedPhotos[] = {"a9b9693c95eaa5ab98cdfd7887fae613e70d85f05dea39457719050defa26ea0",
                                             "3bfad322358e86ace9da303df6e32df16ebf663bd7555ab407e60c378e3fe1b4"};
         for (int lang = 0; lang < app::kLanguageCount; ++lang) {
-            CMainWindow w;
+            CMainWindow w(m_desktop);
             w.findChild<QAction*>(QString("lang%1").arg(app::kLanguageMenuFirst + lang))->trigger();
             auto* photoMode = w.findChild<QPushButton*>("mode1037");
             QCOMPARE(photoMode->text(), T("IDS_RECOVERDELETEDPHOTOS"));
@@ -352,7 +352,7 @@ private slots:
     // Opening each kind of source shows what it holds: the table's partitions with their file
     // systems and labels, or one volume's own; a partition chosen there is scanned at once.
     void drivePageShowsFileSystemsAndLabels() {
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         w.ChooseMode(RecoveryMode::DeletedFiles);
         auto* drives = w.findChild<QTreeWidget*>("drives");
         struct Disk {
@@ -392,7 +392,7 @@ private slots:
         QTemporaryDir dir;
         QString image = dir.filePath("card.img");
         QVERIFY(QFile::copy(QString::fromStdString(test::UnpackImage("fat32-features")), image));
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(image));
         w.Results().SetChecked(FindPath(w.Tree(), "Photos/IMG_0001.jpg"), true);
@@ -401,7 +401,7 @@ private slots:
         QVERIFY(w.DefaultSessionName(QDateTime(QDate(2024, 3, 5), QTime(7, 8, 9)))
                     .startsWith(" # card.img, 05-March-2024[7 8 9]"));
 
-        CMainWindow reopened;
+        CMainWindow reopened(m_desktop);
         m_messages.clear();
         QVERIFY2(reopened.OpenSessionFromMenu(session), qPrintable(m_messages.join(" | ")));
         QCOMPARE(reopened.CurrentPage(), CMainWindow::kResultsPage);
@@ -413,7 +413,7 @@ private slots:
         QVERIFY(reopened.SaveTo(out.path(), kCollisionRename));
         QCOMPARE(reopened.LastSave().files, 1u);
 
-        CMainWindow photos;
+        CMainWindow photos(m_desktop);
         photos.ChooseMode(RecoveryMode::DeletedPhotos);
         m_messages.clear();
         QVERIFY(!photos.OpenSessionFromMenu(session));
@@ -423,7 +423,7 @@ private slots:
         QCOMPARE(photos.CurrentPage(), CMainWindow::kDrivePage);
 
         QVERIFY(QFile::remove(image));
-        CMainWindow gone;
+        CMainWindow gone(m_desktop);
         m_messages.clear();
         QVERIFY(!gone.OpenSessionFromMenu(session));
         QCOMPARE(m_messages.size(), 1);
@@ -433,7 +433,7 @@ private slots:
     // Leaving unsaved results asks whether to save the session: Cancel stays, No leaves; once
     // saved, New Scan leaves without asking.
     void leavingResultsOffersSession() {
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         w.show();
         w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(QString::fromStdString(test::UnpackImage("fat16-features"))));
@@ -467,16 +467,16 @@ private slots:
         QVERIFY(f.open(QIODevice::WriteOnly) && f.write(disk) == disk.size());
         f.close();
 
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         Click(&w, "mode1021");
         m_messages.clear();
         QVERIFY(!w.OpenAndContinue(path));
         QCOMPARE(m_messages, QStringList{T("IDS_NO_PARTITION_FOUND")});
         QCOMPARE(w.CurrentPage(), CMainWindow::kDrivePage);
 
-        CQtMessages::SetHookAnswer(true);
+        m_desktop.answer = true;
         bool opened = w.OpenAndContinue(path);
-        CQtMessages::SetHookAnswer(false);
+        m_desktop.answer = false;
         QVERIFY(opened);
         QCOMPARE(w.CurrentPage(), CMainWindow::kResultsPage);
         CNode* carved = nullptr;
@@ -525,17 +525,17 @@ private slots:
             }
             return Outcome::Stopped;
         };
-        CScanMan dlg;
+        CScanMan dlg(m_desktop);
         CScanDriver driver(media, engines, dlg);
         bool asked = false, held = false, frozen = false;
-        CScanMan::SetQuestionHook([&](CScanDriver& d) {
+        m_desktop.onAsk = [&](const QString&) {
             asked = true;
-            held = d.Gate().WaitForWorkerHeld(2000);
-            int64_t before = d.Operation().done.load();
+            held = driver.Gate().WaitForWorkerHeld(2000);
+            int64_t before = driver.Operation().done.load();
             QTest::qWait(150);
-            frozen = d.Operation().done.load() == before;
+            frozen = driver.Operation().done.load() == before;
             return true;
-        });
+        };
         QVERIFY(driver.Start(OperationKind::FileSystemScan, RecoveryMode::DeletedFiles));
         QElapsedTimer clock;
         QTimer::singleShot(200, &dlg, [&] {
@@ -543,7 +543,7 @@ private slots:
             dlg.findChild<QPushButton*>("cancel")->click();
         });
         QVERIFY(!dlg.Run(driver));
-        CScanMan::SetQuestionHook(nullptr);
+        m_desktop.onAsk = nullptr;
         QVERIFY(asked);
         QVERIFY(held);
         QVERIFY(frozen);
@@ -552,7 +552,7 @@ private slots:
     }
 
     void languageSwitchRewritesSettingsAndTexts() {
-        CMainWindow w;
+        CMainWindow w(m_desktop);
         auto* german = w.findChild<QAction*>("lang40045");
         QVERIFY(german);
         german->trigger();

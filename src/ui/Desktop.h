@@ -1,0 +1,36 @@
+#pragma once
+// What the desktop program asks of the person in front of it and of the system around it:
+// message boxes, yes/no questions, and a viewer for a recovered file. The program uses the real
+// boxes and the system's viewer (CDesktop); tests give the main window a recorder instead.
+#include <QString>
+#include <QWidget>
+
+namespace kestrin::ui {
+
+class IDesktop {
+public:
+    enum class Sign { Information, Warning, Error };
+
+    virtual ~IDesktop() = default;
+    virtual void Tell(QWidget* parent, const QString& caption, const QString& text, Sign sign) = 0;
+    // `defaultYes` false: Enter answers No (questions whose Yes loses data or work).
+    virtual bool Ask(QWidget* parent, const QString& caption, const QString& text, bool defaultYes) = 0;
+    // Opens `path` in the program the system associates with it; false when none started.
+    virtual bool OpenInViewer(const QString& path) = 0;
+
+    // The same under the program's own caption.
+    void Inform(QWidget* parent, const QString& text);
+    void Warn(QWidget* parent, const QString& text);
+    bool Ask(QWidget* parent, const QString& text, bool defaultYes = true);
+};
+
+// Message boxes and the system's viewer.
+class CDesktop final : public IDesktop {
+public:
+    void Tell(QWidget* parent, const QString& caption, const QString& text, Sign sign) override;
+    bool Ask(QWidget* parent, const QString& caption, const QString& text, bool defaultYes) override;
+    bool OpenInViewer(const QString& path) override;
+    using IDesktop::Ask;
+};
+
+} // namespace kestrin::ui
