@@ -106,7 +106,6 @@ int WriteRunSession(const std::string& path, ScanRun& run, bool overwrite) {
         return kExitUsage;
     }
     VolumeScan& v = run.volumes.front();
-    if (v.partition > 0) SelectListedPartition(run.src, size_t(v.partition - 1));
     SessionMessages msgs;
     if (!WriteScanSession(path, run.mode, *run.src.media, v.tree.get(), msgs, overwrite)) return kExitWriteErrors;
     return kExitOk;

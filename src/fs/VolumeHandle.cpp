@@ -32,6 +32,16 @@ const VolumeHandle* VolumeOf(const CNode& node) {
     return nullptr;
 }
 
+const VolumeHandle* SingleVolumeOf(const CNode* top) {
+    const VolumeHandle* found = nullptr;
+    for (const CNode* n = top ? top->firstChild : nullptr; n; n = n->nextSibling) {
+        if (!n->volume) continue;
+        if (found) return nullptr;
+        found = n->volume.get();
+    }
+    return found;
+}
+
 void StampVolumes(CNode* top, const CPhysicalDisk& media) {
     if (!top) return;
     for (CNode* n = top->firstChild; n; n = n->nextSibling)

@@ -27,6 +27,8 @@ VolumeHandle HandleOf(const CPhysicalDisk& media);
 void SelectVolume(CPhysicalDisk& view, const VolumeHandle& volume);
 // The handle of the volume root above `node`, or null (carved items, trees without one).
 const VolumeHandle* VolumeOf(const CNode& node);
+// The handle of the one volume root directly below `top`; null when there is none or several.
+const VolumeHandle* SingleVolumeOf(const CNode* top);
 // Gives every volume root directly below `top` that has no handle yet the media's selection:
 // the driver calls it after each stage that may have added a volume.
 void StampVolumes(CNode* top, const CPhysicalDisk& media);

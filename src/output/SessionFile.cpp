@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "fs/VolumeHandle.h"
 #include "output/OutputGuard.h"
 #include "platform/AtomicFile.h"
 #include "platform/Platform.h"
@@ -433,17 +434,21 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
             std::vector<uint8_t> units((sourcePath.size() + 1) * 2, 0);
             for (size_t i = 0; i < sourcePath.size(); ++i) PutLe16(units.data() + 2 * i, uint16_t(sourcePath[i]));
             if (!out.Put(units.data(), units.size(), 7)) return false;
+            // The volume the tree was found on, whatever the media selects now; a tree of several
+            // volumes (or none) stores the media's selection.
+            const VolumeHandle* found = SingleVolumeOf(s.top);
+            const VolumeHandle volume = found ? *found : HandleOf(*media);
             uint8_t shape[geometry::kBytes];
-            geometry::SectorCount::Put(shape, media->GetSectorCount());
-            geometry::SectorSize::Put(shape, media->GetSectorSize());
+            geometry::SectorCount::Put(shape, volume.sectorCount);
+            geometry::SectorSize::Put(shape, volume.sectorSize);
             if (!out.Put(shape, sizeof shape, 8)) return false;
             uint8_t block[source::kBytes] = {};
-            source::FsKind::Put(block, static_cast<uint8_t>(media->GetFsKind()));
-            source::PartitionFlag::Put(block, static_cast<uint8_t>(media->GetPartitionFlag()));
-            source::SourceKind::Put(block, static_cast<uint8_t>(media->GetSourceKind()));
+            source::FsKind::Put(block, static_cast<uint8_t>(volume.fsKind));
+            source::PartitionFlag::Put(block, static_cast<uint8_t>(volume.partitionFlag));
+            source::SourceKind::Put(block, static_cast<uint8_t>(volume.sourceKind));
             source::DeviceKind::Put(block, uint8_t(media->GetDeviceKind()));
-            source::FirstSector::Put(block, media->GetFirstSector());
-            PackPartition(block + source::kPartitionOffset, media->GetPartitionParams());
+            source::FirstSector::Put(block, volume.firstSector);
+            PackPartition(block + source::kPartitionOffset, volume.params);
             if (!out.Put(block, sizeof block, 9)) return false;
             if (s.top && !PutTree(out, s.top)) return false;
         }
@@ -557,6 +562,8 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
         }
         out.driveList = std::move(lists.driveList);
         out.secondList = std::move(lists.secondList);
+        // The stored selection is the volume the tree was found on.
+        StampVolumes(out.top.get(), *out.media);
     } else {
         SessionData lists;
         if (!GetLists(in, hasList, hasSecond, lists)) return corrupted();

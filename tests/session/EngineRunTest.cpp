@@ -1,6 +1,7 @@
 // The real engines through the driver and the session layer: a confirmed stop during any
 // file-system walk ends the operation, and items are read back through their own volume.
 #include <atomic>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "fs/VolumeTree.h"
 #include "job/QuietScanEvents.h"
 #include "output/ContentCopy.h"
+#include "output/SessionFile.h"
 #include "scan/CScanDriver.h"
 #include "session/EngineTable.h"
 #include "session/Source.h"
@@ -119,6 +121,23 @@ TEST(EngineRun, ItemsAreReadThroughTheirOwnVolume) {
         if (whole) SelectWholeSource(src);
         for (size_t i = 0; i < scans.size(); ++i)
             EXPECT_EQ(Content(*src.media, *scans[i].file), scans[i].expected) << "volume " << i << " whole " << whole;
+    }
+    // A session stores the volume its tree was found on, not the media's selection (the whole
+    // disk now), and its items read back through that volume.
+    for (size_t i = 0; i < scans.size(); ++i) {
+        const std::string path = ::testing::TempDir() + "kestrin-volume-" + std::to_string(i) + ".tks4";
+        std::remove(path.c_str());
+        CSilentMessages quiet;
+        ASSERT_TRUE(WriteScanSession(path, RecoveryMode::DeletedFiles, *src.media, scans[i].tree.get(), quiet, false));
+        SessionData session;
+        ASSERT_TRUE(ReadSession(path, {}, session, quiet)) << path;
+        ASSERT_TRUE(session.media && session.top);
+        const CNode* file = FirstFileWithData(session.top.get());
+        ASSERT_NE(file, nullptr);
+        ASSERT_NE(VolumeOf(*file), nullptr);
+        EXPECT_EQ(VolumeOf(*file)->fsKind, scans[i].fsKind);
+        EXPECT_EQ(Content(*session.media, *file), scans[i].expected) << "session of volume " << i;
+        std::remove(path.c_str());
     }
 }
 
