@@ -16,24 +16,8 @@ namespace {
 using namespace layout;
 
 constexpr size_t kFolderReadBytes = 1 << 20;
-// Attributes (FAT's bits) past folder and archive, or a label that is also a folder, mean the
-// entry is not a file entry at all: the folder ends there.
-constexpr uint16_t kAttrHighestKnown = fat_dir::kAttrFolder | fat_dir::kAttrArchive;
-constexpr uint16_t kAttrLabelFolder = fat_dir::kAttrVolumeLabel | fat_dir::kAttrFolder;
 // The clusters follow the FAT when the stream flags are exactly "allocation possible".
 constexpr uint8_t kFatChainFlags = exfat_stream::kAllocationPossible;
-
-// The entry set being gathered.
-struct EntrySet {
-    bool open = false;
-    uint32_t remaining = 0; // secondary entries still expected
-    uint8_t flags = 0;
-    uint16_t createdDate = 0, modifiedDate = 0;
-    uint8_t nameLength = 0;
-    uint64_t size = 0;
-    uint32_t firstCluster = 0;
-    std::u16string name;
-};
 
 uint16_t DateOf(uint32_t timestamp) { return uint16_t(timestamp >> exfat_file::kTimestampDateShift); }
 
@@ -44,7 +28,7 @@ CExFatWalker::CExFatWalker(CFatVolume& volume, ScanContext* ctx)
 
 bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
     const FatGeometry& g = m_vol.Geometry();
-    EntrySet set;
+    EntrySet& set = m_set;
     using namespace exfat_dir;
     for (size_t at = 0; at + kEntryBytes <= buf.size(); at += kEntryBytes) {
         const uint8_t* e = buf.data() + at;
@@ -53,7 +37,8 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
         case kTypeFile:
         case Deleted(kTypeFile): {
             const uint16_t attr = exfat_file::Attributes::At(e);
-            if (attr > kAttrHighestKnown || attr == kAttrLabelFolder) return true;
+            // Attributes (FAT's bits) no entry holds mean this is not a file entry at all.
+            if (fat_dir::ImpossibleAttributes(attr)) return true;
             set = {};
             set.open = true;
             set.remaining = exfat_file::SecondaryCount::At(e);
@@ -115,8 +100,11 @@ void CExFatWalker::ReadFolder(ScanEntry* folder) {
         n = std::min<uint64_t>({n, maxClusters, uint64_t(g.highestCluster) - folder->recordId + 1});
         for (uint64_t i = 0; i < n; ++i) clusters.push_back(uint32_t(folder->recordId + i));
     }
+    // A set may run from one cluster of the folder into the next; none runs into another folder.
+    m_set = {};
     m_vol.ReadClusters(clusters, kFolderReadBytes,
                        [&](size_t, std::span<const uint8_t> data) { return !ParseEntries(data, folder); });
+    m_set = {};
 }
 
 } // namespace kestrin

@@ -15,10 +15,6 @@ namespace {
 using namespace layout::fat_dir;
 namespace lfn = layout::fat_lfn;
 
-// Attributes past these bits (or a label that is also a folder) mean the entry is not a folder
-// entry at all: the folder ends there.
-constexpr uint8_t kAttrHighestKnown = kAttrFolder | kAttrArchive;
-constexpr uint8_t kAttrLabelFolder = kAttrVolumeLabel | kAttrFolder;
 // A volume label as the first entry of a folder, plain or with the folder and archive bits.
 constexpr uint8_t kAttrLabelAll = kAttrVolumeLabel | kAttrFolder | kAttrArchive;
 // Long-name units: the terminator, the padding after it, and the two trimmed from a name's end.
@@ -240,7 +236,8 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         const uint8_t status = Status::At(e.data());
         if (status == kEndOfFolder) return true;
         const uint8_t attr = Attributes::At(e.data());
-        if (attr > kAttrHighestKnown || attr == kAttrLabelFolder) return true;
+        // Attributes no entry holds mean this is not a folder entry at all: the folder ends.
+        if (ImpossibleAttributes(attr)) return true;
         if (attr == kAttrLongName && lfn::Type::At(e.data()) == 0) {
             // Pieces are stored last first: each goes in front of what was gathered. The trims
             // belong to the end of the name, so only the first piece met (the name's last) is

@@ -48,6 +48,16 @@ inline constexpr uint8_t kAttrArchive = 0x20;
 inline constexpr uint8_t kAttrReservedBits = 0xC0;
 // All four low bits at once mark a long-name piece.
 inline constexpr uint8_t kAttrLongName = kAttrReadOnly | kAttrHidden | kAttrSystem | kAttrVolumeLabel;
+// Every bit an entry may carry; exFAT keeps the same bits in a 16-bit field.
+inline constexpr uint16_t kAttrKnownBits = kAttrLongName | kAttrFolder | kAttrArchive;
+// A volume label is never a folder: the two bits together mark no entry.
+inline constexpr uint8_t kAttrLabelFolder = kAttrVolumeLabel | kAttrFolder;
+
+// True when no entry holds these attributes: a bit above archive, or label and folder at once.
+// Any mix of read-only, hidden, system, archive and folder is a real entry's.
+inline constexpr bool ImpossibleAttributes(uint16_t attr) {
+    return (attr & ~kAttrKnownBits) != 0 || (attr & kAttrLabelFolder) == kAttrLabelFolder;
+}
 
 // Case flag bits.
 inline constexpr uint8_t kCaseLowerBase = 0x08;

@@ -1,5 +1,8 @@
 // The exFAT folder walk and content read-back on volumes built byte by byte: entry sets, the
 // drop rules, folders read by chain or contiguously, how the walk ends, and hostile input.
+#include <algorithm>
+#include <cstring>
+
 #include <gtest/gtest.h>
 
 #include "fs/exfat/ExFatBuilder.h"
@@ -24,12 +27,16 @@ TEST(ExFatWalk, EntrySetsFlagsAndDropRules) {
     e += 32 * ExFatBuilder::Set(e, false, kDir, u"Old", 30, kCB, false);
     e += 32 * ExFatBuilder::Set(e, true, kDir, u"Chained", 31, 2 * kCB, true);
     e += 32 * ExFatBuilder::Set(e, true, kFile, u"chain.bin", 22, 10, true);
-    e += 32 * ExFatBuilder::Set(e, true, 0x31, u"stop", 23, 10, false); // impossible attributes end it
+    e += 32 * ExFatBuilder::Set(e, true, 0x40, u"stop", 23, 10, false); // impossible attributes end it
     ExFatBuilder::Set(e, true, kFile, u"after.txt", 24, 10, false);
     ExFatBuilder::Set(b.Cluster(30), true, kFile, u"inside.txt", 40, 5, false);
     b.Chain({31, 33});
     ExFatBuilder::Set(b.Cluster(31), true, kFile, u"first.txt", 41, 5, false);
-    ExFatBuilder::Set(b.Cluster(31) + kCB - 64, true, kFile, u"split.txt", 42, 5, false); // runs into 33: lost
+    // Runs on in the chain's next cluster, 33.
+    uint8_t split[3 * 32] = {};
+    ExFatBuilder::Set(split, true, kFile, u"split.txt", 42, 5, false);
+    std::memcpy(b.Cluster(31) + kCB - 64, split, 64);
+    std::memcpy(b.Cluster(33), split + 64, 32);
     ExFatBuilder::Set(b.Cluster(33) + 32, true, kFile, u"second.txt", 43, 5, false);
     ScanOperation op;
     op.state = OperationState::Running;
@@ -37,7 +44,8 @@ TEST(ExFatWalk, EntrySetsFlagsAndDropRules) {
     ASSERT_TRUE(v->root);
     EXPECT_EQ(v->root->recordId, ExFatBuilder::kRoot);
     EXPECT_EQ(v->outcome, Outcome::Ok);
-    EXPECT_EQ(Paths(v->root), (Names{"Chained", "Chained/first.txt", "Chained/second.txt", "Old", "Old/inside.txt",
+    EXPECT_EQ(Paths(v->root), (Names{"Chained", "Chained/first.txt", "Chained/second.txt", "Chained/split.txt", "Old",
+                                     "Old/inside.txt",
                                      "Twenty char name.txt", "chain.bin", "deleted notes.txt"}));
     auto found = Flatten(v->root);
     const CNode* twenty = found["Twenty char name.txt"];
@@ -50,6 +58,84 @@ TEST(ExFatWalk, EntrySetsFlagsAndDropRules) {
     EXPECT_EQ(found["chain.bin"]->flags, kNodeInUse | kNodeFatChain);
     EXPECT_EQ(found["Old"]->flags, kNodeFolder);
     EXPECT_EQ(found["Old/inside.txt"]->flags, 0); // inside a deleted folder
+}
+
+// Writes the entries in `set` from slot `slot` of `first` on; what does not fit goes on at the
+// start of `next`.
+void PutAcross(ExFatBuilder& b, uint32_t first, uint32_t next, size_t slot, const std::vector<uint8_t>& set) {
+    const size_t inFirst = std::min(set.size(), kCB - 32 * slot);
+    std::memcpy(b.Cluster(first) + 32 * slot, set.data(), inFirst);
+    std::memcpy(b.Cluster(next), set.data() + inFirst, set.size() - inFirst);
+}
+
+std::vector<uint8_t> SetBytes(const std::u16string& name, uint32_t cluster, uint16_t attr = kFile) {
+    std::vector<uint8_t> set(32 * (2 + (name.size() + 14) / 15));
+    ExFatBuilder::Set(set.data(), true, attr, name, cluster, 5, false);
+    return set;
+}
+
+// Entry sets that start in one of the last slots of a folder cluster and end in the folder's next
+// cluster, at every boundary position: the root and a folder whose next cluster is elsewhere in
+// their FAT chains, and a folder that is one contiguous run. A set still open when its folder
+// ends is dropped, and does not go on in the folder read next.
+TEST(ExFatWalk, EntrySetsCrossClusterBoundaries) {
+    const std::u16string name = u"A name of forty units, in three entries"; // a set of five entries
+    constexpr size_t kSlots = kCB / 32, kSetEntries = 5;
+    struct Folder {
+        const char* what;
+        uint32_t first, next;
+        bool chained;
+    } folders[] = {{"root", ExFatBuilder::kRoot, 9, true}, {"chained", 30, 35, true}, {"contiguous", 30, 31, false}};
+    for (const Folder& f : folders) {
+        for (size_t slot = kSlots - kSetEntries; slot < kSlots; ++slot) {
+            SCOPED_TRACE(std::string(f.what) + ", set at slot " + std::to_string(slot));
+            ExFatBuilder b;
+            const bool root = f.first == ExFatBuilder::kRoot;
+            if (f.chained) b.Chain({f.first, f.next});
+            if (!root) {
+                // The folder, and a sibling read right after it that starts with the rest of a set.
+                uint8_t* e = b.Cluster(ExFatBuilder::kRoot) + 96;
+                e += 32 * ExFatBuilder::Set(e, true, kDir, u"sibling", 40, kCB, false);
+                ExFatBuilder::Set(e, true, kDir, u"dir", f.first, 2 * kCB, f.chained);
+                uint8_t rest[4 * 32] = {};
+                ExFatBuilder::Set(rest, true, kFile, u"not a set of its own", 51, 5, false);
+                std::memcpy(b.Cluster(40), rest + 64, 64); // its two name entries
+            }
+            PutAcross(b, f.first, f.next, slot, SetBytes(name, 50));
+            // Then one set after it, and one that the folder's end cuts.
+            PutAcross(b, f.next, f.next, kSetEntries - (kSlots - slot), SetBytes(u"after.txt", 52));
+            std::memcpy(b.Cluster(f.next) + kCB - 64, SetBytes(u"cut.txt", 53).data(), 64);
+            const std::string prefix = root ? "" : "dir/";
+            Names want{prefix + "A name of forty units, in three entries", prefix + "after.txt"};
+            if (!root) want.insert(want.begin(), "dir"), want.push_back("sibling");
+            EXPECT_EQ(Paths(ScanMemory(b.img, FsKind::ExFat, ExFatScanVolume)->root), want);
+        }
+    }
+}
+
+// Read-only, hidden, system and archive go with the folder bit on real entries (0x31-0x37 among
+// them); only values no entry holds (bits past archive, label and folder together) end the folder.
+TEST(ExFatWalk, OnlyImpossibleAttributesEndTheFolder) {
+    for (uint16_t attr : {0x11, 0x16, 0x31, 0x32, 0x34, 0x37}) {
+        SCOPED_TRACE(attr);
+        ExFatBuilder b;
+        uint8_t* e = b.Cluster(ExFatBuilder::kRoot) + 96;
+        e += 32 * ExFatBuilder::Set(e, true, attr, u"odd", 20, kCB, false);
+        ExFatBuilder::Set(e, true, kFile, u"next.txt", 21, 1, false);
+        ExFatBuilder::Set(b.Cluster(20), true, kFile, u"inside.txt", 22, 1, false);
+        auto v = ScanMemory(b.img, FsKind::ExFat, ExFatScanVolume);
+        EXPECT_EQ(Paths(v->root), (Names{"next.txt", "odd", "odd/inside.txt"}));
+        EXPECT_EQ(Flatten(v->root)["odd"]->flags, kNodeInUse | kNodeFolder);
+    }
+    for (uint16_t attr : {0x18, 0x1A, 0x38, 0x40, 0x80, 0x100, 0x8000}) {
+        SCOPED_TRACE(attr);
+        ExFatBuilder b;
+        uint8_t* e = b.Cluster(ExFatBuilder::kRoot) + 96;
+        e += 32 * ExFatBuilder::Set(e, true, kFile, u"first.txt", 20, 1, false);
+        e += 32 * ExFatBuilder::Set(e, true, attr, u"odd", 21, 1, false);
+        ExFatBuilder::Set(e, true, kFile, u"next.txt", 22, 1, false);
+        EXPECT_EQ(Paths(ScanMemory(b.img, FsKind::ExFat, ExFatScanVolume)->root), Names{"first.txt"});
+    }
 }
 
 TEST(ExFatWalk, HostileSetsAndFolders) {

@@ -33,7 +33,7 @@ TEST(FatWalk, NamesFlagsAndSkippedEntries) {
         FatBuilder::Short(e += 32, "ODDCASE TXT", 0x20, 14, 1, 0, 0, 0x04); // unknown case bits
         FatBuilder::Short(e += 32, "\x05" "ATE    TXT", 0x20, 15, 1);    // 0x05 stands for 0xE5
         FatBuilder::Short(e += 32, "DATES   TXT", 0x20, 16, 1, 0x5678, 0x1234);
-        FatBuilder::Short(e += 32, "STOP    TXT", 0x31, 17, 1); // impossible attributes end the folder
+        FatBuilder::Short(e += 32, "STOP    TXT", 0x18, 17, 1); // impossible attributes end the folder
         FatBuilder::Short(e += 32, "AFTER   TXT", 0x20, 18, 1);
         auto v = ScanMemory(b.img, kind, FatScanVolume);
         auto found = Flatten(v->root);
@@ -116,6 +116,70 @@ TEST(FatWalk, HostileChainsEnd) {
     for (int i = 2; i < 16; ++i) FatBuilder::Short(f.Cluster(50) + 32 * i, "\xE5UNUSED    ", 0x20, 0);
     FatBuilder::Short(f.Cluster(51), "TWO     TXT", 0x20, 61, 1);
     EXPECT_EQ(Paths(ScanMemory(f.img, FsKind::Fat32, FatScanVolume)->root), (Names{"DIR", "DIR/TWO.TXT"}));
+}
+
+// A long name whose pieces start in one of the last slots of a folder cluster and end in the
+// next cluster of its chain (elsewhere on the volume): the FAT32 root and sub-folders of both
+// kinds, at every boundary position.
+TEST(FatWalk, LongNamesCrossClusterBoundaries) {
+    const std::u16string name = u"A long name that takes four pieces to hold"; // 42 units: 4 pieces, then the short entry
+    constexpr size_t kSlots = 512 / 32, kSetEntries = 5;
+    struct Folder {
+        FsKind kind;
+        bool root;
+    } folders[] = {{FsKind::Fat32, true}, {FsKind::Fat32, false}, {FsKind::Fat16, false}};
+    for (const Folder& f : folders) {
+        for (size_t slot = kSlots - kSetEntries; slot < kSlots; ++slot) {
+            SCOPED_TRACE(std::string(f.kind == FsKind::Fat16 ? "FAT16" : "FAT32") + (f.root ? " root" : " folder") +
+                         ", set at slot " + std::to_string(slot));
+            FatBuilder b(f.kind);
+            const uint32_t first = f.root ? 2 : 20, next = first + 7;
+            b.Chain({first, next});
+            size_t from = 0;
+            if (!f.root) {
+                FatBuilder::Short(f.kind == FsKind::Fat16 ? b.RootRegion() : b.Cluster(2), "DIR        ", 0x10, first);
+                FatBuilder::Dots(b.Cluster(first), first, 0);
+                from = 2;
+            }
+            for (size_t i = from; i < slot; ++i) FatBuilder::Short(b.Cluster(first) + 32 * i, "\xE5UNUSED    ", 0x20, 0);
+            uint8_t set[kSetEntries * 32] = {};
+            ASSERT_EQ(FatBuilder::Long(set, name, "ALONGN~1TXT", 40, 1), kSetEntries);
+            const size_t inFirst = kSlots - slot;
+            std::memcpy(b.Cluster(first) + 32 * slot, set, 32 * inFirst);
+            std::memcpy(b.Cluster(next), set + 32 * inFirst, sizeof set - 32 * inFirst);
+            uint8_t* after = b.Cluster(next) + sizeof set - 32 * inFirst;
+            FatBuilder::Short(after, "AFTER   TXT", 0x20, 41, 1);
+            const std::string prefix = f.root ? "" : "DIR/";
+            Names want{prefix + "A long name that takes four pieces to hold", prefix + "AFTER.TXT"};
+            if (!f.root) want.insert(want.begin(), "DIR");
+            EXPECT_EQ(Paths(ScanMemory(b.img, f.kind, FatScanVolume)->root), want);
+        }
+    }
+}
+
+// Read-only, hidden, system and archive go with the folder bit on real entries (0x31-0x37 among
+// them); only values no entry holds (reserved bits, label and folder together) end the folder.
+TEST(FatWalk, OnlyImpossibleAttributesEndTheFolder) {
+    for (uint8_t attr : {0x11, 0x16, 0x31, 0x32, 0x34, 0x37}) {
+        SCOPED_TRACE(int(attr));
+        FatBuilder b(FsKind::Fat32);
+        FatBuilder::Short(b.Cluster(2), "ODD        ", attr, 20);
+        FatBuilder::Short(b.Cluster(2) + 32, "NEXT    TXT", 0x20, 21, 1);
+        b.Chain({20});
+        FatBuilder::Dots(b.Cluster(20), 20, 0);
+        FatBuilder::Short(b.Cluster(20) + 64, "INSIDE  TXT", 0x20, 22, 1);
+        auto v = ScanMemory(b.img, FsKind::Fat32, FatScanVolume);
+        EXPECT_EQ(Paths(v->root), (Names{"NEXT.TXT", "ODD", "ODD/INSIDE.TXT"}));
+        EXPECT_EQ(Flatten(v->root)["ODD"]->flags, kNodeInUse | kNodeFolder);
+    }
+    for (uint8_t attr : {0x18, 0x1A, 0x38, 0x3F, 0x40, 0x80, 0xF0}) {
+        SCOPED_TRACE(int(attr));
+        FatBuilder b(FsKind::Fat32);
+        FatBuilder::Short(b.Cluster(2), "FIRST   TXT", 0x20, 20, 1);
+        FatBuilder::Short(b.Cluster(2) + 32, "ODD        ", attr, 21);
+        FatBuilder::Short(b.Cluster(2) + 64, "NEXT    TXT", 0x20, 22, 1);
+        EXPECT_EQ(Paths(ScanMemory(b.img, FsKind::Fat32, FatScanVolume)->root), Names{"FIRST.TXT"});
+    }
 }
 
 // The FAT16 data area starts 32 sectors after the root region whatever the boot sector says.
