@@ -50,6 +50,19 @@ CLI::Validator PartitionValue(bool allowAll) {
         allowAll ? "N|all" : "N");
 }
 
+void AddSectorSizeOption(CLI::App* sub, uint32_t& value) {
+    sub->add_option("--sector-size", value,
+                    "Read the source in sectors of N bytes (512, 1024, 2048 or 4096) instead of the size it "
+                    "declares")
+        ->type_name("N")
+        ->check(CLI::Validator(
+            [](std::string& text) -> std::string {
+                if (text == "512" || text == "1024" || text == "2048" || text == "4096") return {};
+                return "\"" + text + "\" is not a sector size (512, 1024, 2048 or 4096)";
+            },
+            "512|1024|2048|4096"));
+}
+
 bool CheckPlannedOutputs(const std::vector<PlannedOutput>& outputs,
                          const std::vector<platform::FileIdentity>& sources, bool overwrite) {
     for (const auto& o : outputs) {

@@ -2,6 +2,7 @@
 // What the command line checks before any work starts: option values that are really the next
 // option, partition numbers, and every output path against the source (never the source, never
 // on the source device, never an existing file without --overwrite, never in a missing folder).
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,9 @@ namespace kestrin::cli {
 CLI::Validator PathValue(bool dashMeansStdout = false);
 // "", "all" (when allowed) or a partition number from 1.
 CLI::Validator PartitionValue(bool allowAll);
+// Registers --sector-size N (512, 1024, 2048 or 4096) on `sub`; `value` stays 0 when it is not
+// given, which lets the source decide.
+void AddSectorSizeOption(CLI::App* sub, uint32_t& value);
 
 struct PlannedOutput {
     enum class Kind { File, Folder, Device } kind = Kind::File;

@@ -143,6 +143,7 @@ void AddScanOptions(CLI::App* sub, ScanOptions& o, bool withJson, bool withAll) 
     sub->add_flag("--quiet", o.quiet, "No progress display");
     sub->add_flag("--yes", o.yes, "Answer Yes to the program's offers when there is no terminal to ask");
     sub->add_option("--lang", o.lang, "Language of the texts (English, French, German, Italian, Spanish)");
+    AddSectorSizeOption(sub, o.sectorSize);
 }
 
 std::optional<RecoveryMode> ParseMode(const std::string& text) {
@@ -173,7 +174,7 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
         std::fprintf(stderr, "kestrin: %s\n", error.c_str());
         return 1;
     }
-    if (!OpenSource(o.source, run.src, error)) {
+    if (!OpenSource(o.source, run.src, error, o.sectorSize)) {
         std::fprintf(stderr, "kestrin: %s\n", error.c_str());
         return 1;
     }

@@ -25,6 +25,7 @@ struct ScanOptions {
     std::string types;     // comma-separated extensions
     std::string json;      // "", "-" or a file
     std::string lang;
+    uint32_t sectorSize = 0; // 0: the source's own
     bool quiet = false;
     bool yes = false;
     // Called once the source is open and before anything is scanned: the verbs check their

@@ -10,6 +10,7 @@
 
 #include "session/EngineTable.h"
 #include "cli/CliFrontEnd.h"
+#include "cli/CliOutputs.h"
 #include "session/Source.h"
 #include "scan/CScanDriver.h"
 #include "job/ScanOperation.h"
@@ -23,11 +24,13 @@ namespace {
 
 struct PartitionsOptions {
     std::string source;
+    uint32_t sectorSize = 0;
     bool json = false;
     bool search = false;
 };
 
-// FAT records carry no sector size of their own: they report the media's.
+// Records without a sector size of their own (table-only entries, a FAT32 boot sector that gives
+// none) report the media's.
 uint32_t BytesPerSectorOf(const PartitionRecord& r, const CPhysicalDisk& disk) {
     return r.bytesPerSector ? r.bytesPerSector : disk.GetSectorSize();
 }
@@ -87,7 +90,7 @@ void PrintText(const PartitionsOptions& o, const OpenedSource& src) {
 int RunPartitions(const PartitionsOptions& o) {
     OpenedSource src;
     std::string error;
-    if (!OpenSource(o.source, src, error)) {
+    if (!OpenSource(o.source, src, error, o.sectorSize)) {
         std::fprintf(stderr, "kestrin: %s\n", error.c_str());
         return kExitUsage;
     }
@@ -129,6 +132,7 @@ void AddPartitionsVerb(CLI::App& app, VerbResult& result) {
     sub->add_flag("--json", opts->json, "Print the list as JSON");
     sub->add_flag("--search", opts->search,
                   "Also search the whole source for lost partitions (listed after the table's, marked found)");
+    AddSectorSizeOption(sub, opts->sectorSize);
     sub->callback([opts, &result] { result.exitCode = RunPartitions(*opts); });
 }
 

@@ -372,6 +372,7 @@ void AddRecoverVerb(CLI::App& app, VerbResult& result) {
 void AddImageVerb(CLI::App& app, VerbResult& result) {
     struct ImageOptions {
         std::string source, out, partition;
+        uint32_t sectorSize = 0;
         bool quiet = false;
         bool overwrite = false;
     };
@@ -383,10 +384,11 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
         ->check(PartitionValue(false));
     sub->add_flag("--quiet", o->quiet, "No progress display");
     sub->add_flag("--overwrite", o->overwrite, "Replace an existing image file (and its .map) of that name");
+    AddSectorSizeOption(sub, o->sectorSize);
     sub->callback([o, &result] {
         OpenedSource src;
         std::string error;
-        if (!OpenSource(o->source, src, error)) {
+        if (!OpenSource(o->source, src, error, o->sectorSize)) {
             std::fprintf(stderr, "kestrin: %s\n", error.c_str());
             result.exitCode = kExitUsage;
             return;

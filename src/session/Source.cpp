@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "platform/Platform.h"
+#include "storage/SectorSize.h"
 #include "util/Text.h"
 
 namespace kestrin {
@@ -46,7 +47,11 @@ void RestoreWholeBytes(OpenedSource& src) {
 
 } // namespace
 
-bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) {
+bool OpenSource(const std::string& path, OpenedSource& out, std::string& error, uint32_t sectorSize) {
+    if (sectorSize && !IsSupportedSectorSize(sectorSize)) {
+        error = "sector size " + std::to_string(sectorSize) + " is not 512, 1024, 2048 or 4096";
+        return false;
+    }
     out = OpenedSource{};
     out.path = path;
     out.media = std::make_unique<CPhysicalDisk>();
@@ -78,7 +83,7 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) 
             error = path + ": recovery session files cannot be opened by this build";
             return false;
         }
-        if (!m.AttachImageFile(path)) {
+        if (!m.AttachImageFile(path, sectorSize)) {
             error = path + ": " + platform::SysErrorText(m.GetLastError());
             return false;
         }
@@ -87,7 +92,7 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) 
         error = path + ": " + platform::SysErrorText(platform::SysCodeFromErrno(errno));
         return false;
     } else if (!exists) {
-        if (!m.AttachImageFile(path)) {
+        if (!m.AttachImageFile(path, sectorSize)) {
             error = path + ": " + platform::SysErrorText(m.GetLastError());
             return false;
         }
@@ -95,6 +100,11 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error) 
     } else {
         error = path + ": not an image file or a device";
         return false;
+    }
+    if (sectorSize && out.isDevice) {
+        // A forced size on a device replaces the one the system reported.
+        m.SetSectorSize(sectorSize);
+        m.SetSectorCount(m.ByteSize() / sectorSize);
     }
     if (m.GetSectorSize() == 0 || m.GetSectorCount() == 0) {
         error = path + ": the source is empty or its size cannot be read";

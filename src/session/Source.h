@@ -27,8 +27,11 @@ struct OpenedSource {
     uint64_t wholeSectorCount = 0;
 };
 
-// Opens `path` read-only and reads its layout. On failure returns false with a message.
-bool OpenSource(const std::string& path, OpenedSource& out, std::string& error);
+// Opens `path` read-only and reads its layout. On failure returns false with a message. The
+// sector size is `sectorSize` when given (512, 1024, 2048 or 4096); else a device's own logical
+// sector size, and for an image file the one its bytes declare (a GPT header, a volume's boot
+// sector), else 512.
+bool OpenSource(const std::string& path, OpenedSource& out, std::string& error, uint32_t sectorSize = 0);
 
 // Puts the media back to the whole source (before choosing another partition).
 void SelectWholeSource(OpenedSource& src);

@@ -68,6 +68,13 @@ uint32_t FatClusterCount(uint64_t length, Bytes s, uint32_t fatSize) {
     return uint32_t((length - meta) / spc);
 }
 
+// The FAT sector size when it is one the volume can be read with (512 to 4096, a power of two);
+// 0 otherwise, which leaves the media's in force.
+uint16_t FatSectorSize(Bytes s) {
+    uint16_t bps = Get<fat_boot::BytesPerSector>(s);
+    return (bps == 512 || bps == 1024 || bps == 2048 || bps == 4096) ? bps : 0;
+}
+
 } // namespace
 
 bool IsFat32BootSector(CStorageMedia&, std::span<const uint8_t> s) {
@@ -139,6 +146,8 @@ bool IsExFatBootSector(CStorageMedia&, std::span<const uint8_t> s) {
 }
 
 void FillFat16Record(std::span<const uint8_t> s, PartitionRecord& r) {
+    r.bytesPerSector = FatSectorSize(s);
+    r.rootEntries = Get<fat_boot::RootEntries>(s);
     r.sectorsPerCluster = Get<fat_boot::SectorsPerCluster>(s);
     r.fatSize = Get<fat_boot::FatSize16>(s);
     uint16_t total16 = Get<fat_boot::TotalSectors16>(s);
@@ -150,6 +159,7 @@ void FillFat16Record(std::span<const uint8_t> s, PartitionRecord& r) {
 }
 
 void FillFat32Record(std::span<const uint8_t> s, PartitionRecord& r) {
+    r.bytesPerSector = FatSectorSize(s);
     r.sectorsPerCluster = Get<fat_boot::SectorsPerCluster>(s);
     r.fatSize = Get<fat_boot::FatSize32>(s);
     r.fatStart = Get<fat_boot::ReservedSectors>(s);

@@ -22,6 +22,8 @@ bool IsFat16BootSector(CStorageMedia& media, std::span<const uint8_t> sector);
 // Fill a record's geometry from its boot sector. They set the fields of their file system only;
 // kind, start and flag are the caller's. `record.length` must hold the table's length first:
 // FAT16 replaces it with the boot sector's total, FAT32 computes its cluster count from it.
+// Both record the boot sector's bytes per sector when it is 512 to 4096 (their area fields count
+// sectors of that size); FAT16 also its root entry count.
 void FillFat16Record(std::span<const uint8_t> sector, PartitionRecord& record);
 void FillFat32Record(std::span<const uint8_t> sector, PartitionRecord& record);
 // NTFS and exFAT fall back to the media's sector size when the boot sector gives none.

@@ -4,9 +4,16 @@
 #include <filesystem>
 
 #include "platform/Platform.h"
+#include "storage/SectorSize.h"
 #include "util/Text.h"
 
 namespace kestrin {
+
+namespace {
+constexpr uint32_t kDefaultSectorSize = 512;
+// Devices report sector sizes up to this; larger values are not taken on trust.
+constexpr uint32_t kMaxLogicalSectorSize = 65536;
+} // namespace
 
 CPhysicalDisk::CPhysicalDisk() : CStorageMedia(nullptr, 0, 0, 0) { m_partitions.resize(1); }
 
@@ -80,8 +87,14 @@ bool CPhysicalDisk::Open(const std::u16string& path) {
     }
     m_devicePath = device;
     uint64_t bytes = f.Size();
+    // The device's logical sector size when the system reports one; else the smallest read that
+    // succeeds.
+    uint32_t logical = f.DeviceSectorSize();
     Attach(std::make_unique<FileSource>(std::move(f), true));
-    if (!ProbeSectorSize()) return false;
+    if (logical >= kDefaultSectorSize && logical <= kMaxLogicalSectorSize && logical % kDefaultSectorSize == 0)
+        m_sectorSize = logical;
+    else if (!ProbeSectorSize())
+        return false;
     m_sectorCount = m_sectorSize ? bytes / m_sectorSize : 0;
     m_firstSector = 0;
     return true;
@@ -107,7 +120,8 @@ bool CPhysicalDisk::AttachImageFile(const std::string& path, uint32_t sectorSize
     }
     m_path = ToUtf16(path);
     m_deviceKind = kNotByName;
-    m_sectorSize = sectorSize ? sectorSize : 512;
+    if (!sectorSize) sectorSize = DeclaredSectorSize(*src);
+    m_sectorSize = sectorSize ? sectorSize : kDefaultSectorSize;
     m_sectorCount = src->Size() / m_sectorSize;
     m_firstSector = 0;
     Attach(std::move(src));

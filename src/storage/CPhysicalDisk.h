@@ -47,8 +47,9 @@ public:
     bool Open(const std::u16string& path) override;
 
     // Opens an image file read-only and attaches it as a whole image: first sector 0, sector
-    // size 512 unless given, sector count = bytes / sector size. "name.001" opens a split image.
-    bool AttachImageFile(const std::string& path, uint32_t sectorSize = 512);
+    // count = bytes / sector size. The sector size is `sectorSize` when given, else the one the
+    // image's bytes declare (storage/SectorSize.h), else 512. "name.001" opens a split image.
+    bool AttachImageFile(const std::string& path, uint32_t sectorSize = 0);
 
     // Copies a partition's parameters into the disk and narrows the range to it.
     void SelectPartition(const PartitionRecord& p, SourceKind kind);

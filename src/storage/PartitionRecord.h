@@ -27,7 +27,9 @@ struct PartitionRecord {
     uint8_t sectorsPerIndexRecord = 0;
     uint32_t clusterCount = 0;
     uint32_t bytesPerCluster = 0; // NTFS and exFAT only
-    uint16_t bytesPerSector = 0;  // NTFS and exFAT only
+    // From the boot sector; FAT area fields count sectors of this size. 0: the media's.
+    uint16_t bytesPerSector = 0;
+    uint16_t rootEntries = 0;     // FAT16: entries of the root region (0: not read, taken as 512)
     uint8_t sectorsPerCluster = 0;
     FsKind fsKind = FsKind::None;
     PartitionFlag partitionFlag = PartitionFlag::None;

@@ -25,6 +25,9 @@ namespace gpt_header = layout::gpt_header;
 namespace gpt_entry = layout::gpt_entry;
 namespace privhead = layout::ldm::privhead;
 
+constexpr char kNtfsName[8] = {'N', 'T', 'F', 'S', ' ', ' ', ' ', ' '};
+constexpr char kExFatName[8] = {'E', 'X', 'F', 'A', 'T', ' ', ' ', ' '};
+
 // Only the first 512 bytes of a table sector are examined, whatever the sector size.
 constexpr size_t kTableBytes = mbr::kTableBytes;
 
@@ -76,10 +79,17 @@ bool ReadOneSector(CStorageMedia& media, std::vector<uint8_t>& buf, uint64_t sec
     return media.ReadSectors(buf.data(), uint32_t(buf.size()), sector, true);
 }
 
-// A table sector: the boot signature and a first entry in use. Anything else ends the walk.
+// The first of the four slots in use, or kEntryCount when all are empty.
+size_t FirstSlotInUse(Bytes table) {
+    for (size_t i = 0; i < mbr::kEntryCount; ++i)
+        if (mbr_entry::Type::Or(table, mbr::kTypeEmpty, mbr::EntryOffset(i)) != mbr::kTypeEmpty) return i;
+    return mbr::kEntryCount;
+}
+
+// A table sector: the boot signature and at least one slot in use, whichever it is (a partition
+// deleted from the first slot leaves the others as they were). Anything else ends the walk.
 bool HoldsTable(Bytes table) {
-    return mbr::Signature::Read(table) == layout::kBootSignatureValue &&
-           mbr_entry::Type::Read(table, mbr::EntryOffset(0)) != mbr::kTypeEmpty;
+    return mbr::Signature::Read(table) == layout::kBootSignatureValue && FirstSlotInUse(table) < mbr::kEntryCount;
 }
 
 bool IsExtendedType(uint8_t type) {
@@ -193,7 +203,8 @@ bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout, std::vector<GptUnre
         ReadOneSector(disk, buf, 0, diskEnd);
         Bytes t(buf.data(), kTableBytes);
         if (!HoldsTable(t)) return true;
-        const uint8_t* firstEntry = t.data() + mbr::EntryOffset(0);
+        // The first slot in use says which kind of table this is.
+        const uint8_t* firstEntry = t.data() + mbr::EntryOffset(FirstSlotInUse(t));
         uint8_t firstType = mbr_entry::Type::At(firstEntry);
 
         if (firstType == mbr::kTypeGptProtective) {
@@ -271,8 +282,11 @@ bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::v
             r.startSector = first;
             r.length = last; // the last sector, not a count
             r.partitionFlag = PartitionFlag::Validated;
-            if (IsNtfsBootSector(disk, boot)) r.fsKind = FsKind::Ntfs;
-            else if (IsExFatBootSector(disk, boot)) r.fsKind = FsKind::ExFat;
+            // NTFS and exFAT also need their name: their tests alone pass other boot sectors
+            // (a FAT16 volume below 65,536 sectors passes the NTFS test).
+            if (layout::OemName::Is(boot, kNtfsName) && IsNtfsBootSector(disk, boot)) r.fsKind = FsKind::Ntfs;
+            else if (layout::exfat_boot::FileSystemName::Is(boot, kExFatName) && IsExFatBootSector(disk, boot))
+                r.fsKind = FsKind::ExFat;
             else if (IsFat32BootSector(disk, boot)) r.fsKind = FsKind::Fat32;
             else if (IsFat16BootSector(disk, boot)) r.fsKind = FsKind::Fat16;
             if (r.fsKind == FsKind::None) {

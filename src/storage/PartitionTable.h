@@ -30,7 +30,8 @@ struct GptUnrecognisedEntry {
 
 // Rebuilds disk.Partitions() behind its head (element 0; the MBR path zeroes it). Reads absolute
 // sectors through ReadSectors. `layout`, when given, receives the kind of table the first MBR
-// entry announces (Mbr, Gpt, Ldm) or None when sector 0 holds no table. `unrecognised`, when
+// slot in use announces (Mbr, Gpt, Ldm) or None when sector 0 holds no table (no signature, or
+// all four slots empty). `unrecognised`, when
 // given, receives the GPT basic-data entries that got no record. Returns true when the list head
 // exists after the read.
 bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout = nullptr,

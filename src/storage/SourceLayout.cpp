@@ -149,6 +149,8 @@ Layout ReadSourceLayout(CPhysicalDisk& disk) {
         disk.ReadSectors(buf.data(), ss, e.firstSector, true);
         if (auto r = RecogniseVolume(disk, Bytes(buf.data(), kBootBytes), e.lastSector)) {
             r->startSector = e.firstSector;
+            // GPT records keep the entry's last sector (a FAT16 fill put its own total there).
+            r->length = e.lastSector;
             r->partitionFlag = PartitionFlag::TableOnly;
             disk.SecondPartitions().push_back(*r);
         }

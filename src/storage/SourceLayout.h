@@ -17,7 +17,7 @@
 namespace kestrin {
 
 // None: no table and no volume at sector 0. Mbr, Gpt, Ldm: the kind of table the first MBR
-// entry announces (Ldm is an MBR dynamic disk; a GPT dynamic disk stays Gpt). Volume: sector 0
+// slot in use announces (Ldm is an MBR dynamic disk; a GPT dynamic disk stays Gpt). Volume: sector 0
 // is itself a volume's boot sector (an image of one partition).
 enum class Layout : uint8_t { None, Mbr, Gpt, Ldm, Volume };
 

@@ -1,6 +1,6 @@
 // The partition-table reader and source layout over an in-memory disk built from the input,
 // dynamic-disk databases included. The first byte picks the sector size (512 or 4,096), so both
-// table geometries are reached.
+// table geometries are reached; the size the bytes declare is worked out as well.
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -8,6 +8,7 @@
 
 #include "storage/CPhysicalDisk.h"
 #include "storage/PartitionTable.h"
+#include "storage/SectorSize.h"
 #include "storage/SourceLayout.h"
 
 using namespace kestrin;
@@ -18,6 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint32_t sectorSize = (data[0] & 1) ? 4096 : 512;
     CPhysicalDisk disk;
     disk.Attach(std::make_unique<MemorySource>(data + 1, size - 1));
+    uint32_t declared = DeclaredSectorSize(*disk.Handle());
+    if (declared != 0 && !IsSupportedSectorSize(declared)) return 1;
     disk.SetSectorSize(sectorSize);
     disk.SetSectorCount((size - 1) / sectorSize);
     Layout layout;

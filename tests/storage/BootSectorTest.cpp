@@ -151,7 +151,8 @@ TEST(BootSector, FatFills) {
     EXPECT_EQ(r.fatSize, 64u);
     // Root directory sectors are not subtracted: (200000 - (4 + 2 * 64)) / 4.
     EXPECT_EQ(r.clusterCount, 49967u);
-    EXPECT_EQ(r.bytesPerSector, 0);
+    EXPECT_EQ(r.bytesPerSector, 512);
+    EXPECT_EQ(r.rootEntries, 512);
     EXPECT_EQ(r.bytesPerCluster, 0u);
 
     PutLe16(s.data() + 19, 30000); // a 16-bit total wins over the 32-bit one

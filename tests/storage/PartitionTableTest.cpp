@@ -81,9 +81,15 @@ TEST(PartitionTable, MbrQuirks) {
         uint64_t length;
     };
     const std::vector<Case> cases = {
-        {"empty first slot stops the read",
+        {"an empty first slot hides nothing behind it",
          [](DiskBuilder& d) {
-             d.Entry(0, 1, 0x07, 100, 50);
+             d.Entry(0, 2, 0x07, 100, 50);
+             PutNtfsBoot(d.At(100), 49);
+         },
+         1, FsKind::Ntfs, PartitionFlag::Validated, 50},
+        {"all four slots empty",
+         [](DiskBuilder& d) {
+             d.Entry(0, 0, 0x00, 100, 50);
              PutNtfsBoot(d.At(100), 49);
          },
          0, FsKind::None, PartitionFlag::None, 0},

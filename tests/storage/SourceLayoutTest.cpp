@@ -131,18 +131,23 @@ std::vector<MmlsRow> ReadMmls(const std::string& path) {
 
 } // namespace
 
-// Committed copies of two small disks: same starts as The Sleuth Kit's mmls, the length field
-// as each table defines it (MBR: a count; GPT: the last sector).
+// Committed copies of small disks: same starts as The Sleuth Kit's mmls (in the sector size the
+// image declares), the length field as each table defines it (MBR: a count; GPT: the last sector).
 TEST(SourceLayout, CommittedDisksAgreeWithMmls) {
     struct Case {
         const char* name;
         Layout layout;
         bool lengthIsLastSector;
         std::vector<std::pair<FsKind, PartitionFlag>> kindsAndFlags; // in listing order
+        uint32_t sectorSize = 512;
     };
     const Case cases[] = {
         {"disk-mbr-small", Layout::Mbr, false, {{FsKind::Fat32, PartitionFlag::Validated}, {FsKind::Ntfs, PartitionFlag::Validated}, {FsKind::Fat16, PartitionFlag::TableOnly}}},
         {"disk-gpt-small", Layout::Gpt, true, {{FsKind::Ntfs, PartitionFlag::Validated}, {FsKind::Fat32, PartitionFlag::Validated}, {FsKind::ExFat, PartitionFlag::TableOnly}}},
+        // Slot 1 empty: the three volumes behind it are all listed.
+        {"disk-mbr-slot1-empty", Layout::Mbr, false, {{FsKind::Fat16, PartitionFlag::TableOnly}, {FsKind::Ntfs, PartitionFlag::Validated}, {FsKind::Fat32, PartitionFlag::Validated}}},
+        // 4 KiB sectors; the small FAT16 passes the bare NTFS test, and is still FAT16.
+        {"disk-gpt-4k", Layout::Gpt, true, {{FsKind::Ntfs, PartitionFlag::Validated}, {FsKind::Fat16, PartitionFlag::TableOnly}, {FsKind::ExFat, PartitionFlag::TableOnly}}, 4096},
     };
     for (const Case& c : cases) {
         std::string image = UnpackImage(c.name);
@@ -151,6 +156,7 @@ TEST(SourceLayout, CommittedDisksAgreeWithMmls) {
         ASSERT_EQ(rows.size(), 3u) << c.name;
         CPhysicalDisk disk;
         ASSERT_TRUE(disk.AttachImageFile(image));
+        EXPECT_EQ(disk.GetSectorSize(), c.sectorSize) << c.name;
         Layout layout{};
         auto parts = ListPartitions(disk, layout);
         EXPECT_EQ(layout, c.layout) << c.name;
@@ -165,4 +171,25 @@ TEST(SourceLayout, CommittedDisksAgreeWithMmls) {
             EXPECT_EQ(parts[i].partitionFlag, c.kindsAndFlags[i].second) << c.name << " #" << i + 1;
         }
     }
+}
+
+// A volume image with 4 KiB sectors is read in them; a forced size wins over the declared one.
+TEST(SourceLayout, FourKibVolumeImage) {
+    std::string image = UnpackImage("fat32-4k");
+    ASSERT_FALSE(image.empty());
+    CPhysicalDisk disk;
+    ASSERT_TRUE(disk.AttachImageFile(image));
+    EXPECT_EQ(disk.GetSectorSize(), 4096u);
+    Layout layout{};
+    auto parts = ListPartitions(disk, layout);
+    EXPECT_EQ(layout, Layout::Volume);
+    ASSERT_EQ(parts.size(), 1u);
+    EXPECT_EQ(parts[0].fsKind, FsKind::Fat32);
+    EXPECT_EQ(parts[0].bytesPerSector, 4096);
+    EXPECT_EQ(parts[0].length, 66560u);
+
+    CPhysicalDisk forced;
+    ASSERT_TRUE(forced.AttachImageFile(image, 512));
+    EXPECT_EQ(forced.GetSectorSize(), 512u);
+    EXPECT_EQ(forced.GetSectorCount(), 66560u * 8);
 }

@@ -22,25 +22,28 @@ constexpr char kExFatName[] = "EXFAT   ";
 // Media that do not report a sector size are read in sectors of this size.
 constexpr uint32_t kDefaultSectorBytes = 512;
 
-// Geometry of a FAT16 or FAT32 volume from its partition record (the root
-// region or data area after the reserved sectors and two FATs; the highest cluster from the
-// record's cluster count, clamped to what the FAT can hold). False when the record cannot
-// describe a volume.
+// Geometry of a FAT16 or FAT32 volume from its partition record: the FAT, the root region and
+// the data area in sectors of the volume's own size (the media's when the record gives none); the
+// highest cluster from the record's cluster count, clamped to what the FAT can hold. False when
+// the record cannot describe a volume.
 bool FatGeometryFromRecord(const PartitionRecord& r, FsKind kind, uint64_t volumeStart, uint64_t volumeEnd,
                            uint32_t mediaSectorSize, FatGeometry& g) {
     if ((kind != FsKind::Fat16 && kind != FsKind::Fat32) || mediaSectorSize == 0 || r.sectorsPerCluster == 0 ||
         r.fatSize == 0)
         return false;
+    const uint64_t bps = r.bytesPerSector ? r.bytesPerSector : mediaSectorSize;
     g = {};
     g.fsKind = kind;
     g.mediaSectorSize = mediaSectorSize;
     g.volumeEnd = volumeEnd;
-    g.clusterBytes = r.sectorsPerCluster * mediaSectorSize;
-    g.fatStart = volumeStart + r.fatStart * mediaSectorSize;
-    uint64_t third = volumeStart + r.thirdArea * mediaSectorSize;
+    g.clusterBytes = uint32_t(r.sectorsPerCluster * bps);
+    g.fatStart = volumeStart + r.fatStart * bps;
+    uint64_t third = volumeStart + r.thirdArea * bps;
     if (kind == FsKind::Fat16) {
+        uint64_t entries = r.rootEntries ? r.rootEntries : kFat16DefaultRootEntries;
         g.rootRegion = third;
-        g.dataStart = third + uint64_t(kFat16RootSectors) * mediaSectorSize;
+        g.rootBytes = (entries * kFatDirEntryBytes + bps - 1) / bps * bps;
+        g.dataStart = third + g.rootBytes;
         g.rootCluster = kFat16RootId;
     } else {
         g.dataStart = third;
@@ -49,7 +52,7 @@ bool FatGeometryFromRecord(const PartitionRecord& r, FsKind kind, uint64_t volum
     // The highest cluster the FAT can describe bounds the record's count (which a damaged boot
     // sector or a GPT last-sector length can inflate).
     uint32_t width = kind == FsKind::Fat16 ? sizeof(uint16_t) : sizeof(uint32_t);
-    uint64_t fatEntries = uint64_t(r.fatSize) * mediaSectorSize / width;
+    uint64_t fatEntries = uint64_t(r.fatSize) * bps / width;
     uint64_t highest = uint64_t(r.clusterCount) + 1;
     highest = std::min<uint64_t>(highest, fatEntries ? fatEntries - 1 : 0);
     highest = std::min<uint64_t>(highest, kind == FsKind::Fat16 ? fat_table::kFat16MaxCluster
@@ -107,6 +110,10 @@ void CFatVolume::SetGeometry(const FatGeometry& g) {
 void CFatVolume::FinishGeometry() {
     if (m_g.mediaSectorSize == 0)
         m_g.mediaSectorSize = m_media.GetSectorSize() ? m_media.GetSectorSize() : kDefaultSectorBytes;
+    // A FAT16 geometry made elsewhere: the root region runs up to the data area, within the
+    // largest root a FAT16 boot sector can declare.
+    if (m_g.fsKind == FsKind::Fat16 && m_g.rootBytes == 0 && m_g.dataStart > m_g.rootRegion)
+        m_g.rootBytes = std::min<uint64_t>(m_g.dataStart - m_g.rootRegion, uint64_t(UINT16_MAX) * kFatDirEntryBytes);
     uint64_t mediaEnd = m_media.ByteSize();
     if (mediaEnd && (m_g.volumeEnd == 0 || m_g.volumeEnd > mediaEnd)) m_g.volumeEnd = mediaEnd;
     // The FAT cache never holds more than the volume has room for, whatever the boot sector says.

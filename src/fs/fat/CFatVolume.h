@@ -21,15 +21,18 @@ struct FatGeometry {
     uint64_t fatStart = 0;       // first FAT
     uint64_t fatBytes = 0;       // bytes of the first FAT that are used (clamped to the clusters)
     uint64_t rootRegion = 0;     // FAT16: the fixed root region
+    uint64_t rootBytes = 0;      // FAT16: its size (0 in a geometry made elsewhere: up to dataStart)
     uint64_t dataStart = 0;      // cluster 2
     uint32_t clusterBytes = 0;
     uint32_t highestCluster = 0; // highest valid cluster number (cluster count + 1)
     uint32_t rootCluster = 0;    // FAT32: 2; exFAT: from the boot sector; FAT16: 1 (no cluster)
 };
 
-// The FAT16 root region is taken as 32 sectors whatever the boot sector declares (512 entries of
-// 32 bytes on 512-byte sectors); the data area starts right after it.
-constexpr uint32_t kFat16RootSectors = 32;
+// The FAT16 root region holds the boot sector's root entry count of 32-byte entries, rounded up
+// to whole sectors; the data area starts right after it. A record that carries no count (one made
+// before the count was kept) is taken to hold the 512 entries formatters write.
+constexpr uint32_t kFat16DefaultRootEntries = 512;
+constexpr uint32_t kFatDirEntryBytes = 32;
 // The FAT16 root region has no cluster; it goes by 1, FAT16's code.
 constexpr uint32_t kFat16RootId = 1;
 

@@ -274,7 +274,7 @@ void CFatWalker::ReadFolder(ScanEntry* folder) {
     const FatGeometry& g = m_vol.Geometry();
     m_longName.clear();
     if (g.fsKind == FsKind::Fat16 && folder->recordId == m_code) {
-        std::vector<uint8_t> region(size_t(kFat16RootSectors) * g.mediaSectorSize);
+        std::vector<uint8_t> region(size_t(g.rootBytes));
         m_vol.ReadBytes(g.rootRegion, region.data(), region.size());
         ParseEntries(region, folder);
         m_longName.clear();

@@ -35,9 +35,10 @@ TEST_P(ExFatImage, ListingAndContentMatchManifest) {
     for (const auto& part : manifest["partitions"]) {
         if (part["fs"] != "exfat") continue;
         uint64_t start = part["start_sector"];
+        const uint64_t ss = part.value("sector_size", 512);
         uint8_t boot[512] = {};
-        std::ifstream(image, std::ios::binary).seekg(int64_t(start * 512)).read(reinterpret_cast<char*>(boot), 512);
-        g_heapStart = start * 512 + (uint64_t(Le32(boot + 88)) << boot[108]);
+        std::ifstream(image, std::ios::binary).seekg(int64_t(start * ss)).read(reinterpret_cast<char*>(boot), 512);
+        g_heapStart = start * ss + (uint64_t(Le32(boot + 88)) << boot[108]);
         g_clusterBytes = uint64_t(1) << (boot[108] + boot[109]);
         g_rootCluster = Le32(boot + 96);
         auto v = Scan(image, {}, FsKind::ExFat, start, part["sectors"], ExFatScanVolume);
@@ -50,7 +51,7 @@ TEST_P(ExFatImage, ListingAndContentMatchManifest) {
 
 INSTANTIATE_TEST_SUITE_P(Images, ExFatImage,
                          ::testing::Values(std::pair{"exfat-features", false}, std::pair{"exfat-deleted-small", true},
-                                           std::pair{"disk-gpt-small", true}));
+                                           std::pair{"disk-gpt-small", true}, std::pair{"disk-gpt-4k", false}));
 
 } // namespace
 } // namespace kestrin::test

@@ -1,7 +1,8 @@
 #pragma once
 // Small FAT16/FAT32 volumes built byte by byte in memory, 512-byte sectors and clusters.
 // FAT32: 32 reserved sectors, two FATs of 8 sectors, data from sector 48. FAT16: 4 reserved
-// sectors, two FATs of 4 sectors, the root region at sector 12, data from sector 44.
+// sectors, two FATs of 4 sectors, the root region at sector 12, data after its entries (sector 44
+// with the usual 512).
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -15,7 +16,7 @@ namespace kestrin::test {
 struct FatBuilder {
     explicit FatBuilder(FsKind fsKind, uint16_t rootEntries = 512)
         : kind(fsKind), reserved(fsKind == FsKind::Fat16 ? 4 : 32), fatSize(fsKind == FsKind::Fat16 ? 4 : 8), third(reserved + 2 * fatSize),
-          data(fsKind == FsKind::Fat16 ? third + 32 : third), img(size_t(data + 400) * 512, 0) {
+          data(fsKind == FsKind::Fat16 ? third + (rootEntries * 32u + 511) / 512 : third), img(size_t(data + 400) * 512, 0) {
         uint8_t* b = img.data();
         b[13] = 1, b[16] = 2, b[21] = 0xF8;
         PutLe16(b + 11, 512), PutLe16(b + 14, uint16_t(reserved)), PutLe16(b + 510, 0xAA55);

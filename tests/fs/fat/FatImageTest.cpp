@@ -69,7 +69,8 @@ INSTANTIATE_TEST_SUITE_P(Images, FatImage,
                          ::testing::Values(std::pair{"fat32-features", false}, std::pair{"fat16-features", false},
                                            std::pair{"fat16-small", false}, std::pair{"fat32-deleted-small", true},
                                            std::pair{"fat16-deleted-small", true}, std::pair{"disk-mbr-small", true},
-                                           std::pair{"disk-gpt-small", true}));
+                                           std::pair{"disk-gpt-small", true}, std::pair{"fat32-4k", false},
+                                           std::pair{"disk-gpt-4k", false}, std::pair{"disk-mbr-slot1-empty", false}));
 
 } // namespace
 } // namespace kestrin::test

@@ -183,7 +183,8 @@ TEST(FatWalk, OnlyImpossibleAttributesEndTheFolder) {
 }
 
 // The FAT16 data area starts 32 sectors after the root region whatever the boot sector says.
-TEST(FatWalk, Fat16RootRegionIsAlways32Sectors) {
+// The data area starts after the root entries the boot sector declares (224: 14 sectors).
+TEST(FatWalk, Fat16RootRegionFollowsItsEntryCount) {
     FatBuilder b(FsKind::Fat16, 224);
     FatBuilder::Short(b.RootRegion(), "DATA    BIN", 0x20, 5, 512);
     b.Chain({5});
