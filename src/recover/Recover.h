@@ -68,8 +68,4 @@ std::vector<PartitionRecord> RankCandidates(CStorageMedia& media, uint64_t diskS
 // entries. The media's kind is set to the file system whose items are listed.
 Outcome SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx);
 
-// Folder clusters of the selected FAT volume: every data cluster whose first two entries are "."
-// and "..". At most `limit` are returned.
-std::vector<uint32_t> FindFatFolderClusters(CPhysicalDisk& media, ScanContext* ctx, size_t limit = 1 << 20);
-
 } // namespace kestrin

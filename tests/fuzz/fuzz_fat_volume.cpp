@@ -1,6 +1,6 @@
 // Whole-volume scans over an image in memory: FAT16 or FAT32 by the first byte (which also picks
-// the walk mode, or the rebuild of an older file system's folders from every cluster), then the
-// content of every file found.
+// the walk mode, the rebuild of an older file system's folders from every cluster, or the
+// one-pass search for them with their old layout), then the content of every file found.
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -33,7 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     PauseGate gate;
     ScanContext ctx{op, events, gate};
     ctx.top = top.get();
-    if (data[0] & 4) {
+    if (data[0] & 8) {
+        FatSearchPreviousFolders(media, ctx);
+    } else if (data[0] & 4) {
         std::vector<uint32_t> every;
         for (uint32_t c = 2; c < 2 + (size - 1) / 512; ++c) every.push_back(c);
         FatRebuildFolders(media, every, ctx);

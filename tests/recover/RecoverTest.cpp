@@ -2,6 +2,7 @@
 // made by real tools and damaged the way disks get damaged.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -257,6 +258,54 @@ TEST(PreviousFileSystem, OlderNtfsFilesAreListed) {
         RecoverRecordSearch(disk, 0, disk.GetSectorCount(), run.ctx);
         EXPECT_EQ(disk.GetFsKind(), FsKind::Ntfs);
         EXPECT_GT(CountFiles(run.top.get()), 5000u);
+    }
+}
+
+// FAT32 formatted again with another cluster size (512 bytes over 2 KiB clusters, and 4 KiB over
+// 512 bytes): the old layout is worked out from the old folders, their files are listed under
+// their old names and sizes, and a file several old clusters long reads back from the old layout.
+TEST(PreviousFileSystem, FatReformattedWithOtherClustersIsListed) {
+    struct Expect {
+        const char* image;
+        size_t files;
+        std::u16string_view name;
+        uint64_t size;
+    };
+    const Expect cases[] = {
+        {"recovery-fat32-reformat-2k-to-512", 98, u"Morning report with a long name.txt", 12000},
+        {"recovery-fat32-over-fat32-4k", 10, u"Annual report.docx", 6561},
+    };
+    for (const Expect& c : cases) {
+        SCOPED_TRACE(c.image);
+        std::string path = test::UnpackImage(c.image);
+        ASSERT_FALSE(path.empty());
+        CPhysicalDisk disk;
+        ASSERT_TRUE(disk.AttachImageFile(path));
+        Layout layout;
+        auto parts = ListPartitions(disk, layout);
+        ASSERT_EQ(parts.size(), 1u);
+        disk.SelectPartition(parts[0], SourceKind::Volume);
+        ScanHarness run(RecoveryMode::Formatted);
+        RecoverRecordSearch(disk, 0, disk.GetSectorCount(), run.ctx);
+        EXPECT_EQ(disk.GetFsKind(), FsKind::Fat32);
+        EXPECT_GE(CountFiles(run.top.get()), c.files);
+        const CNode* file = nullptr;
+        ForEachNode(run.top.get(), [&](CNode* n) {
+            if (!n->IsFolder() && n->name == c.name) file = n;
+        });
+        ASSERT_NE(file, nullptr);
+        EXPECT_EQ(file->size, c.size);
+        std::vector<uint8_t> bytes;
+        FatWriteContent(disk, *file, [&](const uint8_t* p, size_t n) {
+            bytes.insert(bytes.end(), p, p + n);
+            return true;
+        });
+        ASSERT_EQ(bytes.size(), c.size);
+        if (c.files == 98) {
+            // The generated text: lower-case words, spaces and line ends only.
+            EXPECT_TRUE(std::all_of(bytes.begin(), bytes.end(),
+                                    [](uint8_t b) { return b == ' ' || b == '\n' || (b >= 'a' && b <= 'z'); }));
+        }
     }
 }
 

@@ -30,6 +30,15 @@ Outcome FatWalkVolume(CPhysicalDisk& media, FatWalkMode mode, ScanContext& ctx);
 // others hang under the volume root when their ".." names the root, else under "Lost" in a
 // placeholder folder named after the missing parent cluster. The result goes to ctx.top.
 Outcome FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx);
+// The search for the FAT16/FAT32 file system that was on the media's volume before it was
+// formatted again: one pass over the volume's sectors finds the old folders' first clusters (by
+// their "." and "..") and the sectors that hold folder entries. The old data start and cluster
+// size, which a format with another cluster size changes, are solved from where the "." entries
+// lie and the clusters they name; then the folders are pieced together and hung as
+// FatRebuildFolders does. When the old layout differs from the current one, the media's partition
+// record is left describing the old layout (the volume root's handle then reads its items back
+// from there).
+Outcome FatSearchPreviousFolders(CPhysicalDisk& media, ScanContext& ctx);
 
 // Writes `size` bytes of a file found on the media's FAT16/FAT32 volume: through its FAT chain
 // when in use; when deleted (its chain zeroed), from the first cluster onward over the clusters

@@ -53,12 +53,14 @@ bool CNtfsVolume::SetGeometryFromBoot(Bytes sector) {
     m_volumeBytes = totalSectors > ~0ull / bps ? ~0ull / bps * bps : totalSectors * bps;
     m_mftCluster = nb::MftCluster::At(b);
     m_mirrorCluster = nb::MftMirrorCluster::At(b);
+    m_sizeKnown = true;
     return true;
 }
 
 bool CNtfsVolume::LoadGeometry() {
     std::vector<uint8_t> boot(std::max<uint32_t>(512, m_mediaSectorSize));
     m_volumeBytes = 0; // not known yet: the boot read is not clipped
+    m_sizeKnown = false;
     if (ReadVolume(0, boot.data(), boot.size()) && NtfsBootTest(boot) && SetGeometryFromBoot(boot)) return true;
     const PartitionRecord& p = m_media.GetPartitionParams();
     const bool atRangeStart = m_startByte == m_media.GetFirstSector() * m_mediaSectorSize;
@@ -71,6 +73,7 @@ bool CNtfsVolume::LoadGeometry() {
         m_mftCluster = p.secondArea;
         m_mirrorCluster = p.thirdArea;
         m_volumeBytes = m_media.GetSectorCount() * m_mediaSectorSize;
+        m_sizeKnown = true;
         return m_bytesPerCluster <= kNtfsMaxClusterBytes;
     }
     return false;
@@ -91,6 +94,7 @@ void CNtfsVolume::UseDefaultGeometry() {
     m_bytesPerCluster = std::max<uint32_t>(4096, m_mediaSectorSize);
     m_sectorsPerCluster = m_bytesPerCluster / m_bytesPerSector;
     m_recordSize = 0;
+    m_sizeKnown = false;
     // The volume reaches to the end of the selected range (or of the media).
     const uint64_t first = m_media.GetFirstSector(), count = m_media.GetSectorCount();
     uint64_t endByte = 0;
@@ -228,14 +232,15 @@ bool CNtfsVolume::GatherMftRuns(std::vector<uint8_t>& record0) {
     std::vector<Piece> pieces;
     std::vector<ListRef> refs;
 
-    auto pieceOf = [](Bytes rec, const NtfsAttr& a, std::vector<Piece>& into) {
+    const uint64_t runBound = m_sizeKnown ? ClusterCount() : 0;
+    auto pieceOf = [runBound](Bytes rec, const NtfsAttr& a, std::vector<Piece>& into) {
         auto start = nonresident::FirstVcn::Read(rec, a.offset), last = nonresident::LastVcn::Read(rec, a.offset);
         auto runOffset = nonresident::RunListOffset::Read(rec, a.offset);
         if (!start || !last || !runOffset) return;
         Piece p;
         p.startVcn = *start;
         p.lastVcn = *last;
-        DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, p.runs);
+        DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, p.runs, runBound);
         into.push_back(std::move(p));
     };
 

@@ -70,6 +70,9 @@ private:
     uint32_t m_mediaSectorSize = 512;
     uint64_t m_startByte = 0;
     uint64_t m_volumeBytes = 0;
+    // True when the size came from a boot sector or partition record (not assumed), so that runs
+    // outside it can be refused.
+    bool m_sizeKnown = false;
     uint32_t m_bytesPerSector = 512;
     uint32_t m_sectorsPerCluster = 8;
     uint32_t m_bytesPerCluster = 4096;

@@ -36,6 +36,8 @@ struct DataStream {
     uint64_t initializedSize = ~0ull;
     std::vector<Extent> extents;
     std::vector<uint64_t> pieceVcns;
+    // Runs must lie inside this many clusters (0: the volume's size is not known).
+    uint64_t volumeClusters = 0;
 
     void Take(Bytes rec, const NtfsAttr& a) {
         if (!a.nonResident) {
@@ -47,7 +49,7 @@ struct DataStream {
         }
         auto startVcn = nonresident::FirstVcn::Read(rec, a.offset);
         auto runOffset = nonresident::RunListOffset::Read(rec, a.offset);
-        if (!startVcn || !runOffset || pieceVcns.size() >= kMaxPieces) return;
+        if (!startVcn || !runOffset || *startVcn > uint64_t(INT64_MAX) || pieceVcns.size() >= kMaxPieces) return;
         if (std::find(pieceVcns.begin(), pieceVcns.end(), *startVcn) != pieceVcns.end()) return;
         pieceVcns.push_back(*startVcn);
         if (*startVcn == 0) {
@@ -58,9 +60,10 @@ struct DataStream {
             initializedSize = nonresident::InitializedSize::Or(rec, ~0ull, a.offset);
         }
         std::vector<NtfsRun> runs;
-        DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, runs);
+        DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, runs, volumeClusters);
         uint64_t vcn = *startVcn;
         for (const NtfsRun& r : runs) {
+            if (r.lengthClusters > uint64_t(INT64_MAX) - vcn) break;
             extents.push_back({vcn, r.lengthClusters, r.startCluster, r.sparse});
             vcn += r.lengthClusters;
         }
@@ -291,6 +294,7 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
         if (uint32_t bpc = ClusterSizeOfRecord(record)) vol.SetClusterSize(bpc);
 
     DataStream data;
+    if (bootGeometry) data.volumeClusters = vol.ClusterCount();
     struct ListRef {
         uint64_t vcn, record;
     };

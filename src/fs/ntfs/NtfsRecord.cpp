@@ -1,5 +1,7 @@
 #include "fs/ntfs/NtfsRecord.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "util/DosDate.h"
@@ -12,8 +14,10 @@ namespace {
 
 // Extension records one attribute list may make us read.
 constexpr int kMaxListRecordReads = 64;
-// Run fields wider than this end a run list: no volume has that many clusters.
-constexpr unsigned kMaxRunFieldBytes = 4;
+// Run fields wider than this end a run list: a length or a cluster number is 64 bits at most.
+constexpr unsigned kMaxRunFieldBytes = 8;
+// VCNs are signed 64-bit numbers on disk: a run list whose lengths add up past this is malformed.
+constexpr uint64_t kMaxVcn = uint64_t(INT64_MAX);
 // Resident values the index-root test needs before it trusts the root's first entry.
 constexpr uint32_t kMinRootIndexBytes = 41;
 // The smallest cluster a non-resident attribute's sizes may show.
@@ -22,6 +26,11 @@ constexpr uint64_t kMinClusterBytes = 512;
 constexpr uint64_t kMaxShownVcn = 1ull << 40;
 
 const uint8_t kFillPattern[4] = {0xF0, 0xFF, 0xFF, 0xF0};
+
+// True when the field's bytes (its first four at most) are those the fill pattern starts with.
+bool LooksLikeFill(const uint8_t* field, unsigned size) {
+    return size && std::memcmp(field, kFillPattern, std::min<unsigned>(size, sizeof kFillPattern)) == 0;
+}
 
 bool OneOrEven(uint32_t v) { return v != 0 && (v == 1 || (v & 1) == 0); }
 bool UsableCluster(uint64_t v) { return v != 0 && v != ~0ull; }
@@ -175,35 +184,47 @@ bool NtfsBootTest(Bytes s) {
            OneOrEven(boot::ClustersPerIndexBlock32::At(b));
 }
 
-void DecodeRuns(Bytes attribute, size_t offset, std::vector<NtfsRun>& runs) {
-    uint64_t previous = 0;
+bool DecodeRuns(Bytes attribute, size_t offset, std::vector<NtfsRun>& runs, uint64_t volumeClusters) {
+    int64_t previous = 0;
+    uint64_t vcn = 0;
     size_t pos = offset;
     while (pos < attribute.size()) {
         uint8_t header = attribute[pos];
-        if (header == 0) break;
+        if (header == 0) return true;
         unsigned lenSize = header & run_header::kLengthSizeMask, offSize = header >> run_header::kOffsetSizeShift;
-        if (lenSize > kMaxRunFieldBytes || offSize > kMaxRunFieldBytes) break;
-        if (!Fits(attribute, pos + 1, lenSize + offSize)) break;
+        if (lenSize > kMaxRunFieldBytes || offSize > kMaxRunFieldBytes) return false;
+        if (!Fits(attribute, pos + 1, lenSize + offSize)) return false;
         const uint8_t* lenField = attribute.data() + pos + 1;
         const uint8_t* offField = lenField + lenSize;
-        if (lenSize && std::memcmp(lenField, kFillPattern, lenSize) == 0) break;
-        if (offSize && std::memcmp(offField, kFillPattern, offSize) == 0) break;
+        if (LooksLikeFill(lenField, lenSize) || LooksLikeFill(offField, offSize)) return false;
         uint64_t length = 0;
         for (unsigned i = lenSize; i-- > 0;) length = length << 8 | lenField[i];
+        if (length > kMaxVcn - vcn) return false;
         NtfsRun run;
         run.lengthClusters = length;
         if (offSize) {
-            uint64_t delta = 0;
-            for (unsigned i = offSize; i-- > 0;) delta = delta << 8 | offField[i];
-            if (offField[offSize - 1] & run_header::kSignBit) delta |= ~0ull << (8 * offSize);
-            previous += delta; // two's complement: a negative delta moves backwards
-            run.startCluster = previous;
+            uint64_t raw = 0;
+            for (unsigned i = offSize; i-- > 0;) raw = raw << 8 | offField[i];
+            if (offSize < 8 && (offField[offSize - 1] & run_header::kSignBit)) raw |= ~0ull << (8 * offSize);
+            // previous is never negative, so only a positive delta can overflow.
+            const int64_t delta = int64_t(raw);
+            if (delta > 0 && previous > INT64_MAX - delta) return false;
+            const int64_t lcn = previous + delta;
+            if (lcn < 0) return false;
+            const uint64_t start = uint64_t(lcn);
+            // A run that starts inside the volume and runs past its end is kept: the readers copy
+            // what lies inside and report the rest as beyond the volume.
+            if (volumeClusters && start >= volumeClusters) return false;
+            previous = lcn;
+            run.startCluster = start;
         } else {
             run.sparse = true;
         }
+        vcn += length;
         runs.push_back(run);
         pos += 1 + lenSize + offSize;
     }
+    return false;
 }
 
 NtfsRecordCheck ExamineFileRecord(std::span<uint8_t> rec, uint32_t recordSize) {

@@ -45,10 +45,14 @@ struct NtfsRun {
     bool sparse = false;
 };
 
-// Appends the runs of the run list at `offset` in `attribute`. Decoding ends at a 0 header, at a field
-// wider than 4 bytes, at a field that starts like the F0 FF FF F0 fill pattern, or at the end of
-// the span; the runs read so far stay.
-void DecodeRuns(Bytes attribute, size_t offset, std::vector<NtfsRun>& runs);
+// Appends the runs of the run list at `offset` in `attribute`. Length and offset fields may be up
+// to 8 bytes wide (the offset signed, relative to the previous run's start). Decoding ends at a 0
+// header (true) or at the first malformed run (false), which is not appended: a field wider than
+// 8 bytes, a field that starts like the F0 FF FF F0 fill pattern, the end of the span, lengths
+// adding up past the largest VCN, a start cluster below 0 or, when `volumeClusters` is not 0, a
+// run that starts past the volume's last cluster (one that only ends past it is kept for the
+// readers to clip). The runs read before it stay.
+bool DecodeRuns(Bytes attribute, size_t offset, std::vector<NtfsRun>& runs, uint64_t volumeClusters = 0);
 
 // Checks a file record in place (signature, header geometry, fix-up over the blocks inside bytes
 // in use, attribute headers). True when sound; the fix-up has then been applied.

@@ -107,7 +107,7 @@ TEST(NtfsRecordCheck, FixupAndHeaderRules) {
 TEST(NtfsRuns, DecodingAndEndRules) {
     std::vector<NtfsRun> runs;
     auto list = EncodeRuns({{8, 100}, {4, -60}, {16, 0, true}, {2, 1000}});
-    DecodeRuns(list, 0, runs);
+    EXPECT_TRUE(DecodeRuns(list, 0, runs));
     ASSERT_EQ(runs.size(), 4u);
     EXPECT_EQ(runs[0].startCluster, 100u);
     EXPECT_EQ(runs[1].startCluster, 40u); // a negative offset moves backwards
@@ -116,10 +116,10 @@ TEST(NtfsRuns, DecodingAndEndRules) {
     EXPECT_EQ(runs[3].startCluster, 1040u); // a hole does not move the position
     EXPECT_EQ(runs[3].lengthClusters, 2u);
 
-    // A five-byte offset field ends decoding at that run; earlier runs stay.
+    // A field wider than 8 bytes ends decoding at that run; earlier runs stay.
     runs.clear();
-    std::vector<uint8_t> wide = {0x11, 4, 10, 0x51, 1, 1, 2, 3, 4, 5, 0x11, 1, 1, 0};
-    DecodeRuns(wide, 0, runs);
+    std::vector<uint8_t> wide = {0x11, 4, 10, 0x19, 1, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0x11, 1, 1, 0};
+    EXPECT_FALSE(DecodeRuns(wide, 0, runs));
     EXPECT_EQ(runs.size(), 1u);
     // A field that starts like the F0 FF FF F0 fill ends decoding.
     runs.clear();
@@ -131,6 +131,54 @@ TEST(NtfsRuns, DecodingAndEndRules) {
     std::vector<uint8_t> cut = {0x11, 4, 10, 0x31, 5};
     DecodeRuns(cut, 0, runs);
     EXPECT_EQ(runs.size(), 1u);
+}
+
+TEST(NtfsRuns, WideFieldsOnLargeVolumes) {
+    // A volume of 2^36 clusters: five-byte lengths and offsets, both ways, and eight-byte fields
+    // holding small values.
+    const uint64_t volume = 1ull << 36;
+    std::vector<NtfsRun> runs;
+    auto list = EncodeRuns({{0x100000010ull, int64_t(3) << 32}, {8, -(int64_t(1) << 32)}, {0x20, 0, true}});
+    std::vector<uint8_t> eight = {0x88, 5, 0, 0, 0, 0, 0, 0, 0, 0x40, 0, 0, 0, 0, 0, 0, 0, 0};
+    list.pop_back();
+    list.insert(list.end(), eight.begin(), eight.end());
+    EXPECT_TRUE(DecodeRuns(list, 0, runs, volume));
+    ASSERT_EQ(runs.size(), 4u);
+    EXPECT_EQ(runs[0].lengthClusters, 0x100000010ull);
+    EXPECT_EQ(runs[0].startCluster, 3ull << 32);
+    EXPECT_EQ(runs[1].startCluster, 2ull << 32);
+    EXPECT_TRUE(runs[2].sparse);
+    EXPECT_EQ(runs[3].lengthClusters, 5u);
+    EXPECT_EQ(runs[3].startCluster, (2ull << 32) + 0x40);
+}
+
+TEST(NtfsRuns, RunsOutsideTheVolumeOrPastTheLargestVcnAreRefused) {
+    struct Case {
+        const char* what;
+        std::vector<RunSpec> specs;
+        uint64_t volumeClusters;
+    };
+    const int64_t kTop = INT64_MAX;
+    const Case cases[] = {
+        {"start below cluster 0", {{8, 100}, {4, -101}}, 0},
+        {"start at the volume's end", {{8, 100}, {8, 900}}, 1000},
+        {"start far past the volume's end", {{8, 100}, {1, 5000}}, 1000},
+        {"start cluster overflows", {{8, 100}, {1, kTop}}, 0},
+        {"lengths overflow the VCN", {{8, 100}, {uint64_t(kTop) - 7, 0, true}}, 0},
+        {"a length above the largest VCN", {{8, 100}, {~0ull, 5}}, 0},
+    };
+    for (const Case& c : cases) {
+        std::vector<NtfsRun> runs;
+        EXPECT_FALSE(DecodeRuns(EncodeRuns(c.specs), 0, runs, c.volumeClusters)) << c.what;
+        ASSERT_EQ(runs.size(), 1u) << c.what;
+        EXPECT_EQ(runs[0].startCluster, 100u) << c.what;
+    }
+    // Inside bounds the lists decode whole: a run from the last cluster (and one that only ends
+    // past the volume, which the readers clip), and lengths up to the largest VCN exactly.
+    std::vector<NtfsRun> runs;
+    EXPECT_TRUE(DecodeRuns(EncodeRuns({{8, 100}, {100, 899}}), 0, runs, 1000));
+    EXPECT_TRUE(DecodeRuns(EncodeRuns({{8, 100}, {uint64_t(kTop) - 8, 0, true}}), 0, runs));
+    EXPECT_EQ(runs.size(), 4u);
 }
 
 TEST(NtfsAttrList, EntriesAndWhereTheListComesFrom) {
