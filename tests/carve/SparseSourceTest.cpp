@@ -61,17 +61,17 @@ TEST(SparseSource, ScanSkipsHolesAndFindsTheSame) {
             std::copy(kMagic.begin(), kMagic.end(), image.begin() + ptrdiff_t(at));
             image[at + 4] = uint8_t(at >> 9);
         }
-    auto scan = [&](std::unique_ptr<ByteSource> source) {
-        ScanRun run;
+    auto scan = [&](ScanRun& run, std::unique_ptr<ByteSource> source) {
         AttachMemory(run.disk, std::move(source));
         run.rows = {UserRecord(kMagic, ".hol", 2 * kSector)};
         EXPECT_EQ(run.Run(), Outcome::Ok);
         return run.Files();
     };
-    auto plain = scan(std::make_unique<MemorySource>(image));
+    ScanRun plainRun, sparseRun; // the source lives as long as its run
+    auto plain = scan(plainRun, std::make_unique<MemorySource>(image));
     auto holey = std::make_unique<HoleySource>(image, runs);
     HoleySource* h = holey.get();
-    auto sparse = scan(std::move(holey));
+    auto sparse = scan(sparseRun, std::move(holey));
     EXPECT_GT(plain.size(), 100u);
     EXPECT_EQ(sparse, plain);
     EXPECT_FALSE(h->ReadInside(kMiB, 20 * kMiB));
