@@ -1,7 +1,9 @@
 #include "carve/CChunkPrefetcher.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "carve/CSectorReader.h"
 
@@ -18,7 +20,6 @@ CChunkPrefetcher::CChunkPrefetcher(CSectorReader& reader, uint64_t first, uint64
     uint64_t slots = 1 + std::max(kBaseDepth, ahead);
     m_slots.resize(size_t(std::max<uint64_t>(1, std::min(slots, m_chunkCount))));
     m_slotOf.assign(m_slots.size(), 0);
-    m_batch = std::max<uint64_t>(kReadBatch, m_slots.size() / 4);
     for (size_t i = m_slots.size(); i-- > 0;) m_free.push_back(uint32_t(i));
     if (m_threaded && m_chunkCount > 1) m_thread = std::thread([this] { Run(); });
     else m_threaded = false;
@@ -35,33 +36,52 @@ CChunkPrefetcher::~CChunkPrefetcher() {
     }
 }
 
+void CChunkPrefetcher::AlignedFree::operator()(uint8_t* p) const { std::free(p); }
+
 // One read of the whole chunk; the part past the source's end is zero, as the loop clears its
-// buffer before each read. A slot's buffer is allocated the first time it is used.
+// buffer before each read. A slot's buffer is allocated the first time it is used. A chunk that
+// lies wholly in a hole of the source is not read at all.
 void CChunkPrefetcher::ReadChunk(uint64_t index, Slot& slot) {
     uint64_t start = m_first + index * m_chunkSectors;
     uint32_t sectors = uint32_t(std::min<uint64_t>(m_chunkSectors, m_end - start));
     uint32_t bytes = sectors * m_sectorSize;
-    if (slot.buffer.empty())
-        slot.buffer.resize(size_t(std::min<uint64_t>(m_chunkSectors, m_end - m_first)) * m_sectorSize);
-    slot.chunk.data = slot.buffer.data();
     slot.chunk.sectors = sectors;
-    slot.chunk.ok = m_reader.Read(slot.buffer.data(), bytes, start, slot.chunk.error);
+    slot.chunk.error = 0;
+    if (start >= m_runEnd) m_reader.DataRun(start, m_runFirst, m_runEnd);
+    slot.chunk.hole = m_runFirst >= start + sectors;
+    if (slot.chunk.hole) {
+        slot.chunk.data = nullptr;
+        slot.chunk.ok = true;
+        return;
+    }
+    if (!slot.buffer) {
+        constexpr size_t kAlign = 4096;
+        size_t size = size_t(std::min<uint64_t>(m_chunkSectors, m_end - m_first)) * m_sectorSize;
+        size = (size + kAlign - 1) / kAlign * kAlign;
+        slot.buffer.reset(static_cast<uint8_t*>(std::aligned_alloc(kAlign, size)));
+        if (!slot.buffer) throw std::bad_alloc();
+        std::memset(slot.buffer.get(), 0, size);
+    }
+    slot.chunk.data = slot.buffer.get();
+    slot.chunk.ok = m_reader.Read(slot.buffer.get(), bytes, start, slot.chunk.error);
     if (slot.chunk.ok) {
         uint64_t present = m_reader.BytesFrom(start * m_sectorSize);
-        if (present < bytes) std::memset(slot.buffer.data() + present, 0, bytes - size_t(present));
+        if (present < bytes) std::memset(slot.buffer.get() + present, 0, bytes - size_t(present));
     }
 }
 
 // A slot is free once the loop has moved past the chunk it held; the chunk being scanned
-// (m_nextToGive - 1) keeps its slot.
+// (m_nextToGive - 1) keeps its slot. The reading keeps the base depth ahead of the loop, and goes
+// further only as far as a scanner has asked to look: the few buffers in use then stay in the
+// processor's cache, where the loop finds what was just read.
 uint64_t CChunkPrefetcher::ReadLimit() const {
-    return std::min<uint64_t>(m_chunkCount, m_nextToGive + m_slots.size() - 1);
+    uint64_t bySlots = m_nextToGive + m_slots.size() - 1;
+    uint64_t wanted = std::max(m_nextToGive + kBaseDepth, m_wanted);
+    return std::min<uint64_t>(m_chunkCount, std::min(bySlots, wanted));
 }
 
-// The reading runs as far ahead as the slots allow: with scanners that look far ahead, the
-// loop then scans what they looked at while the next stretch is read, instead of the two
-// threads taking turns. Either thread sleeps until a batch of chunks (a quarter of the slots,
-// at least two) can be read or scanned: waking a thread costs more than scanning a chunk.
+// Either thread sleeps until a batch of chunks can be read or scanned: waking a thread costs
+// more than scanning a chunk.
 bool CChunkPrefetcher::ReaderHasWork() const {
     uint64_t target = ReadLimit();
     return m_nextToRead < target && (m_mainWaiting || target - m_nextToRead >= m_batch || target == m_chunkCount);
@@ -103,6 +123,7 @@ const CChunkPrefetcher::Chunk& CChunkPrefetcher::WaitFor(uint64_t index) {
     // count was raised).
     if (m_nextToRead.load(std::memory_order_acquire) > index) return SlotOf(index).chunk;
     std::unique_lock lk(m_mutex);
+    m_wanted = std::max(m_wanted, index + 1);
     if (m_nextToRead <= index) {
         // Woken once a batch is there rather than for every chunk.
         m_mainWaitsFor = std::max(index, std::min(index + m_batch, ReadLimit()) - 1);
@@ -143,14 +164,15 @@ std::span<const uint8_t> CChunkPrefetcher::View(uint64_t sector, uint32_t count,
     const uint64_t a = (sector - m_first) / m_chunkSectors;
     const uint64_t b = (sector + count - 1 - m_first) / m_chunkSectors;
     if (a < current || b >= current + m_slots.size()) return {};
-    if (!WaitFor(b).ok) return {};
+    const Chunk& lastChunk = WaitFor(b);
+    if (!lastChunk.ok || lastChunk.hole) return {};
     for (uint64_t i = a; i < b; ++i)
-        if (!SlotOf(i).chunk.ok) return {};
+        if (!SlotOf(i).chunk.ok || SlotOf(i).chunk.hole) return {};
 
     const size_t bps = m_sectorSize;
     auto at = [&](uint64_t s) {
         uint64_t i = (s - m_first) / m_chunkSectors;
-        return SlotOf(i).buffer.data() + size_t(s - m_first - i * m_chunkSectors) * bps;
+        return SlotOf(i).buffer.get() + size_t(s - m_first - i * m_chunkSectors) * bps;
     };
     if (a == b) return {at(sector), size_t(count) * bps};
     scratch.resize(size_t(count) * bps);

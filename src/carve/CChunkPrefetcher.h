@@ -8,6 +8,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <span>
 #include <thread>
@@ -24,6 +25,8 @@ public:
         uint32_t sectors = 0;
         bool ok = false;
         uint32_t error = 0; // system code when !ok
+        // Wholly inside a hole of a sparse source: not read, no data; its sectors are all zero.
+        bool hole = false;
     };
 
     // Chunk i covers sectors first + i × chunkSectors up to `end` (the last one shorter).
@@ -47,8 +50,12 @@ public:
     std::span<const uint8_t> View(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch);
 
 private:
+    // Page-aligned, so that an unbuffered device reads straight into it.
+    struct AlignedFree {
+        void operator()(uint8_t* p) const;
+    };
     struct Slot {
-        std::vector<uint8_t> buffer;
+        std::unique_ptr<uint8_t[], AlignedFree> buffer;
         Chunk chunk;
     };
     void ReadChunk(uint64_t index, Slot& slot);
@@ -63,6 +70,9 @@ private:
     void Run();
 
     CSectorReader& m_reader;
+    // The run of data the last chunks fell in (see CSectorReader::DataRun); only the thread that
+    // reads chunks uses it.
+    uint64_t m_runFirst = 0, m_runEnd = 0;
     uint64_t m_first, m_end;
     uint32_t m_chunkSectors, m_sectorSize;
     uint64_t m_chunkCount;
@@ -82,6 +92,7 @@ private:
     std::atomic<uint64_t> m_nextToRead{0};
     bool m_readerWaiting = false, m_mainWaiting = false;
     uint64_t m_mainWaitsFor = 0; // the chunk the loop's thread waits for, while m_mainWaiting
+    uint64_t m_wanted = 0;       // chunks before this one were asked for by a look ahead
     uint64_t m_batch = kReadBatch;
     std::mutex m_mutex;
     // Each side is woken only when it sleeps and has something to do.

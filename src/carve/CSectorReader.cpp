@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "carve/CChunkPrefetcher.h"
+#include "job/ScanContext.h"
 #include "platform/Platform.h"
 #include "storage/CPhysicalDisk.h"
 
@@ -33,6 +34,12 @@ bool CSectorReader::Read(void* buffer, uint32_t byteCount, uint64_t sector, uint
     error = h ? h->LastError() : 0;
     m_lastError = error;
     return false;
+}
+
+bool CSectorReader::StopRequested() const { return m_scan && m_scan->StopRequested(); }
+
+void CSectorReader::DataRun(uint64_t sector, uint64_t& first, uint64_t& end) const {
+    m_media.DataRunSectors(sector, first, end);
 }
 
 std::span<const uint8_t> CSectorReader::ReadView(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch) {

@@ -12,6 +12,7 @@ namespace kestrin {
 
 class CChunkPrefetcher;
 class CPhysicalDisk;
+struct ScanContext;
 
 class CSectorReader {
 public:
@@ -30,11 +31,18 @@ public:
     std::span<const uint8_t> ReadView(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch);
     // The loop's chunks, for ReadView; null outside the loop.
     void SetWindow(CChunkPrefetcher* window) { m_window = window; }
+    // The scan the reads belong to: long walks inside a scanner ask it whether to stop (and wait
+    // while the front end holds the scan). Null: never.
+    void SetScan(ScanContext* ctx) { m_scan = ctx; }
+    bool StopRequested() const;
     // System code of the last failed read (5 access denied, 55 device gone, ...).
     uint32_t LastError() const { return m_lastError.load(); }
     uint32_t SectorSize() const { return m_sectorSize; }
     // First sector past the source: scanners never walk beyond it.
     uint64_t EndSector() const { return m_endSector; }
+    // The first run of sectors at or after `sector` that may hold data, as [first, end) (see
+    // CStorageMedia::DataRunSectors): the rest lies in holes of a sparse image and is all zero.
+    void DataRun(uint64_t sector, uint64_t& first, uint64_t& end) const;
     // Bytes the source holds from absolute byte `offset` on (0 at or past the end).
     uint64_t BytesFrom(uint64_t offset) const { return offset < m_byteSize ? m_byteSize - offset : 0; }
     // Reads that failed inside scanners (kept for the end-of-scan summary).
@@ -72,6 +80,7 @@ private:
     DirectoryWalk m_directoryWalk;
     TableSector m_tableSector;
     CChunkPrefetcher* m_window = nullptr;
+    ScanContext* m_scan = nullptr;
 };
 
 } // namespace kestrin

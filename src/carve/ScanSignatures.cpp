@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -127,6 +128,7 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
     CNode* fileTypes = ctx.top ? AddFolder(ctx.top, u"File Types") : nullptr;
 
     CSectorReader reader(media);
+    reader.SetScan(&ctx);
     const uint32_t bps = reader.SectorSize();
     ScannerSet set;
     if (fileTypes && ctx.signatures) set = BuildScannerSet(*ctx.signatures);
@@ -162,7 +164,13 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
         ctx.op.done.store(int64_t(current));
         ctx.events.OnProgress();
         CChunkPrefetcher::Chunk chunk = chunks.Next();
-        if (!chunk.data || chunk.sectors == 0) break;
+        if (chunk.sectors == 0) break;
+        // A hole of a sparse image: zeros only, of which no sector is ever offered.
+        if (chunk.hole) {
+            current += chunk.sectors;
+            continue;
+        }
+        if (!chunk.data) break;
         if (!chunk.ok) {
             if (chunk.error == platform::kErrAccessDenied || chunk.error == platform::kErrDeviceGone) {
                 ctx.events.OnStatus(UserText{"", CStorageMedia::ErrorText(chunk.error)});
@@ -223,14 +231,17 @@ ContentResult CarvedWriteContent(CPhysicalDisk& media, const CNode& node, const 
     CSectorReader reader(media);
     // Runs of 2 MiB, whole sectors, starting at the item's first sector.
     const uint32_t runSectors = std::max<uint32_t>(1, (2u << 20) / bps);
-    std::vector<uint8_t> buf(size_t(runSectors) * bps);
+    const uint64_t runBytes = uint64_t(runSectors) * bps;
+    // Made when a run is first read (copied runs need none), no larger than the item's sectors.
+    std::unique_ptr<uint8_t[]> buf;
+    size_t bufSize = 0;
     uint64_t begin = node.startOffset;
     uint64_t end = node.size;
     uint64_t sector = node.location;
     uint64_t available = reader.BytesFrom(node.location * bps);
     result.ok = true;
-    for (uint64_t runStart = 0; runStart < end; runStart += buf.size(), sector += runSectors) {
-        uint64_t runEnd = std::min<uint64_t>(runStart + buf.size(), end);
+    for (uint64_t runStart = 0; runStart < end; runStart += runBytes, sector += runSectors) {
+        uint64_t runEnd = std::min<uint64_t>(runStart + runBytes, end);
         if (runEnd <= begin) continue;
         if (runStart >= available) {
             result.beyondVolume += end - std::max(runStart, begin);
@@ -239,15 +250,34 @@ ContentResult CarvedWriteContent(CPhysicalDisk& media, const CNode& node, const 
         }
         uint32_t want = uint32_t(std::min<uint64_t>(runEnd - runStart, available - runStart));
         uint32_t wantSectors = (want + bps - 1) / bps;
-        bool readOk = reader.Read(buf.data(), wantSectors * bps, sector);
-        if (!readOk) std::memset(buf.data(), 0, buf.size());
         size_t from = size_t(std::max(runStart, begin) - runStart);
+        // A run whose whole sectors lie on the source may go from file to file. Anything else
+        // (a sink or source that cannot, a failed copy, the short run at the source's end) is read
+        // and written as below, so the bytes counted as unreadable stay what reading counts.
+        if (sink.CanCopy() && media.Handle() && uint64_t(wantSectors) * bps <= available - runStart) {
+            size_t len = size_t(runEnd - runStart) - from;
+            ContentSink::Copy c = sink.CopyRun(*media.Handle(), sector * bps + from, len);
+            if (c == ContentSink::Copy::Stop) {
+                result.ok = false;
+                return result;
+            }
+            if (c == ContentSink::Copy::Done) {
+                result.written += len;
+                continue;
+            }
+        }
+        if (!buf) {
+            bufSize = size_t(end >= runBytes ? runBytes : (end + bps - 1) / bps * bps);
+            buf = std::make_unique_for_overwrite<uint8_t[]>(bufSize);
+        }
+        bool readOk = reader.Read(buf.get(), wantSectors * bps, sector);
+        if (!readOk) std::memset(buf.get(), 0, bufSize);
         size_t len = size_t(std::min<uint64_t>(runEnd, runStart + want) - runStart) - from;
         if (!readOk) {
             result.unreadable += len;
             result.ok = false;
         }
-        if (!sink(buf.data() + from, len)) {
+        if (!sink(buf.get() + from, len)) {
             result.ok = false;
             return result;
         }

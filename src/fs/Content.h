@@ -1,17 +1,50 @@
 #pragma once
 // Content read-back: every engine writes one found file's bytes to a sink, so the saver,
 // `kestrin cat` and the preview share one path.
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <type_traits>
+#include <utility>
 
 namespace kestrin {
 
+class ByteSource;
 class CPhysicalDisk;
 class CNode;
 
-// Receives the content in order; returns false to stop (write failed).
-using ContentSink = std::function<bool(const uint8_t* data, size_t len)>;
+// Receives the content in order; returns false to stop (write failed). A sink that writes into a
+// file may also take a run of the content by its place on the source (CopyRun): the kernel then
+// moves it from file to file without it passing through this process.
+class ContentSink {
+public:
+    using WriteFn = std::function<bool(const uint8_t* data, size_t len)>;
+    enum class Copy : uint8_t {
+        Done,    // the run is the content's next bytes now
+        NotDone, // nothing changed: the caller reads and writes the run itself
+        Stop,    // copied, but the sink wants no more (a cancel)
+    };
+    using CopyFn = std::function<Copy(ByteSource& source, uint64_t offset, size_t len)>;
+
+    ContentSink() = default;
+    template <class F>
+        requires(!std::same_as<std::remove_cvref_t<F>, ContentSink> && std::constructible_from<WriteFn, F>)
+    ContentSink(F&& write) : m_write(std::forward<F>(write)) {}
+    ContentSink(WriteFn write, CopyFn copy) : m_write(std::move(write)), m_copy(std::move(copy)) {}
+
+    bool operator()(const uint8_t* data, size_t len) const { return m_write(data, len); }
+    explicit operator bool() const { return bool(m_write); }
+    bool CanCopy() const { return bool(m_copy); }
+    // `len` bytes at byte `offset` of `source`, as the next bytes of the content.
+    Copy CopyRun(ByteSource& source, uint64_t offset, size_t len) const {
+        return m_copy ? m_copy(source, offset, len) : Copy::NotDone;
+    }
+
+private:
+    WriteFn m_write;
+    CopyFn m_copy;
+};
 
 struct ContentResult {
     bool ok = false;             // every byte of `size` was delivered

@@ -13,6 +13,7 @@
 #include "output/OutputTarget.h"
 #include "output/Saver.h"
 #include "platform/Platform.h"
+#include "storage/ByteSource.h"
 #include "util/Text.h"
 
 namespace kestrin {
@@ -92,17 +93,45 @@ public:
     FileOutcome WriteFile(CPhysicalDisk& media, const CNode& node, ContentWriter content,
                           const AdvanceFn& advance) override {
         FileOutcome out;
-        ContentSink sink = [&](const uint8_t* data, size_t len) {
+        uint64_t position = 0; // bytes of the file written so far
+        auto write = [&](const uint8_t* data, size_t len) {
             if (int err = WriteAll(m_write, m_file, data, len)) {
                 out.writeError = err;
                 return false;
             }
+            position += len;
             if (!advance(len)) {
                 out.cancelled = true;
                 return false;
             }
             return true;
         };
+        // Runs of the source go from file to file in the kernel while it can. A copy that fails is
+        // undone (the file position goes back; what it wrote is written over) and the run is read
+        // and written instead, so a failure is found and counted as it always was. A write
+        // function given by a test always sees every byte.
+        auto copy = [&](ByteSource& source, uint64_t offset, size_t len) {
+            if (m_noCopy) return ContentSink::Copy::NotDone;
+            int err = 0;
+            long long n = source.CopyTo(m_file, position, len, offset, err);
+            if (n < 0 || size_t(n) != len) {
+                if (err == EXDEV || err == EINVAL || err == ENOSYS || err == EOPNOTSUPP || err == EBADF)
+                    m_noCopy = true;
+                return ContentSink::Copy::NotDone;
+            }
+            if (::lseek(m_file, off_t(position + len), SEEK_SET) < 0) {
+                m_noCopy = true;
+                ::lseek(m_file, off_t(position), SEEK_SET);
+                return ContentSink::Copy::NotDone;
+            }
+            position += len;
+            if (!advance(len)) {
+                out.cancelled = true;
+                return ContentSink::Copy::Stop;
+            }
+            return ContentSink::Copy::Done;
+        };
+        ContentSink sink = m_write == &SystemWrite ? ContentSink(write, copy) : ContentSink(write);
         ContentResult r = content ? content(media, node, sink) : ContentResult{};
         if (!out.writeError && !out.cancelled) {
             if (int64_t t; LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), t)) {
@@ -183,6 +212,8 @@ private:
     int m_log = -1;
     std::string m_logName;
     WriteFn m_write;
+    // Set once the kernel refused to copy from the source into this destination.
+    bool m_noCopy = false;
 };
 
 } // namespace

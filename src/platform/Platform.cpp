@@ -1,5 +1,6 @@
 #include "platform/Platform.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -170,7 +171,16 @@ uint64_t File::Size() const {
     return 0;
 }
 bool File::IsBlockDevice() const { return GetFileType(m_handle) != FILE_TYPE_DISK ? false : Size() == 0; }
+bool File::IsRegularFile() const { return GetFileType(m_handle) == FILE_TYPE_DISK && !IsBlockDevice(); }
 uint32_t File::DeviceSectorSize() const { return 0; }
+void File::DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const {
+    start = offset;
+    end = UINT64_MAX;
+}
+long long File::CopyTo(NativeHandle, uint64_t, size_t, uint64_t, int& err) const {
+    err = ENOSYS;
+    return -1;
+}
 
 std::string ProgramFolder() {
     wchar_t buf[MAX_PATH];
@@ -287,6 +297,53 @@ uint64_t File::Size() const {
 bool File::IsBlockDevice() const {
     struct stat st;
     return m_handle >= 0 && fstat(m_handle, &st) == 0 && S_ISBLK(st.st_mode);
+}
+
+bool File::IsRegularFile() const {
+    struct stat st;
+    return m_handle >= 0 && fstat(m_handle, &st) == 0 && S_ISREG(st.st_mode);
+}
+
+void File::DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const {
+    start = offset;
+    end = UINT64_MAX;
+#if defined(SEEK_DATA) && defined(SEEK_HOLE)
+    if (offset > uint64_t(INT64_MAX) || !IsRegularFile()) return;
+    // Positioned reads never use the file position, so moving it here disturbs nothing.
+    off_t data = ::lseek(m_handle, off_t(offset), SEEK_DATA);
+    if (data < 0) {
+        // ENXIO: nothing but a hole from `offset` to the end (or `offset` is past it). Anything
+        // else: the file system does not say, so everything counts as data.
+        if (errno == ENXIO) start = end = UINT64_MAX;
+        return;
+    }
+    off_t hole = ::lseek(m_handle, data, SEEK_HOLE);
+    start = uint64_t(data);
+    if (hole >= data) end = uint64_t(hole);
+#endif
+}
+
+long long File::CopyTo(NativeHandle to, uint64_t toOffset, size_t len, uint64_t offset, int& err) const {
+    err = 0;
+#ifdef __linux__
+    size_t done = 0;
+    while (done < len) {
+        loff_t in = loff_t(offset + done), out = loff_t(toOffset + done);
+        ssize_t n = ::copy_file_range(m_handle, &in, to, &out, len - done, 0);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            err = errno;
+            return done ? (long long)done : -1;
+        }
+        if (n == 0) break;
+        done += size_t(n);
+    }
+    return (long long)done;
+#else
+    (void)to, (void)toOffset, (void)len, (void)offset;
+    err = ENOSYS;
+    return -1;
+#endif
 }
 
 uint32_t File::DeviceSectorSize() const {

@@ -58,6 +58,17 @@ public:
     // Byte size of a regular file or block device; 0 when unknown.
     uint64_t Size() const;
     bool IsBlockDevice() const;
+    bool IsRegularFile() const;
+    // The first run of data at or after byte `offset` of a regular file, as [start, end): the
+    // holes of a sparse file hold no data and read as zeros. {offset, UINT64_MAX} when the system
+    // cannot tell (devices, file systems without hole reporting); start == UINT64_MAX when no
+    // data follows `offset`.
+    void DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const;
+    // Copies `len` bytes at `offset` of this file to the file `to` at `toOffset` inside the
+    // kernel. Bytes copied (fewer only when the copy stopped early), or -1 with the errno in
+    // `err`: EXDEV, EINVAL, ENOSYS, EOPNOTSUPP when the system cannot copy between these two
+    // files, anything else when a read or a write failed.
+    long long CopyTo(NativeHandle to, uint64_t toOffset, size_t len, uint64_t offset, int& err) const;
     // Logical sector size reported by a block device, 0 when unknown.
     uint32_t DeviceSectorSize() const;
     uint32_t LastError() const { return m_lastError; }

@@ -329,8 +329,19 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
     std::vector<uint8_t> buf(size_t(chunkSectors) * ss + kTailBytes);
     std::vector<PartitionCandidate> candidates;
     ctx.op.endSector.store(end);
+    // Holes of a sparse image hold no boot sector and no record: chunks wholly inside one are
+    // not read. The chunks keep their places, so what is read is read as it always was.
+    uint64_t dataFirst = base, dataEnd = base;
     for (uint64_t at = base; at < end; at += chunkSectors) {
         if (ctx.MustStop(media)) break;
+        if (at >= dataEnd) {
+            media.DataRunSectors(at, dataFirst, dataEnd);
+            if (dataFirst >= end) break;
+        }
+        if (dataFirst >= at + chunkSectors) {
+            at += (dataFirst - at) / chunkSectors * chunkSectors;
+            if (at >= end) break;
+        }
         ctx.op.currentSector.store(at);
         ctx.Progress(int64_t(at - base), int64_t(count));
         uint64_t n = std::min<uint64_t>(chunkSectors, end - at);

@@ -1,5 +1,6 @@
 #include "storage/ByteSource.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -50,6 +51,20 @@ long long SplitFileSource::ReadAt(void* buf, size_t len, uint64_t offset) {
         if (size_t(n) < want) break;
     }
     return (long long)got;
+}
+
+void SplitFileSource::DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const {
+    for (const Part& part : m_parts) {
+        if (offset >= part.start + part.size) continue;
+        uint64_t from = offset > part.start ? offset - part.start : 0;
+        uint64_t s, e;
+        part.file.DataRun(from, s, e);
+        if (s >= part.size) continue; // the rest of this part is a hole
+        start = part.start + s;
+        end = part.start + std::min(e, part.size);
+        return;
+    }
+    start = end = UINT64_MAX;
 }
 
 long long MemorySource::ReadAt(void* buf, size_t len, uint64_t offset) {

@@ -1,6 +1,7 @@
 #pragma once
 // Where a media's bytes come from: one file or device, a split image (name.001, name.002, ...)
 // or memory (tests and fuzzing). All reads are positioned.
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -20,6 +21,21 @@ public:
     virtual uint32_t LastError() const { return 0; }
     // True when reads must be whole aligned sectors (unbuffered devices).
     virtual bool NeedsAlignment() const { return false; }
+    // The first run of data at or after byte `offset`, as [start, end): what lies outside the
+    // runs (the holes of a sparse image file) holds nothing but zeros, and need not be read.
+    // start is UINT64_MAX when no data follows; end is UINT64_MAX when the run goes on to the
+    // end. By default everything is data.
+    virtual void DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const {
+        start = offset;
+        end = UINT64_MAX;
+    }
+    // Copies `len` bytes at `offset` into the open file `to` at `toOffset` without them passing
+    // through this process. Bytes copied, fewer when the copy stopped early, or -1 with an errno
+    // in `err` (ENOSYS: this source cannot do it). The caller reads and writes what is left.
+    virtual long long CopyTo(platform::NativeHandle, uint64_t, size_t, uint64_t, int& err) {
+        err = ENOSYS;
+        return -1;
+    }
 };
 
 class FileSource final : public ByteSource {
@@ -30,6 +46,12 @@ public:
     uint64_t Size() const override { return m_file.Size(); }
     uint32_t LastError() const override { return m_file.LastError(); }
     bool NeedsAlignment() const override { return m_aligned; }
+    void DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const override { m_file.DataRun(offset, start, end); }
+    // Only a plain file is copied by the kernel: a device's unbuffered handle takes no part in it.
+    long long CopyTo(platform::NativeHandle to, uint64_t toOffset, size_t len, uint64_t offset, int& err) override {
+        if (m_aligned || !m_file.IsRegularFile()) return ByteSource::CopyTo(to, toOffset, len, offset, err);
+        return m_file.CopyTo(to, toOffset, len, offset, err);
+    }
 
 private:
     platform::File m_file;
@@ -44,6 +66,8 @@ public:
     long long ReadAt(void* buf, size_t len, uint64_t offset) override;
     uint64_t Size() const override { return m_total; }
     uint32_t LastError() const override { return m_lastError; }
+    // Each part's own runs; a run never reaches past the end of its part.
+    void DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const override;
 
 private:
     struct Part {

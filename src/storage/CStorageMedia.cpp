@@ -1,5 +1,6 @@
 #include "storage/CStorageMedia.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -89,6 +90,22 @@ bool CStorageMedia::ProbeSectorSize() {
         return true;
     }
     return false;
+}
+
+void CStorageMedia::DataRunSectors(uint64_t sector, uint64_t& first, uint64_t& end) const {
+    first = sector;
+    end = UINT64_MAX;
+    const uint64_t ss = m_sectorSize;
+    if (!m_handle || ss == 0 || sector > UINT64_MAX / ss) return;
+    uint64_t start, stop;
+    m_handle->DataRun(sector * ss, start, stop);
+    if (start == UINT64_MAX) {
+        first = end = UINT64_MAX;
+        return;
+    }
+    // Sectors that hold any byte of the run count as data.
+    first = std::max(sector, start / ss);
+    if (stop != UINT64_MAX) end = std::max(first + 1, stop / ss + (stop % ss ? 1 : 0));
 }
 
 std::string CStorageMedia::ErrorText(uint32_t code) { return platform::SysErrorText(code); }

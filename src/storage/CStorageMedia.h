@@ -39,6 +39,11 @@ public:
     ByteSource* Handle() { return m_handle.get(); }
     // Bytes the source holds (0 when unknown).
     uint64_t ByteSize() const { return m_handle ? m_handle->Size() : 0; }
+    // The first run of sectors at or after absolute sector `sector` that may hold data, as
+    // [first, end): the sectors outside such runs lie wholly in holes of a sparse image and read
+    // as zeros. first is UINT64_MAX when no data follows, end UINT64_MAX when the run goes on to
+    // the end; a source that cannot tell gives {sector, UINT64_MAX}.
+    void DataRunSectors(uint64_t sector, uint64_t& first, uint64_t& end) const;
 
     const std::u16string& GetName() const { return m_name; }
     void SetName(std::u16string v) { m_name = std::move(v); }

@@ -40,7 +40,6 @@ bool CFamilyScanner::Begin(uint64_t sectorNumber) {
 bool CFamilyScanner::Load(uint64_t offset) {
     CSectorReader* r = Reader();
     if (offset >= m_available) return false;
-    if (m_window.empty()) m_window.resize(kWindowBytes);
     uint64_t firstSector = offset / m_sectorSize;
     uint32_t sectors = std::max<uint32_t>(1, kWindowBytes / m_sectorSize);
     uint64_t end = r->EndSector();
@@ -48,9 +47,11 @@ bool CFamilyScanner::Load(uint64_t offset) {
     if (absolute >= end) return false;
     if (end - absolute < sectors) sectors = uint32_t(end - absolute);
     uint32_t bytes = sectors * m_sectorSize;
-    if (bytes > m_window.size()) return false; // sectors larger than the window
+    if (bytes > kWindowBytes) return false; // sectors larger than the window
     m_windowValid = 0;
-    if (!r->Read(m_window.data(), bytes, absolute)) {
+    // Mostly straight from the loop's read-ahead, without a read or a copy.
+    m_view = r->ReadView(absolute, sectors, m_window);
+    if (m_view.empty()) {
         r->CountScannerFailure();
         return false;
     }
@@ -68,7 +69,7 @@ std::span<const uint8_t> CFamilyScanner::Upto(uint64_t offset, uint32_t length) 
     if (!inside && !Load(offset)) return {};
     size_t at = size_t(offset - m_windowStart);
     size_t n = std::min<size_t>(size_t(want), m_windowValid - at);
-    return {m_window.data() + at, n};
+    return {m_view.data() + at, n};
 }
 
 std::span<const uint8_t> CFamilyScanner::At(uint64_t offset, uint32_t length) {
@@ -76,6 +77,8 @@ std::span<const uint8_t> CFamilyScanner::At(uint64_t offset, uint32_t length) {
     auto s = Upto(offset, length);
     return s.size() == length ? s : std::span<const uint8_t>{};
 }
+
+bool CFamilyScanner::StopRequested() const { return Reader() && Reader()->StopRequested(); }
 
 uint64_t CFamilyScanner::Find(uint64_t from, uint64_t limit, const char* needle, uint32_t needleLength) {
     if (needleLength == 0 || needleLength > 64) return UINT64_MAX;

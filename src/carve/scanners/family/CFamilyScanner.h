@@ -43,6 +43,8 @@ protected:
     uint64_t Available() const { return m_available; }
     uint32_t SectorSize() const { return m_sectorSize; }
     uint64_t HitSector() const { return m_hitSector; }
+    // True when the scan is to stop: a long walk gives up its candidate then.
+    bool StopRequested() const;
     // Offset of the first occurrence of `needle` in [from, from + limit), or UINT64_MAX.
     uint64_t Find(uint64_t from, uint64_t limit, const char* needle, uint32_t needleLength);
 
@@ -53,6 +55,8 @@ protected:
 private:
     bool Load(uint64_t offset);
 
+    // The window's bytes: in the loop's read-ahead, or read into m_window.
+    std::span<const uint8_t> m_view;
     std::vector<uint8_t> m_window;
     uint64_t m_windowStart = 0; // file offset of m_window[0]
     uint32_t m_windowValid = 0; // bytes of m_window that hold file data

@@ -40,6 +40,9 @@ uint64_t CIsoMediaScanner::Walk(std::span<const uint8_t> sector) {
     uint64_t pos = 0;
     bool movie = false;
     for (int boxes = 0; boxes < kMaxBoxes; ++boxes) {
+        // Each box may need a read of its own, far from the last one: a stop is not kept waiting
+        // for a hundred thousand of them.
+        if (boxes % kStopCheckBoxes == kStopCheckBoxes - 1 && StopRequested()) return 0;
         auto head = Upto(pos, box::kLargeHeaderSize);
         if (head.size() < box::kHeaderSize || !IsTopLevelType(head.data() + box::kType)) break;
         uint64_t size = Be32(head.data() + box::kSize);
