@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace kestrin::test {
 
@@ -23,6 +25,16 @@ inline std::string UnpackImage(const std::string& name) {
     if (std::system(cmd.c_str()) != 0) return {};
     fs::rename(tmp, out, ec);
     return ec ? std::string() : out.string();
+}
+
+// Every byte of the file at `path` (empty when it cannot be read).
+inline std::vector<uint8_t> ReadWhole(const std::string& path) {
+    std::ifstream f(path, std::ios::binary | std::ios::ate);
+    if (!f) return {};
+    std::vector<uint8_t> out(size_t(f.tellg()));
+    f.seekg(0);
+    f.read(reinterpret_cast<char*>(out.data()), std::streamsize(out.size()));
+    return out;
 }
 
 } // namespace kestrin::test

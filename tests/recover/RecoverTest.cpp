@@ -28,14 +28,6 @@ namespace {
 
 using NoEvents = QuietScanEvents;
 
-std::vector<uint8_t> ReadWhole(const std::string& path) {
-    std::ifstream f(path, std::ios::binary | std::ios::ate);
-    std::vector<uint8_t> out(size_t(f.tellg()));
-    f.seekg(0);
-    f.read(reinterpret_cast<char*>(out.data()), std::streamsize(out.size()));
-    return out;
-}
-
 // The bundled sample disk lives with the program's data, not with the test images.
 std::string UnpackSample() {
     namespace fs = std::filesystem;
@@ -63,6 +55,19 @@ struct ScanHarness {
         ctx.top = top.get();
     }
 };
+
+// Opens test image `name`, which holds one volume, and runs the search for the file system it
+// held before it was formatted.
+void SearchFormattedVolume(const std::string& name, CPhysicalDisk& disk, ScanHarness& run) {
+    std::string path = test::UnpackImage(name);
+    ASSERT_FALSE(path.empty());
+    ASSERT_TRUE(disk.AttachImageFile(path));
+    Layout layout;
+    auto parts = ListPartitions(disk, layout);
+    ASSERT_EQ(parts.size(), 1u);
+    disk.SelectPartition(parts[0], SourceKind::Volume);
+    RecoverRecordSearch(disk, 0, disk.GetSectorCount(), run.ctx);
+}
 
 void AttachBytes(CPhysicalDisk& disk, std::vector<uint8_t> bytes) {
     uint64_t n = bytes.size() / 512;
@@ -162,7 +167,7 @@ std::vector<PartitionRecord> Search(std::vector<uint8_t> bytes) {
 TEST(PartitionSearch, FindsEveryPartitionOfADiskWithoutTable) {
     std::string path = test::UnpackImage("disk-mbr");
     ASSERT_FALSE(path.empty());
-    auto bytes = ReadWhole(path);
+    auto bytes = test::ReadWhole(path);
     ZeroSector(bytes, 0);
     for (int damage = 0; damage < 3; ++damage) {
         SCOPED_TRACE(damage);
@@ -185,7 +190,7 @@ TEST(PartitionSearch, FindsEveryPartitionOfADiskWithoutTable) {
 TEST(PartitionSearch, VolumeFoundFromItsMftScans) {
     std::string path = test::UnpackImage("disk-mbr");
     ASSERT_FALSE(path.empty());
-    auto bytes = ReadWhole(path);
+    auto bytes = test::ReadWhole(path);
     ZeroSector(bytes, 0);
     ZeroSector(bytes, 73728);
     ZeroSector(bytes, 73728 + 24575);
@@ -208,7 +213,7 @@ TEST(PartitionSearch, VolumeFoundFromItsMftScans) {
 TEST(PartitionSearch, IntactTableGivesNothingNew) {
     std::string path = test::UnpackImage("disk-mbr");
     ASSERT_FALSE(path.empty());
-    auto found = Search(ReadWhole(path));
+    auto found = Search(test::ReadWhole(path));
     EXPECT_TRUE(found.empty());
 }
 
@@ -217,7 +222,7 @@ TEST(PartitionSearch, IntactTableGivesNothingNew) {
 TEST(PartitionSearch, FakeBootSectorsStayBounded) {
     std::string path = test::UnpackImage("disk-mbr");
     ASSERT_FALSE(path.empty());
-    auto disk = ReadWhole(path);
+    auto disk = test::ReadWhole(path);
     std::vector<uint8_t> fat32(disk.begin() + 2048 * 512, disk.begin() + 2049 * 512);
     std::vector<uint8_t> ntfs(disk.begin() + 73728 * 512, disk.begin() + 73729 * 512);
     std::vector<uint8_t> bytes(32u << 20);
@@ -246,16 +251,9 @@ size_t CountFiles(const CNode* top) {
 TEST(PreviousFileSystem, OlderNtfsFilesAreListed) {
     for (const char* name : {"recovery-ntfs-over-ntfs", "recovery-fat32-over-ntfs"}) {
         SCOPED_TRACE(name);
-        std::string path = test::UnpackImage(name);
-        ASSERT_FALSE(path.empty());
         CPhysicalDisk disk;
-        ASSERT_TRUE(disk.AttachImageFile(path));
-        Layout layout;
-        auto parts = ListPartitions(disk, layout);
-        ASSERT_EQ(parts.size(), 1u);
-        disk.SelectPartition(parts[0], SourceKind::Volume);
         ScanHarness run(RecoveryMode::Formatted);
-        RecoverRecordSearch(disk, 0, disk.GetSectorCount(), run.ctx);
+        ASSERT_NO_FATAL_FAILURE(SearchFormattedVolume(name, disk, run));
         EXPECT_EQ(disk.GetFsKind(), FsKind::Ntfs);
         EXPECT_GT(CountFiles(run.top.get()), 5000u);
     }
@@ -277,16 +275,9 @@ TEST(PreviousFileSystem, FatReformattedWithOtherClustersIsListed) {
     };
     for (const Expect& c : cases) {
         SCOPED_TRACE(c.image);
-        std::string path = test::UnpackImage(c.image);
-        ASSERT_FALSE(path.empty());
         CPhysicalDisk disk;
-        ASSERT_TRUE(disk.AttachImageFile(path));
-        Layout layout;
-        auto parts = ListPartitions(disk, layout);
-        ASSERT_EQ(parts.size(), 1u);
-        disk.SelectPartition(parts[0], SourceKind::Volume);
         ScanHarness run(RecoveryMode::Formatted);
-        RecoverRecordSearch(disk, 0, disk.GetSectorCount(), run.ctx);
+        ASSERT_NO_FATAL_FAILURE(SearchFormattedVolume(c.image, disk, run));
         EXPECT_EQ(disk.GetFsKind(), FsKind::Fat32);
         EXPECT_GE(CountFiles(run.top.get()), c.files);
         const CNode* file = nullptr;
@@ -335,7 +326,7 @@ TEST(PartitionSearch, NothingFoundFallsBackToTheRecordSearch) {
 TEST(PartitionSearch, UncheckedTableEntryWithIntactBootSectorIsNotRepeated) {
     std::string path = UnpackSample();
     ASSERT_FALSE(path.empty());
-    auto found = Search(ReadWhole(path));
+    auto found = Search(test::ReadWhole(path));
     EXPECT_TRUE(found.empty());
 }
 

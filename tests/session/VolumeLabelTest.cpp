@@ -14,14 +14,6 @@
 namespace kestrin {
 namespace {
 
-std::vector<uint8_t> ReadWhole(const std::string& path) {
-    std::ifstream f(path, std::ios::binary | std::ios::ate);
-    std::vector<uint8_t> out(size_t(f.tellg()));
-    f.seekg(0);
-    f.read(reinterpret_cast<char*>(out.data()), std::streamsize(out.size()));
-    return out;
-}
-
 std::vector<std::u16string> Labels(CPhysicalDisk& disk) {
     Layout layout;
     std::vector<std::u16string> out;
@@ -56,7 +48,7 @@ TEST(VolumeLabel, EveryFileSystemOnBothTableKinds) {
 TEST(VolumeLabel, FatFallsBackToTheBootSectorCopy) {
     std::string path = test::UnpackImage("disk-mbr");
     ASSERT_FALSE(path.empty());
-    auto bytes = ReadWhole(path);
+    auto bytes = test::ReadWhole(path);
     const uint64_t fat16Start = 100352 * 512;
     const char kLabel[12] = "OLDDATA    ";
     // The root directory's label entry: the name followed by the volume-label attribute.

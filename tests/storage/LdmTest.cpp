@@ -24,14 +24,6 @@ namespace vblk = layout::ldm::vblk;
 constexpr uint64_t kMbrDiskSectors = 262144;
 constexpr uint64_t kMbrConfigStart = kMbrDiskSectors - 2048;
 
-std::vector<uint8_t> ReadWhole(const std::string& path) {
-    std::ifstream f(path, std::ios::binary | std::ios::ate);
-    std::vector<uint8_t> out(size_t(f.tellg()));
-    f.seekg(0);
-    f.read(reinterpret_cast<char*>(out.data()), std::streamsize(out.size()));
-    return out;
-}
-
 void AttachBytes(CPhysicalDisk& disk, std::vector<uint8_t> bytes) {
     uint64_t n = bytes.size() / 512;
     disk.Attach(std::make_unique<MemorySource>(std::move(bytes)));
@@ -47,7 +39,7 @@ void AttachBytes(CPhysicalDisk& disk, std::vector<uint8_t> bytes) {
 TEST(DynamicDisk, PrivateHeaderIsCheckedBeforeTheDatabaseIsRead) {
     std::string path = test::UnpackImage("ldm-dynamic");
     ASSERT_FALSE(path.empty());
-    const auto bytes = ReadWhole(path);
+    const auto bytes = test::ReadWhole(path);
     struct Case {
         const char* what;
         uint64_t diskStart, diskSize, configStart, configSize;
@@ -157,7 +149,7 @@ TEST(DynamicDisk, StripedVolumeTakesChunksInTurn) {
 TEST(DynamicDisk, DamagedDatabaseIsRejectedQuietly) {
     std::string path = test::UnpackImage("ldm-dynamic");
     ASSERT_FALSE(path.empty());
-    auto bytes = ReadWhole(path);
+    auto bytes = test::ReadWhole(path);
     // The image keeps its TOCBLOCK in sector 1 of the area, the VMDB in sector 4 and 128-byte
     // record slots from sector 5 on.
     const size_t config = size_t(kMbrConfigStart) * 512;
