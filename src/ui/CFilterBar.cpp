@@ -9,6 +9,7 @@
 #include <QSignalBlocker>
 #include <QSpinBox>
 #include <QToolButton>
+#include <QVBoxLayout>
 
 #include "ui/UiText.h"
 
@@ -42,21 +43,29 @@ QSpinBox* KBBox(const char* name) {
     b->setSingleStep(100);
     b->setAccelerated(true);
     b->setSuffix(" KB");
+    b->setMaximumWidth(b->fontMetrics().horizontalAdvance("0000000000 KB") + 30);
     return b;
 }
 
 } // namespace
 
 CFilterBar::CFilterBar(QWidget* parent) : QWidget(parent) {
-    auto* h = new QHBoxLayout(this);
-    h->setContentsMargins(0, 0, 0, 0);
+    // Two rows, so the bar fits the window's narrowest width without cutting a label.
+    auto* rows = new QVBoxLayout(this);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->setSpacing(4);
+    auto* h = new QHBoxLayout;
+    auto* h2 = new QHBoxLayout;
+    rows->addLayout(h);
+    rows->addLayout(h2);
     m_text = new QLineEdit;
     m_text->setObjectName("filterText");
     m_text->setClearButtonEnabled(true);
-    m_text->setMinimumWidth(140);
+    m_text->setMinimumWidth(160);
     m_kindLabel = new QLabel;
     m_kind = new QComboBox;
     m_kind->setObjectName("filterKind");
+    m_kind->setSizeAdjustPolicy(QComboBox::AdjustToContents); // the language may change the labels
     m_sizeLabel = new QLabel;
     m_minKB = KBBox("filterMinSize");
     m_maxKB = KBBox("filterMaxSize");
@@ -65,34 +74,40 @@ CFilterBar::CFilterBar(QWidget* parent) : QWidget(parent) {
     m_to = DateEdit("filterTo");
     m_condition = new QComboBox;
     m_condition->setObjectName("filterCondition");
+    m_condition->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     m_condition->setVisible(false);
     m_deletedOnly = new QCheckBox;
     m_deletedOnly->setObjectName("deletedOnly");
     m_clear = new QToolButton;
     m_clear->setObjectName("clearFilters");
-    h->addWidget(m_text, 2);
+    h->addWidget(m_text, 1);
     h->addWidget(m_kindLabel);
     h->addWidget(m_kind);
     h->addWidget(m_sizeLabel);
     h->addWidget(m_minKB);
     h->addWidget(new QLabel(QString::fromUtf8("\xE2\x80\x93")));
     h->addWidget(m_maxKB);
-    h->addWidget(m_dateLabel);
-    h->addWidget(m_from);
-    h->addWidget(new QLabel(QString::fromUtf8("\xE2\x80\x93")));
-    h->addWidget(m_to);
-    h->addWidget(m_condition);
-    h->addWidget(m_deletedOnly);
-    h->addWidget(m_clear);
+    h2->addWidget(m_dateLabel);
+    h2->addWidget(m_from);
+    h2->addWidget(new QLabel(QString::fromUtf8("\xE2\x80\x93")));
+    h2->addWidget(m_to);
+    h2->addWidget(m_condition);
+    h2->addSpacing(12);
+    h2->addWidget(m_deletedOnly);
+    h2->addStretch(1);
+    h2->addWidget(m_clear);
 
-    connect(m_text, &QLineEdit::textChanged, this, &CFilterBar::Changed);
-    connect(m_kind, &QComboBox::currentIndexChanged, this, &CFilterBar::Changed);
-    connect(m_minKB, &QSpinBox::valueChanged, this, &CFilterBar::Changed);
-    connect(m_maxKB, &QSpinBox::valueChanged, this, &CFilterBar::Changed);
-    connect(m_from, &QDateEdit::dateChanged, this, &CFilterBar::Changed);
-    connect(m_to, &QDateEdit::dateChanged, this, &CFilterBar::Changed);
-    connect(m_condition, &QComboBox::currentIndexChanged, this, &CFilterBar::Changed);
-    connect(m_deletedOnly, &QCheckBox::toggled, this, &CFilterBar::Changed);
+    auto changed = [this] {
+        if (!m_quiet) emit Changed();
+    };
+    connect(m_text, &QLineEdit::textChanged, this, changed);
+    connect(m_kind, &QComboBox::currentIndexChanged, this, changed);
+    connect(m_minKB, &QSpinBox::valueChanged, this, changed);
+    connect(m_maxKB, &QSpinBox::valueChanged, this, changed);
+    connect(m_from, &QDateEdit::dateChanged, this, changed);
+    connect(m_to, &QDateEdit::dateChanged, this, changed);
+    connect(m_condition, &QComboBox::currentIndexChanged, this, changed);
+    connect(m_deletedOnly, &QCheckBox::toggled, this, changed);
     connect(m_clear, &QToolButton::clicked, this, [this] {
         Clear();
         emit Changed();
@@ -116,8 +131,8 @@ CNodeFilter CFilterBar::Filter(bool hideSystem) const {
 bool CFilterBar::DeletedOnly() const { return m_deletedOnly->isChecked(); }
 
 void CFilterBar::Clear() {
-    const QSignalBlocker b1(m_text), b2(m_kind), b3(m_minKB), b4(m_maxKB), b5(m_from), b6(m_to), b7(m_condition),
-        b8(m_deletedOnly);
+    // Not by blocking signals: the widgets' own reactions (the name box's clear button) must run.
+    m_quiet = true;
     m_text->clear();
     m_kind->setCurrentIndex(0);
     m_minKB->setValue(0);
@@ -126,6 +141,7 @@ void CFilterBar::Clear() {
     m_to->setDate(kNoDate);
     m_condition->setCurrentIndex(0);
     m_deletedOnly->setChecked(false);
+    m_quiet = false;
 }
 
 void CFilterBar::SetConditionChoices(const QStringList& labels, std::function<bool(const CNode&, int)> test) {

@@ -51,6 +51,7 @@ private:
     std::function<bool(const CNode&, int)> m_conditionTest;
     QCheckBox* m_deletedOnly = nullptr;
     QToolButton* m_clear = nullptr;
+    bool m_quiet = false; // while Clear() sets the widgets
 };
 
 } // namespace kestrin::ui

@@ -1,6 +1,7 @@
 #include "ui/CThumbnailLoader.h"
 
 #include <QImage>
+#include <QPainter>
 #include <QRunnable>
 #include <algorithm>
 
@@ -131,7 +132,12 @@ void CThumbnailLoader::Finished(quint64 generation, const CNode* n, const QImage
     if (image.isNull()) {
         m_failed.insert(n);
     } else {
-        auto* pm = new QPixmap(QPixmap::fromImage(image));
+        // On a square of the full edge, centred: every item of the grid lines up the same way.
+        auto* pm = new QPixmap(kEdge, kEdge);
+        pm->fill(Qt::transparent);
+        QPainter paint(pm);
+        paint.drawImage((kEdge - image.width()) / 2, (kEdge - image.height()) / 2, image);
+        paint.end();
         m_cache.insert(n, pm, std::max(1, int(qint64(pm->width()) * pm->height() * 4 / 1024)));
     }
     emit Ready(n);

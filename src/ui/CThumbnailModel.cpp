@@ -18,15 +18,18 @@ QPixmap LargeIcon(bool folder, bool deleted) {
     static QPixmap cache[2][2];
     QPixmap& pm = cache[folder][deleted];
     if (!pm.isNull()) return pm;
+    // Centred on a square of the thumbnails' size, so pictures and icons line up in the grid.
+    const int edge = CThumbnailLoader::kEdge, at = (edge - 64) / 2;
+    pm = QPixmap(edge, edge);
+    pm.fill(Qt::transparent);
+    QPainter p(&pm);
     QIcon icon = qApp->style()->standardIcon(folder ? QStyle::SP_DirIcon : QStyle::SP_FileIcon);
-    pm = icon.pixmap(64, 64);
-    if (pm.isNull()) pm = QPixmap(64, 64), pm.fill(Qt::transparent);
+    p.drawPixmap(at, at, icon.pixmap(64, 64));
     if (deleted) {
-        QPainter p(&pm);
         p.setRenderHint(QPainter::Antialiasing);
         p.setPen(QPen(QColor(200, 0, 0), 5));
-        p.drawLine(30, 30, 60, 60);
-        p.drawLine(60, 30, 30, 60);
+        p.drawLine(at + 30, at + 30, at + 60, at + 60);
+        p.drawLine(at + 60, at + 30, at + 30, at + 60);
     }
     return pm;
 }
