@@ -18,6 +18,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include "fs/SystemFolders.h"
 #include "output/OutputTarget.h"
 #include "platform/FileIdentity.h"
 #include "platform/Platform.h"
@@ -170,10 +171,12 @@ private:
     }
     bool Included(const CNode* n) const { return n->IsFolder() ? m_folders.count(n) > 0 : FileIncluded(n); }
 
-    // Folders on the way to a ticked item, and ticked folders themselves, are re-created.
+    // Folders on the way to a ticked item, and ticked folders themselves, are re-created. A
+    // system folder ("$Extend" and what lies below it, "Lost") is no such item of its own: it is
+    // made only on the way to a ticked file or a ticked ordinary folder inside it, never empty.
     void CollectIncluded(const CNode* start) {
         ForEachNode(const_cast<CNode*>(start), [&](CNode* n) {
-            if (!FileIncluded(n)) return;
+            if (!FileIncluded(n) || IsSystemFolder(n)) return;
             for (const CNode* p = n->IsFolder() ? n : n->parent; p && p != start; p = p->parent)
                 if (!m_folders.insert(p).second) break;
         });

@@ -77,6 +77,9 @@ QVariant CFileListModel::data(const QModelIndex& index, int role) const {
         return NodeIcon(n);
     } else if (role == Qt::CheckStateRole && col == kName) {
         return m_state.CheckState(n);
+    } else if (role == Qt::ToolTipRole && col == kSize && !n->IsFolder()) {
+        // The column rounds down to kilobytes ("0 KB" for small files): the exact count here.
+        return Tx("IDS_UI_SIZE_BYTES", "%1 bytes").arg(n->size);
     } else if (role == Qt::TextAlignmentRole && col == kSize) {
         return int(Qt::AlignRight | Qt::AlignVCenter);
     }

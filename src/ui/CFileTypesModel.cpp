@@ -13,6 +13,11 @@ CFileTypesModel::CFileTypesModel(CResultsState& state, QObject* parent) : QAbstr
         beginResetModel();
         endResetModel();
     });
+    // The groups are built again for the new view.
+    connect(&m_state, &CResultsState::ViewChanged, this, [this] {
+        beginResetModel();
+        endResetModel();
+    });
     connect(&m_state, &CResultsState::ChecksChanged, this, [this] {
         if (!m_state.Top()) return;
         QModelIndex top = index(0, 0);

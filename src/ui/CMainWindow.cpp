@@ -68,6 +68,8 @@ CMainWindow::Page CMainWindow::CurrentPage() const { return Page(m_pages->curren
 
 void CMainWindow::BuildMenus() {
     BuildToolsMenu();
+    m_viewMenu = menuBar()->addMenu(QString());
+    m_viewMenu->addActions(m_resultsPage->ViewActions());
     m_languageMenu = menuBar()->addMenu(QString());
     auto* group = new QActionGroup(this);
     for (int i = 0; i < app::kLanguageCount; ++i) {
@@ -219,6 +221,7 @@ void CMainWindow::Retranslate() {
     m_partSearch->setText(Tx("IDS_SEARCHING_LOST_PARTITIONS", "Search for lost partitions"));
     m_resultsPage->Retranslate();
     m_toolsMenu->setTitle(Tx("IDS_UI_TOOLS", "Tools"));
+    m_viewMenu->setTitle(Tx("IDS_UI_VIEW", "View"));
     m_openSessionAction->setText(Tx("IDS_UI_OPEN_SESSION", "Open Recovery Session..."));
     m_saveSessionAction->setText(Tx("IDS_UI_SAVE_SESSION", "Save Recovery Session..."));
 }

@@ -133,6 +133,7 @@ private:
     QPushButton* m_partSearch = nullptr;
     CResultsPage* m_resultsPage = nullptr;
     QMenu* m_toolsMenu = nullptr;
+    QMenu* m_viewMenu = nullptr; // the results page's view choices
     QAction* m_saveSessionAction = nullptr;
     QAction* m_openSessionAction = nullptr;
     QMenu* m_languageMenu = nullptr;

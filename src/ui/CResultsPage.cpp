@@ -10,9 +10,10 @@
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QRegularExpression>
-#include <QSortFilterProxyModel>
+#include <QListView>
 #include <QSplitter>
+#include <QStackedWidget>
+#include <QToolButton>
 #include <QTabWidget>
 #include <QTreeView>
 #include <QUrl>
@@ -24,6 +25,10 @@
 #include "storage/CPhysicalDisk.h"
 #include "ui/CFileListModel.h"
 #include "ui/CFileTypesModel.h"
+#include "ui/CFilterBar.h"
+#include "ui/CNodeFilterProxy.h"
+#include "ui/CThumbnailLoader.h"
+#include "ui/CThumbnailModel.h"
 #include "ui/CFolderTreeModel.h"
 #include "ui/CQtMessages.h"
 #include "ui/CResultsState.h"
@@ -46,9 +51,6 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     : QWidget(parent), m_results(results), m_desktop(desktop) {
     auto* v = new QVBoxLayout(this);
     auto* bar = new QHBoxLayout;
-    m_deletedOnly = new QCheckBox;
-    m_deletedOnly->setObjectName("deletedOnly");
-    connect(m_deletedOnly, &QCheckBox::toggled, this, [this](bool on) { m_results.SetDeletedOnly(on); });
     m_markAll = new QPushButton;
     m_markAll->setObjectName("markAll");
     connect(m_markAll, &QPushButton::clicked, this, [this] { m_results.MarkAll(true); });
@@ -67,10 +69,32 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     m_find = new QPushButton;
     m_find->setObjectName("find");
     connect(m_find, &QPushButton::clicked, this, &CResultsPage::OnFind);
-    bar->addWidget(m_deletedOnly);
+    // F3 and Shift+F3 search on with the last pattern, wherever the focus is on this page.
+    m_findNextAction = new QAction(this);
+    m_findNextAction->setObjectName("findNext");
+    m_findNextAction->setShortcut(QKeySequence(Qt::Key_F3));
+    m_findNextAction->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    connect(m_findNextAction, &QAction::triggered, this, [this] { FindAgain(true); });
+    m_findPreviousAction = new QAction(this);
+    m_findPreviousAction->setObjectName("findPrevious");
+    m_findPreviousAction->setShortcut(QKeySequence(Qt::SHIFT | Qt::Key_F3));
+    m_findPreviousAction->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    connect(m_findPreviousAction, &QAction::triggered, this, [this] { FindAgain(false); });
+    addAction(m_findNextAction);
+    addAction(m_findPreviousAction);
+    m_findPreviousButton = new QToolButton;
+    m_findPreviousButton->setDefaultAction(m_findPreviousAction);
+    m_findPreviousButton->setArrowType(Qt::UpArrow);
+    m_findPreviousButton->setToolButtonStyle(Qt::ToolButtonIconOnly);
+    m_findNextButton = new QToolButton;
+    m_findNextButton->setDefaultAction(m_findNextAction);
+    m_findNextButton->setArrowType(Qt::DownArrow);
+    m_findNextButton->setToolButtonStyle(Qt::ToolButtonIconOnly);
     bar->addWidget(m_markAll);
     bar->addWidget(m_unmarkAll);
     bar->addWidget(m_find);
+    bar->addWidget(m_findPreviousButton);
+    bar->addWidget(m_findNextButton);
     bar->addStretch();
     bar->addWidget(m_collisionLabel);
     bar->addWidget(m_collision);
@@ -78,53 +102,76 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     bar->addWidget(m_save);
     bar->addWidget(m_newScan);
 
+    m_filterBar = new CFilterBar;
+    m_filterBar->setObjectName("filterBar");
+    connect(m_filterBar, &CFilterBar::Changed, this, &CResultsPage::ApplyFilter);
+    m_hideSystemAction = new QAction(this);
+    m_hideSystemAction->setObjectName("hideSystemFolders");
+    m_hideSystemAction->setCheckable(true);
+    m_hideSystemAction->setChecked(true);
+    connect(m_hideSystemAction, &QAction::toggled, this, [this] { ApplyFilter(); });
+    m_thumbnailsAction = new QAction(this);
+    m_thumbnailsAction->setObjectName("thumbnails");
+    m_thumbnailsAction->setCheckable(true);
+    connect(m_thumbnailsAction, &QAction::toggled, this, &CResultsPage::ShowThumbnails);
+
     m_treeModel = new CFolderTreeModel(m_results, this);
+    m_treeFilter = new CNodeFilterProxy(CNodeFilterProxy::Rows::Folders, this);
+    m_treeFilter->setSourceModel(m_treeModel);
     m_listModel = new CFileListModel(m_results, this);
-    m_sorter = new QSortFilterProxyModel(this);
+    m_sorter = new CNodeFilterProxy(CNodeFilterProxy::Rows::Files, this);
     m_sorter->setSourceModel(m_listModel);
-    m_sorter->setSortRole(Qt::UserRole);
     m_folderView = new QTreeView;
     m_folderView->setObjectName("folders");
-    m_folderView->setModel(m_treeModel);
+    m_folderView->setModel(m_treeFilter);
     m_folderView->setHeaderHidden(true);
     m_listView = new QTreeView;
     m_listView->setObjectName("files");
     m_listView->setModel(m_sorter);
     m_listView->setRootIsDecorated(false);
+    m_listView->setUniformRowHeights(true);
     m_listView->setSortingEnabled(true);
     m_listView->sortByColumn(CFileListModel::kName, Qt::AscendingOrder);
     m_listView->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     connect(m_folderView->selectionModel(), &QItemSelectionModel::currentChanged, this,
-            [this](const QModelIndex& cur) { m_listModel->SetFolder(CFolderTreeModel::NodeOf(cur)); });
-    connect(m_listView->selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex& cur) {
-        ShowPreview(m_listModel->NodeAt(m_sorter->mapToSource(cur).row()));
-    });
+            [this](const QModelIndex& cur) { m_listModel->SetFolder(m_treeFilter->NodeOf(cur)); });
+    connect(m_listView->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            [this](const QModelIndex& cur) { ShowPreview(m_sorter->NodeOf(cur)); });
     m_listView->setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(m_listView, &QWidget::customContextMenuRequested, this, [this](const QPoint& at) {
-        CNode* n = m_listModel->NodeAt(m_sorter->mapToSource(m_listView->indexAt(at)).row());
-        if (!n) return;
-        QMenu menu(this);
-        QAction* open = menu.addAction(Tx("IDS_UI_OPEN_WITH", "Open with the default viewer"));
-        open->setEnabled(!n->IsFolder());
-        QAction* props = menu.addAction(Tx("IDS_UI_PROPERTIES", "Properties"));
-        QAction* chosen = menu.exec(m_listView->viewport()->mapToGlobal(at));
-        if (chosen == open) OpenWithViewer(n);
-        else if (chosen == props) ShowProperties(n);
-    });
+    connect(m_listView, &QWidget::customContextMenuRequested, this, [this](const QPoint& at) { ItemMenu(m_listView, at); });
     connect(m_listModel, &QAbstractItemModel::modelReset, this, [this] { ShowPreview(nullptr); });
     // Opening a folder in the list opens it in the tree too.
-    connect(m_listView, &QTreeView::doubleClicked, this, [this](const QModelIndex& idx) {
-        CNode* n = m_listModel->NodeAt(m_sorter->mapToSource(idx).row());
-        if (!n || !n->IsFolder()) return;
-        QModelIndex t = m_treeModel->IndexOf(n);
-        if (t.isValid()) m_folderView->setCurrentIndex(t);
-    });
+    connect(m_listView, &QTreeView::doubleClicked, this, &CResultsPage::OpenFolder);
     connect(&m_results, &CResultsState::Reset, this, [this] {
+        m_expanded.clear();
         if (m_results.Top()) {
-            m_folderView->setCurrentIndex(m_treeModel->index(0, 0));
+            m_folderView->setCurrentIndex(m_treeFilter->index(0, 0));
             m_folderView->expandToDepth(1);
         }
     });
+
+    // The thumbnails: the list's rows, a picture each, loaded as they come into view.
+    m_thumbs = new CThumbnailLoader(m_results, this);
+    m_thumbModel = new CThumbnailModel(*m_sorter, *m_thumbs, this);
+    m_thumbView = new QListView;
+    m_thumbView->setObjectName("thumbnailView");
+    m_thumbView->setViewMode(QListView::IconMode);
+    m_thumbView->setMovement(QListView::Static);
+    m_thumbView->setResizeMode(QListView::Adjust);
+    m_thumbView->setUniformItemSizes(true);
+    m_thumbView->setIconSize(QSize(CThumbnailLoader::kEdge, CThumbnailLoader::kEdge));
+    m_thumbView->setGridSize(QSize(CThumbnailLoader::kEdge + 24, CThumbnailLoader::kEdge + 40));
+    m_thumbView->setTextElideMode(Qt::ElideMiddle);
+    m_thumbView->setWordWrap(false);
+    m_thumbView->setModel(m_thumbModel);
+    connect(m_thumbView->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            [this](const QModelIndex& cur) { ShowPreview(m_thumbModel->NodeOf(cur)); });
+    m_thumbView->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_thumbView, &QWidget::customContextMenuRequested, this, [this](const QPoint& at) { ItemMenu(m_thumbView, at); });
+    connect(m_thumbView, &QListView::doubleClicked, this, &CResultsPage::OpenFolder);
+    m_listStack = new QStackedWidget;
+    m_listStack->addWidget(m_listView);
+    m_listStack->addWidget(m_thumbView);
 
     auto* previewBox = new QWidget;
     auto* pv = new QVBoxLayout(previewBox);
@@ -147,45 +194,117 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     connect(m_typesView->selectionModel(), &QItemSelectionModel::currentChanged, this,
             [this](const QModelIndex& cur) { m_listModel->SetItems(m_typesModel->FilesOf(cur)); });
     connect(&m_results, &CResultsState::Reset, this, [this] { m_typesView->expandAll(); });
+    connect(&m_results, &CResultsState::ViewChanged, this, [this] { m_typesView->expandAll(); });
     m_leftTabs = new QTabWidget;
     m_leftTabs->addTab(m_folderView, QString());
     m_leftTabs->addTab(m_typesView, QString());
     // Switching views shows the list of the view's current item.
     connect(m_leftTabs, &QTabWidget::currentChanged, this, [this](int tab) {
-        if (tab == 0) m_listModel->SetFolder(CFolderTreeModel::NodeOf(m_folderView->currentIndex()));
+        if (tab == 0) m_listModel->SetFolder(m_treeFilter->NodeOf(m_folderView->currentIndex()));
         else m_listModel->SetItems(m_typesModel->FilesOf(m_typesView->currentIndex()));
     });
 
     auto* split = new QSplitter;
     split->addWidget(m_leftTabs);
-    split->addWidget(m_listView);
+    split->addWidget(m_listStack);
     split->addWidget(previewBox);
     split->setStretchFactor(0, 1);
     split->setStretchFactor(1, 3);
     split->setStretchFactor(2, 1);
+    m_findStatus = new QLabel;
+    m_findStatus->setObjectName("findStatus");
+    // One line kept free, so a message does not move the views.
+    m_findStatus->setMinimumHeight(m_findStatus->fontMetrics().height());
     v->addLayout(bar);
+    v->addWidget(m_filterBar);
     v->addWidget(split, 1);
+    v->addWidget(m_findStatus);
+    ApplyFilter();
+}
+
+void CResultsPage::SetSource(CPhysicalDisk* media) {
+    m_media = media;
+    m_thumbs->SetSource(media);
+}
+
+QList<QAction*> CResultsPage::ViewActions() const { return {m_hideSystemAction, m_thumbnailsAction}; }
+
+void CResultsPage::SetHideSystemFolders(bool hide) { m_hideSystemAction->setChecked(hide); }
+
+void CResultsPage::ShowThumbnails(bool on) {
+    if (m_thumbnailsAction->isChecked() != on) {
+        m_thumbnailsAction->setChecked(on); // comes back here through toggled
+        return;
+    }
+    // The current item goes along to the other view.
+    CNode* current = SelectedNode();
+    m_listStack->setCurrentWidget(on ? static_cast<QWidget*>(m_thumbView) : m_listView);
+    if (current) SelectNode(current);
+}
+
+void CResultsPage::RememberExpanded(const QModelIndex& parent) {
+    for (int r = 0, rows = m_treeFilter->rowCount(parent); r < rows; ++r) {
+        QModelIndex idx = m_treeFilter->index(r, 0, parent);
+        CNode* n = m_treeFilter->NodeOf(idx);
+        if (!n) continue;
+        if (m_folderView->isExpanded(idx)) {
+            m_expanded.insert(n);
+            RememberExpanded(idx);
+        } else {
+            m_expanded.remove(n);
+        }
+    }
+}
+
+void CResultsPage::ApplyFilter() {
+    CNodeFilter filter = m_filterBar->Filter(m_hideSystemAction->isChecked());
+    RememberExpanded({});
+    // The deleted view's marks first: the filter reads them.
+    m_results.SetDeletedOnly(filter.DeletedOnly());
+    m_results.SetHideSystem(filter.HideSystem());
+    // A current folder the filter hides gives way to its nearest shown ancestor.
+    CNode* current = m_treeFilter->NodeOf(m_folderView->currentIndex());
+    CNode* keep = current;
+    for (CNode* p = current; p; p = p->parent)
+        if (!filter.KeepsFolder(p)) keep = p->parent;
+    if (keep != current && m_leftTabs->currentIndex() == 0)
+        m_folderView->setCurrentIndex(m_treeFilter->mapFromSource(m_treeModel->IndexOf(keep)));
+    m_treeFilter->SetFilter(filter);
+    m_sorter->SetFilter(filter);
+    // Folders a filter hid come back as they were left.
+    for (CNode* n : std::as_const(m_expanded)) {
+        QModelIndex idx = m_treeFilter->mapFromSource(m_treeModel->IndexOf(n));
+        if (idx.isValid() && !m_folderView->isExpanded(idx)) m_folderView->setExpanded(idx, true);
+    }
+    QModelIndex cur = m_listStack->currentWidget() == m_thumbView ? m_thumbView->currentIndex() : m_listView->currentIndex();
+    if (cur.isValid()) (m_listStack->currentWidget() == m_thumbView ? static_cast<QAbstractItemView*>(m_thumbView) : m_listView)->scrollTo(cur);
 }
 
 void CResultsPage::Show(CNode* tree) {
-    m_deletedOnly->blockSignals(true);
-    m_deletedOnly->setChecked(false);
-    m_deletedOnly->blockSignals(false);
+    m_filterBar->Clear();
+    m_findStatus->clear();
     m_leftTabs->setCurrentIndex(0);
     m_listModel->SetFolder(tree);
     m_results.SetTop(tree);
+    ApplyFilter();
     m_preview->clear();
     m_previewText->clear();
 }
 
 void CResultsPage::Retranslate() {
-    m_deletedOnly->setText(Tx("IDS_UI_SHOW_DELETED_ONLY", "Show deleted only"));
+    m_filterBar->Retranslate();
     m_markAll->setText(Tx("IDS_MARK_ALL", "Mark All"));
     m_unmarkAll->setText(Tx("IDS_UNMARK_ALL", "Unmark All"));
     m_save->setText(Tx("IDS_UI_SAVE", "Save..."));
     m_saveZip->setText(Tx("IDS_UI_SAVE_ZIP", "Save into a zip archive"));
     m_newScan->setText(Tx("IDS_UI_NEW_SCAN", "New Scan"));
     m_find->setText(Tx("IDS_FIND", "Find"));
+    m_findNextAction->setText(Tx("IDS_UI_FIND_NEXT", "Find Next"));
+    m_findNextAction->setToolTip(m_findNextAction->text() + " (F3)");
+    m_findPreviousAction->setText(Tx("IDS_UI_FIND_PREVIOUS", "Find Previous"));
+    m_findPreviousAction->setToolTip(m_findPreviousAction->text() + " (Shift+F3)");
+    m_hideSystemAction->setText(Tx("IDS_UI_HIDE_SYSTEM_FOLDERS", "Hide System Folders"));
+    m_thumbnailsAction->setText(Tx("IDS_UI_THUMBNAILS", "Thumbnails"));
     m_leftTabs->setTabText(0, Tx("IDS_UI_FOLDERS", "Folders"));
     m_leftTabs->setTabText(1, Tx("IDS_UI_FILE_TYPES", "File Types"));
     m_collisionLabel->setText(Tx("IDS_UI_ON_COLLISION", "Existing names:"));
@@ -231,57 +350,115 @@ void CResultsPage::ShowPreview(CNode* n) {
     m_previewText->setPlainText(PreviewText(bytes, kHexPreviewBytes));
 }
 
+CNode* CResultsPage::ItemAt(const QModelIndex& index) const {
+    if (index.model() == m_thumbModel) return m_thumbModel->NodeOf(index);
+    return m_sorter->NodeOf(index);
+}
+
 CNode* CResultsPage::SelectedNode() const {
-    QModelIndex cur = m_listView->currentIndex();
-    if (cur.isValid()) return m_listModel->NodeAt(m_sorter->mapToSource(cur).row());
-    return nullptr;
+    if (m_listStack->currentWidget() == m_thumbView) return m_thumbModel->NodeOf(m_thumbView->currentIndex());
+    return m_sorter->NodeOf(m_listView->currentIndex());
+}
+
+void CResultsPage::OpenFolder(const QModelIndex& index) {
+    CNode* n = ItemAt(index);
+    if (!n || !n->IsFolder()) return;
+    QModelIndex t = m_treeFilter->mapFromSource(m_treeModel->IndexOf(n));
+    if (t.isValid()) m_folderView->setCurrentIndex(t);
+}
+
+void CResultsPage::ItemMenu(QWidget* view, const QPoint& at) {
+    auto* items = static_cast<QAbstractItemView*>(view);
+    CNode* n = ItemAt(items->indexAt(at));
+    if (!n) return;
+    QMenu menu(this);
+    QAction* open = menu.addAction(Tx("IDS_UI_OPEN_WITH", "Open with the default viewer"));
+    open->setEnabled(!n->IsFolder());
+    QAction* props = menu.addAction(Tx("IDS_UI_PROPERTIES", "Properties"));
+    QAction* chosen = menu.exec(items->viewport()->mapToGlobal(at));
+    if (chosen == open) OpenWithViewer(n);
+    else if (chosen == props) ShowProperties(n);
 }
 
 void CResultsPage::SelectNode(CNode* n) {
     if (!n || !n->parent) return;
-    QModelIndex folder = m_treeModel->IndexOf(n->parent);
+    QModelIndex folder = m_treeFilter->mapFromSource(m_treeModel->IndexOf(n->parent));
     if (!folder.isValid()) return;
     m_leftTabs->setCurrentIndex(0);
     m_folderView->setCurrentIndex(folder);
     int row = m_results.Children(n->parent).indexOf(n);
     if (row < 0) return;
     QModelIndex idx = m_sorter->mapFromSource(m_listModel->index(row, 0));
+    if (!idx.isValid()) return;
     m_listView->setCurrentIndex(idx);
     m_listView->scrollTo(idx);
+    QModelIndex thumb = m_thumbModel->mapFromSource(idx);
+    m_thumbView->setCurrentIndex(thumb);
+    m_thumbView->scrollTo(thumb);
 }
 
-CNode* CResultsPage::FindNext(const QString& pattern) {
+CNode* CResultsPage::Find(const QString& pattern, bool forward) {
+    m_findStatus->clear();
     if (!m_results.Top() || pattern.isEmpty()) return nullptr;
-    QRegularExpression re(QRegularExpression::wildcardToRegularExpression(pattern, QRegularExpression::UnanchoredWildcardConversion),
-                          QRegularExpression::CaseInsensitiveOption);
-    // Anchored: the whole name must match the pattern.
-    re.setPattern("\\A(?:" + re.pattern() + ")\\z");
+    const CNamePattern match(pattern, true);
+    const CNodeFilter& filter = m_sorter->Filter();
+    // Only what the filters let the tree and the list show can be selected.
+    auto shown = [&](const CNode* n) {
+        if (!filter.Accepts(n)) return false;
+        for (const CNode* p = n->parent; p; p = p->parent)
+            if (!filter.KeepsFolder(p)) return false;
+        return true;
+    };
     CNode* from = SelectedNode();
-    CNode* first = nullptr;
-    CNode* found = nullptr;
     bool passed = from == nullptr;
+    CNode *first = nullptr, *last = nullptr, *before = nullptr, *after = nullptr;
     ForEachNode(m_results.Top(), [&](CNode* n) {
-        if (found || !m_results.Visible(n)) return;
-        if (n == from) {
-            passed = true;
-            return;
-        }
-        if (!re.match(QString::fromStdU16String(n->name)).hasMatch()) return;
-        if (passed) found = n;
-        else if (!first) first = n;
+        bool isFrom = n == from;
+        if (isFrom) passed = true;
+        if (!match.Matches(n->name) || !shown(n)) return;
+        if (!first) first = n;
+        last = n;
+        if (isFrom) return;
+        if (!passed) before = n;
+        else if (!after) after = n;
     });
-    if (!found) found = first; // wrap round to the start
+    CNode* found = forward ? after : before;
+    if (!found && first) {
+        // Round to the other end; from no selection that is just the first (or last) match.
+        found = forward ? first : last;
+        if (from)
+            m_findStatus->setText(forward ? Tx("IDS_UI_FIND_WRAPPED_TOP", "No more matches below: continued from the top.")
+                                          : Tx("IDS_UI_FIND_WRAPPED_BOTTOM", "No more matches above: continued from the bottom."));
+    }
     if (found) SelectNode(found);
     return found;
 }
+
+// The pattern is kept for F3 and Shift+F3.
+CNode* CResultsPage::FindNext(const QString& pattern) {
+    m_lastPattern = pattern;
+    return Find(pattern, true);
+}
+CNode* CResultsPage::FindPrevious(const QString& pattern) {
+    m_lastPattern = pattern;
+    return Find(pattern, false);
+}
+QString CResultsPage::FindMessage() const { return m_findStatus->text(); }
 
 void CResultsPage::OnFind() {
     bool ok = false;
     QString pattern = QInputDialog::getText(this, Tx("IDS_FIND", "Find"), Tx("IDS_UI_FIND_PROMPT", "File name (* and ? allowed):"),
                                             QLineEdit::Normal, m_lastPattern, &ok);
     if (!ok || pattern.isEmpty()) return;
-    m_lastPattern = pattern;
     if (!FindNext(pattern)) m_desktop.Inform(this, Tx("IDS_UI_NOT_FOUND", "No item with this name was found."));
+}
+
+void CResultsPage::FindAgain(bool forward) {
+    if (m_lastPattern.isEmpty()) {
+        OnFind();
+        return;
+    }
+    if (!Find(m_lastPattern, forward)) m_desktop.Inform(this, Tx("IDS_UI_NOT_FOUND", "No item with this name was found."));
 }
 
 QString CResultsPage::PropertiesText(const CNode* n) const {
@@ -295,7 +472,8 @@ QString CResultsPage::PropertiesText(const CNode* n) const {
                  (n->IsFolder() ? Tx("IDS_UI_KIND_FOLDER", "Folder") : Tx("IDS_UI_KIND_FILE", "File")) +
                  (n->IsDeleted() && !n->carved ? ", " + Tx("IDS_UI_DELETED", "deleted") : QString()) +
                  (n->carved ? ", " + Tx("IDS_UI_CARVED", "found by its content") : QString());
-    lines << Tx("IDS_UI_SIZE", "Size") + ": " + QString::number(n->size) + " (" + NodeSize(n) + ")";
+    // The exact byte count: the list rounds down to whole kilobytes.
+    lines << Tx("IDS_UI_SIZE", "Size") + ": " + Tx("IDS_UI_SIZE_BYTES", "%1 bytes").arg(n->size) + " (" + NodeSize(n) + ")";
     lines << Tx("IDS_UI_MODIFIED", "Modified") + ": " + NodeDate(n->modifiedDate);
     lines << Tx("IDS_UI_CREATED", "Created") + ": " + NodeDate(n->createdDate);
     // Where the item is found again: an MFT record's first sector, a carved file's first byte.

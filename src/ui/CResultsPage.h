@@ -1,7 +1,9 @@
 #pragma once
-// The results explorer: the folder tree and the File Types view beside the list of the chosen
-// folder or type, a preview of the selected file, find, properties and open-with, and the bar
-// with the save choices. Saving itself is the main window's: the page only asks for it.
+// The results explorer: the folder tree and the File Types view beside the list (or thumbnails)
+// of the chosen folder or type, the filter bar, a preview of the selected file, find, properties
+// and open-with, and the bar with the save choices. Saving itself is the main window's: the page
+// only asks for it.
+#include <QSet>
 #include <QWidget>
 #include <cstdint>
 #include <functional>
@@ -11,13 +13,17 @@
 #include "fs/CNode.h"
 #include "ui/Desktop.h"
 
+class QAction;
 class QCheckBox;
 class QComboBox;
 class QLabel;
+class QListView;
+class QModelIndex;
 class QPlainTextEdit;
 class QPushButton;
-class QSortFilterProxyModel;
+class QStackedWidget;
 class QTabWidget;
+class QToolButton;
 class QTreeView;
 
 namespace kestrin {
@@ -30,6 +36,10 @@ class CResultsState;
 class CFolderTreeModel;
 class CFileListModel;
 class CFileTypesModel;
+class CFilterBar;
+class CNodeFilterProxy;
+class CThumbnailLoader;
+class CThumbnailModel;
 
 class CResultsPage final : public QWidget {
     Q_OBJECT
@@ -39,14 +49,19 @@ public:
 
     // The source the found items are read from (preview, open-with, byte offsets); null while
     // no source is open.
-    void SetSource(CPhysicalDisk* media) { m_media = media; }
+    void SetSource(CPhysicalDisk* media);
     // Shows a new result tree from its top: every item, the folder view, nothing previewed.
     void Show(CNode* tree);
     void Retranslate();
 
     // Next found item after the selected one whose name matches `pattern` ("*" and "?",
-    // any case), shown selected; null when none.
+    // any case) and that the filters show, shown selected; null when none. Past the last match
+    // the search starts again from the top and says so (FindMessage()).
     CNode* FindNext(const QString& pattern);
+    // The same backwards, going round to the bottom.
+    CNode* FindPrevious(const QString& pattern);
+    // What the last search had to say ("no more matches" when it went round); empty otherwise.
+    QString FindMessage() const;
     // Every field of a found item, its location as sector and byte offset.
     QString PropertiesText(const CNode* n) const;
 
@@ -65,6 +80,15 @@ public:
     CFileListModel* ListModel() const { return m_listModel; }
     QTreeView* FolderView() const { return m_folderView; }
     QTreeView* TypesView() const { return m_typesView; }
+    QTreeView* ListView() const { return m_listView; }
+    QListView* ThumbnailView() const { return m_thumbView; }
+    CThumbnailModel* ThumbnailModel() const { return m_thumbModel; }
+    CFilterBar* FilterBar() const { return m_filterBar; }
+    // The View menu's entries: hide system folders (on by default), thumbnails.
+    QList<QAction*> ViewActions() const;
+    // The list as thumbnails, or as the detailed list.
+    void ShowThumbnails(bool on);
+    void SetHideSystemFolders(bool hide);
 
 signals:
     void SaveRequested();
@@ -73,14 +97,24 @@ signals:
 private:
     void ShowPreview(CNode* n);
     void OnFind();
+    void FindAgain(bool forward);
+    CNode* Find(const QString& pattern, bool forward);
     void ShowProperties(const CNode* n);
     void SelectNode(CNode* n);
     CNode* SelectedNode() const;
+    CNode* ItemAt(const QModelIndex& index) const; // of the list or the thumbnails
+    void OpenFolder(const QModelIndex& index);
+    void ItemMenu(QWidget* view, const QPoint& at);
+    // Hands the filter bar's choices to the tree and the list, keeping the open folders, the
+    // current folder (or its nearest shown ancestor) and the selection.
+    void ApplyFilter();
+    void RememberExpanded(const QModelIndex& parent);
 
     CResultsState& m_results;
     IDesktop& m_desktop;
     CPhysicalDisk* m_media = nullptr;
     QString m_lastPattern;
+    QSet<CNode*> m_expanded; // open folders, also while a filter hides them
     CViewerCopies m_viewerCopies;
 
     QTreeView* m_folderView = nullptr;
@@ -90,8 +124,20 @@ private:
     QTreeView* m_typesView = nullptr;
     QTabWidget* m_leftTabs = nullptr;
     CFileListModel* m_listModel = nullptr;
-    QSortFilterProxyModel* m_sorter = nullptr;
-    QCheckBox* m_deletedOnly = nullptr;
+    CNodeFilterProxy* m_treeFilter = nullptr;
+    CNodeFilterProxy* m_sorter = nullptr;
+    CFilterBar* m_filterBar = nullptr;
+    CThumbnailLoader* m_thumbs = nullptr;
+    CThumbnailModel* m_thumbModel = nullptr;
+    QListView* m_thumbView = nullptr;
+    QStackedWidget* m_listStack = nullptr;
+    QAction* m_hideSystemAction = nullptr;
+    QAction* m_thumbnailsAction = nullptr;
+    QAction* m_findNextAction = nullptr;
+    QAction* m_findPreviousAction = nullptr;
+    QToolButton* m_findNextButton = nullptr;
+    QToolButton* m_findPreviousButton = nullptr;
+    QLabel* m_findStatus = nullptr;
     QPushButton* m_markAll = nullptr;
     QPushButton* m_unmarkAll = nullptr;
     QPushButton* m_save = nullptr;

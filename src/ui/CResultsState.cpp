@@ -1,5 +1,7 @@
 #include "ui/CResultsState.h"
 
+#include "fs/SystemFolders.h"
+
 namespace kestrin::ui {
 
 void CResultsState::Invalidate() {
@@ -23,16 +25,24 @@ void CResultsState::SetDeletedOnly(bool on) {
     m_deletedOnly = on;
     if (on) MarkDeletedView(m_top);
     else ClearDeletedView(m_top);
-    Invalidate();
-    emit Reset();
+    m_states.clear();
+    m_typesBuilt = false;
+    emit ViewChanged();
+    emit ChecksChanged(); // folder states count only what the deleted view keeps
+}
+
+void CResultsState::SetHideSystem(bool on) {
+    if (on == m_hideSystem) return;
+    m_hideSystem = on;
+    m_typesBuilt = false;
+    emit ViewChanged();
 }
 
 const QVector<CNode*>& CResultsState::Children(const CNode* folder) {
     auto it = m_children.find(folder);
     if (it != m_children.end()) return *it;
     QVector<CNode*> v;
-    for (CNode* c = folder ? folder->firstChild : nullptr; c; c = c->nextSibling)
-        if (Visible(c)) v.push_back(c);
+    for (CNode* c = folder ? folder->firstChild : nullptr; c; c = c->nextSibling) v.push_back(c);
     return *m_children.insert(folder, std::move(v));
 }
 
@@ -78,13 +88,23 @@ void CResultsState::MarkAll(bool on) {
 void CResultsState::BuildTypes() {
     if (m_typesBuilt) return;
     m_typesBuilt = true;
-    ForEachNode(m_top, [&](CNode* n) {
-        if (n->IsFolder() || !Visible(n)) return;
-        QString name = QString::fromStdU16String(n->name);
-        qsizetype dot = name.lastIndexOf('.');
-        QString ext = dot <= 0 ? QString() : name.mid(dot + 1).toLower();
-        m_types[ext].push_back(n);
-    });
+    m_types.clear();
+    // Depth first without recursion; hidden system folders are not entered.
+    for (CNode* n = m_top ? m_top->firstChild : nullptr; n;) {
+        bool enter = n->IsFolder() && n->firstChild && !(m_hideSystem && IsExtendFolder(n));
+        if (!n->IsFolder() && Visible(n)) {
+            QString name = QString::fromStdU16String(n->name);
+            qsizetype dot = name.lastIndexOf('.');
+            m_types[dot <= 0 ? QString() : name.mid(dot + 1).toLower()].push_back(n);
+        }
+        if (enter) {
+            n = n->firstChild;
+            continue;
+        }
+        while (n && n != m_top && !n->nextSibling) n = n->parent;
+        if (!n || n == m_top) break;
+        n = n->nextSibling;
+    }
     m_extensions = m_types.keys().toVector();
     std::sort(m_extensions.begin(), m_extensions.end());
 }

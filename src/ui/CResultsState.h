@@ -1,6 +1,7 @@
 #pragma once
-// What the folder tree and the file list share: the found-item tree, the "show deleted only"
-// switch, the visible children of each folder and the tick states of folders.
+// What the folder tree and the file list share: the found-item tree, the "deleted only" switch
+// (which decides what a save takes), the children of each folder and the tick states of folders.
+// Hiding rows is the filter proxies' work: the children lists hold every child.
 #include <QHash>
 #include <QObject>
 #include <QString>
@@ -18,14 +19,19 @@ public:
     // The tree's top ("_R"), kept by the caller; null clears the views.
     void SetTop(CNode* top);
     CNode* Top() const { return m_top; }
-    // Deleted items and the folders leading to them only (the deleted-view marking).
+    // Deleted items and the folders leading to them only (the deleted-view marking). The tree
+    // stays: ViewChanged, not Reset, follows.
     void SetDeletedOnly(bool on);
     bool DeletedOnly() const { return m_deletedOnly; }
+    // System folders ("$Extend", an empty "Lost") left out of the "File Types" groups.
+    void SetHideSystem(bool on);
+    bool HideSystem() const { return m_hideSystem; }
 
-    // Visible children of `folder`: every child, or those in the deleted view.
+    // Every child of `folder`, in the tree's order.
     const QVector<CNode*>& Children(const CNode* folder);
-    // Visible folder children (the folder tree).
+    // Every folder child (the folder tree).
     const QVector<CNode*>& Folders(const CNode* folder);
+    // Whether the deleted view keeps `n` (what tick states count and a save takes).
     bool Visible(const CNode* n) const { return !m_deletedOnly || n->inDeletedView; }
 
     // A file's tick; a folder is checked when every file below it is, partly when some are.
@@ -45,12 +51,15 @@ public:
 signals:
     void ChecksChanged();
     void Reset();
+    // The deleted-only switch or the hiding of system folders changed; the tree is the same.
+    void ViewChanged();
 
 private:
     void Invalidate();
 
     CNode* m_top = nullptr;
     bool m_deletedOnly = false;
+    bool m_hideSystem = true;
     QHash<const CNode*, QVector<CNode*>> m_children, m_folders;
     QHash<const CNode*, Qt::CheckState> m_states;
     void BuildTypes();

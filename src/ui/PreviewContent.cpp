@@ -1,6 +1,8 @@
 #include "ui/PreviewContent.h"
 
+#include <QBuffer>
 #include <QFileInfo>
+#include <QImageReader>
 #include <QStringList>
 
 #include "carve/EmbeddedJpeg.h"
@@ -28,6 +30,42 @@ QImage DecodePreviewImage(const QByteArray& bytes, bool cameraRaw) {
         if (img.loadFromData(jpeg, "JPEG")) return img;
     }
     if (cameraRaw && img.loadFromData(bytes)) return img;
+    return {};
+}
+
+namespace {
+
+QImage ReadScaled(const QByteArray& bytes, const char* format, int edge) {
+    QBuffer buf;
+    buf.setData(bytes);
+    buf.open(QIODevice::ReadOnly);
+    QImageReader reader(&buf, format);
+    reader.setAutoTransform(true);
+    QSize size = reader.size();
+    // A claimed size is only a hint for the scaled decode; the reader checks the data itself.
+    if (size.isValid() && (size.width() > edge || size.height() > edge))
+        reader.setScaledSize(size.scaled(edge, edge, Qt::KeepAspectRatio).expandedTo(QSize(1, 1)));
+    QImage img = reader.read();
+    if (!img.isNull() && (img.width() > edge || img.height() > edge))
+        img = img.scaled(edge, edge, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    return img;
+}
+
+} // namespace
+
+QImage DecodeThumbnail(const QByteArray& bytes, bool cameraRaw, int edge) {
+    if (bytes.isEmpty() || edge <= 0) return {};
+    if (!cameraRaw) {
+        QImage img = ReadScaled(bytes, nullptr, edge);
+        if (!img.isNull()) return img;
+    }
+    auto candidates = FindEmbeddedJpegs({reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size())});
+    for (size_t i = 0; i < candidates.size() && i < 4; ++i) {
+        QByteArray jpeg = QByteArray::fromRawData(bytes.constData() + candidates[i].offset,
+                                                  bytes.size() - qsizetype(candidates[i].offset));
+        QImage img = ReadScaled(jpeg, "JPEG", edge);
+        if (!img.isNull()) return img;
+    }
     return {};
 }
 

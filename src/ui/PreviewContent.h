@@ -13,6 +13,10 @@ bool IsCameraRawName(const QString& name);
 // is more than a thumbnail; null when there is none. For a camera raw file the embedded JPEG
 // is tried first.
 QImage DecodePreviewImage(const QByteArray& bytes, bool cameraRaw = false);
+// A picture of at most `edge` pixels on its longer side, decoded at that scale where the reader
+// can (JPEG) and turned as its orientation tag says; for a camera raw file its embedded JPEG
+// preview. Null when none decodes.
+QImage DecodeThumbnail(const QByteArray& bytes, bool cameraRaw, int edge);
 // The first `limit` bytes as text when they read as UTF-8 without control characters (line
 // breaks and tabs allowed), else as a hex dump: offset, 16 bytes, their printable characters.
 QString PreviewText(const QByteArray& bytes, int limit);

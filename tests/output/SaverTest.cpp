@@ -159,6 +159,34 @@ TEST_F(SaverFixture, SavesTickedItemsWithFoldersContentAndDates) {
     EXPECT_TRUE(fs::is_empty(dir3.path));
 }
 
+// Ticked "Lost" and "$Extend" folders (and the folders below "$Extend") holding nothing ticked
+// are not created; an ordinary empty folder the user ticked still is, and "Lost" comes back as
+// soon as something ticked lies inside it.
+TEST_F(SaverFixture, SystemFoldersAreNeverCreatedEmpty) {
+    ScratchDir dir("save-system");
+    CNode* lost = tree.Folder(tree.vol, u"Lost");
+    lost->flags = kNodeFolder;
+    CNode* extend = tree.Folder(tree.vol, u"$Extend");
+    CNode* txf = tree.Folder(extend, u"$Txf");
+    CNode* empty = tree.Folder(tree.vol, u"empty");
+    for (CNode* f : {lost, extend, txf, empty}) f->checked = 1;
+    tree.File(extend, u"$Quota", 1, 10)->checked = 0;
+    SaveResult r = SaveMarked(media, tc.ctx, Request(dir.path.string()));
+    EXPECT_EQ(r.folders, 1u);
+    EXPECT_TRUE(fs::is_directory(dir / "empty"));
+    EXPECT_FALSE(fs::exists(dir / "Lost"));
+    EXPECT_FALSE(fs::exists(dir / "$Extend"));
+
+    ScratchDir dir2("save-system-used");
+    CNode* orphan = tree.Folder(lost, u"#70");
+    tree.File(orphan, u"a.txt", 2, 5);
+    tree.File(txf, u"log", 3, 5);
+    r = SaveMarked(media, tc.ctx, Request(dir2.path.string()));
+    EXPECT_EQ(r.files, 2u);
+    EXPECT_TRUE(fs::exists(dir2 / "Lost/#70/a.txt"));
+    EXPECT_TRUE(fs::exists(dir2 / "$Extend/$Txf/log"));
+}
+
 TEST_F(SaverFixture, CollisionModes) {
     struct Case {
         uint8_t mode;

@@ -31,6 +31,7 @@
 #include "job/ScanContext.h"
 #include "ui/CFileListModel.h"
 #include "ui/CFolderTreeModel.h"
+#include "ui/CNodeFilterProxy.h"
 #include "ui/CMainWindow.h"
 #include "ui/CScanMan.h"
 #include "ui/PreviewContent.h"
@@ -182,7 +183,9 @@ private slots:
         QVERIFY(photo->checked);
         QCOMPARE(st.CheckState(photo->parent), Qt::PartiallyChecked); // the .png beside it stays unticked
         QCOMPARE(jpg.data(Qt::CheckStateRole).toInt(), int(Qt::Checked));
-        w.FolderView()->setCurrentIndex(static_cast<CFolderTreeModel*>(w.FolderView()->model())->IndexOf(photo->parent));
+        auto* folders = static_cast<CNodeFilterProxy*>(w.FolderView()->model());
+        w.FolderView()->setCurrentIndex(
+            folders->mapFromSource(static_cast<CFolderTreeModel*>(folders->sourceModel())->IndexOf(photo->parent)));
         CFileListModel* list = w.ListModel();
         int row = -1;
         for (int r = 0; r < list->rowCount(); ++r)
