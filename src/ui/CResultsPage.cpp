@@ -163,8 +163,29 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     split->setStretchFactor(0, 1);
     split->setStretchFactor(1, 3);
     split->setStretchFactor(2, 1);
+    // A remark on the scan (stopped, nothing found) above the views; its summary beneath them,
+    // as the page's status line.
+    m_notice = new QLabel;
+    m_notice->setObjectName("scanNotice");
+    m_notice->setWordWrap(true);
+    QFont noticeFont = m_notice->font();
+    noticeFont.setBold(true);
+    m_notice->setFont(noticeFont);
+    m_notice->setVisible(false);
+    m_summary = new QLabel;
+    m_summary->setObjectName("scanSummary");
+    m_summary->setFrameShape(QFrame::StyledPanel);
+    m_summary->setTextInteractionFlags(Qt::TextSelectableByMouse);
     v->addLayout(bar);
+    v->addWidget(m_notice);
     v->addWidget(split, 1);
+    v->addWidget(m_summary);
+}
+
+void CResultsPage::SetSummary(const QString& summary, const QString& notice) {
+    m_summary->setText(summary);
+    m_notice->setText(notice);
+    m_notice->setVisible(!notice.isEmpty());
 }
 
 void CResultsPage::Show(CNode* tree) {
