@@ -183,7 +183,7 @@ private slots:
         QTimer::singleShot(2500, &dlg, [&] { dlg.findChild<QPushButton*>("cancel")->click(); });
         QVERIFY(!dlg.Run(driver));
         QCOMPARE(asked, 2);
-        QVERIFY(wall.elapsed() >= 2400);
+        QVERIFY2(wall.elapsed() >= 2000, qPrintable(QString::number(wall.elapsed()))); // the question stood open
         QVERIFY2(dlg.ElapsedSeconds() < 1.2, qPrintable(QString::number(dlg.ElapsedSeconds())));
         QCOMPARE(elapsedUnderQuestion, T("IDS_ELAPSED_TIME") + " : 00:00:00");
     }
