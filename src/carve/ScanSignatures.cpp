@@ -80,11 +80,11 @@ std::u16string Decimal(uint64_t v) { return ToUtf16(std::to_string(v)); }
 
 } // namespace
 
-void AddCarvedHit(CNode* fileTypes, CScanner& scanner, uint64_t sector, uint64_t fileSize, uint64_t embeddedSize) {
+int AddCarvedHit(CNode* fileTypes, CScanner& scanner, uint64_t sector, uint64_t fileSize, uint64_t embeddedSize) {
     std::string_view ext = scanner.Extension();
     std::u16string typeName = ToUtf16(ext.empty() ? ext : ext.substr(1));
     CNode* typeFolder = FindChild(fileTypes, typeName);
-    if (!typeFolder && !(typeFolder = AddFolder(fileTypes, typeName))) return;
+    if (!typeFolder && !(typeFolder = AddFolder(fileTypes, typeName))) return 0;
 
     uint64_t count = GetCount(typeFolder);
     std::string bare;
@@ -93,19 +93,22 @@ void AddCarvedHit(CNode* fileTypes, CScanner& scanner, uint64_t sector, uint64_t
     uint64_t base = count / 1000 * 1000;
     std::u16string rangeName = ToUtf16(bare) + u"[" + Decimal(base + 1) + u"-" + Decimal(base + 1000) + u"]";
     CNode* rangeFolder = FindChild(typeFolder, rangeName);
-    if (!rangeFolder && !(rangeFolder = AddFolder(typeFolder, rangeName))) return;
+    if (!rangeFolder && !(rangeFolder = AddFolder(typeFolder, rangeName))) return 0;
 
     // Numbers are printed as 32-bit values, as the names have always been.
     std::u16string number = Decimal(uint32_t(count + 1));
+    int added = 0;
     if (fileSize != 0 && AddCarvedFile(rangeFolder, u"file#" + number + ToUtf16(ext), sector, fileSize, 0)) {
         IncrementCount(typeFolder);
         IncrementCount(rangeFolder);
+        ++added;
     }
     if (embeddedSize > 0 && embeddedSize < kMaxEmbeddedSize) {
         uint32_t offset = scanner.GetEmbeddedOffset();
         std::u16string name = u"file_RAW#" + number + std::u16string(scanner.GetEmbeddedExtension());
-        AddCarvedFile(rangeFolder, name, scanner.GetEmbeddedSector(), embeddedSize + offset, offset);
+        if (AddCarvedFile(rangeFolder, name, scanner.GetEmbeddedSector(), embeddedSize + offset, offset)) ++added;
     }
+    return added;
 }
 
 namespace {
@@ -136,7 +139,10 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
     CandidateIndex candidates(set, bps);
 
     ctx.op.endSector.store(endSector);
-    ctx.op.total.store(int64_t(endSector));
+    // Progress counts from the range's first sector, so a partition deep in a disk starts at 0.
+    const int64_t rangeSectors = int64_t(endSector > firstSector ? endSector - firstSector : 0);
+    ctx.op.unitBytes.store(bps);
+    ctx.op.total.store(rangeSectors);
     uint64_t current = firstSector;
     uint64_t skipUntil = 0;
     Outcome outcome = Outcome::Ok;
@@ -161,7 +167,7 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
             break;
         }
         ctx.op.currentSector.store(current);
-        ctx.op.done.store(int64_t(current));
+        ctx.op.done.store(int64_t(current - firstSector));
         ctx.events.OnProgress();
         CChunkPrefetcher::Chunk chunk = chunks.Next();
         if (chunk.sectors == 0) break;
@@ -209,7 +215,8 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
                     uint64_t to = fileSize / bps + current;
                     skipUntil = to >= 2 ? to - 2 : 0;
                 }
-                AddCarvedHit(fileTypes, s, current, fileSize, embeddedSize);
+                if (int added = AddCarvedHit(fileTypes, s, current, fileSize, embeddedSize))
+                    ctx.op.found.carved.fetch_add(uint64_t(added), std::memory_order_relaxed);
                 break;
             }
         }

@@ -34,8 +34,8 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
 // Files one hit of `scanner` at `sector` under "File Types": the type folder named by the
 // extension without its dot, the range folder of the thousand ("jpg[1001-2000]"), "file#n" when
 // fileSize is nonzero and "file_RAW#n" (sharing n) for an embedded item below 4 MiB. Folders
-// count their files in `size`; new items go first.
-void AddCarvedHit(CNode* fileTypes, CScanner& scanner, uint64_t sector, uint64_t fileSize, uint64_t embeddedSize);
+// count their files in `size`; new items go first. Returns how many file items it added.
+int AddCarvedHit(CNode* fileTypes, CScanner& scanner, uint64_t sector, uint64_t fileSize, uint64_t embeddedSize);
 
 // A carved item's bytes: one run from byte node.startOffset of sector node.location up to
 // node.size bytes counted from the first byte of that sector (an embedded item's size includes

@@ -54,19 +54,6 @@ size_t TerminalWidth() {
     return 80;
 }
 
-std::string Rate(double perSecond, const char* unit) {
-    char b[48];
-    if (perSecond >= 1e9)
-        std::snprintf(b, sizeof b, "%.1f G%s", perSecond / 1e9, unit);
-    else if (perSecond >= 1e6)
-        std::snprintf(b, sizeof b, "%.1f M%s", perSecond / 1e6, unit);
-    else if (perSecond >= 1e3)
-        std::snprintf(b, sizeof b, "%.1f k%s", perSecond / 1e3, unit);
-    else
-        std::snprintf(b, sizeof b, "%.0f %s", perSecond, unit);
-    return b;
-}
-
 // Display text is UTF-8: count code points, not bytes, when fitting it to the terminal.
 size_t DisplayWidth(const std::string& s) {
     size_t n = 0;
@@ -75,22 +62,47 @@ size_t DisplayWidth(const std::string& s) {
     return n;
 }
 
-std::string CutToWidth(const std::string& s, size_t width) {
-    size_t n = 0;
-    for (size_t i = 0; i < s.size(); ++i) {
-        if ((static_cast<unsigned char>(s[i]) & 0xC0) != 0x80) {
-            if (n == width) return s.substr(0, i);
-            ++n;
-        }
-    }
-    return s;
+// " mm:ss" below an hour, "h:mm:ss" from then on: the short form for the progress line.
+std::string ShortDuration(uint64_t seconds) {
+    char b[32];
+    if (seconds < 3600)
+        std::snprintf(b, sizeof b, "%02llu:%02llu", (unsigned long long)(seconds / 60), (unsigned long long)(seconds % 60));
+    else
+        std::snprintf(b, sizeof b, "%llu:%02llu:%02llu", (unsigned long long)(seconds / 3600),
+                      (unsigned long long)(seconds / 60 % 60), (unsigned long long)(seconds % 60));
+    return b;
+}
+
+double SteadySeconds() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 } // namespace
 
-CliFrontEnd::CliFrontEnd(bool quiet, uint32_t sectorSize)
-    : m_quiet(quiet), m_bar(!quiet && platform::IsTerminal(STDERR_FILENO)), m_sectorSize(sectorSize ? sectorSize : 512) {
-    m_start = m_stageStart = m_lastPaint = std::chrono::steady_clock::now();
+std::string FitFields(const std::vector<std::string>& fields, size_t width) {
+    std::string line;
+    size_t used = 0;
+    for (const std::string& f : fields) {
+        if (f.empty()) continue;
+        size_t w = DisplayWidth(f) + (line.empty() ? 0 : 2);
+        if (used + w > width) break; // this field and every one after it are left out
+        if (!line.empty()) line += "  ";
+        line += f;
+        used += w;
+    }
+    return line;
+}
+
+CliFrontEnd::CliFrontEnd(bool quiet)
+    : m_quiet(quiet), m_bar(!quiet && platform::IsTerminal(STDERR_FILENO)) {
+    m_lastPaint = SteadySeconds();
+    m_meter.Start(m_lastPaint);
+    m_words.of = T("IDS_PROGRESS_OF", "of");
+    m_words.records = T("IDS_PROGRESS_RECORDS", "records");
+    m_words.recordsPerSecond = T("IDS_CLI_RECORDS_PER_SEC", "records/s");
+    m_words.files = T("IDS_PROGRESS_FILES", "files");
+    m_words.deleted = T("IDS_PROGRESS_DELETED", "deleted");
+    m_words.carved = T("IDS_PROGRESS_CARVED", "carved");
 }
 
 CliFrontEnd::~CliFrontEnd() { ClearLine(); }
@@ -131,7 +143,6 @@ bool CliFrontEnd::Ask(const std::string& question) {
 void CliFrontEnd::RunToEnd(CScanDriver& driver) {
     InterruptScope scope;
     bool terminal = HaveTerminal();
-    m_stageStart = std::chrono::steady_clock::now();
     while (!driver.WaitFor(100)) {
         if (g_interrupts) {
             g_interrupts = 0;
@@ -139,10 +150,11 @@ void CliFrontEnd::RunToEnd(CScanDriver& driver) {
                 // The worker waits at its next state poll while the question is open.
                 driver.BeginCancelQuestion();
                 m_questionOpen = true;
-                auto asked = std::chrono::steady_clock::now();
+                // The time under the question is not time the operation worked: neither the
+                // elapsed time nor the rate counts it.
+                m_meter.Pause(SteadySeconds());
                 bool yes = Ask(T("IDS_STOP_THIS_PROCESS"));
-                // The time under the question is not time the stage worked: keep the rate true.
-                m_stageStart += std::chrono::steady_clock::now() - asked;
+                m_meter.Resume(SteadySeconds());
                 m_questionOpen = false;
                 driver.AnswerCancelQuestion(yes);
                 m_painted = false;
@@ -157,69 +169,67 @@ void CliFrontEnd::RunToEnd(CScanDriver& driver) {
     ClearLine();
 }
 
+std::vector<std::string> CliFrontEnd::Fields(CScanDriver& driver, const std::string& status, bool withBar) {
+    ScanOperation& op = driver.Operation();
+    const int64_t done = op.done.load(), total = op.total.load();
+    const uint32_t unit = op.unitBytes.load();
+    const unsigned pct = m_rule.Last().value_or(0);
+    std::vector<std::string> f;
+    if (withBar) {
+        const unsigned cells = 10;
+        std::string bar = "[";
+        for (unsigned i = 0; i < cells; ++i) bar += i * 100 < pct * cells ? "#" : ".";
+        f.push_back(bar + "] " + std::to_string(pct) + "%");
+    } else {
+        f.push_back(FormatTotalCompleted(T("IDS_TOTAL_COMPLETED"), pct));
+        f.push_back(status);
+    }
+    // Most wanted first: a narrow terminal drops fields from the right.
+    auto rate = m_meter.Rate();
+    f.push_back(rate && done > 0 ? FormatRate(*rate, unit, m_words) : std::string());
+    auto left = m_meter.SecondsLeft();
+    f.push_back(left ? ShortDuration(*left) + " " + T("IDS_CLI_REMAINING") : std::string());
+    const FoundCounts& found = op.found;
+    const bool scan = driver.Kind() != OperationKind::Save && driver.Kind() != OperationKind::CreateImage;
+    f.push_back(scan ? FormatFound(found.files.load(), found.deleted.load(), found.carved.load(), m_words) : std::string());
+    f.push_back(T("IDS_ELAPSED_TIME") + FormatElapsed(uint64_t(m_meter.Elapsed(SteadySeconds()))));
+    f.push_back(total > 0 || done > 0 ? FormatAmount(done, total, unit, m_words) : std::string());
+    return f;
+}
+
 void CliFrontEnd::Paint(CScanDriver& driver, bool force) {
     if (m_quiet || m_questionOpen) return;
     ScanOperation& op = driver.Operation();
-    auto now = std::chrono::steady_clock::now();
-    bool signature = m_signatureStage.load();
-    if (signature != m_paintedSignatureStage) {
-        // A new stage: its own rate and estimate, and a fresh percentage.
-        m_paintedSignatureStage = signature;
-        m_stageStart = now;
-        m_rule.Reset();
-    }
-    int64_t done = op.done.load(), total = op.total.load();
-    if (signature && op.endSector.load() > 0) {
-        // The signature loop publishes the sector it is at and the end of its range.
-        uint64_t end = op.endSector.load(), cur = op.currentSector.load(), first = driver.FirstSector();
-        done = cur > first ? int64_t(cur - first) : 0;
-        total = end > first ? int64_t(end - first) : 0;
-    }
+    const double now = SteadySeconds();
+    const int64_t done = op.done.load(), total = op.total.load();
+    m_meter.Sample(now, done, total, op.unitBytes.load());
     auto changed = m_rule.Update(done, total);
-    double sinceLast = std::chrono::duration<double>(now - m_lastPaint).count();
-    // The bar repaints when the shown percentage changes, and each second for the clock; plain
-    // lines (no terminal) come every ten seconds.
-    if (!force && (m_bar ? !changed && sinceLast < 1.0 : sinceLast < 10.0)) return;
-    m_lastPaint = now;
-    unsigned pct = m_rule.Last().value_or(0);
-    double elapsed = std::chrono::duration<double>(now - m_start).count();
-    double stageElapsed = std::chrono::duration<double>(now - m_stageStart).count();
-
     std::string status;
     {
         std::lock_guard lk(m_mutex);
         status = m_status;
     }
-    std::string rate, left;
-    if (stageElapsed > 0.5 && done > 0) {
-        double perSec = double(done) / stageElapsed;
-        rate = signature ? Rate(perSec * m_sectorSize, "B/s") : Rate(perSec, "") + T("IDS_CLI_RECORDS_PER_SEC");
-        if (total > done) {
-            double rest = double(total - done) / perSec;
-            left = FormatElapsed(uint64_t(rest)).substr(3) + " " + T("IDS_CLI_REMAINING");
-        }
-    }
-    std::string pctText = FormatTotalCompleted(T("IDS_TOTAL_COMPLETED"), pct);
-    std::string el = T("IDS_ELAPSED_TIME") + FormatElapsed(uint64_t(elapsed));
+    // A new stage names itself on a line of its own above the bar.
+    bool newTitle = m_bar && status != m_paintedStatus;
+    // The bar repaints when the shown percentage changes, and each second for the clock; plain
+    // lines (no terminal) come every ten seconds.
+    double sinceLast = now - m_lastPaint;
+    if (!force && !newTitle && (m_bar ? !changed && sinceLast < 1.0 : sinceLast < 10.0)) return;
+    m_lastPaint = now;
     if (m_bar) {
-        size_t width = TerminalWidth();
-        const size_t barCells = 20;
-        std::string bar = "[";
-        for (size_t i = 0; i < barCells; ++i) bar += i * 100 < pct * barCells ? "#" : ".";
-        bar += "] ";
-        std::string line = bar + pctText + "  " + status;
-        if (!rate.empty()) line += "  " + rate;
-        line += "  " + el;
-        if (!left.empty()) line += "  " + left;
-        line = CutToWidth(line, width - 1);
+        if (newTitle) {
+            ClearLine();
+            m_paintedStatus = status;
+            if (!status.empty()) std::fprintf(stderr, "%s\n", status.c_str());
+        }
+        std::string line = FitFields(Fields(driver, status, true), TerminalWidth() - 1);
         std::fprintf(stderr, "\r%s\x1b[K", line.c_str());
         std::fflush(stderr);
         m_painted = true;
-        m_lastWidth = DisplayWidth(line);
     } else {
-        std::string line = "kestrin: " + pctText + "  " + status;
-        if (!rate.empty()) line += "  " + rate;
-        line += "  " + el;
+        std::string line = "kestrin:";
+        for (const std::string& f : Fields(driver, status, false))
+            if (!f.empty()) line += "  " + f;
         std::fprintf(stderr, "%s\n", line.c_str());
         std::fflush(stderr);
     }
@@ -238,9 +248,7 @@ std::vector<std::string> CliFrontEnd::Notices() {
     return m_notices;
 }
 
-double CliFrontEnd::ElapsedSeconds() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
-}
+double CliFrontEnd::ElapsedSeconds() const { return m_meter.Elapsed(SteadySeconds()); }
 
 void CliFrontEnd::OnEnd() {}
 
@@ -248,13 +256,12 @@ void CliFrontEnd::OnEnd() {}
 // applies the percentage rule, so the worker never waits on the terminal.
 void CliFrontEnd::OnProgress() {}
 
-void CliFrontEnd::OnSignatureScanStart() { m_signatureStage = true; }
+void CliFrontEnd::OnSignatureScanStart() {}
 
 void CliFrontEnd::OnStatus(const UserText& text) {
     std::string line = TextOf(text);
     std::lock_guard lk(m_mutex);
     m_status = std::move(line);
-    m_signatureStage = false;
 }
 
 void CliFrontEnd::OnNotice(const UserText& text) {

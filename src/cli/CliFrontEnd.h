@@ -20,8 +20,7 @@ namespace kestrin::cli {
 
 class CliFrontEnd final : public IScanEvents {
 public:
-    // `sectorSize` turns the signature scan's sectors into bytes per second.
-    CliFrontEnd(bool quiet, uint32_t sectorSize);
+    explicit CliFrontEnd(bool quiet);
     ~CliFrontEnd() override;
 
     // True when questions can be asked: standard input and standard error are a terminal.
@@ -47,22 +46,26 @@ public:
 
 private:
     void Paint(CScanDriver& driver, bool force);
+    // The fields of the progress line, most wanted first; empty ones are not shown yet.
+    std::vector<std::string> Fields(CScanDriver& driver, const std::string& status, bool withBar);
 
     bool m_quiet;
     bool m_bar;
-    uint32_t m_sectorSize;
     std::mutex m_mutex;
     std::string m_status;
+    std::string m_paintedStatus;
     std::vector<std::string> m_notices;
-    std::atomic<bool> m_signatureStage{false};
     std::atomic<bool> m_questionOpen{false};
     ProgressRule m_rule;
-    std::chrono::steady_clock::time_point m_start;
-    std::chrono::steady_clock::time_point m_stageStart;
-    std::chrono::steady_clock::time_point m_lastPaint;
+    ProgressMeter m_meter;
+    ProgressWords m_words;
+    double m_lastPaint = 0;
     bool m_painted = false;
-    bool m_paintedSignatureStage = false;
-    size_t m_lastWidth = 0;
 };
+
+// Joins `fields` with two spaces, leaving out every field from the first one that would make the
+// line wider than `width` columns (code points): fields are dropped whole from the right, never
+// cut. Empty fields are skipped.
+std::string FitFields(const std::vector<std::string>& fields, size_t width);
 
 } // namespace kestrin::cli

@@ -60,7 +60,7 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, std::optional<Opera
     CPhysicalDisk& media = *run.src.media;
     VolumeScan v;
     uint64_t failuresBefore = media.ReadFailures();
-    CliFrontEnd fe(o.quiet, media.GetSectorSize());
+    CliFrontEnd fe(o.quiet);
     auto driver = std::make_unique<CScanDriver>(media, MakeEngines(), fe);
     driver->SetSignatures(&run.signatures);
     DescribeSelection(run, v);
@@ -107,7 +107,7 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, std::optional<Opera
 // Runs the lost-partition search on the whole source so that --partition N can name a found one.
 void SearchWholeSource(const ScanOptions& o, ScanRun& run) {
     SelectWholeSource(run.src);
-    CliFrontEnd fe(o.quiet, run.src.media->GetSectorSize());
+    CliFrontEnd fe(o.quiet);
     CScanDriver driver(*run.src.media, MakeEngines(), fe);
     if (driver.Start(OperationKind::PartitionSearch, run.mode)) fe.RunToEnd(driver);
     for (const auto& n : fe.Notices()) std::fprintf(stderr, "%s\n", n.c_str());

@@ -99,7 +99,7 @@ int RunPartitions(const PartitionsOptions& o) {
         // (their length is always a sector count).
         SelectWholeSource(src);
         CPhysicalDisk& m = *src.media;
-        CliFrontEnd fe(o.json || !isatty(fileno(stderr)), m.GetSectorSize());
+        CliFrontEnd fe(o.json || !isatty(fileno(stderr)));
         CScanDriver driver(m, MakeEngines(), fe);
         if (driver.Start(OperationKind::PartitionSearch, RecoveryMode::Partition)) fe.RunToEnd(driver);
         for (const auto& n : fe.Notices()) std::fprintf(stderr, "%s\n", n.c_str());

@@ -174,7 +174,7 @@ SaveResult RunSave(const SaveJob& job, const RecoverOptions& o, RecoveryMode mod
         return OutcomeOf(result);
     };
     // The rename question needs the terminal line to itself.
-    CliFrontEnd fe(o.scan.quiet || collision == kCollisionAsk, job.media->GetSectorSize());
+    CliFrontEnd fe(o.scan.quiet || collision == kCollisionAsk);
     CScanDriver driver(*job.media, engines, fe);
     driver.SetSaveDestination(job.destination, 0);
     if (driver.Start(OperationKind::Save, mode)) fe.RunToEnd(driver);
@@ -425,7 +425,7 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
             r = CreateDiskImage(m, o->out, ctx, msgs, o->overwrite);
             return OutcomeOf(r);
         };
-        CliFrontEnd fe(o->quiet, src.media->GetSectorSize());
+        CliFrontEnd fe(o->quiet);
         CScanDriver driver(*src.media, engines, fe);
         if (driver.Start(OperationKind::CreateImage, RecoveryMode::DeletedFiles)) fe.RunToEnd(driver);
         if (r.refused) {

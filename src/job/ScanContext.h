@@ -41,6 +41,14 @@ struct ScanContext {
         op.total.store(total, std::memory_order_relaxed);
         events.OnProgress();
     }
+    // The same, counted in units of `unitBytes` bytes each (sectors, clusters) rather than items.
+    void Progress(int64_t done, int64_t total, uint32_t unitBytes) {
+        gate.Wait();
+        op.unitBytes.store(unitBytes, std::memory_order_relaxed);
+        op.done.store(done, std::memory_order_relaxed);
+        op.total.store(total, std::memory_order_relaxed);
+        events.OnProgress();
+    }
 };
 
 // Watches one walk over `media`: Finish gives its outcome from the stop state and what the

@@ -40,6 +40,24 @@ enum class RecoveryMode : uint32_t {
     LostPhotos = 1038,
 };
 
+// Items found so far, for the progress display only: the engines count as they find, the front
+// end reads whenever it repaints. The found-item tree stays the one true result.
+struct FoundCounts {
+    std::atomic<uint64_t> files{0};   // file-system files, existing and deleted
+    std::atomic<uint64_t> deleted{0}; // of those, the deleted ones
+    std::atomic<uint64_t> carved{0};  // files found by their content
+    void NoteFile(bool isDeleted) {
+        files.fetch_add(1, std::memory_order_relaxed);
+        if (isDeleted) deleted.fetch_add(1, std::memory_order_relaxed);
+    }
+    void NoteCarved() { carved.fetch_add(1, std::memory_order_relaxed); }
+    void Clear() {
+        files.store(0);
+        deleted.store(0);
+        carved.store(0);
+    }
+};
+
 struct ScanOperation {
     std::atomic<OperationKind> kind{OperationKind::FileSystemScan};
     std::atomic<OperationState> state{OperationState::Finished};
@@ -50,6 +68,10 @@ struct ScanOperation {
     // and end sector (written once at the start).
     std::atomic<uint64_t> currentSector{0};
     std::atomic<uint64_t> endSector{0};
+    // What one unit of done and total is: 0 an item (a record, an entry, a file), else that many
+    // bytes (a sector, a cluster). Set by each stage with its first progress.
+    std::atomic<uint32_t> unitBytes{0};
+    FoundCounts found;
 };
 
 // Stands in for suspending the worker thread: while closed, every state poll of the engines

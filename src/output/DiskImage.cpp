@@ -122,7 +122,7 @@ ImageResult CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, S
     };
     std::vector<uint8_t> buffer(size_t(kImageSectorsPerRead) * sectorSize);
     BadRuns bad;
-    ctx.Progress(0, int64_t(total));
+    ctx.Progress(0, int64_t(total), sectorSize);
     uint64_t done = 0;
     while (done < total) {
         if (ctx.StopRequested()) {
@@ -154,7 +154,7 @@ ImageResult CreateDiskImage(CPhysicalDisk& source, const std::string& outPath, S
             break;
         }
         done += count;
-        ctx.Progress(int64_t(done), int64_t(total));
+        ctx.Progress(int64_t(done), int64_t(total), sectorSize);
     }
     result.sectors = done;
     image.ReleaseHandle(); // closes the file

@@ -75,7 +75,7 @@ public:
         m_fat = fatDestination;
         CollectIncluded(start);
         m_total = CountForSave(start, m_req.deletedOnly).bytes;
-        m_ctx.Progress(0, int64_t(m_total));
+        m_ctx.Progress(0, int64_t(m_total), 1);
         // A single volume root is saved into the destination itself; several get a folder each.
         size_t volumes = 0;
         for (const CNode* c = start->firstChild; c; c = c->nextSibling)
@@ -153,12 +153,12 @@ public:
             // Many small files move the byte count little; report by item count as well.
             if (++m_filesSinceReport >= kProgressFiles) {
                 m_filesSinceReport = 0;
-                m_ctx.Progress(int64_t(m_done), int64_t(m_total));
+                m_ctx.Progress(int64_t(m_done), int64_t(m_total), 1);
             }
         }
         m_target.Finish(m_result);
         m_result.bytes = m_done - m_lostBytes;
-        m_ctx.Progress(int64_t(m_done), int64_t(m_total));
+        m_ctx.Progress(int64_t(m_done), int64_t(m_total), 1);
         return m_result;
     }
 
@@ -187,7 +187,7 @@ private:
         m_sinceReport += len;
         if (m_sinceReport >= kProgressStep) {
             m_sinceReport = 0;
-            m_ctx.Progress(int64_t(m_done), int64_t(m_total));
+            m_ctx.Progress(int64_t(m_done), int64_t(m_total), 1);
             if (m_ctx.StopRequested()) return false;
         }
         return true;

@@ -343,7 +343,7 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
             if (at >= end) break;
         }
         ctx.op.currentSector.store(at);
-        ctx.Progress(int64_t(at - base), int64_t(count));
+        ctx.Progress(int64_t(at - base), int64_t(count), ss);
         uint64_t n = std::min<uint64_t>(chunkSectors, end - at);
         size_t want = std::min<uint64_t>(buf.size(), (end - at) * ss);
         std::fill(buf.begin(), buf.end(), 0);
@@ -358,7 +358,7 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
             CandidatesFromSector(media, std::span<const uint8_t>(p, avail), at + i, end, candidates);
         }
     }
-    ctx.Progress(int64_t(count), int64_t(count));
+    ctx.Progress(int64_t(count), int64_t(count), ss);
     std::vector<PartitionRecord> table;
     if (media.Partitions().size() > 1) table.assign(media.Partitions().begin() + 1, media.Partitions().end());
     table.insert(table.end(), media.SecondPartitions().begin(), media.SecondPartitions().end());

@@ -60,7 +60,12 @@ bool CScanDriver::Start(OperationKind kind, RecoveryMode mode) {
     m_outcome = Outcome::Ok;
     m_completionFlag.store(false);
     m_stageFailed.store(false);
-    if (!m_top) m_top.reset(MakeTopNode());
+    m_op.unitBytes.store(0);
+    // The counts belong to the tree: a search that goes on as a signature scan keeps both.
+    if (!m_top) {
+        m_top.reset(MakeTopNode());
+        m_op.found.Clear();
+    }
 
     m_running.store(true);
     m_worker = std::thread([this, kind] { Worker(kind); });
@@ -96,6 +101,12 @@ void CScanDriver::RequestCancel() {
     m_cancelled.store(true);
     m_op.state.store(OperationState::Cancel);
     m_gate.Open();
+}
+
+void CScanDriver::SkipRest() {
+    if (!m_running.load()) return;
+    OperationState running = OperationState::Running;
+    m_op.state.compare_exchange_strong(running, OperationState::StopFollowOn);
 }
 
 bool CScanDriver::NoPartitionFound() const {
@@ -169,10 +180,30 @@ void CScanDriver::MissingStage(Stage s) {
     m_events.OnNotice(text);
 }
 
+std::string StageTitleId(OperationKind kind, Stage stage, RecoveryMode mode, SourceKind sourceKind, bool toDisc) {
+    // The search by content that follows a file-system scan names itself; everything else runs
+    // under its operation's line.
+    if (kind == OperationKind::FileSystemScan && stage == Stage::SignatureScan)
+        return IsPhotoMode(mode) ? "IDS_SEARCHING_MUSIC_VIDEO_PHOTOS" : "IDS_SEARCHING_BY_CONTENT";
+    return StatusTextId(kind, mode, sourceKind, toDisc);
+}
+
 Outcome CScanDriver::RunStage(Stage s, ScanContext& ctx) {
     {
         std::lock_guard lk(m_infoMutex);
         m_stagesRun.push_back(s);
+    }
+    // Each stage counts its own progress from nothing.
+    m_op.done.store(0);
+    m_op.total.store(0);
+    m_op.unitBytes.store(0);
+    m_op.currentSector.store(0);
+    m_op.endSector.store(0);
+    const OperationKind kind = m_op.kind.load();
+    std::string title = StageTitleId(kind, s, m_mode, m_media.GetSourceKind(), m_destinationKind == 1);
+    if (s != Stage::PhotoPruning && title != StatusLine().id) {
+        UserText line{title};
+        SetStatus(std::move(line));
     }
     // The signature scan reads absolute sectors, so its range starts at the media's first sector:
     // 0 for a whole disk, an image or a volume (sectors 0 to the count, as always), the

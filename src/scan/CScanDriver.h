@@ -22,6 +22,10 @@ class CNode;
 class CPhysicalDisk;
 struct SignatureRecord;
 
+// The line a stage runs under: its operation's status line, except the search by content that
+// follows a file-system scan, which names itself.
+std::string StageTitleId(OperationKind kind, Stage stage, RecoveryMode mode, SourceKind sourceKind, bool toDisc = false);
+
 class CScanDriver {
 public:
     CScanDriver(CPhysicalDisk& media, Engines engines, IScanEvents& events);
@@ -51,6 +55,9 @@ public:
     void AnswerCancelQuestion(bool yes);
     // Cancel without a question (no terminal to ask, or the window is closing).
     void RequestCancel();
+    // Ends the running stage early without cancelling: what it found so far is kept and shown
+    // as a finished result (the Skip button of the whole-drive search).
+    void SkipRest();
     bool CancelConfirmed() const { return m_cancelled; }
     // How the last operation's stages ended, the worst first (valid once it finished).
     Outcome Result() const;

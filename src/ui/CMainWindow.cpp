@@ -23,6 +23,7 @@
 #include "ui/CScanMan.h"
 #include "ui/CSignatureExplorer.h"
 #include "ui/UiText.h"
+#include "scan/ProgressRule.h"
 #include "util/Text.h"
 #include "carve/SignatureList.h"
 
@@ -292,7 +293,7 @@ bool CMainWindow::ScanPartition(int index) {
     if (!RunOperation(forced)) return false;
     if (index >= 0) TakeDetectedFileSystem(m_src, size_t(index), forced);
     // A whole-disk search that listed partitions but found no files itself: choose one.
-    if (index < 0 && m_tree && !m_src.partitions.empty()) {
+    if (index < 0 && m_state == WindowState::PartitionList && m_tree && !m_src.partitions.empty()) {
         bool empty = true;
         ForEachNode(m_tree.get(), [&](CNode* n) {
             if (!n->IsFolder()) empty = false;
@@ -307,10 +308,27 @@ bool CMainWindow::ScanPartition(int index) {
     return true;
 }
 
+void CMainWindow::BeginOperation(OperationKind kind) {
+    m_busy = kind == OperationKind::FileSystemScan || kind == OperationKind::SmartScan ||
+             kind == OperationKind::SignatureScan;
+    m_state = kind == OperationKind::PartitionSearch || kind == OperationKind::CreateImage ? WindowState::PartitionList
+                                                                                           : WindowState::Results;
+    m_pages->setEnabled(!m_busy);
+    menuBar()->setEnabled(!m_busy);
+}
+
+void CMainWindow::EndOperation() {
+    m_busy = false;
+    m_pages->setEnabled(true);
+    menuBar()->setEnabled(true);
+}
+
 bool CMainWindow::RunOperation(std::optional<OperationKind> forcedKind) {
     CPhysicalDisk& media = *m_src.media;
     CScanMan dlg(m_desktop, this);
+    dlg.SetStatusBarSink([this](const QString& text) { statusBar()->showMessage(text); });
     CScanDriver driver(media, MakeEngines(), dlg);
+    const uint64_t failuresBefore = media.ReadFailures();
     driver.SetSignatures(&m_signatures);
     std::optional<OperationKind> kind = forcedKind;
     if (!kind) kind = driver.StartForSource(m_mode);
@@ -319,17 +337,35 @@ bool CMainWindow::RunOperation(std::optional<OperationKind> forcedKind) {
         m_desktop.Inform(this, Tx("IDS_UI_NO_SCAN", "No scan is defined for this source in this mode."));
         return false;
     }
+    BeginOperation(*kind);
     dlg.Run(driver);
     if (kind == OperationKind::PartitionSearch && !driver.CancelConfirmed()) {
         if (driver.NoPartitionFound()) {
             // Declined: nothing was found to show, so the drive page stays.
-            if (!m_desktop.Ask(this, Tx("IDS_NO_PARTITION_FOUND")) || !driver.ContinueAsSignatureScan()) return false;
+            if (!m_desktop.Ask(this, Tx("IDS_NO_PARTITION_FOUND"))) {
+                EndOperation();
+                statusBar()->clearMessage();
+                return false;
+            }
+            // The whole drive is searched by content; Skip ends that early and shows its finds.
+            m_state = WindowState::WholeDriveSearch;
+            m_busy = true;
+            m_pages->setEnabled(false);
+            menuBar()->setEnabled(false);
+            dlg.OfferSkip(true);
+            if (!driver.ContinueAsSignatureScan()) {
+                EndOperation();
+                return false;
+            }
             dlg.Run(driver);
         }
         // The search's finds join the numbered list.
         RefreshPartitionList(m_src);
     }
     m_tree = driver.ReleaseTree();
+    m_lastScan = {true, driver.CancelConfirmed(), dlg.Skipped(), media.ReadFailures() - failuresBefore,
+                  dlg.ElapsedSeconds()};
+    EndOperation();
     QStringList notes = dlg.Notices();
     statusBar()->showMessage(notes.join("  "));
     return true;
@@ -337,9 +373,39 @@ bool CMainWindow::RunOperation(std::optional<OperationKind> forcedKind) {
 
 void CMainWindow::ShowResults() {
     m_resultsPage->Show(m_tree.get());
+    ShowScanSummary();
+    m_lastScan = LastScan();
     m_sessionSaved = false;
     m_saveSessionAction->setEnabled(m_tree != nullptr);
     SetPage(kResultsPage);
+}
+
+void CMainWindow::ShowScanSummary() {
+    uint64_t files = 0, deleted = 0, carved = 0, bytes = 0;
+    if (m_tree)
+        ForEachNode(m_tree.get(), [&](CNode* n) {
+            if (n->IsFolder()) return;
+            ++files;
+            bytes += n->size;
+            // Carved files carry no in-use flag; only file-system items can be deleted ones.
+            if (n->carved) ++carved;
+            else if (n->IsDeleted()) ++deleted;
+        });
+    QString line = Tx("IDS_UI_SUMMARY_FOUND", "Found") + ": " +
+                   QString::fromStdString(FormatFound(files - carved, deleted, carved, CScanMan::Words())) + ", " +
+                   Tx("IDS_CLI_SUMMARY_BYTES", "Total size") + ": " + QString::fromStdString(FormatBytesShort(bytes));
+    if (m_lastScan.ran) {
+        line += "    " + Tx("IDS_UI_SUMMARY_READ_ERRORS", "Read errors") + ": " + QString::number(m_lastScan.readFailures);
+        line += "    " + Tx("IDS_CLI_SUMMARY_TIME", "Time") +
+                QString::fromStdString(FormatElapsed(uint64_t(m_lastScan.seconds + 0.5)));
+    }
+    QStringList remarks;
+    if (m_lastScan.cancelled)
+        remarks << Tx("IDS_UI_SCAN_CANCELLED", "The scan was stopped before its end: only what was found until then is shown.");
+    else if (m_lastScan.skipped)
+        remarks << Tx("IDS_UI_SCAN_SKIPPED", "The rest of the whole-drive search was skipped: what was found until then is shown.");
+    if (!files) remarks << Tx("IDS_UI_SCAN_EMPTY", "No files were found.");
+    m_resultsPage->SetSummary(line, remarks.join(" "));
 }
 
 CNode* CMainWindow::FindNext(const QString& pattern) { return m_resultsPage->FindNext(pattern); }

@@ -33,6 +33,10 @@ class CMainWindow final : public QMainWindow {
     Q_OBJECT
 public:
     enum Page { kModePage, kDrivePage, kPartitionPage, kResultsPage };
+    // Where the window goes when the running operation ends, set as it starts: the partition
+    // list after a partition search or image creation, the results after a scan or save, and
+    // the results of the whole-drive search that follows an empty partition search.
+    enum class WindowState : uint32_t { Idle = 0, PartitionList = 1009, WholeDriveSearch = 1011, Results = 32777 };
 
     explicit CMainWindow(IDesktop& desktop, QWidget* parent = nullptr);
     ~CMainWindow() override;
@@ -75,6 +79,10 @@ public:
     QString PropertiesText(const CNode* n) const;
 
     Page CurrentPage() const;
+    WindowState State() const { return m_state; }
+    // Set while a scan runs (file-system scan, smart scan, whole-drive search): the pages and
+    // menus take no input and the window does not close.
+    bool Busy() const { return m_busy; }
     RecoveryMode Mode() const { return m_mode; }
     CResultsState& Results() { return m_results; }
     CNode* Tree() const { return m_tree.get(); }
@@ -95,6 +103,11 @@ private:
     void ChooseFileTypes();
     void ShowResults();
     bool RunOperation(std::optional<OperationKind> forcedKind);
+    // The state and busy flag of an operation of `kind` that starts; EndOperation clears the flag.
+    void BeginOperation(OperationKind kind);
+    void EndOperation();
+    // The results page's status line and remark for the tree shown.
+    void ShowScanSummary();
     void SetPage(Page p);
     // Saving and sessions (CMainWindowSave.cpp).
     void OnSave();
@@ -114,6 +127,14 @@ private:
     CResultsState m_results;
     SaveResult m_lastSave;
     bool m_sessionSaved = false;
+    WindowState m_state = WindowState::Idle;
+    bool m_busy = false;
+    // How the last scan ended, for the summary under the results.
+    struct LastScan {
+        bool ran = false, cancelled = false, skipped = false;
+        uint64_t readFailures = 0;
+        double seconds = 0;
+    } m_lastScan;
 
     QStackedWidget* m_pages = nullptr;
     QTabWidget* m_modeTabs = nullptr;

@@ -13,6 +13,7 @@
 #include <QInputDialog>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QStatusBar>
 #include <QThread>
 
 #include "session/EngineTable.h"
@@ -173,19 +174,26 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
         return OutcomeOf(result);
     };
     CScanMan dlg(m_desktop, this);
+    dlg.SetStatusBarSink([this](const QString& text) { statusBar()->showMessage(text); });
     CScanDriver driver(*m_src.media, engines, dlg);
     driver.SetSaveDestination(req.destination, 0);
     if (!driver.Start(OperationKind::Save, m_mode)) return false;
+    BeginOperation(OperationKind::Save);
     dlg.Run(driver);
+    EndOperation();
+    statusBar()->clearMessage();
     m_lastSave = result;
     bool cancelled = driver.CancelConfirmed() || result.cancelled;
     QString summary = SaveSummary(result, folder, cancelled);
-    // Anything not saved as found makes the summary a warning.
-    if (result.archiveFailed || result.writeErrors || result.incomplete || result.skipped || result.refusedFat ||
-        result.logged)
-        m_desktop.Warn(this, summary);
-    else
-        m_desktop.Inform(this, summary);
+    // Anything not saved as found makes the summary a warning. The folder that holds what was
+    // saved (the archive's folder for a zip file) can be opened from it.
+    bool warn = result.archiveFailed || result.writeErrors || result.incomplete || result.skipped || result.refusedFat ||
+                result.logged;
+    QString shown = IsZipDestination(req.destination) ? QFileInfo(folder).absolutePath() : folder;
+    if (m_desktop.TellWithAction(this, Caption(), summary, warn ? IDesktop::Sign::Warning : IDesktop::Sign::Information,
+                                 Tx("IDS_UI_OPEN_FOLDER", "Open folder")) &&
+        !m_desktop.OpenFolder(shown))
+        m_desktop.Warn(this, Tx("IDS_UI_FOLDER_NOT_OPENED", "The folder could not be opened:") + "\n" + shown);
     return !driver.CancelConfirmed();
 }
 
@@ -256,6 +264,12 @@ bool CMainWindow::OpenSessionFromMenu(const QString& path) {
 
 bool CMainWindow::OfferSession() {
     if (CurrentPage() != kResultsPage || !m_tree || m_sessionSaved || !m_haveSource) return true;
+    // A scan that found no file leaves nothing worth keeping.
+    bool anyFile = false;
+    ForEachNode(m_tree.get(), [&](CNode* n) {
+        if (!n->IsFolder()) anyFile = true;
+    });
+    if (!anyFile) return true;
     QMessageBox box(QMessageBox::Question, Tx("IDS_CONFIRM", "Confirm"),
                     Tx("IDS_ADVISABLE_SESSION") + "\n\n" + Tx("IDS_SAVE_RECOVERY_SESSION"),
                     QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel, this);
@@ -270,7 +284,9 @@ bool CMainWindow::OfferSession() {
 }
 
 void CMainWindow::closeEvent(QCloseEvent* e) {
-    if (OfferSession()) e->accept();
+    // A running scan is stopped from its progress window, not by closing under it.
+    if (m_busy) e->ignore();
+    else if (OfferSession()) e->accept();
     else e->ignore();
 }
 

@@ -215,11 +215,32 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     m_findStatus->setObjectName("findStatus");
     // One line kept free, so a message does not move the views.
     m_findStatus->setMinimumHeight(m_findStatus->fontMetrics().height());
+    // A remark on the scan (stopped, nothing found) above the views; its summary beneath them,
+    // as the page's status line.
+    m_notice = new QLabel;
+    m_notice->setObjectName("scanNotice");
+    m_notice->setWordWrap(true);
+    QFont noticeFont = m_notice->font();
+    noticeFont.setBold(true);
+    m_notice->setFont(noticeFont);
+    m_notice->setVisible(false);
+    m_summary = new QLabel;
+    m_summary->setObjectName("scanSummary");
+    m_summary->setFrameShape(QFrame::StyledPanel);
+    m_summary->setTextInteractionFlags(Qt::TextSelectableByMouse);
     v->addLayout(bar);
     v->addWidget(m_filterBar);
+    v->addWidget(m_notice);
     v->addWidget(split, 1);
     v->addWidget(m_findStatus);
+    v->addWidget(m_summary);
     ApplyFilter();
+}
+
+void CResultsPage::SetSummary(const QString& summary, const QString& notice) {
+    m_summary->setText(summary);
+    m_notice->setText(notice);
+    m_notice->setVisible(!notice.isEmpty());
 }
 
 void CResultsPage::SetSource(CPhysicalDisk* media) {

@@ -52,6 +52,9 @@ public:
     void SetSource(CPhysicalDisk* media);
     // Shows a new result tree from its top: every item, the folder view, nothing previewed.
     void Show(CNode* tree);
+    // The status line under the views (what the scan found, read errors, time) and a remark
+    // above them (a stopped or empty scan); an empty remark hides it.
+    void SetSummary(const QString& summary, const QString& notice);
     void Retranslate();
 
     // Next found item after the selected one whose name matches `pattern` ("*" and "?",
@@ -147,6 +150,8 @@ private:
     QComboBox* m_collision = nullptr;
     QLabel* m_collisionLabel = nullptr;
     QLabel* m_preview = nullptr;
+    QLabel* m_notice = nullptr;
+    QLabel* m_summary = nullptr;
     QPlainTextEdit* m_previewText = nullptr;
 };
 

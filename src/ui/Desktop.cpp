@@ -2,6 +2,7 @@
 
 #include <QDesktopServices>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QUrl>
 
 #include "ui/UiText.h"
@@ -30,5 +31,19 @@ bool CDesktop::Ask(QWidget* parent, const QString& caption, const QString& text,
 }
 
 bool CDesktop::OpenInViewer(const QString& path) { return QDesktopServices::openUrl(QUrl::fromLocalFile(path)); }
+
+bool CDesktop::TellWithAction(QWidget* parent, const QString& caption, const QString& text, Sign sign,
+                              const QString& action) {
+    QMessageBox::Icon icon = sign == Sign::Information ? QMessageBox::Information
+                             : sign == Sign::Warning   ? QMessageBox::Warning
+                                                       : QMessageBox::Critical;
+    QMessageBox box(icon, caption, text, QMessageBox::Ok, parent);
+    QPushButton* act = box.addButton(action, QMessageBox::ActionRole);
+    box.setDefaultButton(QMessageBox::Ok);
+    box.exec();
+    return box.clickedButton() == act;
+}
+
+bool CDesktop::OpenFolder(const QString& folder) { return QDesktopServices::openUrl(QUrl::fromLocalFile(folder)); }
 
 } // namespace kestrin::ui

@@ -17,6 +17,11 @@ public:
     virtual bool Ask(QWidget* parent, const QString& caption, const QString& text, bool defaultYes) = 0;
     // Opens `path` in the program the system associates with it; false when none started.
     virtual bool OpenInViewer(const QString& path) = 0;
+    // Tells `text` with a button `action` beside OK; true when the user chose the action.
+    virtual bool TellWithAction(QWidget* parent, const QString& caption, const QString& text, Sign sign,
+                                const QString& action) = 0;
+    // Shows `folder` in the system's file manager; false when none started.
+    virtual bool OpenFolder(const QString& folder) = 0;
 
     // The same under the program's own caption.
     void Inform(QWidget* parent, const QString& text);
@@ -30,6 +35,9 @@ public:
     void Tell(QWidget* parent, const QString& caption, const QString& text, Sign sign) override;
     bool Ask(QWidget* parent, const QString& caption, const QString& text, bool defaultYes) override;
     bool OpenInViewer(const QString& path) override;
+    bool TellWithAction(QWidget* parent, const QString& caption, const QString& text, Sign sign,
+                        const QString& action) override;
+    bool OpenFolder(const QString& folder) override;
     using IDesktop::Ask;
 };
 

@@ -209,6 +209,36 @@ TEST(ScanLoop, KindsWithoutSignaturesTestNothing) {
     }
 }
 
+// A partition deep in a disk: progress counts from the partition's first sector, so it starts at
+// 0 % rather than at the share of the disk before it; carved files are counted as they are found.
+TEST(ScanLoop, ProgressCountsFromTheRangeStartAndCountsCarvedFiles) {
+    struct FirstProgress : IScanEvents {
+        ScanOperation* op = nullptr;
+        std::vector<std::pair<int64_t, int64_t>> seen;
+        void OnEnd() override {}
+        void OnProgress() override { seen.emplace_back(op->done.load(), op->total.load()); }
+        void OnSignatureScanStart() override {}
+    } events;
+    ScanRun run;
+    auto image = Image(3000);
+    Mark(image, 2100);
+    Mark(image, 2900);
+    Mark(image, 100); // before the range: never seen
+    AttachMemory(run.disk, std::make_unique<MemorySource>(image));
+    run.rows = {UserRecord(kMagic, ".one", 1000)};
+    events.op = &run.op;
+    run.op.state = OperationState::Running;
+    ScanContext ctx{run.op, events, run.gate, RecoveryMode::LostFiles, run.top.get(), &run.rows};
+    ASSERT_EQ(ScanSignatures(run.disk, kScanSignaturesOnly, 2000, 3000, ctx), Outcome::Ok);
+    ASSERT_FALSE(events.seen.empty());
+    EXPECT_EQ(events.seen.front(), std::make_pair(int64_t(0), int64_t(1000)));
+    for (const auto& [done, total] : events.seen) EXPECT_TRUE(done >= 0 && done < total);
+    EXPECT_EQ(run.op.unitBytes.load(), kSector);
+    EXPECT_EQ(run.Files().size(), 2u);
+    EXPECT_EQ(run.op.found.carved.load(), 2u);
+    EXPECT_EQ(run.op.found.files.load(), 0u);
+}
+
 TEST(CarvedContent, OneRunFromTheStartOffsetToSizeBytesFromTheSector) {
     std::vector<uint8_t> image(6000);
     for (size_t i = 0; i < image.size(); ++i) image[i] = uint8_t(i * 7);

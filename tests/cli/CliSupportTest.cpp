@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "cli/CliFrontEnd.h"
 #include "cli/CliJson.h"
 #include "cli/CliScan.h"
 #include "session/Source.h"
@@ -162,4 +163,40 @@ TEST(CliSource, PartitionRangesFollowTheTableKind) {
     EXPECT_FALSE(SelectListedPartition(src, 2));
     EXPECT_FALSE(SelectListedPartition(src, 3));
     EXPECT_EQ(ScannablePartitions(src), (std::vector<size_t>{0, 1}));
+}
+
+// The progress line on a terminal: whole fields only, dropped from the right until the line
+// fits; accented letters take one column.
+TEST(CliProgressLine, FitsTheWidthAndNeverCutsAField) {
+    const std::vector<std::string> fields = {
+        "[##########] 100%",
+        "1,234,567,890 records/s",
+        "",
+        "123456:59:59 left",
+        "123,456,789,012 fichiers (12,345,678,901 supprimés, 98,765,432,109 reconstitués)",
+        "Temps écoulé : 123456:59:59",
+        "1,234,567,890,123 of 9,876,543,210,987 enregistrements",
+    };
+    auto columns = [](const std::string& s) {
+        size_t n = 0;
+        for (unsigned char c : s) n += (c & 0xC0) != 0x80;
+        return n;
+    };
+    for (size_t width = 0; width <= 260; ++width) {
+        std::string line = FitFields(fields, width);
+        EXPECT_LE(columns(line), width) << width;
+        // The line is the longest run of leading non-empty fields, whole, joined by two spaces.
+        std::string expected;
+        for (const auto& f : fields) {
+            if (f.empty()) continue;
+            std::string next = expected + (expected.empty() ? "" : "  ") + f;
+            if (columns(next) > width) break;
+            expected = next;
+        }
+        EXPECT_EQ(line, expected) << width;
+    }
+    EXPECT_EQ(FitFields(fields, 79), "[##########] 100%  1,234,567,890 records/s  123456:59:59 left");
+    // A field that does not fit ends the line, even when a shorter one after it would fit.
+    EXPECT_EQ(FitFields({"abc", "a long field", "x"}, 10), "abc");
+    EXPECT_EQ(FitFields({"too wide for it"}, 5), "");
 }

@@ -27,6 +27,7 @@ void CFolderWalker::Prepend(ScanEntry* folder, ScanEntry* entry) {
     entry->nextSibling = folder->firstChild;
     folder->firstChild = entry;
     ++m_made;
+    if (m_ctx && !(entry->flags & kNodeFolder)) m_ctx->op.found.NoteFile(!(entry->flags & kNodeInUse));
 }
 
 bool CFolderWalker::ReadFolderTree(ScanEntry* top) {

@@ -286,7 +286,7 @@ SectorSweep SweepSectors(CFatVolume& vol, uint64_t from, uint64_t to, ScanContex
     from = from / kSweepSectorBytes * kSweepSectorBytes;
     for (uint64_t at = from; at < to;) {
         if (ctx.MustStop(vol.Media())) break;
-        ctx.Progress(int64_t((at - from) / kSweepSectorBytes), int64_t((to - from) / kSweepSectorBytes));
+        ctx.Progress(int64_t((at - from) / kSweepSectorBytes), int64_t((to - from) / kSweepSectorBytes), kSweepSectorBytes);
         const size_t n = size_t(std::min<uint64_t>(buf.size(), (to - at) / kSweepSectorBytes * kSweepSectorBytes));
         if (n == 0) break;
         vol.ReadBytes(at, buf.data(), n);

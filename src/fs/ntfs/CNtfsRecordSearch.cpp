@@ -110,8 +110,14 @@ void CNtfsRecordSearch::SetMedia(CPhysicalDisk* media) {
     m_sectorSize = media && media->GetSectorSize() >= 512 ? media->GetSectorSize() : 512;
 }
 
+void CNtfsRecordSearch::CountInto(FoundCounts* found) {
+    m_found = found;
+    m_builder->CountInto(found);
+}
+
 void CNtfsRecordSearch::Reset() {
     m_builder = std::make_unique<CNtfsTreeBuilder>();
+    m_builder->CountInto(m_found);
     m_seen.clear();
     m_mftCopies.clear();
     m_extensions.clear();

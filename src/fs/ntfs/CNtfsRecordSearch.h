@@ -45,6 +45,8 @@ public:
     // The media records are read from (non-resident attribute lists) and whose sector size and
     // partition lists place them. Without one, lists in clusters are out of reach.
     void SetMedia(CPhysicalDisk* media);
+    // Counts the files it lists into `found` as they come (for the progress display).
+    void CountInto(FoundCounts* found);
     // Examines a possible record at the start of `data`, which lies `byteInSector` bytes into
     // absolute media sector `sector`. Returns the bytes the record covers when one was taken, else 0.
     size_t Offer(uint64_t sector, std::span<const uint8_t> data, uint32_t byteInSector = 0);
@@ -54,6 +56,7 @@ public:
     const std::vector<FoundVolume>& Volumes() const { return m_volumes; }
 
 private:
+    FoundCounts* m_found = nullptr;
     struct Held {
         uint64_t byte = 0; // absolute media byte of the record
         std::vector<uint8_t> record;

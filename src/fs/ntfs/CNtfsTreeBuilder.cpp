@@ -121,6 +121,7 @@ void CNtfsTreeBuilder::AddRecord(ScanEntry* e) {
         delete e; // empty files are not listed
         return;
     }
+    if (m_found) m_found->NoteFile(!(e->flags & kNodeInUse));
     Place(e);
 }
 

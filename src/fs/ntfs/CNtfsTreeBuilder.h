@@ -7,6 +7,7 @@
 
 #include "fs/DirectoryIndex.h"
 #include "fs/ntfs/NtfsRecord.h"
+#include "job/ScanOperation.h"
 
 namespace kestrin {
 
@@ -22,6 +23,8 @@ public:
     void AddRecord(ScanEntry* e);
     // Takes a folder named by an index entry.
     void AddIndexFolder(NtfsIndexFolder&& f);
+    // Counts the files it lists into `found` as they come (for the progress display).
+    void CountInto(FoundCounts* found) { m_found = found; }
     // Places orphans and converts the tree into nodes under `top`; returns the "." node (null
     // when nothing could be built). The builder is empty afterwards.
     CNode* Finish(CNode* top);
@@ -35,6 +38,7 @@ private:
     ScanEntry* VanishedFolder(uint32_t recordId);
 
     ScanEntry* m_root = nullptr;
+    FoundCounts* m_found = nullptr;
     CDirectoryIndex* m_index = nullptr;
     // Placeholders of folders whose record number now belongs to another record; they are not
     // indexed (the number is taken) and go to "Lost" at the end.

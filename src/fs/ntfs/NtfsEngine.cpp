@@ -45,6 +45,7 @@ Outcome NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
     if (!vol.LoadGeometry() || !vol.Open()) return watch.Finish(ctx, true);
     CNtfsTreeBuilder builder;
     if (!builder.Ok()) return watch.Finish(ctx, true);
+    builder.CountInto(&ctx.op.found);
 
     const uint32_t recordSize = vol.RecordSize();
     const uint32_t sectorsPerRecord = std::max<uint32_t>(1, recordSize / vol.BytesPerSector());
@@ -90,6 +91,7 @@ Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t e
     WalkWatch watch(media);
     CNtfsRecordSearch search;
     search.SetMedia(&media);
+    search.CountInto(&ctx.op.found);
     const uint32_t mediaSector = media.GetSectorSize() ? media.GetSectorSize() : 512;
     const uint64_t base = media.GetFirstSector();
     // Each read carries a tail of up to one largest record, so a record that starts near the end
@@ -114,7 +116,7 @@ Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t e
                 if (taken > kNtfsFixupBlock) off += taken - kNtfsFixupBlock; // the whole record was examined
             }
         }
-        ctx.Progress(int64_t(s + n - firstSector), total);
+        ctx.Progress(int64_t(s + n - firstSector), total, mediaSector);
     }
     search.AttachTo(ctx.top);
     return watch.Finish(ctx);
