@@ -17,10 +17,15 @@ public:
     virtual bool Ask(QWidget* parent, const QString& caption, const QString& text, bool defaultYes) = 0;
     // Opens `path` in the program the system associates with it; false when none started.
     virtual bool OpenInViewer(const QString& path) = 0;
+    // Asks `question` (captioned "IDS_CONFIRM") with Browse... and Cancel; Browse lets the user
+    // choose the file that replaces `missingPath`. Empty when cancelled.
+    virtual QString Locate(QWidget* parent, const QString& question, const QString& missingPath) = 0;
 
-    // The same under the program's own caption.
+    // The same under the program's own caption ("IDS_KESTRIN"); `Fail` with the error icon, for
+    // what did not happen. Questions are captioned "IDS_CONFIRM".
     void Inform(QWidget* parent, const QString& text);
     void Warn(QWidget* parent, const QString& text);
+    void Fail(QWidget* parent, const QString& text);
     bool Ask(QWidget* parent, const QString& text, bool defaultYes = true);
 };
 
@@ -30,6 +35,7 @@ public:
     void Tell(QWidget* parent, const QString& caption, const QString& text, Sign sign) override;
     bool Ask(QWidget* parent, const QString& caption, const QString& text, bool defaultYes) override;
     bool OpenInViewer(const QString& path) override;
+    QString Locate(QWidget* parent, const QString& question, const QString& missingPath) override;
     using IDesktop::Ask;
 };
 

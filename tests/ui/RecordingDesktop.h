@@ -1,7 +1,8 @@
 #pragma once
 // Stands in for the message boxes and the system's viewer: every text shown or asked lands in
-// `texts`, questions get `answer` (or what `onAsk` says), and the viewer is `viewer` (none by
-// default, so nothing outside the test is ever started).
+// `texts` (with its caption and kind in `boxes`), questions get `answer` (or what `onAsk` says),
+// a file to locate is `located` (none by default), and the viewer is `viewer` (none by default,
+// so nothing outside the test is ever started).
 #include <QStringList>
 #include <functional>
 
@@ -13,10 +14,22 @@ class RecordingDesktop final : public ui::IDesktop {
 public:
     explicit RecordingDesktop(QStringList* texts = nullptr) : m_texts(texts) {}
 
-    void Tell(QWidget*, const QString&, const QString& text, Sign) override { Record(text); }
-    bool Ask(QWidget*, const QString&, const QString& text, bool) override {
-        Record(text);
+    enum class Kind { Information, Warning, Error, Question };
+    struct Box {
+        Kind kind;
+        QString caption, text;
+    };
+
+    void Tell(QWidget*, const QString& caption, const QString& text, Sign sign) override {
+        Record(sign == Sign::Error ? Kind::Error : sign == Sign::Warning ? Kind::Warning : Kind::Information, caption, text);
+    }
+    bool Ask(QWidget*, const QString& caption, const QString& text, bool) override {
+        Record(Kind::Question, caption, text);
         return onAsk ? onAsk(text) : answer;
+    }
+    QString Locate(QWidget*, const QString& question, const QString& missing) override {
+        Record(Kind::Question, {}, question);
+        return located ? located(missing) : QString();
     }
     bool OpenInViewer(const QString& path) override { return viewer ? viewer(path) : false; }
     using IDesktop::Ask;
@@ -24,9 +37,12 @@ public:
     bool answer = false;
     std::function<bool(const QString&)> onAsk;
     std::function<bool(const QString&)> viewer;
+    std::function<QString(const QString&)> located;
+    QList<Box> boxes;
 
 private:
-    void Record(const QString& text) {
+    void Record(Kind kind, const QString& caption, const QString& text) {
+        boxes.push_back({kind, caption, text});
         if (m_texts) *m_texts << text;
     }
     QStringList* m_texts;
