@@ -13,6 +13,8 @@
 #include <QRegularExpression>
 #include <QSortFilterProxyModel>
 #include <QSplitter>
+#include <QStackedWidget>
+#include <QTabBar>
 #include <QTabWidget>
 #include <QTreeView>
 #include <QUrl>
@@ -39,6 +41,46 @@ namespace {
 constexpr size_t kPreviewLimit = 8u << 20;
 constexpr size_t kRawPreviewLimit = 48u << 20;
 constexpr int kHexPreviewBytes = 4096;
+
+// The preview picture, scaled to the pane whenever the pane changes size. It asks for no size of
+// its own: a large picture must not widen the pane, nor an empty one shrink it.
+class CPictureView final : public QLabel {
+public:
+    CPictureView() {
+        setAlignment(Qt::AlignCenter);
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Ignored);
+        setMinimumSize(120, 90);
+    }
+    void SetPicture(const QImage& img) {
+        m_picture = QPixmap::fromImage(img);
+        Rescale();
+    }
+    void Clear() {
+        m_picture = QPixmap();
+        clear();
+    }
+
+protected:
+    void resizeEvent(QResizeEvent* e) override {
+        QLabel::resizeEvent(e);
+        Rescale();
+    }
+
+private:
+    void Rescale() {
+        if (m_picture.isNull()) return;
+        QSize room = contentsRect().size();
+        if (room.isEmpty()) {
+            setPixmap(m_picture); // not laid out yet: scaled on the first resize
+            return;
+        }
+        // Never blown up past its own size: a small picture stays sharp.
+        setPixmap(m_picture.size().width() <= room.width() && m_picture.size().height() <= room.height()
+                      ? m_picture
+                      : m_picture.scaled(room, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    }
+    QPixmap m_picture;
+};
 
 } // namespace
 
@@ -72,11 +114,15 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     bar->addWidget(m_unmarkAll);
     bar->addWidget(m_find);
     bar->addStretch();
-    bar->addWidget(m_collisionLabel);
-    bar->addWidget(m_collision);
-    bar->addWidget(m_saveZip);
-    bar->addWidget(m_save);
-    bar->addWidget(m_newScan);
+    // The save choices get a row of their own below the panes: one row for everything cuts
+    // labels in the longer languages.
+    auto* saveBar = new QHBoxLayout;
+    saveBar->addWidget(m_collisionLabel);
+    saveBar->addWidget(m_collision);
+    saveBar->addWidget(m_saveZip);
+    saveBar->addStretch();
+    saveBar->addWidget(m_newScan);
+    saveBar->addWidget(m_save);
 
     m_treeModel = new CFolderTreeModel(m_results, this);
     m_listModel = new CFileListModel(m_results, this);
@@ -126,18 +172,21 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
         }
     });
 
-    auto* previewBox = new QWidget;
-    auto* pv = new QVBoxLayout(previewBox);
-    pv->setContentsMargins(0, 0, 0, 0);
-    m_preview = new QLabel;
-    m_preview->setObjectName("preview");
-    m_preview->setAlignment(Qt::AlignCenter);
-    m_preview->setMinimumSize(200, 150);
+    // The preview: a picture or the text and hex view, one at a time in the same place, so the
+    // panes keep their sizes whatever is selected (or when nothing is).
+    auto* picture = new CPictureView;
+    picture->setObjectName("preview");
+    m_preview = picture;
     m_previewText = new QPlainTextEdit;
+    m_previewText->setObjectName("previewText");
     m_previewText->setReadOnly(true);
-    m_previewText->setFont(QFont("Monospace"));
-    pv->addWidget(m_preview, 1);
-    pv->addWidget(m_previewText, 1);
+    m_previewText->setLineWrapMode(QPlainTextEdit::NoWrap);
+    m_previewText->setFont(FixedWidthFont());
+    m_previewStack = new QStackedWidget;
+    m_previewStack->setObjectName("previewPane");
+    m_previewStack->addWidget(m_preview);
+    m_previewStack->addWidget(m_previewText);
+    m_previewStack->setMinimumWidth(160);
 
     m_typesModel = new CFileTypesModel(m_results, this);
     m_typesView = new QTreeView;
@@ -148,6 +197,9 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
             [this](const QModelIndex& cur) { m_listModel->SetItems(m_typesModel->FilesOf(cur)); });
     connect(&m_results, &CResultsState::Reset, this, [this] { m_typesView->expandAll(); });
     m_leftTabs = new QTabWidget;
+    // Whole tab names: the pane is never narrower than its tabs.
+    m_leftTabs->tabBar()->setElideMode(Qt::ElideNone);
+    m_leftTabs->tabBar()->setUsesScrollButtons(false);
     m_leftTabs->addTab(m_folderView, QString());
     m_leftTabs->addTab(m_typesView, QString());
     // Switching views shows the list of the view's current item.
@@ -159,12 +211,15 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     auto* split = new QSplitter;
     split->addWidget(m_leftTabs);
     split->addWidget(m_listView);
-    split->addWidget(previewBox);
+    split->addWidget(m_previewStack);
+    split->setChildrenCollapsible(false);
     split->setStretchFactor(0, 1);
     split->setStretchFactor(1, 3);
-    split->setStretchFactor(2, 1);
+    split->setStretchFactor(2, 2);
+    split->setSizes({200, 450, 250});
     v->addLayout(bar);
     v->addWidget(split, 1);
+    v->addLayout(saveBar);
 }
 
 void CResultsPage::Show(CNode* tree) {
@@ -174,8 +229,7 @@ void CResultsPage::Show(CNode* tree) {
     m_leftTabs->setCurrentIndex(0);
     m_listModel->SetFolder(tree);
     m_results.SetTop(tree);
-    m_preview->clear();
-    m_previewText->clear();
+    ShowPreview(nullptr);
 }
 
 void CResultsPage::Retranslate() {
@@ -205,10 +259,10 @@ bool CResultsPage::SaveIntoZip() const { return m_saveZip->isChecked(); }
 QString CResultsPage::SaveZipText() const { return m_saveZip->text(); }
 
 void CResultsPage::ShowPreview(CNode* n) {
-    m_preview->clear();
+    auto* picture = static_cast<CPictureView*>(m_preview);
+    picture->Clear();
     m_previewText->clear();
-    m_preview->setVisible(true);
-    m_previewText->setVisible(false);
+    m_previewStack->setCurrentWidget(picture);
     if (!n || n->IsFolder() || !m_media) return;
     QByteArray bytes;
     bool raw = IsCameraRawName(QString::fromStdU16String(n->name));
@@ -221,13 +275,10 @@ void CResultsPage::ShowPreview(CNode* n) {
     });
     QImage img = DecodePreviewImage(bytes, raw);
     if (!img.isNull()) {
-        m_previewText->setVisible(false);
-        m_preview->setPixmap(QPixmap::fromImage(img).scaled(m_preview->parentWidget()->size(), Qt::KeepAspectRatio,
-                                                            Qt::SmoothTransformation));
+        picture->SetPicture(img);
         return;
     }
-    m_preview->setVisible(false);
-    m_previewText->setVisible(true);
+    m_previewStack->setCurrentWidget(m_previewText);
     m_previewText->setPlainText(PreviewText(bytes, kHexPreviewBytes));
 }
 

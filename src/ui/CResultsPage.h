@@ -17,6 +17,7 @@ class QLabel;
 class QPlainTextEdit;
 class QPushButton;
 class QSortFilterProxyModel;
+class QStackedWidget;
 class QTabWidget;
 class QTreeView;
 
@@ -102,6 +103,7 @@ private:
     QLabel* m_collisionLabel = nullptr;
     QLabel* m_preview = nullptr;
     QPlainTextEdit* m_previewText = nullptr;
+    QStackedWidget* m_previewStack = nullptr;
 };
 
 } // namespace kestrin::ui
