@@ -139,6 +139,8 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     m_listView->setRootIsDecorated(false);
     m_listView->setSortingEnabled(true);
     m_listView->sortByColumn(CFileListModel::kName, Qt::AscendingOrder);
+    // Size and dates as wide as they need, the name gets the rest.
+    m_listView->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_listView->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     connect(m_folderView->selectionModel(), &QItemSelectionModel::currentChanged, this,
             [this](const QModelIndex& cur) { m_listModel->SetFolder(CFolderTreeModel::NodeOf(cur)); });
@@ -215,8 +217,8 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     split->setChildrenCollapsible(false);
     split->setStretchFactor(0, 1);
     split->setStretchFactor(1, 3);
-    split->setStretchFactor(2, 2);
-    split->setSizes({200, 450, 250});
+    split->setStretchFactor(2, 1);
+    split->setSizes({190, 490, 220});
     v->addLayout(bar);
     v->addWidget(split, 1);
     v->addLayout(saveBar);
