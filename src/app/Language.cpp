@@ -112,6 +112,14 @@ std::string Text(std::string_view id) {
     return it == s.texts.end() ? std::string() : it->second;
 }
 
+bool HaveTexts() {
+    LanguageState& s = State();
+    std::lock_guard g(s.lock);
+    EnsureInitLocked(s);
+    LoadTextsLocked(s);
+    return !s.texts.empty();
+}
+
 bool ChangeLanguage(int index) {
     LanguageState& s = State();
     std::lock_guard g(s.lock);

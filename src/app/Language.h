@@ -35,6 +35,8 @@ AppPaths& InitLanguage(const std::string& programFolder = {});
 AppPaths& CurrentPaths();
 // Text of `id` in the current language file; empty when missing. UTF-8.
 std::string Text(std::string_view id);
+// Whether the current language file was read and holds any text.
+bool HaveTexts();
 // Menu command 40043 + index. Returns false when nothing changed (same language, or an index
 // outside the language table).
 bool ChangeLanguage(int index);

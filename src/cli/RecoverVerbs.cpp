@@ -18,6 +18,7 @@
 #include "cli/Verbs.h"
 #include "fs/CNode.h"
 #include "output/DiskImage.h"
+#include "session/ImagePlan.h"
 #include "output/OutputGuard.h"
 #include "output/Saver.h"
 #include "output/SessionFile.h"
@@ -393,30 +394,19 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
             result.exitCode = kExitUsage;
             return;
         }
-        {
-            std::vector<platform::FileIdentity> ids = SourceIdentities(*src.media);
-            AddSourcePath(ids, o->source);
-            if (!CheckPlannedOutputs({{PlannedOutput::Kind::Device, o->out}, {PlannedOutput::Kind::File, o->out + ".map"}},
-                                     ids, o->overwrite)) {
-                result.exitCode = kExitUsage;
-                return;
-            }
+        if (OutputCheck check = CheckImageTarget(src, o->source, o->out, o->overwrite); !check.ok()) {
+            std::fprintf(stderr, "kestrin: %s\n", TextOf(DescribeOutputProblem(check)).c_str());
+            result.exitCode = kExitUsage;
+            return;
         }
-        SelectWholeSource(src);
-        if (!o->partition.empty()) {
-            size_t n = size_t(std::stoul(o->partition));
-            if (n == 0 || n > src.partitions.size() || !SelectListedPartition(src, n - 1)) {
-                std::fprintf(stderr, "kestrin: there is no partition %s\n%s", o->partition.c_str(),
-                             DescribePartitions(src).c_str());
-                result.exitCode = kExitUsage;
-                return;
-            }
-            // The copy covers the partition's whole range as the table gives it: on a truncated
-            // image the sectors past the end are copied as bad sectors, not left out unnoticed.
-            const PartitionRecord& r = src.partitions[n - 1];
-            uint64_t declared = RecordSectorCount(r, src.layout);
-            if (!DynamicVolumeOf(src, n - 1) && declared > src.media->GetSectorCount() && declared < (1ull << 48))
-                src.media->SetSectorCount(declared);
+        // --partition N is entry N - 1 of the list; without it the whole source is copied.
+        unsigned long n = o->partition.empty() ? 0 : std::stoul(o->partition);
+        bool badNumber = !o->partition.empty() && (n == 0 || n > src.partitions.size());
+        if (badNumber || !SelectImageRange(src, int(n) - 1)) {
+            std::fprintf(stderr, "kestrin: there is no partition %s\n%s", o->partition.c_str(),
+                         DescribePartitions(src).c_str());
+            result.exitCode = kExitUsage;
+            return;
         }
         CliMessages msgs;
         ImageResult r;

@@ -528,7 +528,18 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
         if (options.openSource) {
             bool image = deviceKind == kNotByName || sourceKind == SourceKind::ImagePartition || sourceKind == SourceKind::ImageFile;
             if (image) {
-                if (!media->AttachImageFile(ToUtf8(sourcePath), sectorSize)) {
+                bool attached = media->AttachImageFile(ToUtf8(sourcePath), sectorSize);
+                if (!attached && options.locateImage) {
+                    // The tree is read again from the file at its new place; the session keeps
+                    // that place from now on.
+                    std::string moved = options.locateImage(ToUtf8(sourcePath));
+                    if (!moved.empty() && media->AttachImageFile(moved, sectorSize)) {
+                        attached = true;
+                        sourcePath = ToUtf16(moved);
+                        out.sourcePath = sourcePath;
+                    }
+                }
+                if (!attached) {
                     out = SessionData{};
                     Inform(messages, "IDS_SOURCE_IMAGE_NOT_FOUND");
                     return false;

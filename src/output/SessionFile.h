@@ -3,6 +3,7 @@
 // the drive lists, so that a finished scan can be browsed and saved again without rescanning.
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -61,6 +62,9 @@ struct ReadSessionOptions {
     // Re-open the stored source by its path (the normal case). Off for listing a session whose
     // source is gone, and for fuzzing.
     bool openSource = true;
+    // Asked for the image file's new place when the one the session was made from cannot be
+    // opened where it was (moved or renamed); an empty answer leaves the session unopened.
+    std::function<std::string(const std::string& missingPath)> locateImage;
 };
 
 struct SessionData {

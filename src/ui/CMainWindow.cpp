@@ -2,6 +2,7 @@
 
 #include <QActionGroup>
 #include <QHBoxLayout>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMenuBar>
 #include <QPushButton>
@@ -18,6 +19,7 @@
 #include "scan/CScanDriver.h"
 #include "scan/OperationRules.h"
 #include "ui/CDrivePage.h"
+#include "ui/CImageDialog.h"
 #include "ui/CQtMessages.h"
 #include "ui/CResultsPage.h"
 #include "ui/CScanMan.h"
@@ -41,6 +43,10 @@ CMainWindow::CMainWindow(IDesktop& desktop, QWidget* parent) : QMainWindow(paren
     });
     connect(m_drivePage, &CDrivePage::BackRequested, this, [this] { SetPage(kModePage); });
     connect(m_drivePage, &CDrivePage::FileTypesRequested, this, &CMainWindow::ChooseFileTypes);
+    connect(m_drivePage, &CDrivePage::ImageRequested, this, [this](const QString& path, int partition) {
+        CImageDialog dlg(m_desktop, path, partition, this);
+        dlg.exec();
+    });
     m_pages->addWidget(m_drivePage);
     BuildPartitionPage();
     m_resultsPage = new CResultsPage(m_results, m_desktop);
@@ -154,6 +160,8 @@ void CMainWindow::BuildPartitionPage() {
     m_partitions->setObjectName("partitions");
     m_partitions->setColumnCount(6);
     m_partitions->setRootIsDecorated(false);
+    // Every column as wide as its header or its widest line, in every language.
+    m_partitions->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
     connect(m_partitions, &QTreeWidget::itemDoubleClicked, this,
             [this](QTreeWidgetItem* it) { ScanPartition(it->data(0, Qt::UserRole).toInt()); });
     m_partBack = new QPushButton;
@@ -258,7 +266,7 @@ bool CMainWindow::OpenAndContinue(const QString& path, int partition) {
             text += "\n\n" + Tx("IDS_UI_NEED_RIGHTS",
                                 "Reading drives needs administrator rights: start Kestrin with sudo, or add your "
                                 "user to the \"disk\" group. Image files can always be opened.");
-        m_desktop.Inform(this, text);
+        m_desktop.Fail(this, text);
         return false;
     }
     m_haveSource = true;

@@ -106,7 +106,7 @@ void CMainWindow::OnSave() {
         // The saver tells an archive from a folder by this ending.
         if (!destination.isEmpty() && !destination.endsWith(".zip", Qt::CaseInsensitive)) destination += ".zip";
     } else {
-        destination = QFileDialog::getExistingDirectory(this, Tx("IDS_UI_SAVE_TO", "Choose the folder to save into"));
+        destination = QFileDialog::getExistingDirectory(this, Tx("IDS_UI_SAVE_TO", "Browse for save folder"));
     }
     if (destination.isEmpty()) return;
     SaveTo(destination, m_resultsPage->CollisionMode());
@@ -226,6 +226,13 @@ bool CMainWindow::OpenSession(const QString& path, bool fromOutside) {
     ReadSessionOptions options;
     options.requestedFromOutside = fromOutside;
     options.currentMode = m_mode;
+    // An image file that moved since the session was saved can be found again.
+    options.locateImage = [this](const std::string& missing) {
+        QString m = QString::fromStdString(missing);
+        QString question = Tx("IDS_UI_IMAGE_MOVED", "The image file this session was made from is not where it was:") +
+                           "\n" + m + "\n\n" + Tx("IDS_UI_LOCATE_IMAGE", "Browse for it?");
+        return m_desktop.Locate(this, question, m).toStdString();
+    };
     SessionData session;
     if (!ReadSession(path.toStdString(), options, session, messages)) return false;
     m_results.SetTop(nullptr);

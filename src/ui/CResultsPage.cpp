@@ -14,6 +14,7 @@
 #include <QSplitter>
 #include <QStackedWidget>
 #include <QToolButton>
+#include <QTabBar>
 #include <QTabWidget>
 #include <QTreeView>
 #include <QUrl>
@@ -44,6 +45,46 @@ namespace {
 constexpr size_t kPreviewLimit = 8u << 20;
 constexpr size_t kRawPreviewLimit = 48u << 20;
 constexpr int kHexPreviewBytes = 4096;
+
+// The preview picture, scaled to the pane whenever the pane changes size. It asks for no size of
+// its own: a large picture must not widen the pane, nor an empty one shrink it.
+class CPictureView final : public QLabel {
+public:
+    CPictureView() {
+        setAlignment(Qt::AlignCenter);
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Ignored);
+        setMinimumSize(120, 90);
+    }
+    void SetPicture(const QImage& img) {
+        m_picture = QPixmap::fromImage(img);
+        Rescale();
+    }
+    void Clear() {
+        m_picture = QPixmap();
+        clear();
+    }
+
+protected:
+    void resizeEvent(QResizeEvent* e) override {
+        QLabel::resizeEvent(e);
+        Rescale();
+    }
+
+private:
+    void Rescale() {
+        if (m_picture.isNull()) return;
+        QSize room = contentsRect().size();
+        if (room.isEmpty()) {
+            setPixmap(m_picture); // not laid out yet: scaled on the first resize
+            return;
+        }
+        // Never blown up past its own size: a small picture stays sharp.
+        setPixmap(m_picture.size().width() <= room.width() && m_picture.size().height() <= room.height()
+                      ? m_picture
+                      : m_picture.scaled(room, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    }
+    QPixmap m_picture;
+};
 
 } // namespace
 
@@ -96,11 +137,15 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     bar->addWidget(m_findPreviousButton);
     bar->addWidget(m_findNextButton);
     bar->addStretch();
-    bar->addWidget(m_collisionLabel);
-    bar->addWidget(m_collision);
-    bar->addWidget(m_saveZip);
-    bar->addWidget(m_save);
-    bar->addWidget(m_newScan);
+    // The save choices get a row of their own below the panes: one row for everything cuts
+    // labels in the longer languages.
+    auto* saveBar = new QHBoxLayout;
+    saveBar->addWidget(m_collisionLabel);
+    saveBar->addWidget(m_collision);
+    saveBar->addWidget(m_saveZip);
+    saveBar->addStretch();
+    saveBar->addWidget(m_newScan);
+    saveBar->addWidget(m_save);
 
     m_filterBar = new CFilterBar;
     m_filterBar->setObjectName("filterBar");
@@ -132,6 +177,8 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     m_listView->setUniformRowHeights(true);
     m_listView->setSortingEnabled(true);
     m_listView->sortByColumn(CFileListModel::kName, Qt::AscendingOrder);
+    // Size and dates as wide as they need, the name gets the rest.
+    m_listView->header()->setSectionResizeMode(QHeaderView::ResizeToContents);
     m_listView->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     connect(m_folderView->selectionModel(), &QItemSelectionModel::currentChanged, this,
             [this](const QModelIndex& cur) { m_listModel->SetFolder(m_treeFilter->NodeOf(cur)); });
@@ -173,18 +220,22 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     m_listStack->addWidget(m_listView);
     m_listStack->addWidget(m_thumbView);
 
-    auto* previewBox = new QWidget;
-    auto* pv = new QVBoxLayout(previewBox);
-    pv->setContentsMargins(0, 0, 0, 0);
-    m_preview = new QLabel;
-    m_preview->setObjectName("preview");
-    m_preview->setAlignment(Qt::AlignCenter);
-    m_preview->setMinimumSize(200, 150);
+
+    // The preview: a picture or the text and hex view, one at a time in the same place, so the
+    // panes keep their sizes whatever is selected (or when nothing is).
+    auto* picture = new CPictureView;
+    picture->setObjectName("preview");
+    m_preview = picture;
     m_previewText = new QPlainTextEdit;
+    m_previewText->setObjectName("previewText");
     m_previewText->setReadOnly(true);
-    m_previewText->setFont(QFont("Monospace"));
-    pv->addWidget(m_preview, 1);
-    pv->addWidget(m_previewText, 1);
+    m_previewText->setLineWrapMode(QPlainTextEdit::NoWrap);
+    m_previewText->setFont(FixedWidthFont());
+    m_previewStack = new QStackedWidget;
+    m_previewStack->setObjectName("previewPane");
+    m_previewStack->addWidget(m_preview);
+    m_previewStack->addWidget(m_previewText);
+    m_previewStack->setMinimumWidth(160);
 
     m_typesModel = new CFileTypesModel(m_results, this);
     m_typesView = new QTreeView;
@@ -196,6 +247,9 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     connect(&m_results, &CResultsState::Reset, this, [this] { m_typesView->expandAll(); });
     connect(&m_results, &CResultsState::ViewChanged, this, [this] { m_typesView->expandAll(); });
     m_leftTabs = new QTabWidget;
+    // Whole tab names: the pane is never narrower than its tabs.
+    m_leftTabs->tabBar()->setElideMode(Qt::ElideNone);
+    m_leftTabs->tabBar()->setUsesScrollButtons(false);
     m_leftTabs->addTab(m_folderView, QString());
     m_leftTabs->addTab(m_typesView, QString());
     // Switching views shows the list of the view's current item.
@@ -207,10 +261,12 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     auto* split = new QSplitter;
     split->addWidget(m_leftTabs);
     split->addWidget(m_listStack);
-    split->addWidget(previewBox);
+    split->addWidget(m_previewStack);
+    split->setChildrenCollapsible(false);
     split->setStretchFactor(0, 1);
     split->setStretchFactor(1, 3);
     split->setStretchFactor(2, 1);
+    split->setSizes({190, 490, 220});
     m_findStatus = new QLabel;
     m_findStatus->setObjectName("findStatus");
     // One line kept free, so a message does not move the views.
@@ -233,6 +289,7 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     v->addWidget(m_notice);
     v->addWidget(split, 1);
     v->addWidget(m_findStatus);
+    v->addLayout(saveBar);
     v->addWidget(m_summary);
     ApplyFilter();
 }
@@ -308,8 +365,7 @@ void CResultsPage::Show(CNode* tree) {
     m_listModel->SetFolder(tree);
     m_results.SetTop(tree);
     ApplyFilter();
-    m_preview->clear();
-    m_previewText->clear();
+    ShowPreview(nullptr);
 }
 
 void CResultsPage::Retranslate() {
@@ -345,10 +401,10 @@ bool CResultsPage::SaveIntoZip() const { return m_saveZip->isChecked(); }
 QString CResultsPage::SaveZipText() const { return m_saveZip->text(); }
 
 void CResultsPage::ShowPreview(CNode* n) {
-    m_preview->clear();
+    auto* picture = static_cast<CPictureView*>(m_preview);
+    picture->Clear();
     m_previewText->clear();
-    m_preview->setVisible(true);
-    m_previewText->setVisible(false);
+    m_previewStack->setCurrentWidget(picture);
     if (!n || n->IsFolder() || !m_media) return;
     QByteArray bytes;
     bool raw = IsCameraRawName(QString::fromStdU16String(n->name));
@@ -361,13 +417,10 @@ void CResultsPage::ShowPreview(CNode* n) {
     });
     QImage img = DecodePreviewImage(bytes, raw);
     if (!img.isNull()) {
-        m_previewText->setVisible(false);
-        m_preview->setPixmap(QPixmap::fromImage(img).scaled(m_preview->parentWidget()->size(), Qt::KeepAspectRatio,
-                                                            Qt::SmoothTransformation));
+        picture->SetPicture(img);
         return;
     }
-    m_preview->setVisible(false);
-    m_previewText->setVisible(true);
+    m_previewStack->setCurrentWidget(m_previewText);
     m_previewText->setPlainText(PreviewText(bytes, kHexPreviewBytes));
 }
 

@@ -21,6 +21,7 @@ class QListView;
 class QModelIndex;
 class QPlainTextEdit;
 class QPushButton;
+class QSortFilterProxyModel;
 class QStackedWidget;
 class QTabWidget;
 class QToolButton;
@@ -153,6 +154,7 @@ private:
     QLabel* m_notice = nullptr;
     QLabel* m_summary = nullptr;
     QPlainTextEdit* m_previewText = nullptr;
+    QStackedWidget* m_previewStack = nullptr;
 };
 
 } // namespace kestrin::ui

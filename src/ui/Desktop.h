@@ -22,10 +22,15 @@ public:
                                 const QString& action) = 0;
     // Shows `folder` in the system's file manager; false when none started.
     virtual bool OpenFolder(const QString& folder) = 0;
+    // Asks `question` (captioned "IDS_CONFIRM") with Browse... and Cancel; Browse lets the user
+    // choose the file that replaces `missingPath`. Empty when cancelled.
+    virtual QString Locate(QWidget* parent, const QString& question, const QString& missingPath) = 0;
 
-    // The same under the program's own caption.
+    // The same under the program's own caption ("IDS_KESTRIN"); `Fail` with the error icon, for
+    // what did not happen. Questions are captioned "IDS_CONFIRM".
     void Inform(QWidget* parent, const QString& text);
     void Warn(QWidget* parent, const QString& text);
+    void Fail(QWidget* parent, const QString& text);
     bool Ask(QWidget* parent, const QString& text, bool defaultYes = true);
 };
 
@@ -38,6 +43,7 @@ public:
     bool TellWithAction(QWidget* parent, const QString& caption, const QString& text, Sign sign,
                         const QString& action) override;
     bool OpenFolder(const QString& folder) override;
+    QString Locate(QWidget* parent, const QString& question, const QString& missingPath) override;
     using IDesktop::Ask;
 };
 

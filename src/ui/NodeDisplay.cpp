@@ -34,15 +34,16 @@ QIcon NodeIcon(const CNode* n) {
     static const QIcon file = qApp->style()->standardIcon(QStyle::SP_FileIcon);
     static const QIcon deletedFolder = WithCross(folder);
     static const QIcon deletedFile = WithCross(file);
-    // Carved files carry no in-use flag: only file-system items count as deleted.
-    bool deleted = n->parent && n->IsDeleted() && !n->carved;
+    // Whatever lacks the in-use flag carries the mark: deleted file-system items and carved
+    // files alike. The top of the tree is no item.
+    bool deleted = n->parent && n->IsDeleted();
     if (n->IsFolder()) return deleted ? deletedFolder : folder;
     return deleted ? deletedFile : file;
 }
 
 QString NodeSize(const CNode* n) {
-    if (n->IsFolder()) return {};
-    return QString::fromStdString(FormatSizeKB(n->size));
+    // A folder's own size is no sum of its content: every folder reads "0 KB".
+    return QString::fromStdString(FormatSizeKB(n->IsFolder() ? 0 : n->size));
 }
 
 QString NodeDate(uint16_t dosDate) { return QString::fromStdString(FormatDosDateShort(dosDate)); }

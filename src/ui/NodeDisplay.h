@@ -9,8 +9,9 @@
 namespace kestrin::ui {
 
 QString NodeName(const CNode* n);
-// Folder or file icon; deleted items get the red cross overlay.
+// Folder or file icon; items without the in-use flag (deleted or carved) get the red cross.
 QIcon NodeIcon(const CNode* n);
+// "12 KB"; folders "0 KB".
 QString NodeSize(const CNode* n);
 QString NodeDate(uint16_t dosDate);
 

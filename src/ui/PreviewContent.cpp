@@ -3,11 +3,24 @@
 #include <QBuffer>
 #include <QFileInfo>
 #include <QImageReader>
+#include <QFontDatabase>
+#include <QFontMetrics>
 #include <QStringList>
 
 #include "carve/EmbeddedJpeg.h"
 
 namespace kestrin::ui {
+
+QFont FixedWidthFont() {
+    QFont f = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    // Measured rather than asked: some monospace fonts do not declare themselves so.
+    QFontMetrics fm(f);
+    if (fm.horizontalAdvance("iiii") == fm.horizontalAdvance("MMMM")) return f;
+    f.setFamily("Monospace");
+    f.setStyleHint(QFont::TypeWriter);
+    f.setFixedPitch(true);
+    return f;
+}
 
 bool IsCameraRawName(const QString& name) {
     static const QStringList kRaw = {"3fr", "arw", "cr2", "crw", "dcr", "dng", "erf", "kdc", "mef", "mos", "mrw",

@@ -2,11 +2,15 @@
 // What the preview pane makes of a found file's first bytes: a picture (the file's own, or the
 // JPEG preview a camera raw file carries), else text, else a hex dump.
 #include <QByteArray>
+#include <QFont>
 #include <QImage>
 #include <QString>
 
 namespace kestrin::ui {
 
+// A font whose characters are all as wide, for the hex view: the system's, else a monospace
+// family the font configuration resolves.
+QFont FixedWidthFont();
 // By the name's extension: the raw formats of digital cameras.
 bool IsCameraRawName(const QString& name);
 // The file's picture when Qt reads its format, else the largest JPEG inside it that decodes and

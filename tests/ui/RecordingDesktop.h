@@ -1,7 +1,8 @@
 #pragma once
 // Stands in for the message boxes and the system's viewer: every text shown or asked lands in
-// `texts`, questions get `answer` (or what `onAsk` says), and the viewer is `viewer` (none by
-// default, so nothing outside the test is ever started); folders asked to be shown are listed.
+// `texts` (with its caption and kind in `boxes`), questions get `answer` (or what `onAsk` says),
+// a file to locate is `located` (none by default), and the viewer is `viewer` (none by default,
+// so nothing outside the test is ever started); folders asked to be shown are listed.
 #include <QStringList>
 #include <functional>
 
@@ -13,10 +14,22 @@ class RecordingDesktop final : public ui::IDesktop {
 public:
     explicit RecordingDesktop(QStringList* texts = nullptr) : m_texts(texts) {}
 
-    void Tell(QWidget*, const QString&, const QString& text, Sign) override { Record(text); }
-    bool Ask(QWidget*, const QString&, const QString& text, bool) override {
-        Record(text);
+    enum class Kind { Information, Warning, Error, Question };
+    struct Box {
+        Kind kind;
+        QString caption, text;
+    };
+
+    void Tell(QWidget*, const QString& caption, const QString& text, Sign sign) override {
+        Record(sign == Sign::Error ? Kind::Error : sign == Sign::Warning ? Kind::Warning : Kind::Information, caption, text);
+    }
+    bool Ask(QWidget*, const QString& caption, const QString& text, bool) override {
+        Record(Kind::Question, caption, text);
         return onAsk ? onAsk(text) : answer;
+    }
+    QString Locate(QWidget*, const QString& question, const QString& missing) override {
+        Record(Kind::Question, {}, question);
+        return located ? located(missing) : QString();
     }
     bool OpenInViewer(const QString& path) override { return viewer ? viewer(path) : false; }
     // Records the text and the action offered; chooses the action when `chooseAction` is set.
@@ -38,9 +51,12 @@ public:
     bool chooseAction = false;
     QStringList actionsOffered;
     QStringList foldersOpened;
+    std::function<QString(const QString&)> located;
+    QList<Box> boxes;
 
 private:
-    void Record(const QString& text) {
+    void Record(Kind kind, const QString& caption, const QString& text) {
+        boxes.push_back({kind, caption, text});
         if (m_texts) *m_texts << text;
     }
     QStringList* m_texts;

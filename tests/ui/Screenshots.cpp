@@ -90,7 +90,8 @@ int main(int argc, char** argv) {
     QDir out(argv[1]);
     out.mkpath(".");
     app::InitLanguage(KESTRIN_BINARY_DIR);
-    app::UseLanguageByName("English");
+    // KESTRIN_SHOT_LANG=French and so on for the pages in another language.
+    app::UseLanguageByName(qEnvironmentVariable("KESTRIN_SHOT_LANG", "English").toStdString());
     test::RecordingDesktop desktop;
     // The bundled sample under a short path of its own, so that no build path shows.
     QString image = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString("/tmp/Images/sample-disk.img");
@@ -101,7 +102,8 @@ int main(int argc, char** argv) {
     }
 
     CMainWindow w(desktop);
-    w.resize(1100, 660);
+    // KESTRIN_SHOT_DEFAULT_SIZE=1: the size the window opens with instead of the documentation's.
+    if (!qEnvironmentVariableIsSet("KESTRIN_SHOT_DEFAULT_SIZE")) w.resize(1100, 660);
     w.show();
     for (int t = 0; t < 3; ++t) {
         w.ShowModeTab(t);

@@ -429,8 +429,8 @@ private slots:
         CMainWindow gone(m_desktop);
         m_messages.clear();
         QVERIFY(!gone.OpenSessionFromMenu(session));
-        QCOMPARE(m_messages.size(), 1);
-        QVERIFY2(m_messages[0].contains(T("IDS_SOURCE_IMAGE_NOT_FOUND")), qPrintable(m_messages[0]));
+        QCOMPARE(m_messages.size(), 2); // the offer to look for it, declined, then the refusal
+        QVERIFY2(m_messages[1].contains(T("IDS_SOURCE_IMAGE_NOT_FOUND")), qPrintable(m_messages[1]));
     }
 
     // Leaving unsaved results asks whether to save the session: Cancel stays, No leaves; once
