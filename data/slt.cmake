@@ -6,4 +6,4 @@ add_custom_command(OUTPUT ${KESTRIN_PROGRAM_DIR}/slt.dat
     COMMENT "Generating slt.dat")
 add_custom_target(kestrin_slt ALL DEPENDS ${KESTRIN_PROGRAM_DIR}/slt.dat)
 add_dependencies(kestrin_data kestrin_slt)
-install(FILES ${KESTRIN_PROGRAM_DIR}/slt.dat DESTINATION .)
+install(FILES ${KESTRIN_PROGRAM_DIR}/slt.dat DESTINATION ${CMAKE_INSTALL_DATADIR}/kestrin)

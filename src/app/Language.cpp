@@ -1,9 +1,11 @@
 #include "app/Language.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <unordered_map>
 
+#include "app/AppFolders.h"
 #include "app/CIniFile.h"
 #include "platform/Platform.h"
 #include "util/Text.h"
@@ -40,12 +42,16 @@ std::string LanguageFilePath(const std::string& folder, int index, const char* e
     return folder + kSep + "Lang" + kSep + kLanguageNames[index] + extension;
 }
 
-void InitLocked(LanguageState& s, const std::string& programFolder) {
+void InitLocked(LanguageState& s, const std::string& root, LanguageFrom from) {
     s.paths = AppPaths{};
-    s.paths.programFolder = programFolder.empty() ? platform::ProgramFolder() : programFolder;
-    s.paths.settingsFile = s.paths.programFolder + kSep + "settings.ini";
-    int index = ParseLanguageIndex(
-        ReadProfileString(kSection, kLanguageKey, s.paths.settingsFile, kSettingsBufferChars));
+    ProgramData data = FindProgramData(root.empty() ? platform::ProgramFolder() : root);
+    s.paths.programFolder = data.folder;
+    s.paths.configFolder = ChooseConfigFolder(data, platform::FolderWritable(data.folder), UserConfigFolder());
+    s.paths.settingsFile = s.paths.configFolder + kSep + kSettingsFileName;
+    int index = from == LanguageFrom::Environment
+                    ? LanguageFromEnvironment(+[](const char* name) -> const char* { return std::getenv(name); })
+                    : ParseLanguageIndex(ReadProfileString(kSection, kLanguageKey, s.paths.settingsFile,
+                                                           kSettingsBufferChars));
     // Only 0 to 4 are ever written, and the value is used as an index into the language table
     // without a check; a hand-edited value outside the table falls back to English instead of
     // reading past it.
@@ -57,7 +63,7 @@ void InitLocked(LanguageState& s, const std::string& programFolder) {
 }
 
 void EnsureInitLocked(LanguageState& s) {
-    if (!s.initialised) InitLocked(s, {});
+    if (!s.initialised) InitLocked(s, {}, LanguageFrom::Settings);
 }
 
 void LoadTextsLocked(LanguageState& s) {
@@ -76,6 +82,35 @@ void LoadTextsLocked(LanguageState& s) {
 
 } // namespace
 
+int LanguageIndexOfLocale(std::string_view locale) {
+    // "ll", "ll_CC", "ll.codeset", "ll@modifier" and their combinations.
+    size_t end = locale.find_first_of("_.@-");
+    std::string_view code = locale.substr(0, end);
+    for (int i = 0; i < kLanguageCount; ++i)
+        if (EqualsNoCase(code, kLanguageCodes[i])) return i;
+    return -1;
+}
+
+int LanguageFromEnvironment(const char* (*get)(const char*)) {
+    if (const char* list = get("LANGUAGE"); list && *list) {
+        std::string_view rest = list;
+        while (!rest.empty()) {
+            size_t colon = rest.find(':');
+            int index = LanguageIndexOfLocale(rest.substr(0, colon));
+            if (index >= 0) return index;
+            if (colon == std::string_view::npos) break;
+            rest.remove_prefix(colon + 1);
+        }
+    }
+    for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+        const char* value = get(name);
+        if (!value || !*value) continue;
+        int index = LanguageIndexOfLocale(value);
+        return index < 0 ? 0 : index;
+    }
+    return 0;
+}
+
 int ParseLanguageIndex(std::string_view value) {
     size_t i = 0;
     while (i < value.size() && (value[i] == ' ' || value[i] == '\t')) ++i;
@@ -89,10 +124,10 @@ int ParseLanguageIndex(std::string_view value) {
     return int(negative ? -n : n);
 }
 
-AppPaths& InitLanguage(const std::string& programFolder) {
+AppPaths& InitLanguage(const std::string& root, LanguageFrom from) {
     LanguageState& s = State();
     std::lock_guard g(s.lock);
-    InitLocked(s, programFolder);
+    InitLocked(s, root, from);
     return s.paths;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // Language files and settings: every user-visible text is looked up by an "IDS_" identifier in
-// the current language file under the program folder.
+// the current language file under the program folder. The desktop program keeps its language in
+// settings.ini; the command line takes its own from --lang or the environment.
 //
 // All functions are safe to call from any thread. Text() initialises from the running
 // executable's folder on first use when InitLanguage() was not called.
@@ -21,17 +22,27 @@ inline constexpr int kLanguageMenuFirst = 40043;
 inline constexpr size_t kSettingsBufferChars = 100;
 inline constexpr size_t kTextBufferChars = 1000;
 
-// Program folder, settings file and language file of this process.
+// Two-letter codes of the languages, in table order.
+inline constexpr const char* kLanguageCodes[5] = {"en", "fr", "de", "it", "es"};
+
+// Program folder, configuration folder, settings file and language file of this process.
 struct AppPaths {
-    std::string programFolder;
+    std::string programFolder; // the shipped files: Lang/, and the first settings.ini and slt.dat
+    std::string configFolder;  // settings.ini and slt.dat as read and written (see AppFolders.h)
     std::string settingsFile;
     std::string languageFile;
     int languageIndex = 0;
 };
 
-// Start-up: program folder, settings file, language index, language file (".ini").
-// `programFolder` empty means the running executable's.
-AppPaths& InitLanguage(const std::string& programFolder = {});
+// Where the language at start comes from.
+enum class LanguageFrom {
+    Settings,    // settings.ini (the desktop program)
+    Environment, // LANGUAGE, LC_ALL, LC_MESSAGES, LANG (the command line; settings.ini is left alone)
+};
+
+// Start-up: program folder, configuration folder, settings file, language index, language file
+// (".ini"). `root` empty means the parent of the running executable's folder.
+AppPaths& InitLanguage(const std::string& root = {}, LanguageFrom from = LanguageFrom::Settings);
 AppPaths& CurrentPaths();
 // Text of `id` in the current language file; empty when missing. UTF-8.
 std::string Text(std::string_view id);
@@ -43,6 +54,14 @@ bool ChangeLanguage(int index);
 // Chooses a language by name ("German", any case) for this process only (command line --lang);
 // the settings file is left alone. False for an unknown name.
 bool UseLanguageByName(std::string_view name);
+
+// The language the environment asks for: the first entry of LANGUAGE (a ':' list) that names a
+// language of the table, else the first of LC_ALL, LC_MESSAGES and LANG that is set; English
+// when that names none ("C", "POSIX", another language). Values are locale names such as
+// "fr_FR.UTF-8" or "de". `get` reads one variable, null when unset.
+int LanguageFromEnvironment(const char* (*get)(const char*));
+// Index of a language code or locale name ("fr", "fr_CA.UTF-8"); -1 when it names none.
+int LanguageIndexOfLocale(std::string_view locale);
 
 // The language index as start-up reads it from the settings value: leading spaces, an optional
 // sign and digits, like the C runtime's string-to-integer conversion; 0 when there is no number.

@@ -12,14 +12,17 @@ inline constexpr const char* kInstanceName = "Kestrin[Windows4.0]";
 
 // What start-up shows when it must stop: an error-icon message box.
 struct StartupRefusal {
-    std::string caption; // text of "IDS_KESTRIN"
+    bool refused = false;
+    bool otherInstance = false; // refused because another instance holds the guard
+    std::string caption;        // text of "IDS_KESTRIN"
     std::string message;
 };
 
 // Takes the instance guard into `lock` (kept by the caller for the life of the program).
-// Returns an empty refusal caption when this instance may run; otherwise the message to show
+// `refused` is false when this instance may run; otherwise the result holds the message to show
 // before ending: another instance already runs, or the guard could not be made. Texts come from
-// the current language file, so InitLanguage() should have run.
+// the current language file, so InitLanguage() should have run; without one (a missing or
+// incomplete language file) the refusal stands with English texts.
 StartupRefusal StartupCheck(platform::InstanceLock& lock);
 
 // The guard name made safe as a file name: path separators and control characters become "_".

@@ -23,7 +23,7 @@ namespace {
 // The rows the signature stage searches: the records the mode lists, narrowed by --types.
 bool LoadSignatures(const ScanOptions& o, ScanRun& run, std::string& error) {
     std::string problem;
-    run.signatures = SignaturesForMode(run.mode, app::CurrentPaths().programFolder, &problem);
+    run.signatures = SignaturesForMode(run.mode, app::CurrentPaths().configFolder, &problem);
     // Deleted files skip the signature scan, so a missing list only matters to the other modes.
     if (!problem.empty() && run.mode != RecoveryMode::DeletedFiles && o.types.empty() && run.signatures.empty())
         std::fprintf(stderr, "kestrin: %s\n", problem.c_str());
@@ -31,9 +31,9 @@ bool LoadSignatures(const ScanOptions& o, ScanRun& run, std::string& error) {
         std::vector<std::string> unmatched;
         run.signatures = FilterByExtensions(run.signatures, SplitTypeList(o.types), &unmatched);
         if (!unmatched.empty()) {
-            error = "no signature for these types: ";
+            error = T("IDS_CLI_NO_SIGNATURE_FOR", "no signature for these types:") + " ";
             for (size_t i = 0; i < unmatched.size(); ++i) error += (i ? ", " : "") + unmatched[i];
-            error += " (see `kestrin signatures`)";
+            error += " (" + T("IDS_CLI_SEE_SIGNATURES", "see `kestrin signatures`") + ")";
             return false;
         }
     }
@@ -89,7 +89,9 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, std::optional<Opera
             } else if (scannable.size() > 1) {
                 std::string list = DescribePartitions(run.src);
                 if (!list.empty() && list.back() == '\n') list.pop_back();
-                fe.OnNotice(UserText{"", "Partitions on this source (scan one with --partition N):\n" + list});
+                fe.OnNotice(UserText{"", T("IDS_CLI_PARTITIONS_ON_SOURCE",
+                                           "Partitions on this source (scan one with --partition N):") +
+                                             "\n" + list});
             }
         }
     }
@@ -158,14 +160,17 @@ std::optional<RecoveryMode> ParseMode(const std::string& text) {
 
 int RunScan(const ScanOptions& o, ScanRun& run) {
     if (!o.lang.empty() && !ChooseLanguage(o.lang)) {
-        std::fprintf(stderr, "kestrin: unknown language \"%s\" (English, French, German, Italian, Spanish)\n",
-                     o.lang.c_str());
+        std::fprintf(stderr, "kestrin: %s\n",
+                     Tf("IDS_CLI_UNKNOWN_LANGUAGE", o.lang,
+                        "unknown language \"%s\" (English, French, German, Italian, Spanish)").c_str());
         return 1;
     }
     std::optional<RecoveryMode> mode = ParseMode(o.mode);
     if (!mode) {
-        std::fprintf(stderr, "kestrin: unknown mode \"%s\" (deleted-files, lost-files, partition, formatted, "
-                             "deleted-photos, lost-photos, or 1019-1022, 1037, 1038)\n", o.mode.c_str());
+        std::fprintf(stderr, "kestrin: %s\n",
+                     Tf("IDS_CLI_UNKNOWN_MODE", o.mode,
+                        "unknown mode \"%s\" (deleted-files, lost-files, partition, formatted, deleted-photos, "
+                        "lost-photos, or 1019-1022, 1037, 1038)").c_str());
         return 1;
     }
     run.mode = *mode;
@@ -194,16 +199,20 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
     if (o.partition == "all") {
         for (size_t i : ScannablePartitions(run.src)) targets.push_back(long(i));
         if (targets.empty()) {
-            std::fprintf(stderr, "kestrin: %s: no partition with a file system this program reads\n%s",
-                         o.source.c_str(), DescribePartitions(run.src).c_str());
+            std::fprintf(stderr, "kestrin: %s: %s\n%s", o.source.c_str(),
+                         T("IDS_CLI_NO_READABLE_PARTITION", "no partition with a file system this program reads").c_str(),
+                         DescribePartitions(run.src).c_str());
             return 1;
         }
     } else if (!o.partition.empty()) {
         size_t n = 0;
         if (!ParsePartitionNumber(o.partition, n) || n > run.src.partitions.size()) {
-            std::fprintf(stderr, "kestrin: %s: there is no partition %s; the source holds:\n%s", o.source.c_str(),
-                         o.partition.c_str(),
-                         run.src.partitions.empty() ? "  (no partitions)\n" : DescribePartitions(run.src).c_str());
+            std::fprintf(stderr, "kestrin: %s: %s\n%s", o.source.c_str(),
+                         Tf("IDS_CLI_NO_SUCH_PARTITION", o.partition,
+                            "there is no partition %s; the source holds:").c_str(),
+                         run.src.partitions.empty()
+                             ? ("  (" + T("IDS_CLI_NO_PARTITIONS", "no partitions") + ")\n").c_str()
+                             : DescribePartitions(run.src).c_str());
             return 1;
         }
         targets.push_back(long(n - 1));
@@ -218,9 +227,11 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
             if (scannable.size() == 1) {
                 targets[0] = long(scannable[0]);
             } else if (scannable.size() > 1) {
-                std::fprintf(stderr,
-                             "kestrin: %s holds several partitions; choose one with --partition N (or all):\n%s",
-                             o.source.c_str(), DescribePartitions(run.src).c_str());
+                std::fprintf(stderr, "kestrin: %s: %s\n%s", o.source.c_str(),
+                             T("IDS_CLI_SEVERAL_PARTITIONS",
+                               "this source holds several partitions; choose one with --partition N (or all):")
+                                 .c_str(),
+                             DescribePartitions(run.src).c_str());
                 return 1;
             }
         }
@@ -230,7 +241,9 @@ int RunScan(const ScanOptions& o, ScanRun& run) {
         if (t < 0) {
             SelectWholeSource(run.src);
         } else if (!SelectListedPartition(run.src, size_t(t))) {
-            std::fprintf(stderr, "kestrin: %s: partition %ld lies outside the source\n", o.source.c_str(), t + 1);
+            std::fprintf(stderr, "kestrin: %s: %s\n", o.source.c_str(),
+                         Tf("IDS_CLI_PARTITION_OUTSIDE", std::to_string(t + 1),
+                            "partition %s lies outside the source").c_str());
             return 1;
         }
         const std::optional<OperationKind> forced =
@@ -274,7 +287,8 @@ TreeCounts CountTree(const CNode* top) {
 void PrintSummary(std::FILE* out, const VolumeScan& v, bool withHeader) {
     if (withHeader) {
         if (v.partition)
-            std::fprintf(out, "Partition %d (%s):\n", v.partition, FsKindName(v.info.fsKind));
+            std::fprintf(out, "%s (%s):\n", Tf("IDS_CLI_PARTITION_N", std::to_string(v.partition), "Partition %s").c_str(),
+                         FsKindName(v.info.fsKind));
         else
             std::fprintf(out, "%s:\n", EscapeForTerminal(v.info.path).c_str()); // a session's path is untrusted
     }

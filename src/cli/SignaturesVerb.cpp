@@ -1,4 +1,4 @@
-// kestrin signatures: the signature list of the program folder's slt.dat: list (all rows or the
+// kestrin signatures: the signature list of slt.dat in the configuration folder: list (all rows or the
 // rows a recovery mode shows), add, edit and delete user-defined file types.
 #include <cinttypes>
 #include <cstdio>
@@ -31,7 +31,7 @@ struct SignatureOptions {
 constexpr const char* kTypeNames[] = {"picture", "raw", "audio", "video", "document", "archive", "other"};
 
 std::string Folder(const SignatureOptions& o) {
-    return o.folder.empty() ? app::CurrentPaths().programFolder : o.folder;
+    return o.folder.empty() ? app::CurrentPaths().configFolder : o.folder;
 }
 
 std::string Hex(const std::vector<uint8_t>& b) {
@@ -311,7 +311,7 @@ void AddSignaturesVerb(CLI::App& app, VerbResult& result) {
     auto o = std::make_shared<SignatureOptions>();
     auto* verb = app.add_subcommand("signatures", "List, add, edit and delete the file types of the signature scan");
     verb->require_subcommand(1);
-    verb->add_option("--folder", o->folder, "Folder holding slt.dat (default: the program folder)");
+    verb->add_option("--folder", o->folder, "Folder holding slt.dat (default: the program folder, or the user's configuration folder when the program folder is read-only)");
 
     auto* list = verb->add_subcommand("list", "List the file types (all, or those a recovery mode searches)");
     list->add_option("--mode", o->mode, "deleted-files, lost-files, partition, formatted, deleted-photos, lost-photos");

@@ -5,15 +5,47 @@
 #include <iostream>
 #include <string>
 
+#include "app/Language.h"
 #include "cli/Verbs.h"
+#include "session/Texts.h"
+
+namespace {
+
+// The value of --lang anywhere before "--" ("--lang X" or "--lang=X"); empty when not given.
+std::string LanguageArgument(int argc, char** argv) {
+    std::string lang;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "--") break;
+        if (a == "--lang" && i + 1 < argc) lang = argv[++i];
+        else if (a.rfind("--lang=", 0) == 0) lang = a.substr(7);
+    }
+    return lang;
+}
+
+} // namespace
 
 int main(int argc, char** argv) {
     using namespace kestrin::cli;
+    // The command line speaks the language it is asked for, never the one the desktop program
+    // keeps in its settings: --lang, else the environment's.
+    kestrin::app::InitLanguage({}, kestrin::app::LanguageFrom::Environment);
+    std::string lang = LanguageArgument(argc, argv);
+    if (!lang.empty() && !kestrin::ChooseLanguage(lang)) {
+        std::fprintf(stderr, "kestrin: %s\n",
+                     kestrin::Tf("IDS_CLI_UNKNOWN_LANGUAGE", lang,
+                                 "unknown language \"%s\" (English, French, German, Italian, Spanish)")
+                         .c_str());
+        return kExitUsage;
+    }
     CLI::App app{"Kestrin: recovers files from NTFS, FAT and exFAT volumes, lost partitions and raw sectors.\n"
                  "Sources are opened read-only, always.",
                  "kestrin"};
     app.set_version_flag("--version", std::string("kestrin ") + KESTRIN_VERSION);
     app.require_subcommand(1);
+    // Every verb understands --lang (taken above); the scanning verbs list it as their own.
+    app.add_option("--lang", lang, "Language of the texts (English, French, German, Italian, Spanish)");
+    app.fallthrough();
     VerbResult result;
     AddPartitionsVerb(app, result);
     AddScanVerbs(app, result);
@@ -29,8 +61,10 @@ int main(int argc, char** argv) {
             verbs += (verbs.empty() ? "" : ", ") + sub->get_name();
         }
         if (!known) {
-            std::fprintf(stderr, "kestrin: unknown command \"%s\" (commands: %s; see kestrin --help)\n", argv[1],
-                         verbs.c_str());
+            std::fprintf(stderr, "kestrin: %s (%s: %s; %s)\n",
+                         kestrin::Tf("IDS_CLI_UNKNOWN_COMMAND", argv[1], "unknown command \"%s\"").c_str(),
+                         kestrin::T("IDS_CLI_COMMANDS", "commands").c_str(), verbs.c_str(),
+                         kestrin::T("IDS_CLI_SEE_HELP", "see kestrin --help").c_str());
             return kExitUsage;
         }
     }

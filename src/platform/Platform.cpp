@@ -205,6 +205,11 @@ std::string RuntimeFolder() {
     WideCharToMultiByte(CP_UTF8, 0, p.c_str(), int(p.size()), out.data(), len, nullptr, nullptr);
     return out;
 }
+bool FolderWritable(const std::string& folder) {
+    DWORD attributes = GetFileAttributesW(Wide(folder).c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) &&
+           !(attributes & FILE_ATTRIBUTE_READONLY);
+}
 uint32_t InstanceLock::Acquire(const std::string& name) {
     m_handle = CreateMutexW(nullptr, TRUE, Wide(name).c_str());
     DWORD err = GetLastError();
@@ -369,6 +374,11 @@ std::string RuntimeFolder() {
     if (const char* d = getenv("XDG_RUNTIME_DIR"); d && *d) return d;
     if (const char* t = getenv("TMPDIR"); t && *t) return t;
     return "/tmp";
+}
+
+bool FolderWritable(const std::string& folder) {
+    struct stat st {};
+    return ::stat(folder.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && ::access(folder.c_str(), W_OK | X_OK) == 0;
 }
 
 uint32_t InstanceLock::Acquire(const std::string& name) {

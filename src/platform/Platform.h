@@ -84,6 +84,8 @@ private:
 std::string ProgramFolder();
 // Folder for per-user runtime files (lock files); falls back to the temp folder.
 std::string RuntimeFolder();
+// True when this process may create files in `folder` (false for a missing folder).
+bool FolderWritable(const std::string& folder);
 
 // Single-instance guard: holds an exclusive lock on a file named after `name` while alive.
 class InstanceLock {

@@ -1,6 +1,9 @@
 #include "ui/CMainWindow.h"
 
 #include <QActionGroup>
+#include <QApplication>
+#include <QFileDialog>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -18,12 +21,14 @@
 #include "session/ScanPlan.h"
 #include "scan/CScanDriver.h"
 #include "scan/OperationRules.h"
+#include "ui/CAboutDialog.h"
 #include "ui/CDrivePage.h"
 #include "ui/CImageDialog.h"
 #include "ui/CQtMessages.h"
 #include "ui/CResultsPage.h"
 #include "ui/CScanMan.h"
 #include "ui/CSignatureExplorer.h"
+#include "ui/QtCatalogues.h"
 #include "ui/UiText.h"
 #include "scan/ProgressRule.h"
 #include "util/Text.h"
@@ -70,10 +75,48 @@ void CMainWindow::ShowModeTab(int tab) {
     m_modeTabs->setCurrentIndex(tab);
 }
 
-void CMainWindow::SetPage(Page p) { m_pages->setCurrentIndex(int(p)); }
+void CMainWindow::SetPage(Page p) {
+    m_pages->setCurrentIndex(int(p));
+    if (p == kModePage) m_titleSubject.clear();
+    UpdateTitleAndActions();
+}
+
+void CMainWindow::UpdateTitleAndActions() {
+    const QString name = Tx("IDS_KESTRIN", "Kestrin");
+    setWindowTitle(m_titleSubject.isEmpty() ? name : m_titleSubject + " - " + name);
+    const bool results = CurrentPage() == kResultsPage && m_tree;
+    if (m_saveAction) m_saveAction->setEnabled(results);
+    if (m_findAction) m_findAction->setEnabled(results);
+}
 CMainWindow::Page CMainWindow::CurrentPage() const { return Page(m_pages->currentIndex()); }
 
 void CMainWindow::BuildMenus() {
+    m_fileMenu = menuBar()->addMenu(QString());
+    m_fileMenu->setObjectName("menuFile");
+    m_openAction = m_fileMenu->addAction(QString(), this, &CMainWindow::OnOpen);
+    m_openAction->setObjectName("actionOpen");
+    m_openAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
+    m_saveAction = m_fileMenu->addAction(QString(), this, [this] {
+        if (CurrentPage() == kResultsPage && m_tree) OnSave();
+    });
+    m_saveAction->setObjectName("actionSave");
+    m_saveAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_S));
+    m_fileMenu->addSeparator();
+    m_quitAction = m_fileMenu->addAction(QString(), this, &QWidget::close);
+    m_quitAction->setObjectName("actionQuit");
+    m_quitAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    m_quitAction->setMenuRole(QAction::QuitRole);
+
+    m_editMenu = menuBar()->addMenu(QString());
+    m_editMenu->setObjectName("menuEdit");
+    m_findAction = m_editMenu->addAction(QString(), this, [this] {
+        // The results page's own Find button: one way in, whichever is used.
+        if (auto* find = m_resultsPage->findChild<QPushButton*>("find"); find && CurrentPage() == kResultsPage)
+            find->click();
+    });
+    m_findAction->setObjectName("actionFind");
+    m_findAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_F));
+
     BuildToolsMenu();
     m_viewMenu = menuBar()->addMenu(QString());
     m_viewMenu->addActions(m_resultsPage->ViewActions());
@@ -88,6 +131,55 @@ void CMainWindow::BuildMenus() {
         connect(a, &QAction::triggered, this, [this, i] { SetLanguage(i); });
         m_languageActions << a;
     }
+    BuildHelpMenu();
+}
+
+void CMainWindow::BuildHelpMenu() {
+    m_helpMenu = menuBar()->addMenu(QString());
+    m_helpMenu->setObjectName("menuHelp");
+    m_docsAction = m_helpMenu->addAction(QString(), this, [this] {
+        const QString docs = DocumentationPath();
+        if (docs.isEmpty() || !m_desktop.OpenInViewer(docs))
+            m_desktop.Inform(this, Tx("IDS_UI_NO_DOCUMENTATION", "The documentation could not be opened."));
+    });
+    m_docsAction->setObjectName("actionDocumentation");
+    m_docsAction->setShortcut(QKeySequence(Qt::Key_F1));
+    m_helpMenu->addSeparator();
+    m_aboutAction = m_helpMenu->addAction(QString(), this, [this] {
+        CAboutDialog about(this);
+        about.exec();
+    });
+    m_aboutAction->setObjectName("actionAbout");
+    m_aboutAction->setMenuRole(QAction::AboutRole);
+}
+
+void CMainWindow::OnOpen() {
+    if (CurrentPage() == kResultsPage && !OfferSession()) return;
+    QString path = QFileDialog::getOpenFileName(
+        this, Tx("IDS_UI_OPEN_TITLE", "Open a recovery session or a disk image"), QString(),
+        Tx("IDS_UI_OPEN_FILTER_SESSION", "Recovery Session File") + " (*.tks4);;" +
+            Tx("IDS_UI_OPEN_FILTER_IMAGE", "Disk image") + " (*.img *.dd *.raw *.bin *.iso *.001);;" +
+            Tx("IDS_UI_OPEN_FILTER_ALL", "All files") + " (*)");
+    if (!path.isEmpty()) OpenFile(path);
+}
+
+void CMainWindow::OpenFile(const QString& path) {
+    if (path.endsWith(".tks4", Qt::CaseInsensitive)) {
+        OpenSessionFromMenu(path);
+        return;
+    }
+    // An image is a source like any other: it joins the drive page of the mode in use, where
+    // the user sees its partitions and starts the scan.
+    if (CurrentPage() != kDrivePage) ChooseMode(m_mode);
+    AddImageItem(path);
+}
+
+void CMainWindow::OpenHandedSession(const QString& path) {
+    if (isMinimized()) showNormal();
+    raise();
+    activateWindow();
+    if (CurrentPage() == kResultsPage && !OfferSession()) return;
+    OpenSession(path, true);
 }
 
 void CMainWindow::BuildToolsMenu() {
@@ -99,6 +191,7 @@ void CMainWindow::BuildToolsMenu() {
 
 void CMainWindow::SetLanguage(int index) {
     app::ChangeLanguage(index); // rewrites settings.ini when the language changes
+    UseQtCatalogue(app::CurrentPaths().languageIndex);
     Retranslate();
     if (CurrentPage() == kDrivePage) m_drivePage->Fill(); // its lines carry translated kinds
 }
@@ -137,7 +230,7 @@ void CMainWindow::BuildModePages() {
 void CMainWindow::ChooseFileTypes() {
     // The explorer reads the signature file again; added, edited and deleted types change the
     // mode's rows even when the choice of rows is skipped.
-    CSignatureExplorer dlg(m_mode, app::CurrentPaths().programFolder, m_modeSignatures, m_signatureTicks, m_desktop, this);
+    CSignatureExplorer dlg(m_mode, app::CurrentPaths().configFolder, m_modeSignatures, m_signatureTicks, m_desktop, this);
     bool chosen = dlg.exec() == QDialog::Accepted;
     m_modeSignatures = dlg.Rows();
     m_signatureTicks = chosen ? dlg.Ticked() : dlg.EntryTicks();
@@ -207,8 +300,17 @@ void CMainWindow::FillPartitionList() {
 
 
 void CMainWindow::Retranslate() {
-    setWindowTitle(Tx("IDS_KESTRIN", "Kestrin"));
-    m_languageMenu->setTitle(Tx("IDS_LANGUAGE", "Language"));
+    UpdateTitleAndActions();
+    m_fileMenu->setTitle(Tx("IDS_UI_MENU_FILE", "&File"));
+    m_openAction->setText(Tx("IDS_UI_MENU_OPEN", "&Open..."));
+    m_saveAction->setText(Tx("IDS_UI_MENU_SAVE", "&Save Marked Files..."));
+    m_quitAction->setText(Tx("IDS_UI_MENU_QUIT", "&Quit"));
+    m_editMenu->setTitle(Tx("IDS_UI_MENU_EDIT", "&Edit"));
+    m_findAction->setText(Tx("IDS_UI_MENU_FIND", "&Find..."));
+    m_helpMenu->setTitle(Tx("IDS_UI_MENU_HELP", "&Help"));
+    m_docsAction->setText(Tx("IDS_UI_DOCUMENTATION", "&Documentation"));
+    m_aboutAction->setText(Tx("IDS_UI_MENU_ABOUT", "&About Kestrin"));
+    m_languageMenu->setTitle(Tx("IDS_UI_MENU_LANGUAGE", "&Language"));
     int lang = app::CurrentPaths().languageIndex;
     for (int i = 0; i < m_languageActions.size(); ++i) m_languageActions[i]->setChecked(i == lang);
     m_modeTabs->setTabText(0, Tx("IDS_UI_FILE_RECOVERY", "File Recovery"));
@@ -229,8 +331,8 @@ void CMainWindow::Retranslate() {
     m_partScan->setText(Tx("IDS_UI_SCAN", "Scan"));
     m_partSearch->setText(Tx("IDS_SEARCHING_LOST_PARTITIONS", "Search for lost partitions"));
     m_resultsPage->Retranslate();
-    m_toolsMenu->setTitle(Tx("IDS_UI_TOOLS", "Tools"));
-    m_viewMenu->setTitle(Tx("IDS_UI_VIEW", "View"));
+    m_toolsMenu->setTitle(Tx("IDS_UI_MENU_TOOLS", "&Tools"));
+    m_viewMenu->setTitle(Tx("IDS_UI_VIEW", "&View"));
     m_openSessionAction->setText(Tx("IDS_UI_OPEN_SESSION", "Open Recovery Session..."));
     m_saveSessionAction->setText(Tx("IDS_UI_SAVE_SESSION", "Save Recovery Session..."));
 }
@@ -242,7 +344,7 @@ void CMainWindow::ChooseMode(RecoveryMode mode) {
     m_modeSignatures.clear();
     // Deleted files skip the signature scan; the other modes search the list the mode shows,
     // every row ticked until the user chooses.
-    if (mode != RecoveryMode::DeletedFiles) m_modeSignatures = SignaturesForMode(mode, app::CurrentPaths().programFolder);
+    if (mode != RecoveryMode::DeletedFiles) m_modeSignatures = SignaturesForMode(mode, app::CurrentPaths().configFolder);
     m_signatures = m_modeSignatures;
     m_signatureTicks.assign(m_modeSignatures.size(), true);
     m_drivePage->SetFileTypesEnabled(!m_modeSignatures.empty());
@@ -271,6 +373,8 @@ bool CMainWindow::OpenAndContinue(const QString& path, int partition) {
     }
     m_haveSource = true;
     m_resultsPage->SetSource(m_src.media.get());
+    // Devices by their path, files by their name.
+    m_titleSubject = path.startsWith("/dev/") ? path : QFileInfo(path).fileName();
     // A partition the drive page listed under its disk or image: scan it at once.
     if (partition >= 0 && size_t(partition) < m_src.partitions.size()) return ScanPartition(partition);
     bool wholeSearch = m_mode == RecoveryMode::Partition || m_mode == RecoveryMode::Formatted;

@@ -70,6 +70,12 @@ public:
     // Tools > Open Recovery Session without the file dialog: from the mode pages any session
     // opens, while a recovery mode is in use only one of that mode.
     bool OpenSessionFromMenu(const QString& path);
+    // A session file another start of the program handed over: the window comes to the front,
+    // offers to keep the current results, then opens it as one named on the command line.
+    void OpenHandedSession(const QString& path);
+    // File > Open without the dialog: a recovery session opens as from the Tools menu; any
+    // other file is an image, listed on the current mode's drive page.
+    void OpenFile(const QString& path);
     // The proposed file name of a session of the current source at local time `now`.
     QString DefaultSessionName(const QDateTime& now) const;
     // Next found item after the selected one whose name matches `pattern` ("*" and "?",
@@ -98,6 +104,10 @@ private:
     void BuildPartitionPage();
     void BuildMenus();
     void BuildToolsMenu();
+    void BuildHelpMenu();
+    void OnOpen();
+    // Title and the actions that need the results page follow the page and the open source.
+    void UpdateTitleAndActions();
     void Retranslate();
     void FillPartitionList();
     void ChooseFileTypes();
@@ -153,6 +163,16 @@ private:
     QPushButton* m_partScan = nullptr;
     QPushButton* m_partSearch = nullptr;
     CResultsPage* m_resultsPage = nullptr;
+    QString m_titleSubject; // the open source's or session's file name; empty for none
+    QMenu* m_fileMenu = nullptr;
+    QAction* m_openAction = nullptr;
+    QAction* m_saveAction = nullptr;
+    QAction* m_quitAction = nullptr;
+    QMenu* m_editMenu = nullptr;
+    QAction* m_findAction = nullptr;
+    QMenu* m_helpMenu = nullptr;
+    QAction* m_docsAction = nullptr;
+    QAction* m_aboutAction = nullptr;
     QMenu* m_toolsMenu = nullptr;
     QMenu* m_viewMenu = nullptr; // the results page's view choices
     QAction* m_saveSessionAction = nullptr;

@@ -241,6 +241,7 @@ bool CMainWindow::OpenSession(const QString& path, bool fromOutside) {
     m_src.path = ToUtf8(session.sourcePath);
     m_src.media = std::move(session.media);
     m_haveSource = m_src.media != nullptr;
+    m_titleSubject = QFileInfo(path).fileName();
     m_resultsPage->SetSource(m_src.media.get());
     if (FindMode(session.mode)) m_mode = session.mode;
     Retranslate();

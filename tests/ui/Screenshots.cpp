@@ -48,7 +48,7 @@ void Grab(QWidget* w, const QString& file) {
 // The signature explorer of a photo mode and its add dialog filled in (never confirmed, so the
 // signature file stays as built).
 void GrabSignatureDialogs(ui::IDesktop& desktop, QWidget* parent, const QDir& out) {
-    const std::string folder = app::CurrentPaths().programFolder;
+    const std::string folder = app::CurrentPaths().configFolder;
     CSignatureExplorer explorer(RecoveryMode::DeletedPhotos, folder, {}, {}, desktop, parent);
     explorer.show();
     explorer.FindNext("png");
