@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "fs/VolumeHandle.h"
+#include "output/Conditions.h"
 #include "output/OutputGuard.h"
 #include "platform/AtomicFile.h"
 #include "platform/Platform.h"
@@ -564,6 +565,8 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
         out.secondList = std::move(lists.secondList);
         // The stored selection is the volume the tree was found on.
         StampVolumes(out.top.get(), *out.media);
+        // Conditions are not stored: they are judged again from the volume as it is now.
+        if (options.openSource) JudgeConditions(*out.media, out.top.get());
     } else {
         SessionData lists;
         if (!GetLists(in, hasList, hasSecond, lists)) return corrupted();
