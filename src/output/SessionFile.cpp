@@ -438,7 +438,8 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
             // The volume the tree was found on, whatever the media selects now; a tree of several
             // volumes (or none) stores the media's selection.
             const VolumeHandle* found = SingleVolumeOf(s.top);
-            const VolumeHandle volume = found ? *found : HandleOf(*media);
+            const VolumeHandle fallback = found ? VolumeHandle{} : HandleOf(*media);
+            const VolumeHandle& volume = found ? *found : fallback;
             uint8_t shape[geometry::kBytes];
             geometry::SectorCount::Put(shape, volume.sectorCount);
             geometry::SectorSize::Put(shape, volume.sectorSize);
