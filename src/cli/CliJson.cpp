@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "fs/CNode.h"
+#include "fs/Condition.h"
 #include "util/DosDate.h"
 #include "util/Text.h"
 
@@ -59,6 +60,11 @@ void WriteNodeFields(std::ostream& out, const CNode& n) {
         << ",\"recordId\":" << n.recordId << ",\"parentRecordId\":" << n.parentRecordId << ",\"flags\":" << n.flags
         << ",\"checked\":" << unsigned(n.checked) << ",\"created\":" << DateJson(n.createdDate)
         << ",\"modified\":" << DateJson(n.modifiedDate);
+    if (TakesCondition(n)) {
+        const Condition c = ConditionOf(n);
+        out << ",\"condition\":\"" << ConditionName(c) << '"';
+        if (c != Condition::Unknown) out << ",\"overwrittenBytes\":" << OverwrittenBytes(n);
+    }
 }
 
 } // namespace

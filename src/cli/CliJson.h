@@ -2,9 +2,11 @@
 // The found-item tree as JSON, the form tools outside the project read: keep it stable.
 //
 // Node: {"name","folder","deleted","carved","size","location","startOffset","recordId",
-//        "parentRecordId","flags","checked","created","modified","children"}; dates are
-// "YYYY-MM-DD" or null, "children" is present (maybe empty) exactly for folders and for any
-// other node that has children.
+//        "parentRecordId","flags","checked","created","modified","condition","overwrittenBytes",
+//        "children"}; dates are "YYYY-MM-DD" or null, "children" is present (maybe empty) exactly
+// for folders and for any other node that has children. Deleted files (not folders) carry
+// "condition": "excellent", "partly-overwritten", "overwritten" or "unknown", and when it is not
+// "unknown", "overwrittenBytes": the bytes of the file that lie in clusters in use now.
 // Scan: {"mode","source":{"path","kind","firstSector","sectorCount","sectorSize","fsKind"},
 //        "root":NODE}; several volumes: {"volumes":[{"partition":N, ...the same...}]}.
 #include <cstdint>

@@ -71,9 +71,14 @@ int ReadSessionAsRun(const ScanOptions& o, ScanRun& run) {
     SessionData session;
     SessionMessages msgs;
     ReadSessionOptions ro;
-    // Listing a session needs no source: its tree is shown even when the image has moved.
+    // With its source at hand the deleted files' conditions are judged again; listing a session
+    // needs no source all the same: its tree is shown even when the image has moved.
+    struct Quiet final : IUserMessages {
+        void Show(const UserMessage&) override {}
+    } quiet;
+    bool read = ReadSession(o.source, ro, session, quiet);
     ro.openSource = false;
-    if (!ReadSession(o.source, ro, session, msgs)) {
+    if (!read && !ReadSession(o.source, ro, session, msgs)) {
         if (!msgs.shown) std::fprintf(stderr, "kestrin: %s cannot be read\n", o.source.c_str());
         return kExitUsage;
     }

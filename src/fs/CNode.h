@@ -52,6 +52,7 @@ public:
     uint8_t nameLength = 0;
     uint32_t startOffset = 0;
     uint8_t inDeletedView = 0;
+    uint8_t condition = 0; // a Condition (fs/Condition.h), set on deleted files
     // Set on volume roots only: the volume the items below were found on.
     std::unique_ptr<VolumeHandle> volume;
 

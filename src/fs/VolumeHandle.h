@@ -3,6 +3,7 @@
 // root "." of a found tree carries one, so saving, `cat`, the preview and sessions read a node's
 // content through its own volume, whatever the media has selected since.
 #include <cstdint>
+#include <unordered_map>
 
 #include "storage/CPhysicalDisk.h"
 #include "storage/PartitionRecord.h"
@@ -19,6 +20,11 @@ struct VolumeHandle {
     uint64_t sectorCount = 0;
     uint32_t sectorSize = 0;
     PartitionRecord params; // the geometry the engine read the volume with
+    // Set once the deleted files below were judged against the volume's allocation map.
+    bool conditionsJudged = false;
+    // Bytes of deleted files below that the allocation map shows in use by other files (only
+    // files with some).
+    std::unordered_map<const CNode*, uint64_t> overwrittenBytes;
 };
 
 // The media's current selection as a handle.

@@ -15,19 +15,6 @@ namespace kestrin {
 
 namespace {
 
-// The media's own source, read by a second media narrowed to one volume.
-class BorrowedSource final : public ByteSource {
-public:
-    explicit BorrowedSource(ByteSource& base) : m_base(base) {}
-    long long ReadAt(void* buf, size_t len, uint64_t offset) override { return m_base.ReadAt(buf, len, offset); }
-    uint64_t Size() const override { return m_base.Size(); }
-    uint32_t LastError() const override { return m_base.LastError(); }
-    bool NeedsAlignment() const override { return m_base.NeedsAlignment(); }
-
-private:
-    ByteSource& m_base;
-};
-
 ContentResult EngineContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
     if (node.carved) {
         return CarvedWriteContent(media, node, sink);

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "fs/VolumeHandle.h"
+#include "output/Conditions.h"
 #include "output/OutputGuard.h"
 #include "platform/AtomicFile.h"
 #include "platform/Platform.h"
@@ -437,7 +438,8 @@ int WriteSession(const std::string& path, const SessionView& s, IUserMessages& m
             // The volume the tree was found on, whatever the media selects now; a tree of several
             // volumes (or none) stores the media's selection.
             const VolumeHandle* found = SingleVolumeOf(s.top);
-            const VolumeHandle volume = found ? *found : HandleOf(*media);
+            const VolumeHandle fallback = found ? VolumeHandle{} : HandleOf(*media);
+            const VolumeHandle& volume = found ? *found : fallback;
             uint8_t shape[geometry::kBytes];
             geometry::SectorCount::Put(shape, volume.sectorCount);
             geometry::SectorSize::Put(shape, volume.sectorSize);
@@ -575,6 +577,8 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
         out.secondList = std::move(lists.secondList);
         // The stored selection is the volume the tree was found on.
         StampVolumes(out.top.get(), *out.media);
+        // Conditions are not stored: they are judged again from the volume as it is now.
+        if (options.openSource) JudgeConditions(*out.media, out.top.get());
     } else {
         SessionData lists;
         if (!GetLists(in, hasList, hasSecond, lists)) return corrupted();

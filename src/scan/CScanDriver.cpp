@@ -295,6 +295,12 @@ void CScanDriver::Worker(OperationKind kind) {
         default:
             break;
         }
+        // The found volumes' deleted files are judged against their allocation maps once the
+        // stages that find them are over.
+        if ((kind == OperationKind::FileSystemScan || kind == OperationKind::PartitionSearch ||
+             kind == OperationKind::SmartScan) &&
+            m_engines.judgeConditions && m_top && !ctx.StopRequested())
+            m_engines.judgeConditions(m_media, m_top.get(), ctx);
     } catch (const std::exception&) {
         // Engines report nothing while walking; an allocation failure ends the stage and the
         // operation finishes with what was found.

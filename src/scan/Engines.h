@@ -9,6 +9,7 @@
 
 namespace kestrin {
 
+class CNode;
 class CPhysicalDisk;
 struct ScanContext;
 
@@ -25,6 +26,9 @@ struct Engines {
     std::function<Outcome(CPhysicalDisk&, uint64_t, uint64_t, ScanContext&)> diskRecordSearch;
     // Second file-system scan (OperationKind::SmartScan).
     std::function<Outcome(CPhysicalDisk&, ScanContext&)> secondFileSystemScan;
+    // Judges how recoverable the deleted files under the found volumes are: (media, top,
+    // window), after the stages that find volumes. Empty: their conditions stay unknown.
+    std::function<void(CPhysicalDisk&, CNode*, ScanContext&)> judgeConditions;
     std::function<Outcome(CPhysicalDisk&, ScanContext&)> createImage;
     std::function<Outcome(CPhysicalDisk&, ScanContext&)> saveToFolder;
     std::function<Outcome(CPhysicalDisk&, ScanContext&)> burnToDisc;

@@ -5,6 +5,7 @@
 #include "fs/fat/FatEngine.h"
 #include "fs/ntfs/NtfsEngine.h"
 #include "job/ScanContext.h"
+#include "output/Conditions.h"
 #include "recover/Recover.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/SourceLayout.h"
@@ -47,6 +48,9 @@ Engines MakeEngines() {
         return RecoverRecordSearch(media, first, end, ctx);
     };
     e.secondFileSystemScan = [](CPhysicalDisk& media, ScanContext& ctx) { return SmartScanVolume(media, ctx); };
+    e.judgeConditions = [](CPhysicalDisk& media, CNode* top, ScanContext& ctx) {
+        JudgeConditions(media, top, [&] { return ctx.MustStop(media); });
+    };
     return e;
 }
 

@@ -1,9 +1,27 @@
 #include "ui/CFileListModel.h"
 
+#include "fs/Condition.h"
+
 #include "ui/NodeDisplay.h"
 #include "ui/UiText.h"
 
 namespace kestrin::ui {
+
+QString NodeCondition(const CNode* n) {
+    if (!TakesCondition(*n)) return {};
+    switch (ConditionOf(*n)) {
+    case Condition::Excellent: return Tx("IDS_UI_COND_EXCELLENT", "Excellent");
+    case Condition::PartlyOverwritten: {
+        // Rounded up: a few overwritten bytes never read as "0 KB".
+        const uint64_t bytes = OverwrittenBytes(*n);
+        const QString size = QString::fromStdString(FormatSizeKB(bytes ? bytes + 1023 : 0));
+        return Tx("IDS_UI_COND_PARTLY", "Partly overwritten (%s)").replace("%s", size);
+    }
+    case Condition::Overwritten: return Tx("IDS_UI_COND_OVERWRITTEN", "Overwritten");
+    case Condition::Unknown: break;
+    }
+    return Tx("IDS_UI_COND_UNKNOWN", "Unknown");
+}
 
 CFileListModel::CFileListModel(CResultsState& state, QObject* parent) : QAbstractTableModel(parent), m_state(state) {
     connect(&m_state, &CResultsState::Reset, this, [this] {
@@ -64,6 +82,7 @@ QVariant CFileListModel::data(const QModelIndex& index, int role) const {
         case kSize: return NodeSize(n);
         case kModified: return NodeDate(n->modifiedDate);
         case kCreated: return NodeDate(n->createdDate);
+        case kCondition: return NodeCondition(n);
         }
     } else if (role == Qt::UserRole) {
         // Sort keys: folders before files within the name column, numbers for the rest.
@@ -72,6 +91,12 @@ QVariant CFileListModel::data(const QModelIndex& index, int role) const {
         case kSize: return qulonglong(n->IsFolder() ? 0 : n->size);
         case kModified: return uint(n->modifiedDate);
         case kCreated: return uint(n->createdDate);
+        // Live files and folders first, then from best to worst, unknown last.
+        case kCondition: {
+            if (!TakesCondition(*n)) return 0u;
+            const Condition c = ConditionOf(*n);
+            return c == Condition::Unknown ? 5u : uint(c);
+        }
         }
     } else if (role == Qt::DecorationRole && col == kName) {
         return NodeIcon(n);
@@ -107,6 +132,7 @@ QVariant CFileListModel::headerData(int section, Qt::Orientation orientation, in
     case kSize: return Tx("IDS_UI_SIZE", "Size");
     case kModified: return Tx("IDS_UI_MODIFIED", "Modified");
     case kCreated: return Tx("IDS_UI_CREATED", "Created");
+    case kCondition: return Tx("IDS_UI_CONDITION", "Condition");
     }
     return {};
 }

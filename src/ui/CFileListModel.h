@@ -1,16 +1,20 @@
 #pragma once
 // The file list of the results explorer: the visible children of one folder with name, size,
-// modified and created columns and tick boxes. Sorting goes through a proxy on Qt::UserRole.
+// modified, created and condition columns and tick boxes. Sorting goes through a proxy on Qt::UserRole.
 #include <QAbstractTableModel>
 
 #include "ui/CResultsState.h"
 
 namespace kestrin::ui {
 
+// The condition column's text: deleted files only, with the bytes found overwritten for partly
+// overwritten ones.
+QString NodeCondition(const CNode* n);
+
 class CFileListModel final : public QAbstractTableModel {
     Q_OBJECT
 public:
-    enum Column { kName, kSize, kModified, kCreated, kColumns };
+    enum Column { kName, kSize, kModified, kCreated, kCondition, kColumns };
 
     explicit CFileListModel(CResultsState& state, QObject* parent = nullptr);
     void SetFolder(CNode* folder);

@@ -386,3 +386,47 @@ TEST(CliEndToEnd, DeepSessionTreeListsInLinearSize) {
               std::string::npos);
     EXPECT_NE(out.find("[depth 100000] d/\n"), std::string::npos);
 }
+
+// Volumes whose deleted files were left alone, partly and wholly overwritten by files written
+// later with the file systems' own tools; the manifests hold what The Sleuth Kit's allocation
+// status of the files' old clusters says.
+TEST(CliEndToEnd, DeletedFilesCarryTheirConditionInJsonAndSessions) {
+    for (const char* fs : {"fat16", "ntfs", "exfat"}) {
+        SCOPED_TRACE(fs);
+        const std::string name = std::string("condition-") + fs;
+        const std::string img = kestrin::test::UnpackImage(name);
+        ASSERT_FALSE(img.empty());
+        const auto manifest = nlohmann::json::parse(ReadFile(std::string(KESTRIN_SOURCE_DIR) + "/tests/images/" + name + ".json"));
+        const std::string session = std::string(KESTRIN_BINARY_DIR) + "/" + name + "-" + std::to_string(::getpid()) + ".tks4";
+        Result scanned = Kestrin("scan " + Quote(img) + " --mode deleted-files --json - --session " + Quote(session) + " --quiet");
+        ASSERT_EQ(scanned.exitCode, 0);
+        Result listed = Kestrin("scan " + Quote(session) + " --json - --quiet");
+        std::remove(session.c_str());
+        ASSERT_EQ(listed.exitCode, 0);
+        for (const Result* r : {&scanned, &listed}) {
+            auto j = nlohmann::json::parse(r->out);
+            const auto* vol = Child(j["root"], ".");
+            ASSERT_NE(vol, nullptr);
+            const auto* old = Child(*vol, "old");
+            ASSERT_NE(old, nullptr);
+            // Deleted files are told apart by their sizes (FAT names lose their first letter).
+            for (const auto& want : manifest["deleted"]) {
+                SCOPED_TRACE(want["path"].get<std::string>());
+                const nlohmann::json* got = nullptr;
+                for (const auto& c : (*old)["children"])
+                    if (c["deleted"] == true && c["size"] == want["size"]) got = &c;
+                ASSERT_NE(got, nullptr);
+                EXPECT_EQ((*got)["condition"], want["condition"]);
+                EXPECT_EQ((*got)["overwrittenBytes"], want["overwrittenBytes"]);
+            }
+            // Every deleted file has a condition, no live file or folder has one.
+            std::function<void(const nlohmann::json&)> walk = [&](const nlohmann::json& n) {
+                const bool deletedFile = n["deleted"] == true && n["folder"] == false;
+                EXPECT_EQ(n.contains("condition"), deletedFile) << n["name"];
+                if (n.contains("children"))
+                    for (const auto& c : n["children"]) walk(c);
+            };
+            walk(j["root"]);
+        }
+    }
+}

@@ -39,5 +39,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         auto sink = [](const uint8_t*, size_t) { return true; };
         ExFatWriteContent(media, *n, sink);
     });
+    if (CNode* vol = FindVolumeRoot(top.get())) ExFatJudgeConditions(media, *vol, {});
     return 0;
 }

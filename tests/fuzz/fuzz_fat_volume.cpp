@@ -48,5 +48,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         auto sink = [](const uint8_t*, size_t) { return true; };
         FatWriteContent(media, *n, sink);
     });
+    if (CNode* vol = FindVolumeRoot(top.get())) FatJudgeConditions(media, *vol, {});
     return 0;
 }

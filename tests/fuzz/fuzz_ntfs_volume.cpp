@@ -1,4 +1,4 @@
-// Whole-volume scan, record search and content read-back over an in-memory volume. The input
+// Whole-volume scan, record search, content read-back and condition judging over an in-memory volume. The input
 // overwrites part of a small valid volume (its first four bytes choose where), so the walk gets
 // past the boot sector and the MFT and meets damaged records, runs and attribute lists.
 #include <cstdint>
@@ -31,6 +31,12 @@ std::vector<uint8_t> Template() {
     v.SetRecord(20, RecordBuilder(20).StdInfo().Resident(0x20, list).Finish());
     v.SetRecord(21, RecordBuilder(21).Base(20).FileName(5, u"listed").NonResident(0x80, EncodeRuns({{1, 80}}), 8192, 0, 0).Finish());
     v.SetRecord(22, RecordBuilder(22).Base(20).NonResident(0x80, EncodeRuns({{1, 81}}), 0, 1, 1).Finish());
+    // The cluster bitmap and a deleted file for the judging of conditions.
+    v.SetRecord(6, RecordBuilder(6).StdInfo().FileName(5, u"$Bitmap").NonResident(0x80, EncodeRuns({{1, 85}}), 16).Finish());
+    v.PutCluster(85, {0xFF, 0xFF, 0xFF, 0x0F});
+    v.SetRecord(23, RecordBuilder(23, 0).StdInfo().FileName(5, u"gone.bin")
+                        .NonResident(0x80, EncodeRuns({{2, 26}, {2, 60}}), 4 * 4096, 0, 3)
+                        .Finish());
     v.PutCluster(70, {0x05, 0xB0, 0x08, 'a', 'b', 'c', 0x06, 0x20, 0x00, 0x00});
     v.PutCluster(50, IndexRecord({IndexEntry(30, 16, u"Sub", true), IndexEntry(31, 30, u"Deeper", true)}));
     return v.Image();
@@ -60,6 +66,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             NtfsSearchRecords(media, 0, media.GetSectorCount(), h.ctx);
         CNode* vol = h.Volume();
         if (!vol) continue;
+        if (pass == 0) NtfsJudgeConditions(media, *vol, {});
         ForEachNode(vol, [&](CNode* node) {
             if (node->IsFolder()) return;
             size_t budget = 1u << 20; // a damaged size must not make the copy run for long

@@ -458,6 +458,28 @@ private slots:
         QCOMPARE(w.CurrentPage(), CMainWindow::kModePage);
     }
 
+    // The file list tells how much of each deleted file is still there.
+    void fileListShowsConditions() {
+        CMainWindow w(m_desktop);
+        w.show();
+        w.ChooseMode(RecoveryMode::DeletedFiles);
+        QVERIFY(w.OpenAndContinue(QString::fromStdString(test::UnpackImage("condition-ntfs"))));
+        CNode* old = FindPath(w.Tree(), "old");
+        QVERIFY(old);
+        w.FolderView()->setCurrentIndex(static_cast<CFolderTreeModel*>(w.FolderView()->model())->IndexOf(old));
+        CFileListModel* list = w.ListModel();
+        QHash<QString, QString> shown;
+        for (int r = 0; r < list->rowCount(); ++r)
+            shown[list->index(r, CFileListModel::kName).data().toString()] =
+                list->index(r, CFileListModel::kCondition).data().toString();
+        QCOMPARE(shown["intact.bin"], QString("Excellent"));
+        QCOMPARE(shown["gone.bin"], QString("Overwritten"));
+        QCOMPARE(shown["partly.bin"], QString("Partly overwritten (28 KB)")); // 28,572 bytes
+        QCOMPARE(shown["keep.txt"], QString()); // live files have none
+        QCOMPARE(list->headerData(CFileListModel::kCondition, Qt::Horizontal, Qt::DisplayRole).toString(),
+                 QString("Condition"));
+    }
+
     // A blank disk with one picture on it: the partition search finds nothing and offers the
     // search by content. Declined, the drive page stays; accepted, the picture is found.
     void noPartitionFoundOffersContentSearch() {

@@ -1,10 +1,13 @@
 #include "fs/exfat/ExFatEngine.h"
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <vector>
 
 #include "fs/CNode.h"
+#include "fs/Condition.h"
+#include "fs/fat/FatEngine.h"
 #include "fs/VolumeTree.h"
 #include "fs/exfat/CExFatWalker.h"
 #include "fs/exfat/ExFatLayout.h"
@@ -76,6 +79,27 @@ public:
         return data[size_t(byte % g.clusterBytes)] >> ((c - 2) % 8) & 1;
     }
 
+    // Reads the whole bitmap into `map` (bit n for cluster n + 2), no further than the clusters
+    // inside the volume. False when nothing could be read.
+    bool LoadInto(CClusterMap& map) {
+        const FatGeometry& g = m_vol.Geometry();
+        const uint32_t last = m_vol.LastClusterInVolume();
+        if (last < 2 || m_clusters.empty()) return false;
+        const uint64_t bits = std::min<uint64_t>(uint64_t(last) - 1, uint64_t(m_clusters.size()) * g.clusterBytes * 8);
+        if (!map.Reset(bits)) return false;
+        std::vector<uint8_t> bytes(size_t((bits + 7) / 8), 0);
+        bool ok = true;
+        m_vol.ReadClusters(m_clusters, kRootReadBytes, [&](size_t index, std::span<const uint8_t> data) {
+            const uint64_t at = uint64_t(index) * g.clusterBytes;
+            if (at >= bytes.size()) return false;
+            std::memcpy(bytes.data() + at, data.data(), size_t(std::min<uint64_t>(data.size(), bytes.size() - at)));
+            return true;
+        });
+        if (m_vol.Media().DeviceGone()) ok = false;
+        map.TakeBits(bytes);
+        return ok;
+    }
+
 private:
     CFatVolume& m_vol;
     std::vector<uint32_t> m_clusters;
@@ -116,6 +140,20 @@ ContentResult ExFatWriteContent(CPhysicalDisk& media, const CNode& node, const C
     CFatVolume vol(media);
     if (!vol.Open(FsKind::ExFat)) return {};
     return ExFatWriteContent(vol, node, sink);
+}
+
+bool ExFatJudgeConditions(CPhysicalDisk& media, CNode& volumeRoot, const std::function<bool()>& stop) {
+    CFatVolume vol(media);
+    if (!vol.Open(FsKind::ExFat)) return false;
+    AllocationBitmap bitmap(vol);
+    CClusterMap map;
+    if (!bitmap.Locate() || !bitmap.LoadInto(map)) return false;
+    bool stopped = false;
+    // With or without a FAT chain, a deleted file's chain is gone: its clusters are taken as
+    // contiguous from the first.
+    JudgeClusterFiles(volumeRoot, map, vol.Geometry().clusterBytes, -2, [&](uint32_t c) { return vol.IsDataCluster(c); },
+                      stop, stopped);
+    return !stopped;
 }
 
 } // namespace kestrin

@@ -2,6 +2,7 @@
 // exFAT engine: the folder walk that fills the found-item tree, and the content read-back the
 // saver and `cat` use.
 #include <cstdint>
+#include <functional>
 
 #include "fs/Content.h"
 #include "job/Outcome.h"
@@ -25,5 +26,10 @@ Outcome ExFatScanVolume(CPhysicalDisk& media, int mode, ScanContext& ctx);
 ContentResult ExFatWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
 // The same on an opened exFAT volume.
 ContentResult ExFatWriteContent(CFatVolume& volume, const CNode& node, const ContentSink& sink);
+
+// Judges every deleted file below `volumeRoot` (found on the media's selected exFAT volume)
+// against the allocation bitmap, read once: its clusters, contiguous from the first one as many
+// as its size needs, in use now or not. False when the bitmap cannot be had or `stop` said so.
+bool ExFatJudgeConditions(CPhysicalDisk& media, CNode& volumeRoot, const std::function<bool()>& stop);
 
 } // namespace kestrin

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fs/CNode.h"
+#include "fs/Condition.h"
 #include "fs/VolumeTree.h"
 #include "fs/fat/CFatVolume.h"
 #include "fs/fat/ClusterContent.h"
@@ -494,6 +495,50 @@ Outcome FatSearchPreviousFolders(CPhysicalDisk& media, ScanContext& ctx) {
         }
     }
     return watch.Finish(ctx);
+}
+
+void JudgeClusterFiles(CNode& volumeRoot, const CClusterMap& map, uint32_t clusterBytes, int64_t clusterBase,
+                       const std::function<bool(uint32_t)>& validFirst, const std::function<bool()>& stop,
+                       bool& stopped) {
+    stopped = false;
+    ForEachNode(&volumeRoot, [&](CNode* n) {
+        if (stopped || !TakesCondition(*n)) return;
+        if (stop && stop()) {
+            stopped = true;
+            return;
+        }
+        if (n->size == 0) {
+            RecordCondition(*n, AssessSpans(map, {}, 0, clusterBytes));
+            return;
+        }
+        // Without a first cluster nothing says where the file was.
+        if (!validFirst(n->recordId)) return;
+        const uint64_t needed = (n->size + clusterBytes - 1) / clusterBytes;
+        const ClusterSpan span{0, uint64_t(int64_t(n->recordId) + clusterBase), needed};
+        RecordCondition(*n, AssessSpans(map, {&span, 1}, n->size, clusterBytes));
+    });
+}
+
+bool FatJudgeConditions(CPhysicalDisk& media, CNode& volumeRoot, const std::function<bool()>& stop) {
+    CFatVolume vol(media);
+    if (!vol.Open(media.GetFsKind())) return false;
+    const FatGeometry& g = vol.Geometry();
+    if (g.clusterBytes == 0) return false;
+    // The FAT as a bitmap: a cluster whose entry is not 0 belongs to a live file (or is bad or
+    // reserved); clusters 0 and 1 hold no data.
+    const uint32_t last = vol.LastClusterInVolume();
+    CClusterMap map;
+    if (last < 2 || !map.Reset(uint64_t(last) + 1)) return false;
+    map.Set(0);
+    map.Set(1);
+    for (uint32_t c = 2; c <= last; ++c) {
+        if ((c & 0xFFFF) == 0 && stop && stop()) return false;
+        if (vol.Entry(c) != 0) map.Set(c);
+    }
+    bool stopped = false;
+    JudgeClusterFiles(volumeRoot, map, g.clusterBytes, 0, [&](uint32_t c) { return vol.IsDataCluster(c); }, stop,
+                      stopped);
+    return !stopped;
 }
 
 } // namespace kestrin

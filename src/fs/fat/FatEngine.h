@@ -2,6 +2,7 @@
 // FAT16 and FAT32 engine: the folder walk that fills the found-item tree, and the content
 // read-back the saver and `cat` use.
 #include <cstdint>
+#include <functional>
 #include <span>
 
 #include "fs/Content.h"
@@ -13,6 +14,7 @@ namespace kestrin {
 class CPhysicalDisk;
 class CNode;
 class CFatVolume;
+class CClusterMap;
 struct ScanContext;
 
 // Scans the media's selected FAT16/FAT32 volume into ctx.top as the volume root "." (root
@@ -46,5 +48,18 @@ Outcome FatSearchPreviousFolders(CPhysicalDisk& media, ScanContext& ctx);
 ContentResult FatWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
 // The same on an opened volume (keeps the FAT cache across many files).
 ContentResult FatWriteContent(CFatVolume& volume, const CNode& node, const ContentSink& sink);
+
+// Judges every deleted file below `volumeRoot` (found on the media's selected FAT16/FAT32 volume)
+// against the FAT, read once into a cluster map (an entry that is not 0 is in use). A deleted
+// file is taken to have had as many clusters as its size needs, contiguous from its first one.
+// False when the FAT cannot be had or `stop` said so.
+bool FatJudgeConditions(CPhysicalDisk& media, CNode& volumeRoot, const std::function<bool()>& stop);
+
+// What FAT and exFAT share: judges the deleted files below `volumeRoot` whose first cluster
+// `validFirst` accepts, each as contiguous clusters from that one; cluster c is bit
+// c + `clusterBase` of `map`.
+void JudgeClusterFiles(CNode& volumeRoot, const CClusterMap& map, uint32_t clusterBytes, int64_t clusterBase,
+                       const std::function<bool(uint32_t)>& validFirst, const std::function<bool()>& stop,
+                       bool& stopped);
 
 } // namespace kestrin

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <vector>
 
+#include "fs/CNode.h"
+#include "fs/Condition.h"
 #include "fs/ntfs/CNtfsVolume.h"
 #include "fs/ntfs/Lznt1.h"
 #include "fs/ntfs/NtfsEngine.h"
@@ -38,6 +40,18 @@ struct DataStream {
     std::vector<uint64_t> pieceVcns;
     // Runs must lie inside this many clusters (0: the volume's size is not known).
     uint64_t volumeClusters = 0;
+    // Decoding room, kept across attributes.
+    std::vector<NtfsRun> runs;
+
+    // Empties the stream for another file, keeping the room it had.
+    void Clear() {
+        found = resident = compressed = false;
+        residentValue.clear();
+        unitClusters = kDefaultUnitClusters;
+        initializedSize = ~0ull;
+        extents.clear();
+        pieceVcns.clear();
+    }
 
     void Take(Bytes rec, const NtfsAttr& a) {
         if (!a.nonResident) {
@@ -59,7 +73,7 @@ struct DataStream {
             if (unitExponent >= 1 && unitExponent <= kMaxUnitShift) unitClusters = 1u << unitExponent;
             initializedSize = nonresident::InitializedSize::Or(rec, ~0ull, a.offset);
         }
-        std::vector<NtfsRun> runs;
+        runs.clear();
         DecodeRuns(rec.subspan(a.offset, a.length), *runOffset, runs, volumeClusters);
         uint64_t vcn = *startVcn;
         for (const NtfsRun& r : runs) {
@@ -262,6 +276,51 @@ private:
     std::vector<uint8_t> m_window;
 };
 
+// Gathers the unnamed data attribute of the checked record at volume byte `offset`: from the
+// record itself and, through its attribute list, from its extension records (through the MFT
+// when it is open, else looked for around the record). `fallbackNumber` is the record's number
+// when its header carries none.
+void GatherDataStream(CNtfsVolume& vol, bool mftOpen, Bytes rec, uint64_t offset, uint64_t fallbackNumber,
+                      DataStream& data) {
+    struct ListRef {
+        uint64_t vcn, record;
+    };
+    std::vector<ListRef> refs;
+    ForEachAttribute(rec, [&](const NtfsAttr& a) {
+        if (a.type == kAttrList) {
+            // A list read in part still names the pieces it holds; the rest read as missing.
+            std::vector<uint8_t> stored;
+            bool readOk = false;
+            ForEachListEntry(AttributeListBytes(rec, a, &vol, stored, readOk), [&](const NtfsListEntry& entry) {
+                if (refs.size() >= kMaxPieces) return false;
+                if (entry.type == kAttrData && entry.unnamed) refs.push_back({entry.firstVcn, entry.record});
+                return true;
+            });
+        } else if (a.type == kAttrData && a.Unnamed()) {
+            data.Take(rec, a);
+        }
+        return a.type <= kAttrData;
+    });
+    uint64_t own = file_record::UsaOffset::At(rec.data()) == file_record::kUsaOffsetNumbered
+                       ? file_record::RecordNumber::At(rec.data())
+                       : fallbackNumber;
+    std::vector<uint8_t> ext;
+    CNearbyRecords nearby(vol, offset, rec, uint32_t(rec.size()), own);
+    for (const ListRef& r : refs) {
+        if (r.record == own || data.resident) continue;
+        if (!(mftOpen && vol.ReadRecord(r.record, ext)) && !nearby.Read(r.record, ext)) continue;
+        Bytes e = ext;
+        ForEachAttribute(e, [&](const NtfsAttr& a) {
+            if (a.type == kAttrData && a.Unnamed() && a.nonResident &&
+                nonresident::FirstVcn::Or(e, ~0ull, a.offset) == r.vcn) {
+                data.Take(e, a);
+                return false;
+            }
+            return a.type <= kAttrData;
+        });
+    }
+}
+
 } // namespace
 
 ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink) {
@@ -295,44 +354,7 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
 
     DataStream data;
     if (bootGeometry) data.volumeClusters = vol.ClusterCount();
-    struct ListRef {
-        uint64_t vcn, record;
-    };
-    std::vector<ListRef> refs;
-    Bytes rec = record;
-    ForEachAttribute(rec, [&](const NtfsAttr& a) {
-        if (a.type == kAttrList) {
-            // A list read in part still names the pieces it holds; the rest read as missing.
-            std::vector<uint8_t> stored;
-            bool readOk = false;
-            ForEachListEntry(AttributeListBytes(rec, a, &vol, stored, readOk), [&](const NtfsListEntry& entry) {
-                if (refs.size() >= kMaxPieces) return false;
-                if (entry.type == kAttrData && entry.unnamed) refs.push_back({entry.firstVcn, entry.record});
-                return true;
-            });
-        } else if (a.type == kAttrData && a.Unnamed()) {
-            data.Take(rec, a);
-        }
-        return a.type <= kAttrData;
-    });
-    uint64_t own = file_record::UsaOffset::At(rec.data()) == file_record::kUsaOffsetNumbered
-                       ? file_record::RecordNumber::At(rec.data())
-                       : node.recordId;
-    std::vector<uint8_t> ext;
-    CNearbyRecords nearby(vol, offset, rec, recordSize, own);
-    for (const ListRef& r : refs) {
-        if (r.record == own || data.resident) continue;
-        if (!(mftOpen && vol.ReadRecord(r.record, ext)) && !nearby.Read(r.record, ext)) continue;
-        Bytes e = ext;
-        ForEachAttribute(e, [&](const NtfsAttr& a) {
-            if (a.type == kAttrData && a.Unnamed() && a.nonResident &&
-                nonresident::FirstVcn::Or(e, ~0ull, a.offset) == r.vcn) {
-                data.Take(e, a);
-                return false;
-            }
-            return a.type <= kAttrData;
-        });
-    }
+    GatherDataStream(vol, mftOpen, record, offset, node.recordId, data);
     if (!data.found) return failed;
 
     CContentWriter writer(vol, sink, node.size);
@@ -340,6 +362,70 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
     std::stable_sort(data.extents.begin(), data.extents.end(), [](const Extent& a, const Extent& b) { return a.vcn < b.vcn; });
     if (data.compressed) return writer.Compressed(data.extents, data.unitClusters);
     return writer.Plain(data.extents, data.initializedSize);
+}
+
+bool NtfsJudgeConditions(CPhysicalDisk& media, CNode& volumeRoot, const std::function<bool()>& stop) {
+    CNtfsVolume vol(media);
+    if (!vol.LoadGeometry() || !vol.Open()) return false;
+    const uint32_t bpc = vol.BytesPerCluster();
+    const uint32_t recordSize = vol.RecordSize();
+    const uint64_t clusters = vol.ClusterCount();
+
+    // The allocation map: $Bitmap's data, one bit per cluster.
+    std::vector<uint8_t> record;
+    if (!vol.ReadRecord(kNtfsBitmapRecord, record)) return false;
+    DataStream data;
+    data.volumeClusters = clusters;
+    GatherDataStream(vol, true, record, vol.MapMft(uint64_t(kNtfsBitmapRecord) * recordSize), kNtfsBitmapRecord, data);
+    if (!data.found) return false;
+    std::vector<uint8_t> bits;
+    const uint64_t mapBytes = (clusters + 7) / 8;
+    if (data.resident) {
+        bits = std::move(data.residentValue);
+    } else {
+        std::stable_sort(data.extents.begin(), data.extents.end(), [](const Extent& a, const Extent& b) { return a.vcn < b.vcn; });
+        std::vector<NtfsRun> runs;
+        uint64_t covered = 0;
+        for (const Extent& e : data.extents) {
+            if (e.vcn != covered / bpc) break; // a gap: what follows cannot be placed
+            runs.push_back({e.length, e.lcn, e.sparse});
+            covered += e.length * bpc;
+            if (covered >= mapBytes) break;
+        }
+        if (!vol.ReadRunData(runs, std::min(covered, mapBytes), bits)) return false;
+    }
+    CClusterMap map;
+    // Clusters the bitmap does not reach count as in use.
+    if (!map.Reset(std::min<uint64_t>(clusters, uint64_t(bits.size()) * 8))) return false;
+    map.TakeBits(bits);
+    bits = {};
+
+    std::vector<ClusterSpan> spans;
+    const uint64_t mediaSector = vol.MediaSectorSize();
+    bool stopped = false;
+    ForEachNode(&volumeRoot, [&](CNode* n) {
+        if (stopped || !TakesCondition(*n)) return;
+        if (stop && stop()) {
+            stopped = true;
+            return;
+        }
+        // Items of another volume found by the record search, and records that no longer read
+        // as they did, stay unknown.
+        const uint64_t abs = n->location * mediaSector;
+        if (n->startOffset != 0 || abs < vol.VolumeStartByte()) return;
+        const uint64_t offset = abs - vol.VolumeStartByte();
+        record.resize(recordSize);
+        if (!vol.ReadVolume(offset, record.data(), record.size()) || !CheckFileRecord(record, recordSize)) return;
+        data.Clear();
+        GatherDataStream(vol, true, record, offset, n->recordId, data);
+        if (!data.found) return;
+        spans.clear();
+        if (!data.resident)
+            for (const Extent& e : data.extents)
+                if (!e.sparse) spans.push_back({e.vcn, e.lcn, e.length});
+        RecordCondition(*n, AssessSpans(map, spans, n->size, bpc));
+    });
+    return !stopped;
 }
 
 } // namespace kestrin

@@ -2,6 +2,7 @@
 // The NTFS engine: the volume scan from the MFT (or its mirror), the whole-range search for file
 // and index records when the MFT is gone, and the content read-back of one found file.
 #include <cstdint>
+#include <functional>
 
 #include "fs/Content.h"
 #include "job/ScanContext.h"
@@ -28,5 +29,11 @@ Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t e
 // A non-zero node.startOffset (set by the record search) is the distance in sectors from the
 // volume's first sector to the record; 0 means the volume starts at the selected range.
 ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
+
+// Judges every deleted file below `volumeRoot` (found on the media's selected volume) against
+// the volume's cluster bitmap ($Bitmap, read once): the clusters its record's data runs name,
+// in use now or not. Resident data holds no clusters. Files whose record no longer reads stay
+// unknown. False when the bitmap cannot be had or `stop` said so.
+bool NtfsJudgeConditions(CPhysicalDisk& media, CNode& volumeRoot, const std::function<bool()>& stop);
 
 } // namespace kestrin

@@ -17,6 +17,7 @@ namespace kestrin {
 // volume's sector size.
 constexpr uint32_t kNtfsFixupBlock = 512;
 constexpr uint32_t kNtfsRootRecord = 5;
+constexpr uint32_t kNtfsBitmapRecord = 6;
 // The largest file record and cluster any reader here accepts.
 constexpr uint32_t kNtfsMaxRecordBytes = 64u << 10;
 constexpr uint32_t kNtfsMaxClusterBytes = 2u << 20;
