@@ -1,7 +1,10 @@
 #include "cli/CliOutputs.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <streambuf>
 
 #include <unistd.h>
 
@@ -23,6 +26,34 @@ std::filesystem::path NearestExisting(const std::string& path) {
     }
     return p;
 }
+
+// Buffers what a stream writes and hands it to the temporary file in large pieces.
+class CAtomicFileBuf final : public std::streambuf {
+public:
+    explicit CAtomicFileBuf(platform::AtomicFile& file) : m_file(file) { setp(m_buffer, m_buffer + sizeof m_buffer); }
+
+protected:
+    int_type overflow(int_type ch) override {
+        if (!Drain()) return traits_type::eof();
+        if (!traits_type::eq_int_type(ch, traits_type::eof())) {
+            *pptr() = traits_type::to_char_type(ch);
+            pbump(1);
+        }
+        return traits_type::not_eof(ch);
+    }
+    int sync() override { return Drain() ? 0 : -1; }
+
+private:
+    bool Drain() {
+        size_t n = size_t(pptr() - pbase());
+        if (n && !m_file.Write(pbase(), n)) return false;
+        setp(m_buffer, m_buffer + sizeof m_buffer);
+        return true;
+    }
+
+    platform::AtomicFile& m_file;
+    char m_buffer[1 << 16];
+};
 
 } // namespace
 
@@ -97,6 +128,21 @@ bool WriteOutputFile(const std::string& path, const std::string& text, bool over
     int error = 0;
     if (platform::WriteFileAtomically(path, text.data(), text.size(), overwrite, &error)) return true;
     std::fprintf(stderr, "kestrin: %s: %s\n", path.c_str(), platform::ErrnoText(error).c_str());
+    return false;
+}
+
+bool WriteOutputStream(const std::string& path, bool overwrite, const std::function<void(std::ostream&)>& write) {
+    platform::AtomicFile file;
+    bool ok = file.Create(path, overwrite);
+    if (ok) {
+        auto buffer = std::make_unique<CAtomicFileBuf>(file);
+        std::ostream out(buffer.get());
+        write(out);
+        out.flush();
+        ok = out.good() && file.Commit();
+    }
+    if (ok) return true;
+    std::fprintf(stderr, "kestrin: %s: %s\n", path.c_str(), platform::ErrnoText(file.Error() ? file.Error() : EIO).c_str());
     return false;
 }
 

@@ -3,6 +3,8 @@
 // option, partition numbers, and every output path against the source (never the source, never
 // on the source device, never an existing file without --overwrite, never in a missing folder).
 #include <cstdint>
+#include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -34,5 +36,8 @@ bool CheckPlannedOutputs(const std::vector<PlannedOutput>& outputs,
 // Writes `text` to `path` under a temporary name and moves it into place when complete
 // (replacing an existing file only with `overwrite`). Prints why on failure.
 bool WriteOutputFile(const std::string& path, const std::string& text, bool overwrite);
+// The same for output made piece by piece: `write` fills the stream, which goes to the temporary
+// in large writes as it comes, so the whole text is never held in memory.
+bool WriteOutputStream(const std::string& path, bool overwrite, const std::function<void(std::ostream&)>& write);
 
 } // namespace kestrin::cli

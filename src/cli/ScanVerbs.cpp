@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
-#include <sstream>
 #include <iostream>
 #include <memory>
 
@@ -23,26 +22,30 @@ namespace kestrin::cli {
 
 namespace {
 
-// The whole run as JSON: one scan object, or {"volumes":[...]} for --partition all. A file is
-// written whole under a temporary name and then moved into place.
-bool WriteRunJson(const std::string& target, const ScanRun& run, bool all, bool overwrite) {
-    std::ostringstream text;
+// The whole run as JSON: one scan object, or {"volumes":[...]} for --partition all.
+void WriteRunJsonTo(std::ostream& out, const ScanRun& run, bool all) {
     if (all) {
-        text << "{\"volumes\":[";
+        out << "{\"volumes\":[";
         for (size_t i = 0; i < run.volumes.size(); ++i) {
             const auto& v = run.volumes[i];
-            text << (i ? "," : "") << "{\"partition\":" << v.partition << ",";
-            WriteScanJsonBody(text, run.mode, v.info, *v.tree);
-            text << "}";
+            out << (i ? "," : "") << "{\"partition\":" << v.partition << ",";
+            WriteScanJsonBody(out, run.mode, v.info, *v.tree);
+            out << "}";
         }
-        text << "]}\n";
+        out << "]}\n";
     } else if (!run.volumes.empty()) {
-        text << "{";
-        WriteScanJsonBody(text, run.mode, run.volumes.front().info, *run.volumes.front().tree);
-        text << "}\n";
+        out << "{";
+        WriteScanJsonBody(out, run.mode, run.volumes.front().info, *run.volumes.front().tree);
+        out << "}\n";
     }
-    if (target != "-") return WriteOutputFile(target, text.str(), overwrite);
-    std::cout << text.str();
+}
+
+// Writes the run's JSON as it is made: a file under a temporary name, moved into place when
+// complete; or standard output.
+bool WriteRunJson(const std::string& target, const ScanRun& run, bool all, bool overwrite) {
+    if (target != "-")
+        return WriteOutputStream(target, overwrite, [&](std::ostream& out) { WriteRunJsonTo(out, run, all); });
+    WriteRunJsonTo(std::cout, run, all);
     std::cout.flush();
     if (!std::cout) {
         std::fprintf(stderr, "kestrin: writing the JSON failed\n");

@@ -3,12 +3,27 @@
 #include <new>
 #include <vector>
 
+#include "fs/NodeMemory.h"
 #include "fs/VolumeHandle.h"
 #include "util/Text.h"
 
 namespace kestrin {
 
 CNode::CNode() = default;
+
+void* CNode::operator new(size_t bytes) {
+    void* p = node_memory::Allocate(bytes, alignof(CNode));
+    if (!p) throw std::bad_alloc();
+    return p;
+}
+
+void* CNode::operator new(size_t bytes, const std::nothrow_t&) noexcept {
+    return node_memory::Allocate(bytes, alignof(CNode));
+}
+
+void CNode::operator delete(void* p, size_t bytes) noexcept { node_memory::Release(p, bytes); }
+
+void CNode::operator delete(void* p, const std::nothrow_t&) noexcept { node_memory::Release(p, sizeof(CNode)); }
 
 CNode::~CNode() {
     // Iterative teardown: deep trees from hostile disks must not exhaust the stack.
@@ -88,70 +103,34 @@ CNode* FindChild(const CNode* folder, std::u16string_view name) {
 }
 
 bool ConvertScanEntries(ScanEntry** source, CNode* target) {
-    // Explicit stack of (entry list, target node, last converted) keeps deep trees off the call stack.
-    struct Frame {
-        ScanEntry* next;
-        CNode* target;
-        CNode* last;
-    };
-    std::vector<Frame> stack;
-    CNode* last = target->firstChild;
-    while (last && last->nextSibling) last = last->nextSibling;
-    stack.push_back({*source, target, last});
+    CNode* first = *source;
     *source = nullptr;
-    bool failed = false;
-    while (!stack.empty()) {
-        Frame& f = stack.back();
-        ScanEntry* e = f.next;
-        if (!e) {
-            stack.pop_back();
+    if (!first) return true;
+    CNode** link = &target->firstChild;
+    while (*link) link = &(*link)->nextSibling;
+    *link = first;
+    for (CNode* s = first; s; s = s->nextSibling) s->parent = target;
+    // The walks do not always keep parent links up to date while they move entries around; set
+    // them all, depth first without recursion (the links set on the way down lead back up).
+    for (CNode* n = first; n;) {
+        if (n->firstChild) {
+            for (CNode* c = n->firstChild; c; c = c->nextSibling) c->parent = n;
+            n = n->firstChild;
             continue;
         }
-        f.next = e->nextSibling;
-        if (failed) {
-            e->nextSibling = nullptr;
-            FreeScanEntries(e);
-            continue;
-        }
-        auto* n = new (std::nothrow) CNode;
-        if (!n) {
-            failed = true;
-            e->nextSibling = nullptr;
-            FreeScanEntries(e);
-            continue;
-        }
-        n->checked = e->checked;
-        n->nameLength = e->nameLength;
-        n->flags = e->flags;
-        n->parentRecordId = e->parentRecordId;
-        n->recordId = e->recordId;
-        n->name = std::move(e->name);
-        n->location = e->location;
-        n->size = e->size;
-        n->modifiedDate = e->modifiedDate;
-        n->createdDate = e->createdDate;
-        n->parent = f.target;
-        if (f.last)
-            f.last->nextSibling = n;
-        else
-            f.target->firstChild = n;
-        f.last = n;
-        ScanEntry* children = e->firstChild;
-        delete e;
-        if (children) stack.push_back({children, n, nullptr});
+        while (n != target && !n->nextSibling) n = n->parent;
+        if (n == target) break;
+        n = n->nextSibling;
     }
     return true;
 }
 
 void FreeScanEntries(ScanEntry* first) {
-    std::vector<ScanEntry*> pending;
-    if (first) pending.push_back(first);
-    while (!pending.empty()) {
-        ScanEntry* e = pending.back();
-        pending.pop_back();
-        if (e->nextSibling) pending.push_back(e->nextSibling);
-        if (e->firstChild) pending.push_back(e->firstChild);
-        delete e;
+    while (first) {
+        CNode* next = first->nextSibling;
+        first->nextSibling = nullptr;
+        delete first;
+        first = next;
     }
 }
 

@@ -3,7 +3,10 @@
 // Children form a singly linked list (firstChild, nextSibling); every node owns its children.
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
+
+#include "fs/NodeName.h"
 
 namespace kestrin {
 
@@ -11,50 +14,46 @@ struct VolumeHandle;
 
 enum NodeFlags : uint16_t { kNodeInUse = 1, kNodeFolder = 2, kNodeFatChain = 4 };
 
-// Lighter entry the file-system engines build while walking; converted to CNode in one pass.
-struct ScanEntry {
-    uint64_t location = 0;
-    uint64_t size = 0;
-    ScanEntry* nextSibling = nullptr;
-    ScanEntry* firstChild = nullptr;
-    ScanEntry* parent = nullptr;
-    uint32_t reserved = 0;
-    uint32_t recordId = 0;
-    uint32_t parentRecordId = 0;
-    std::u16string name;
-    uint16_t createdDate = 0;
-    uint16_t modifiedDate = 0;
-    uint8_t flags = 0;
-    uint8_t checked = 0;
-    uint8_t nameLength = 0;
-};
+class CNode;
+// What the file-system engines build while walking a volume: found items are nodes from the
+// start, and the finished volume is linked into the tree as it is (see ConvertScanEntries).
+using ScanEntry = CNode;
 
+// One found item. Nodes and their names live in node memory (fs/NodeMemory.h); `new CNode` and
+// `delete` go there. Deleting a node deletes everything below it.
 class CNode {
 public:
     CNode();
-    virtual ~CNode();
+    ~CNode();
     CNode(const CNode&) = delete;
     CNode& operator=(const CNode&) = delete;
+
+    static void* operator new(size_t bytes);
+    static void* operator new(size_t bytes, const std::nothrow_t&) noexcept;
+    static void operator delete(void* p, size_t bytes) noexcept;
+    static void operator delete(void* p, const std::nothrow_t&) noexcept;
 
     uint64_t size = 0;
     uint64_t location = 0;
     CNode* parent = nullptr;
     CNode* nextSibling = nullptr;
     CNode* firstChild = nullptr;
+    NodeName name;
+    // Set on volume roots only: the volume the items below were found on.
+    std::unique_ptr<VolumeHandle> volume;
     uint32_t recordId = 0;
     uint32_t parentRecordId = 0;
+    uint32_t startOffset = 0;
+    // The engines' own use while walking (sequence numbers, orphan order); means nothing after.
+    uint32_t reserved = 0;
     uint16_t createdDate = 0;
     uint16_t modifiedDate = 0;
     uint16_t flags = 0;
     uint8_t checked = 0;
     uint8_t carved = 0;
-    std::u16string name;
     uint8_t nameLength = 0;
-    uint32_t startOffset = 0;
     uint8_t inDeletedView = 0;
     uint8_t condition = 0; // a Condition (fs/Condition.h), set on deleted files
-    // Set on volume roots only: the volume the items below were found on.
-    std::unique_ptr<VolumeHandle> volume;
 
     bool IsFolder() const { return flags & kNodeFolder; }
     bool IsDeleted() const { return !(flags & kNodeInUse); }
@@ -81,9 +80,10 @@ CNode* FindChild(const CNode* folder, std::u16string_view name);
 inline uint64_t IncrementCount(CNode* folder) { return ++folder->size; }
 inline uint64_t GetCount(const CNode* folder) { return folder->size; }
 
-// Converts a sibling list of scan entries into nodes under `target` (kept in order), freeing
-// the entries. `*source` is cleared at the end.
+// Moves a sibling list of scan entries (with everything below) to the end of `target`'s
+// children, in order, and sets every parent link below. `*source` is cleared.
 bool ConvertScanEntries(ScanEntry** source, CNode* target);
+// Deletes `first`, the siblings chained behind it and everything below them.
 void FreeScanEntries(ScanEntry* first);
 // Appends copies of the child list `first` (recursively) under `target`.
 bool DeepCopy(const CNode* first, CNode* target);

@@ -288,11 +288,13 @@ bool GetGroup(SessionIn& in, CNode* parent, std::vector<CNode*>& withChildren) {
         if (!in.Get(name, size_t(n->nameLength) * 2)) return false;
         // Names are NUL-terminated strings in memory: a padded grouping-folder name ends at its
         // first zero unit.
-        for (size_t i = 0; i < n->nameLength; ++i) {
-            char16_t c = char16_t(Le16(name + 2 * i));
-            if (!c) break;
-            n->name.push_back(c);
+        char16_t units[kMaxNameUnits];
+        size_t count = 0;
+        for (; count < n->nameLength; ++count) {
+            units[count] = char16_t(Le16(name + 2 * count));
+            if (!units[count]) break;
         }
+        n->name = std::u16string_view(units, count);
         if (node::HasFirstChild::At(rec)) withChildren.push_back(n);
         if (!node::HasNextSibling::At(rec)) return true;
     }

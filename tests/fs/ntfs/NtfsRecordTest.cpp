@@ -2,6 +2,8 @@
 // record parsing rules, index entries and LZNT1.
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include "NtfsBuilder.h"
 #include "fs/ntfs/Lznt1.h"
 #include "fs/ntfs/NtfsRecord.h"
@@ -17,10 +19,10 @@ std::vector<uint8_t> GoodBoot() {
     return std::vector<uint8_t>(v.Image().begin(), v.Image().begin() + 512);
 }
 
-ScanEntry Parse(std::vector<uint8_t> rec, bool& yielded, uint32_t runningIndex = 77) {
+std::unique_ptr<ScanEntry> Parse(std::vector<uint8_t> rec, bool& yielded, uint32_t runningIndex = 77) {
     EXPECT_TRUE(CheckFileRecord(rec, uint32_t(rec.size())));
-    ScanEntry e;
-    yielded = ParseFileRecord(rec, e, runningIndex, nullptr);
+    auto e = std::make_unique<ScanEntry>();
+    yielded = ParseFileRecord(rec, *e, runningIndex, nullptr);
     return e;
 }
 
@@ -260,16 +262,16 @@ TEST(NtfsParse, NamesAndFilters) {
                        .Finish(),
                    yielded);
     EXPECT_TRUE(yielded);
-    EXPECT_EQ(e.name, u"long file name.txt");
-    EXPECT_EQ(e.size, 3u);
-    EXPECT_EQ(e.recordId, 70u);
-    EXPECT_EQ(e.parentRecordId, 5u);
-    EXPECT_EQ(e.flags, 1);
-    EXPECT_NE(e.createdDate, 0);
+    EXPECT_EQ(e->name, u"long file name.txt");
+    EXPECT_EQ(e->size, 3u);
+    EXPECT_EQ(e->recordId, 70u);
+    EXPECT_EQ(e->parentRecordId, 5u);
+    EXPECT_EQ(e->flags, 1);
+    EXPECT_NE(e->createdDate, 0);
     // Only a DOS name: an item without a name (named "#<record>" when placed).
     e = Parse(RecordBuilder(71).StdInfo().FileName(5, u"SHORT.TXT", 2).Resident(0x80, {1}).Finish(), yielded);
     EXPECT_TRUE(yielded);
-    EXPECT_TRUE(e.name.empty());
+    EXPECT_TRUE(e->name.empty());
     // The metadata files, the root's own record and a record that is its own parent yield nothing;
     // a file in the extend folder does.
     for (auto name : {u"$MFT", u"$MFTMirr", u"$LogFile", u"$Volume", u"$AttrDef", u"$Bitmap", u"$Boot", u"$BadClus",
@@ -288,21 +290,21 @@ TEST(NtfsParse, NamesAndFilters) {
     EXPECT_FALSE(yielded);
     e = Parse(RecordBuilder(92, 3).StdInfo().FileName(5, u"dir").IndexRoot({}).Finish(), yielded);
     EXPECT_TRUE(yielded);
-    EXPECT_EQ(e.flags, 3);
+    EXPECT_EQ(e->flags, 3);
     // A named stream is not the file's data: the size comes from the unnamed one after it.
     e = Parse(RecordBuilder(93).StdInfo().FileName(5, u"ads.txt").Resident(0x80, {1, 2}, u"extra")
                   .NonResident(0x80, EncodeRuns({{2, 40}}), 5000, 0, 1)
                   .Finish(),
               yielded);
     EXPECT_TRUE(yielded);
-    EXPECT_EQ(e.size, 5000u);
+    EXPECT_EQ(e->size, 5000u);
     // A name longer than its attribute is not taken.
     auto rec = RecordBuilder(94).StdInfo().FileName(5, u"abc").Resident(0x80, {1}).Finish();
     size_t fn = 0x38 + 0x48; // after the 72-byte standard information
     ASSERT_EQ(Le32(rec.data() + fn), 0x30u);
     rec[fn + 0x18 + 0x40] = 200;
     e = Parse(rec, yielded);
-    EXPECT_TRUE(e.name.empty());
+    EXPECT_TRUE(e->name.empty());
 }
 
 TEST(NtfsParse, RecordNumbersAndNamespaceQuirk) {
@@ -310,10 +312,10 @@ TEST(NtfsParse, RecordNumbersAndNamespaceQuirk) {
     // Without a record number in the header the running index is used; a folder's own number
     // comes from the first index entry of its index root.
     auto e = Parse(RecordBuilder(0, 1, 1024, 42).StdInfo().FileName(5, u"f").Resident(0x80, {1}).Finish(), yielded, 333);
-    EXPECT_EQ(e.recordId, 333u);
+    EXPECT_EQ(e->recordId, 333u);
     auto entry = IndexEntry(120, 66, u"child.txt", false);
     e = Parse(RecordBuilder(0, 3, 1024, 42).StdInfo().FileName(5, u"d").IndexRoot(entry).Finish(), yielded, 333);
-    EXPECT_EQ(e.recordId, 66u);
+    EXPECT_EQ(e->recordId, 66u);
     // The namespace byte is read at attribute offset 0x59 even when the value starts elsewhere.
     auto rec = RecordBuilder(95).StdInfo().Resident(0x30, std::vector<uint8_t>(0x50, 0), u"nm").Finish();
     // Value at 0x20 (after the name): name "Q" at value + 0x42, namespace at value + 0x41 = DOS,
@@ -324,7 +326,7 @@ TEST(NtfsParse, RecordNumbersAndNamespaceQuirk) {
     Put16(rec, v + 0x42, u'Q');
     rec[fn + 0x59] = 1;
     e = Parse(rec, yielded);
-    EXPECT_EQ(e.name, u"Q");
+    EXPECT_EQ(e->name, u"Q");
 }
 
 TEST(NtfsIndex, EntriesDescribeFolders) {
