@@ -6,6 +6,7 @@
 #include <new>
 
 #include "carve/CSectorReader.h"
+#include "platform/Platform.h"
 
 namespace kestrin {
 
@@ -34,13 +35,11 @@ CChunkPrefetcher::~CChunkPrefetcher() {
         m_readerCv.notify_all();
         m_thread.join();
     }
+    platform::FreeLargeBuffer(m_buffers, m_bufferBytes);
 }
 
-void CChunkPrefetcher::AlignedFree::operator()(uint8_t* p) const { std::free(p); }
-
 // One read of the whole chunk; the part past the source's end is zero, as the loop clears its
-// buffer before each read. A slot's buffer is allocated the first time it is used. A chunk that
-// lies wholly in a hole of the source is not read at all.
+// buffer before each read. A chunk that lies wholly in a hole of the source is not read at all.
 void CChunkPrefetcher::ReadChunk(uint64_t index, Slot& slot) {
     uint64_t start = m_first + index * m_chunkSectors;
     uint32_t sectors = uint32_t(std::min<uint64_t>(m_chunkSectors, m_end - start));
@@ -54,19 +53,20 @@ void CChunkPrefetcher::ReadChunk(uint64_t index, Slot& slot) {
         slot.chunk.ok = true;
         return;
     }
-    if (!slot.buffer) {
+    if (!m_buffers) {
         constexpr size_t kAlign = 4096;
-        size_t size = size_t(std::min<uint64_t>(m_chunkSectors, m_end - m_first)) * m_sectorSize;
-        size = (size + kAlign - 1) / kAlign * kAlign;
-        slot.buffer.reset(static_cast<uint8_t*>(std::aligned_alloc(kAlign, size)));
-        if (!slot.buffer) throw std::bad_alloc();
-        std::memset(slot.buffer.get(), 0, size);
+        m_slotBytes = size_t(std::min<uint64_t>(m_chunkSectors, m_end - m_first)) * m_sectorSize;
+        m_slotBytes = (m_slotBytes + kAlign - 1) / kAlign * kAlign;
+        m_bufferBytes = m_slotBytes * m_slots.size();
+        m_buffers = static_cast<uint8_t*>(platform::AllocateLargeBuffer(m_bufferBytes));
+        if (!m_buffers) throw std::bad_alloc();
+        for (size_t i = 0; i < m_slots.size(); ++i) m_slots[i].buffer = m_buffers + i * m_slotBytes;
     }
-    slot.chunk.data = slot.buffer.get();
-    slot.chunk.ok = m_reader.Read(slot.buffer.get(), bytes, start, slot.chunk.error);
+    slot.chunk.data = slot.buffer;
+    slot.chunk.ok = m_reader.Read(slot.buffer, bytes, start, slot.chunk.error);
     if (slot.chunk.ok) {
         uint64_t present = m_reader.BytesFrom(start * m_sectorSize);
-        if (present < bytes) std::memset(slot.buffer.get() + present, 0, bytes - size_t(present));
+        if (present < bytes) std::memset(slot.buffer + present, 0, bytes - size_t(present));
     }
 }
 
@@ -158,7 +158,8 @@ CChunkPrefetcher::Chunk CChunkPrefetcher::Next() {
     return WaitFor(index);
 }
 
-std::span<const uint8_t> CChunkPrefetcher::View(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch) {
+std::span<const uint8_t> CChunkPrefetcher::View(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch,
+                                                uint32_t atLeast) {
     if (m_nextToGive == 0 || count == 0 || sector < m_first || sector >= m_end || m_end - sector < count) return {};
     const uint64_t current = m_nextToGive - 1;
     const uint64_t a = (sector - m_first) / m_chunkSectors;
@@ -172,9 +173,13 @@ std::span<const uint8_t> CChunkPrefetcher::View(uint64_t sector, uint32_t count,
     const size_t bps = m_sectorSize;
     auto at = [&](uint64_t s) {
         uint64_t i = (s - m_first) / m_chunkSectors;
-        return SlotOf(i).buffer.get() + size_t(s - m_first - i * m_chunkSectors) * bps;
+        return SlotOf(i).chunk.data + size_t(s - m_first - i * m_chunkSectors) * bps;
     };
     if (a == b) return {at(sector), size_t(count) * bps};
+    const uint64_t firstEnd = m_first + (a + 1) * m_chunkSectors;
+    if (firstEnd - sector >= atLeast) return {at(sector), size_t(firstEnd - sector) * bps};
+    // Copied: no more than the caller needs.
+    count = std::min(count, atLeast);
     scratch.resize(size_t(count) * bps);
     uint64_t s = sector;
     const uint64_t last = sector + count;

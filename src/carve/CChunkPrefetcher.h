@@ -47,15 +47,14 @@ public:
     // thread that calls Next. Points into the chunk when the range lies in one chunk, else the
     // range is copied into `scratch`. Empty when any of it lies before the chunk being scanned,
     // past the window or past `end`, or in a chunk whose read failed: the caller reads it itself.
-    std::span<const uint8_t> View(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch);
+    // With `atLeast` below count, a range that crosses into the next chunk is cut at the end of
+    // its first chunk instead of copied, when at least that many sectors lie before it.
+    std::span<const uint8_t> View(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch,
+                                  uint32_t atLeast = UINT32_MAX);
 
 private:
-    // Page-aligned, so that an unbuffered device reads straight into it.
-    struct AlignedFree {
-        void operator()(uint8_t* p) const;
-    };
     struct Slot {
-        std::unique_ptr<uint8_t[], AlignedFree> buffer;
+        uint8_t* buffer = nullptr; // in m_buffers
         Chunk chunk;
     };
     void ReadChunk(uint64_t index, Slot& slot);
@@ -82,6 +81,11 @@ private:
     static constexpr uint64_t kBaseDepth = 4;
     static constexpr uint64_t kReadBatch = 2;
     std::vector<Slot> m_slots;
+    // One page-aligned region for the buffers of all slots (an unbuffered device reads straight
+    // into it), made when the first chunk is read; its pages are taken from the system as they
+    // are first used.
+    uint8_t* m_buffers = nullptr;
+    size_t m_bufferBytes = 0, m_slotBytes = 0;
     // At most m_slots.size() chunks are held at once, so chunk i's slot number is kept at
     // i modulo that. Free slots are taken last-freed first: without a scanner looking far
     // ahead the same few buffers, still in the processor's cache, take every chunk.

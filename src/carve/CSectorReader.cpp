@@ -42,9 +42,10 @@ void CSectorReader::DataRun(uint64_t sector, uint64_t& first, uint64_t& end) con
     m_media.DataRunSectors(sector, first, end);
 }
 
-std::span<const uint8_t> CSectorReader::ReadView(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch) {
+std::span<const uint8_t> CSectorReader::ReadView(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch,
+                                                 uint32_t atLeast) {
     if (m_window) {
-        std::span<const uint8_t> view = m_window->View(sector, count, scratch);
+        std::span<const uint8_t> view = m_window->View(sector, count, scratch, atLeast);
         if (!view.empty()) return view;
     }
     // Not in the window (or a chunk of it failed): the scanner's own read, so a failure here is

@@ -28,7 +28,10 @@ public:
     // them, with the part past the source's end zero. Taken from the loop's read-ahead window when
     // it holds them (no read at all, often no copy), else read into `scratch`. Empty when the read
     // fails (system code in LastError()). Valid until the next call or the loop's next chunk.
-    std::span<const uint8_t> ReadView(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch);
+    // With `atLeast` below count the view may be shorter, down to that many sectors, where that
+    // spares a copy (see CChunkPrefetcher::View).
+    std::span<const uint8_t> ReadView(uint64_t sector, uint32_t count, std::vector<uint8_t>& scratch,
+                                      uint32_t atLeast = UINT32_MAX);
     // The loop's chunks, for ReadView; null outside the loop.
     void SetWindow(CChunkPrefetcher* window) { m_window = window; }
     // The scan the reads belong to: long walks inside a scanner ask it whether to stop (and wait
@@ -60,6 +63,15 @@ public:
         uint8_t found = 0;
     };
     DirectoryWalk& CompoundDirectoryWalk() { return m_directoryWalk; }
+    // What the directory walk needs to know of each sector it passes (a small code per sector,
+    // see CCompoundScanner), for the last sectors walked: the walks of nearby hits cover mostly
+    // the same 20 MiB, and each sector is looked at once instead of once per walk. Kept for the
+    // run [from, to) of absolute sectors, at most codes.size() of them, in a ring.
+    struct SectorMarks {
+        uint64_t from = 0, to = 0;
+        std::vector<uint8_t> codes;
+    };
+    SectorMarks& CompoundSectorMarks() { return m_sectorMarks; }
     // The allocation-table sector the compound-document size rule read last (C bytes at
     // `sector`, past the source's end zero).
     struct TableSector {
@@ -78,6 +90,7 @@ private:
     uint64_t m_scannerFailures = 0;
     bool m_goneInScannerRead = false;
     DirectoryWalk m_directoryWalk;
+    SectorMarks m_sectorMarks;
     TableSector m_tableSector;
     CChunkPrefetcher* m_window = nullptr;
     ScanContext* m_scan = nullptr;

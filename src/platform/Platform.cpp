@@ -12,6 +12,7 @@
 #include <linux/fs.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -84,6 +85,30 @@ std::string SysErrorText(uint32_t code) {
     int err = ErrnoOfCode(code);
     if (err < 0) return "failed to retrieve system error";
     return std::strerror(err);
+#endif
+}
+
+void* AllocateLargeBuffer(size_t bytes) {
+#ifdef _WIN32
+    return bytes ? VirtualAlloc(nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE) : nullptr;
+#else
+    if (bytes == 0) return nullptr;
+    void* p = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED) return nullptr;
+#ifdef MADV_HUGEPAGE
+    madvise(p, bytes, MADV_HUGEPAGE);
+#endif
+    return p;
+#endif
+}
+
+void FreeLargeBuffer(void* p, size_t bytes) {
+    if (!p) return;
+#ifdef _WIN32
+    (void)bytes;
+    VirtualFree(p, 0, MEM_RELEASE);
+#else
+    munmap(p, bytes);
 #endif
 }
 

@@ -80,6 +80,12 @@ private:
     uint32_t m_lastError = 0;
 };
 
+// Memory for large read buffers: page-aligned, zero-filled, in huge pages where the system has
+// them (a buffer of tens of megabytes then costs a few page faults instead of thousands).
+// Null when there is not that much memory. Freed with FreeLargeBuffer and the same size.
+void* AllocateLargeBuffer(size_t bytes);
+void FreeLargeBuffer(void* p, size_t bytes);
+
 // Parent of the folder holding the running executable: the program folder.
 std::string ProgramFolder();
 // Folder for per-user runtime files (lock files); falls back to the temp folder.

@@ -76,6 +76,12 @@ void CheckWindow(bool threaded) {
             ++viewed;
             auto ref = direct.ReadView(sector, count, expected);
             ASSERT_EQ(Bytes(view), Bytes(ref)) << sector << "+" << count;
+            // A view that may be cut: the sectors from `sector` on, at least `atLeast` of them.
+            uint32_t atLeast = 1 + rng() % count;
+            auto cut = chunks.View(sector, count, scratch, atLeast);
+            ASSERT_GE(cut.size(), size_t(atLeast) * kSector);
+            ASSERT_LE(cut.size(), size_t(count) * kSector);
+            ASSERT_EQ(Bytes(cut), Bytes(ref.first(cut.size()))) << sector << "+" << count << " at least " << atLeast;
         }
         // Behind the chunk being scanned: gone.
         if (c > 0) {

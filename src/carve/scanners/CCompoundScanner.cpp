@@ -115,6 +115,45 @@ bool CCompoundScanner::DirectoryNamesStream(uint64_t sectorNumber) {
     return memo.found >> m_streamIndex & 1;
 }
 
+namespace {
+// What the walk needs to know of one sector: the streams its first entry names (bit k for
+// kStreams[k]), whether that entry is a root entry, whether the sector opens a container.
+// Nothing at all for almost every sector.
+constexpr uint8_t kMarkRoot = 0x08;
+constexpr uint8_t kMarkHeader = 0x10;
+
+uint8_t SectorMark(const uint8_t* s) {
+    uint8_t mark = std::memcmp(s, kMagic, sizeof kMagic) == 0 ? kMarkHeader : 0;
+    if (!MayNameAny(s)) return mark;
+    size_t len = EntryNameLength(s);
+    for (int k = 0; k < 3; ++k)
+        if (len == CCompoundScanner::kStreams[k].size() && EntryNameIs(s, CCompoundScanner::kStreams[k]))
+            mark |= uint8_t(1 << k);
+    if (len == kRootEntry.size() && EntryNameIs(s, kRootEntry)) mark |= kMarkRoot;
+    return mark;
+}
+
+// The marks of sectors [first, first + n), whose bytes are at `data`: those already known from an
+// earlier walk are taken from the ring, the others are worked out and kept. A walk goes forward
+// from its hit and the hits come in order, so the known run only grows at its end, or starts over.
+void MarkSectors(CSectorReader::SectorMarks& marks, uint64_t first, uint32_t n, const uint8_t* data, uint32_t bps,
+                 uint8_t* out) {
+    const uint64_t ring = marks.codes.size();
+    if (first < marks.from || first > marks.to) marks.from = marks.to = first;
+    for (uint32_t i = 0; i < n; ++i) {
+        uint64_t sector = first + i;
+        if (sector < marks.to) {
+            out[i] = marks.codes[size_t(sector % ring)];
+            continue;
+        }
+        out[i] = SectorMark(data + size_t(i) * bps);
+        marks.codes[size_t(sector % ring)] = out[i];
+        marks.to = sector + 1;
+        if (marks.to - marks.from > ring) marks.from = marks.to - ring;
+    }
+}
+} // namespace
+
 uint8_t CCompoundScanner::WalkDirectory(uint64_t sectorNumber) {
     constexpr uint8_t kAll = 7;
     uint8_t found = 0;
@@ -123,26 +162,48 @@ uint8_t CCompoundScanner::WalkDirectory(uint64_t sectorNumber) {
     if (bps < kDirectoryEntrySize) return 0;
     uint64_t maxSectors = kMaxDirectoryDistance / bps;
     uint64_t endSector = r->EndSector();
+    CSectorReader::SectorMarks& marks = r->CompoundSectorMarks();
+    // Room for one whole walk, so that the next hit's walk finds what this one worked out.
+    if (marks.codes.size() < maxSectors + kReadSectors) {
+        marks.codes.assign(size_t(maxSectors + kReadSectors), 0);
+        marks.from = marks.to = 0;
+    }
+    uint8_t mark[kReadSectors];
     for (uint64_t walked = 0; walked < maxSectors;) {
         uint64_t current = sectorNumber + walked;
         if (current >= endSector) return found;
         uint32_t n = uint32_t(std::min<uint64_t>(kReadSectors, endSector - current));
-        // Usually straight from the loop's read-ahead: these sectors are scanned next anyway.
-        std::span<const uint8_t> data = r->ReadView(current, n, m_buffer);
-        if (data.empty()) {
-            r->CountScannerFailure();
-            return found;
+        // Sectors an earlier walk has looked at need no reading; the others come usually straight
+        // from the loop's read-ahead (they are scanned next anyway).
+        std::span<const uint8_t> data;
+        if (current >= marks.from && current + n <= marks.to) {
+            for (uint32_t i = 0; i < n; ++i) mark[i] = marks.codes[size_t((current + i) % marks.codes.size())];
+        } else {
+            data = r->ReadView(current, n, m_buffer);
+            if (data.empty()) {
+                r->CountScannerFailure();
+                return found;
+            }
+            MarkSectors(marks, current, n, data.data(), bps, mark);
         }
         for (uint32_t i = 0; i < n && walked + i < maxSectors; ++i) {
-            const uint8_t* s = data.data() + size_t(i) * bps;
-            if (walked + i > 0 && IsHeader({s, bps})) return found;
-            if (!MayNameAny(s)) continue;
-            size_t len = EntryNameLength(s);
-            for (int k = 0; k < 3; ++k)
-                if (len == kStreams[k].size() && EntryNameIs(s, kStreams[k])) found |= uint8_t(1 << k);
-            if (len == kRootEntry.size() && EntryNameIs(s, kRootEntry)) {
+            if (mark[i] == 0) continue;
+            if (walked + i > 0 && (mark[i] & kMarkHeader)) return found;
+            found |= uint8_t(mark[i] & kAll);
+            if (mark[i] & kMarkRoot) {
                 // Fewer than 4 sectors left in this read: taken as success without looking.
                 if (n - i < kRootLookahead) return kAll;
+                const uint8_t* s;
+                if (!data.empty()) {
+                    s = data.data() + size_t(i) * bps;
+                } else {
+                    std::span<const uint8_t> near = r->ReadView(current + i, kRootLookahead, m_buffer);
+                    if (near.empty()) {
+                        r->CountScannerFailure();
+                        return found;
+                    }
+                    s = near.data();
+                }
                 const uint8_t* end = s + size_t(kRootLookahead) * bps;
                 for (const uint8_t* e = s + kDirectoryEntrySize; e + kDirectoryEntrySize <= end; e += kDirectoryEntrySize)
                     for (int k = 0; k < 3; ++k)

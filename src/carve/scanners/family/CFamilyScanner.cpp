@@ -49,14 +49,17 @@ bool CFamilyScanner::Load(uint64_t offset) {
     uint32_t bytes = sectors * m_sectorSize;
     if (bytes > kWindowBytes) return false; // sectors larger than the window
     m_windowValid = 0;
-    // Mostly straight from the loop's read-ahead, without a read or a copy.
-    m_view = r->ReadView(absolute, sectors, m_window);
+    // Mostly straight from the loop's read-ahead, without a read or a copy: a window that would
+    // cross into the next chunk ends with its first one while that still leaves a whole span
+    // after `offset` (Upto loads again from where a span no longer fits).
+    const uint32_t atLeast = std::min(sectors, (kMaxSpan + m_sectorSize - 1) / m_sectorSize + 1);
+    m_view = r->ReadView(absolute, sectors, m_window, atLeast);
     if (m_view.empty()) {
         r->CountScannerFailure();
         return false;
     }
     m_windowStart = firstSector * m_sectorSize;
-    m_windowValid = uint32_t(std::min<uint64_t>(bytes, m_available - m_windowStart));
+    m_windowValid = uint32_t(std::min<uint64_t>(std::min<uint64_t>(bytes, m_view.size()), m_available - m_windowStart));
     return true;
 }
 
