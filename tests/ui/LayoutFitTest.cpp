@@ -18,6 +18,7 @@
 #include <QTreeWidget>
 #include <QtTest>
 
+#include "FolderIndex.h"
 #include "RecordingDesktop.h"
 #include "TestImages.h"
 #include "app/Language.h"
@@ -139,8 +140,7 @@ private slots:
             for (int i = 0; i < parts->topLevelItemCount(); ++i)
                 if (parts->topLevelItem(i)->text(3) == "NTFS") ntfs = parts->topLevelItem(i)->data(0, Qt::UserRole).toInt();
             QVERIFY(w.ScanPartition(ntfs));
-            auto* model = static_cast<CFolderTreeModel*>(w.FolderView()->model());
-            w.FolderView()->setCurrentIndex(model->IndexOf(FindChild(FindChild(w.Tree(), u"."), u"Data")));
+            w.FolderView()->setCurrentIndex(test::FolderIndexOf(w.FolderView(), FindChild(FindChild(w.Tree(), u"."), u"Data")));
             check("results");
         }
         QVERIFY2(cut.isEmpty(), qPrintable("\n" + cut.join("\n")));
@@ -166,10 +166,9 @@ private slots:
             Settle(&w);
             QCOMPARE(w.size(), size);
         }
-        auto* model = static_cast<CFolderTreeModel*>(w.FolderView()->model());
         CNode* data = FindChild(FindChild(w.Tree(), u"."), u"Data");
         QVERIFY(data);
-        w.FolderView()->setCurrentIndex(model->IndexOf(data));
+        w.FolderView()->setCurrentIndex(test::FolderIndexOf(w.FolderView(), data));
         Settle(&w);
         auto* files = w.findChild<QTreeView*>("files");
         auto* pane = w.findChild<QStackedWidget*>("previewPane");
@@ -193,7 +192,7 @@ private slots:
         QCOMPARE(files->geometry(), listAt);
         QCOMPARE(pane->geometry(), paneAt);
         files->setCurrentIndex(QModelIndex());
-        w.FolderView()->setCurrentIndex(model->IndexOf(w.Tree()));
+        w.FolderView()->setCurrentIndex(test::FolderIndexOf(w.FolderView(), w.Tree()));
         Settle(&w);
         QCOMPARE(files->geometry(), listAt);
         QCOMPARE(pane->geometry(), paneAt);

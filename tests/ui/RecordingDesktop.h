@@ -33,8 +33,8 @@ public:
     }
     bool OpenInViewer(const QString& path) override { return viewer ? viewer(path) : false; }
     // Records the text and the action offered; chooses the action when `chooseAction` is set.
-    bool TellWithAction(QWidget*, const QString&, const QString& text, Sign, const QString& action) override {
-        Record(text);
+    bool TellWithAction(QWidget*, const QString& caption, const QString& text, Sign sign, const QString& action) override {
+        Record(sign == Sign::Error ? Kind::Error : sign == Sign::Warning ? Kind::Warning : Kind::Information, caption, text);
         actionsOffered << action;
         return chooseAction;
     }

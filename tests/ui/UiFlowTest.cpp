@@ -25,6 +25,7 @@
 #include <thread>
 
 #include "TestImages.h"
+#include "FolderIndex.h"
 #include "RecordingDesktop.h"
 #include "app/Language.h"
 #include "scan/CScanDriver.h"
@@ -183,9 +184,7 @@ private slots:
         QVERIFY(photo->checked);
         QCOMPARE(st.CheckState(photo->parent), Qt::PartiallyChecked); // the .png beside it stays unticked
         QCOMPARE(jpg.data(Qt::CheckStateRole).toInt(), int(Qt::Checked));
-        auto* folders = static_cast<CNodeFilterProxy*>(w.FolderView()->model());
-        w.FolderView()->setCurrentIndex(
-            folders->mapFromSource(static_cast<CFolderTreeModel*>(folders->sourceModel())->IndexOf(photo->parent)));
+        w.FolderView()->setCurrentIndex(test::FolderIndexOf(w.FolderView(), photo->parent));
         CFileListModel* list = w.ListModel();
         int row = -1;
         for (int r = 0; r < list->rowCount(); ++r)
@@ -466,7 +465,7 @@ private slots:
         QVERIFY(w.OpenAndContinue(QString::fromStdString(test::UnpackImage("condition-ntfs"))));
         CNode* old = FindPath(w.Tree(), "old");
         QVERIFY(old);
-        w.FolderView()->setCurrentIndex(static_cast<CFolderTreeModel*>(w.FolderView()->model())->IndexOf(old));
+        w.FolderView()->setCurrentIndex(test::FolderIndexOf(w.FolderView(), old));
         CFileListModel* list = w.ListModel();
         QHash<QString, QString> shown;
         for (int r = 0; r < list->rowCount(); ++r)
