@@ -146,8 +146,10 @@ void CFilterBar::Clear() {
 
 void CFilterBar::SetConditionChoices(const QStringList& labels, std::function<bool(const CNode&, int)> test) {
     const QSignalBlocker block(m_condition);
+    int kept = m_condition->currentIndex(); // a change of language keeps the choice
     m_condition->clear();
     m_condition->addItems(labels);
+    m_condition->setCurrentIndex(kept > 0 && kept < int(labels.size()) ? kept : 0);
     m_conditionTest = std::move(test);
     m_condition->setVisible(labels.size() > 1);
 }

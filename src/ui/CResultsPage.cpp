@@ -21,6 +21,7 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "fs/Condition.h"
 #include "output/ContentCopy.h"
 #include "output/Saver.h"
 #include "storage/CPhysicalDisk.h"
@@ -370,6 +371,14 @@ void CResultsPage::Show(CNode* tree) {
 
 void CResultsPage::Retranslate() {
     m_filterBar->Retranslate();
+    // How recoverable deleted files are: any, or one condition (live files and folders match none).
+    static constexpr Condition kChoices[] = {Condition::Unknown, Condition::Excellent, Condition::PartlyOverwritten,
+                                             Condition::Overwritten, Condition::Unknown};
+    m_filterBar->SetConditionChoices(
+        {Tx("IDS_UI_COND_ANY", "Any condition"), Tx("IDS_UI_COND_EXCELLENT", "Excellent"),
+         Tx("IDS_UI_COND_PARTLY_ANY", "Partly overwritten"), Tx("IDS_UI_COND_OVERWRITTEN", "Overwritten"),
+         Tx("IDS_UI_COND_UNKNOWN", "Unknown")},
+        [](const CNode& n, int choice) { return MatchesCondition(n, kChoices[choice]); });
     m_markAll->setText(Tx("IDS_MARK_ALL", "Mark All"));
     m_unmarkAll->setText(Tx("IDS_UNMARK_ALL", "Unmark All"));
     m_save->setText(Tx("IDS_UI_SAVE", "Save..."));

@@ -6,6 +6,7 @@
 #include <QBuffer>
 #include <QMessageBox>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QCryptographicHash>
 #include <QDirIterator>
 #include <QFile>
@@ -477,6 +478,22 @@ private slots:
         QCOMPARE(shown["keep.txt"], QString()); // live files have none
         QCOMPARE(list->headerData(CFileListModel::kCondition, Qt::Horizontal, Qt::DisplayRole).toString(),
                  QString("Condition"));
+        // The filter bar's condition choice narrows the list to the files in that condition.
+        auto* condition = w.findChild<QComboBox*>("filterCondition");
+        QVERIFY(condition && condition->count() == 5);
+        auto* files = w.findChild<QTreeView*>("files");
+        auto shownNames = [&] {
+            QStringList names;
+            for (int r = 0; r < files->model()->rowCount(); ++r) names << files->model()->index(r, CFileListModel::kName).data().toString();
+            names.sort();
+            return names;
+        };
+        condition->setCurrentIndex(2); // partly overwritten
+        QCOMPARE(shownNames(), QStringList({"partly.bin"}));
+        condition->setCurrentIndex(3); // overwritten
+        QCOMPARE(shownNames(), QStringList({"gone.bin", "head.bin"})); // head.bin: its first cluster is taken
+        condition->setCurrentIndex(0);
+        QVERIFY(shownNames().contains("keep.txt"));
     }
 
     // A blank disk with one picture on it: the partition search finds nothing and offers the
