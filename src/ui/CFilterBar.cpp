@@ -87,6 +87,8 @@ CFilterBar::CFilterBar(QWidget* parent) : QWidget(parent) {
     h->addWidget(m_minKB);
     h->addWidget(new QLabel(QString::fromUtf8("\xE2\x80\x93")));
     h->addWidget(m_maxKB);
+    // The first row's name field gives way; the second row is full in the longer languages.
+    h->addWidget(m_clear);
     h2->addWidget(m_dateLabel);
     h2->addWidget(m_from);
     h2->addWidget(new QLabel(QString::fromUtf8("\xE2\x80\x93")));
@@ -95,7 +97,6 @@ CFilterBar::CFilterBar(QWidget* parent) : QWidget(parent) {
     h2->addSpacing(12);
     h2->addWidget(m_deletedOnly);
     h2->addStretch(1);
-    h2->addWidget(m_clear);
 
     auto changed = [this] {
         if (!m_quiet) emit Changed();
