@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "cli/CliOutputs.h"
 #include "cli/CliScan.h"
 #include "session/Texts.h"
 #include "cli/Verbs.h"
@@ -20,7 +21,8 @@ void AddCatVerb(CLI::App& app, VerbResult& result) {
     sub->callback([opts, path, &result] {
         // The content goes to standard output, so nothing else may.
         if (opts->partition == "all") {
-            std::fprintf(stderr, "kestrin: cat reads one volume: give --partition N\n");
+            std::fprintf(stderr, "kestrin: %s\n",
+                         T("IDS_CLI_CAT_ONE_VOLUME", "cat reads one volume: give --partition N").c_str());
             result.exitCode = kExitUsage;
             return;
         }
@@ -34,7 +36,9 @@ void AddCatVerb(CLI::App& app, VerbResult& result) {
         for (const auto& n : v.notices) std::fprintf(stderr, "%s\n", n.c_str());
         const CNode* node = FindNodeByPath(v.tree.get(), *path);
         if (!node || node->IsFolder()) {
-            std::fprintf(stderr, "kestrin: %s: %s\n", path->c_str(), node ? "is a folder" : "not found");
+            std::fprintf(stderr, "kestrin: %s: %s\n", path->c_str(),
+                         node ? T("IDS_CLI_IS_A_FOLDER", "is a folder").c_str()
+                              : T("IDS_CLI_NOT_FOUND", "not found").c_str());
             result.exitCode = v.cancelled ? kExitCancelled : kExitUsage;
             return;
         }
@@ -44,14 +48,16 @@ void AddCatVerb(CLI::App& app, VerbResult& result) {
         std::fflush(stdout);
         if (!r.ok) {
             if (r.written == 0 && r.unreadable == 0 && r.beyondVolume == 0)
-                std::fprintf(stderr, "kestrin: %s: the content cannot be read by this build\n", path->c_str());
+                std::fprintf(stderr, "kestrin: %s: %s\n", path->c_str(),
+                             T("IDS_CLI_CONTENT_UNREADABLE", "the content cannot be read by this build").c_str());
             else
-                std::fprintf(stderr,
-                             "kestrin: %s: incomplete: %llu of %llu bytes could not be read (%llu past the volume); "
-                             "%llu bytes written\n",
-                             path->c_str(), (unsigned long long)(r.unreadable + r.beyondVolume),
-                             (unsigned long long)node->size, (unsigned long long)r.beyondVolume,
-                             (unsigned long long)r.written);
+                std::fprintf(stderr, "kestrin: %s: %s\n", path->c_str(),
+                             TextWith("IDS_CLI_CAT_INCOMPLETE",
+                                      "incomplete: %s of %s bytes could not be read (%s past the volume); "
+                                      "%s bytes written",
+                                      {std::to_string(r.unreadable + r.beyondVolume), std::to_string(node->size),
+                                       std::to_string(r.beyondVolume), std::to_string(r.written)})
+                                 .c_str());
             result.exitCode = kExitReadErrors;
             return;
         }

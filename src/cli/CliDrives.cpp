@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "cli/CliJson.h"
+#include "cli/CliOutputs.h"
 #include "platform/Platform.h"
+#include "session/Texts.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/SourceLayout.h"
 #include "util/Text.h"
@@ -188,9 +190,12 @@ void PrintEntry(const DriveEntry& e, int indent) {
     const std::string fileSystem = e.fileSystem.empty() ? "-" : EscapeForTerminal(e.fileSystem);
     const std::string mountPoint = e.mountPoint.empty() ? "-" : EscapeForTerminal(e.mountPoint);
     std::printf("%*s%-14s %-10s %10s  %5u B/sector  %-8s %-20s %s\n", indent, "", e.source.c_str(),
-                e.isDisk ? "disk" : "volume", HumanSize(e.sizeBytes).c_str(), e.sectorSize, fileSystem.c_str(),
-                mountPoint.c_str(), EscapeForTerminal(e.model).c_str());
-    if (!e.error.empty()) std::printf("%*s  cannot open %s: %s\n", indent, "", e.device.c_str(), e.error.c_str());
+                (e.isDisk ? T("IDS_CLI_KIND_DISK", "disk") : T("IDS_CLI_KIND_VOLUME", "volume")).c_str(),
+                HumanSize(e.sizeBytes).c_str(), e.sectorSize, fileSystem.c_str(), mountPoint.c_str(),
+                EscapeForTerminal(e.model).c_str());
+    if (!e.error.empty())
+        std::printf("%*s  %s\n", indent, "",
+                    TextWith("IDS_CLI_CANNOT_OPEN", "cannot open %s: %s", {e.device, e.error}).c_str());
 }
 
 } // namespace
@@ -209,8 +214,10 @@ void AddDrivesVerb(CLI::App& app, VerbResult& result) {
             }
             std::cout << "]}\n";
         } else {
-            std::printf("%-14s %-10s %10s  %-16s %-8s %-20s %s\n", "SOURCE", "KIND", "SIZE", "SECTOR", "FS", "MOUNTED",
-                        "MODEL");
+            std::printf("%-14s %-10s %10s  %-16s %-8s %-20s %s\n", T("IDS_CLI_COL_SOURCE", "SOURCE").c_str(),
+                        T("IDS_CLI_COL_KIND", "KIND").c_str(), T("IDS_CLI_COL_SIZE", "SIZE").c_str(),
+                        T("IDS_CLI_COL_SECTOR", "SECTOR").c_str(), T("IDS_CLI_COL_FS", "FS").c_str(),
+                        T("IDS_CLI_COL_MOUNTED", "MOUNTED").c_str(), T("IDS_CLI_COL_MODEL", "MODEL").c_str());
             for (const auto& d : drives) {
                 PrintEntry(d, 0);
                 for (const auto& v : d.volumes) PrintEntry(v, 2);

@@ -57,13 +57,27 @@ private:
 
 } // namespace
 
+std::string TextWith(std::string_view id, std::string_view fallback, std::initializer_list<std::string> args) {
+    std::string t = T(id, fallback);
+    size_t from = 0;
+    for (const std::string& a : args) {
+        size_t at = t.find("%s", from);
+        if (at == std::string::npos) break;
+        t.replace(at, 2, a);
+        from = at + a.size();
+    }
+    return t;
+}
+
 CLI::Validator PathValue(bool dashMeansStdout) {
     return CLI::Validator(
         [dashMeansStdout](std::string& value) -> std::string {
-            if (value.empty()) return "an empty path";
+            if (value.empty()) return T("IDS_CLI_EMPTY_PATH", "an empty path");
             if (value == "-" && dashMeansStdout) return {};
             if (value.front() == '-')
-                return "\"" + value + "\" looks like an option, not a path (write ./" + value + " for a file of that name)";
+                return TextWith("IDS_CLI_LOOKS_LIKE_OPTION",
+                                "\"%s\" looks like an option, not a path (write ./%s for a file of that name)",
+                                {value, value});
             return {};
         },
         "PATH");
@@ -75,8 +89,10 @@ CLI::Validator PartitionValue(bool allowAll) {
             if (allowAll && value == "all") return {};
             bool digits = !value.empty() && value.size() <= 6 && value.find_first_not_of("0123456789") == std::string::npos;
             if (digits && value.find_first_not_of('0') != std::string::npos) return {};
-            return "\"" + value + "\" is not a partition number (1, 2, ... as `kestrin partitions` lists them" +
-                   std::string(allowAll ? ", or all)" : ")");
+            return allowAll ? Tf("IDS_CLI_NOT_PARTITION_NUMBER_ALL", value,
+                                 "\"%s\" is not a partition number (1, 2, ... as `kestrin partitions` lists them, or all)")
+                            : Tf("IDS_CLI_NOT_PARTITION_NUMBER", value,
+                                 "\"%s\" is not a partition number (1, 2, ... as `kestrin partitions` lists them)");
         },
         allowAll ? "N|all" : "N");
 }
@@ -89,7 +105,7 @@ void AddSectorSizeOption(CLI::App* sub, uint32_t& value) {
         ->check(CLI::Validator(
             [](std::string& text) -> std::string {
                 if (text == "512" || text == "1024" || text == "2048" || text == "4096") return {};
-                return "\"" + text + "\" is not a sector size (512, 1024, 2048 or 4096)";
+                return Tf("IDS_CLI_NOT_SECTOR_SIZE", text, "\"%s\" is not a sector size (512, 1024, 2048 or 4096)");
             },
             "512|1024|2048|4096"));
 }
@@ -105,7 +121,8 @@ bool CheckPlannedOutputs(const std::vector<PlannedOutput>& outputs,
                 std::filesystem::path base = NearestExisting(o.path);
                 std::error_code ec;
                 if (base.empty() || !std::filesystem::is_directory(base, ec)) {
-                    std::fprintf(stderr, "kestrin: %s: %s is not a folder\n", o.path.c_str(), base.c_str());
+                    std::fprintf(stderr, "kestrin: %s: %s\n", o.path.c_str(),
+                                 Tf("IDS_CLI_NOT_A_FOLDER", base.string(), "%s is not a folder").c_str());
                     return false;
                 }
                 if (::access(base.c_str(), W_OK | X_OK) != 0) {

@@ -4,8 +4,10 @@
 // on the source device, never an existing file without --overwrite, never in a missing folder).
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -13,6 +15,10 @@
 #include "output/OutputGuard.h"
 
 namespace kestrin::cli {
+
+// The language text of `id` with each "%s" replaced by the next of `args`, in order (numbers and
+// paths stay out of the text ids).
+std::string TextWith(std::string_view id, std::string_view fallback, std::initializer_list<std::string> args);
 
 // A file or folder value: refuses a value that looks like an option ("--json --quiet" would
 // otherwise write a file named "--quiet"). `dashMeansStdout` lets "-" through.

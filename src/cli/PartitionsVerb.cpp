@@ -12,6 +12,7 @@
 #include "cli/CliFrontEnd.h"
 #include "cli/CliOutputs.h"
 #include "session/Source.h"
+#include "session/Texts.h"
 #include "scan/CScanDriver.h"
 #include "job/ScanOperation.h"
 #include "cli/Verbs.h"
@@ -67,24 +68,32 @@ void PrintText(const PartitionsOptions& o, const OpenedSource& src) {
     const CPhysicalDisk& disk = *src.media;
     const std::vector<PartitionRecord>& parts = src.partitions;
     const Layout layout = src.layout;
-    std::printf("Source: %s (%" PRIu64 " sectors of %u bytes)\nLayout: %s\n", o.source.c_str(),
-                disk.GetSectorCount(), disk.GetSectorSize(), LayoutName(layout));
+    std::printf("%s\n%s\n",
+                TextWith("IDS_CLI_SOURCE_SECTORS", "Source: %s (%s sectors of %s bytes)",
+                         {o.source, std::to_string(disk.GetSectorCount()), std::to_string(disk.GetSectorSize())})
+                    .c_str(),
+                Tf("IDS_CLI_LAYOUT", LayoutName(layout), "Layout: %s").c_str());
     if (parts.empty()) {
-        std::printf("No partitions found.\n");
+        std::printf("%s\n", T("IDS_CLI_NO_PARTITIONS_FOUND", "No partitions found.").c_str());
         return;
     }
-    std::printf("\n%3s  %14s  %14s  %-11s  %4s  %12s  %15s\n", "#", "Start sector", "Length", "File system", "Flag",
-                "Bytes/sector", "Sectors/cluster");
+    std::printf("\n%3s  %14s  %14s  %-11s  %4s  %12s  %15s\n", "#", T("IDS_CLI_COL_START_SECTOR", "Start sector").c_str(),
+                T("IDS_CLI_COL_LENGTH", "Length").c_str(), T("IDS_CLI_COL_FILE_SYSTEM", "File system").c_str(),
+                T("IDS_CLI_COL_FLAG", "Flag").c_str(), T("IDS_CLI_COL_BYTES_PER_SECTOR", "Bytes/sector").c_str(),
+                T("IDS_CLI_COL_SECTORS_PER_CLUSTER", "Sectors/cluster").c_str());
+    const std::string found = "  " + T("IDS_CLI_FOUND_MARK", "found");
+    const std::string dynamicVolume = "  " + T("IDS_CLI_DYNAMIC_VOLUME", "dynamic volume") + " ";
     for (size_t i = 0; i < parts.size(); ++i) {
         const PartitionRecord& r = parts[i];
         const AssembledVolume* dynamic = DynamicVolumeOf(src, i);
         std::printf("%3zu  %14" PRIu64 "  %14" PRIu64 "  %-11s  %4u  %12u  %15u%s%s%s\n", i + 1, r.startSector,
                     r.length, FsKindName(r.fsKind), unsigned(r.partitionFlag), BytesPerSectorOf(r, disk),
-                    unsigned(r.sectorsPerCluster), r.found ? "  found" : "", dynamic ? "  dynamic volume " : "",
+                    unsigned(r.sectorsPerCluster), r.found ? found.c_str() : "", dynamic ? dynamicVolume.c_str() : "",
                     dynamic ? EscapeForTerminal(dynamic->name).c_str() : "");
     }
-    if (layout == Layout::Gpt) std::printf("\nOn GPT disks the length column holds the partition's last sector.\n");
-    std::printf("Flag 2: boot sector checked; flag 1: position from the table only.\n");
+    if (layout == Layout::Gpt)
+        std::printf("\n%s\n", T("IDS_CLI_GPT_LENGTH_NOTE", "On GPT disks the length column holds the partition's last sector.").c_str());
+    std::printf("%s\n", T("IDS_CLI_FLAG_LEGEND", "Flag 2: boot sector checked; flag 1: position from the table only.").c_str());
 }
 
 int RunPartitions(const PartitionsOptions& o) {
@@ -112,8 +121,10 @@ int RunPartitions(const PartitionsOptions& o) {
     if (o.json) PrintJson(o, src);
     else PrintText(o, src);
     if (disk.ReadFailures() > 0) {
-        std::fprintf(stderr, "kestrin: %" PRIu64 " read(s) failed on '%s'; the list may be incomplete\n",
-                     disk.ReadFailures(), o.source.c_str());
+        std::fprintf(stderr, "kestrin: %s\n",
+                     TextWith("IDS_CLI_READS_FAILED", "%s read(s) failed on '%s'; the list may be incomplete",
+                              {std::to_string(disk.ReadFailures()), o.source})
+                         .c_str());
         return kExitReadErrors;
     }
     return kExitOk;

@@ -219,20 +219,21 @@ int RunRecover(RecoverOptions o) {
         o.to.clear();
     }
     if (o.to.empty() == o.zip.empty()) {
-        std::fprintf(stderr, "kestrin: give either --to DIR or --zip FILE\n");
+        std::fprintf(stderr, "kestrin: %s\n", T("IDS_CLI_TO_OR_ZIP", "give either --to DIR or --zip FILE").c_str());
         return kExitUsage;
     }
     if (!o.zip.empty() && !IsZipDestination(o.zip)) {
-        std::fprintf(stderr, "kestrin: --zip needs a file name ending in .zip\n");
+        std::fprintf(stderr, "kestrin: %s\n", T("IDS_CLI_ZIP_NAME", "--zip needs a file name ending in .zip").c_str());
         return kExitUsage;
     }
     if (!o.zip.empty() && o.scan.partition == "all") {
-        std::fprintf(stderr, "kestrin: a zip archive holds one volume; choose one with --partition N\n");
+        std::fprintf(stderr, "kestrin: %s\n",
+                     T("IDS_CLI_ZIP_ONE_VOLUME", "a zip archive holds one volume; choose one with --partition N").c_str());
         return kExitUsage;
     }
     uint8_t collision = CollisionModeOf(o.collision);
     if (!collision) {
-        std::fprintf(stderr, "kestrin: --on-collision takes rename, replace, skip or ask\n");
+        std::fprintf(stderr, "kestrin: %s\n", T("IDS_CLI_ON_COLLISION", "--on-collision takes rename, replace, skip or ask").c_str());
         return kExitUsage;
     }
     std::string destination = o.zip.empty() ? o.to : o.zip;
@@ -262,7 +263,7 @@ int RunRecover(RecoverOptions o) {
     if (fromSession) {
         if (!o.scan.lang.empty() && !ChooseLanguage(o.scan.lang)) return kExitUsage;
         if (!ReadSession(o.scan.source, {}, session, msgs) || !session.media) {
-            if (msgs.shown.empty()) std::fprintf(stderr, "kestrin: the session holds no source\n");
+            if (msgs.shown.empty()) std::fprintf(stderr, "kestrin: %s\n", T("IDS_CLI_SESSION_NO_SOURCE", "the session holds no source").c_str());
             return kExitUsage;
         }
         if (!checkOutputs(session.media.get(), ToUtf8(session.sourcePath))) return kExitUsage;
@@ -285,7 +286,8 @@ int RunRecover(RecoverOptions o) {
         for (auto& v : run.volumes) volumes.push_back({v.partition, run.src.media.get(), v.tree.get()});
     }
     if (volumes.size() > 1 && !o.zip.empty()) {
-        std::fprintf(stderr, "kestrin: a zip archive holds one volume; choose one with --partition N\n");
+        std::fprintf(stderr, "kestrin: %s\n",
+                     T("IDS_CLI_ZIP_ONE_VOLUME", "a zip archive holds one volume; choose one with --partition N").c_str());
         return kExitUsage;
     }
 
@@ -309,7 +311,8 @@ int RunRecover(RecoverOptions o) {
         std::filesystem::create_directories(o.to, ec);
         if (!std::filesystem::is_directory(o.to, ec)) {
             std::fprintf(stderr, "kestrin: %s: %s\n", o.to.c_str(),
-                         ec ? ec.message().c_str() : "not a folder that can be written");
+                         ec ? ec.message().c_str()
+                            : T("IDS_CLI_NOT_WRITABLE_FOLDER", "not a folder that can be written").c_str());
             return kExitUsage;
         }
     }
@@ -318,7 +321,7 @@ int RunRecover(RecoverOptions o) {
         if (!v.top) continue;
         std::string dest = destination;
         if (volumes.size() > 1) {
-            std::printf("Partition %d:\n", v.partition);
+            std::printf("%s:\n", Tf("IDS_CLI_PARTITION_N", std::to_string(v.partition), "Partition %s").c_str());
             if (TickFiles(v.top, o) == 0) {
                 std::printf("%s\n", T("IDS_CLI_NOTHING_TO_SAVE", "Nothing to save: no file matches.").c_str());
                 continue;
@@ -403,7 +406,8 @@ void AddImageVerb(CLI::App& app, VerbResult& result) {
         unsigned long n = o->partition.empty() ? 0 : std::stoul(o->partition);
         bool badNumber = !o->partition.empty() && (n == 0 || n > src.partitions.size());
         if (badNumber || !SelectImageRange(src, int(n) - 1)) {
-            std::fprintf(stderr, "kestrin: there is no partition %s\n%s", o->partition.c_str(),
+            std::fprintf(stderr, "kestrin: %s\n%s",
+                         Tf("IDS_CLI_NO_PARTITION_NUMBER", o->partition, "there is no partition %s").c_str(),
                          DescribePartitions(src).c_str());
             result.exitCode = kExitUsage;
             return;

@@ -48,7 +48,7 @@ bool WriteRunJson(const std::string& target, const ScanRun& run, bool all, bool 
     WriteRunJsonTo(std::cout, run, all);
     std::cout.flush();
     if (!std::cout) {
-        std::fprintf(stderr, "kestrin: writing the JSON failed\n");
+        std::fprintf(stderr, "kestrin: %s\n", T("IDS_CLI_JSON_FAILED", "writing the JSON failed").c_str());
         return false;
     }
     return true;
@@ -82,7 +82,7 @@ int ReadSessionAsRun(const ScanOptions& o, ScanRun& run) {
     bool read = ReadSession(o.source, ro, session, quiet);
     ro.openSource = false;
     if (!read && !ReadSession(o.source, ro, session, msgs)) {
-        if (!msgs.shown) std::fprintf(stderr, "kestrin: %s cannot be read\n", o.source.c_str());
+        if (!msgs.shown) std::fprintf(stderr, "kestrin: %s\n", Tf("IDS_CLI_CANNOT_BE_READ", o.source, "%s cannot be read").c_str());
         return kExitUsage;
     }
     if (o.beforeScan) {
@@ -110,7 +110,8 @@ int ReadSessionAsRun(const ScanOptions& o, ScanRun& run) {
 // Writes the scanned volume as a recovery session (one volume per session file).
 int WriteRunSession(const std::string& path, ScanRun& run, bool overwrite) {
     if (run.volumes.size() != 1 || !run.src.media) {
-        std::fprintf(stderr, "kestrin: a session holds one volume; choose one with --partition N\n");
+        std::fprintf(stderr, "kestrin: %s\n",
+                     T("IDS_CLI_SESSION_ONE_VOLUME", "a session holds one volume; choose one with --partition N").c_str());
         return kExitUsage;
     }
     VolumeScan& v = run.volumes.front();
@@ -142,7 +143,7 @@ std::string TreeIndent(size_t depth) {
 void PrintTree(std::FILE* out, CNode* top, const ListOptions& lo) {
     if (lo.deleted) MarkDeletedView(top);
     const std::string mark = T("IDS_CLI_DELETED_MARK", "(deleted)");
-    std::fprintf(out, "Root\n");
+    std::fprintf(out, "%s\n", T("IDS_CLI_ROOT", "Root").c_str());
     std::vector<CNode*> stack;
     for (CNode* n = top->firstChild; n;) {
         bool shown = !lo.deleted || n->inDeletedView;
@@ -202,7 +203,7 @@ std::function<bool(const OpenedSource&)> OutputCheckFor(const ScanOptions* opts,
         if (!opts->json.empty() && opts->json != "-") outputs.push_back({PlannedOutput::Kind::File, opts->json});
         if (session && !session->empty()) outputs.push_back({PlannedOutput::Kind::File, *session});
         if (!opts->json.empty() && session && *session == opts->json) {
-            std::fprintf(stderr, "kestrin: --json and --session name the same file\n");
+            std::fprintf(stderr, "kestrin: %s\n", T("IDS_CLI_JSON_SESSION_SAME", "--json and --session name the same file").c_str());
             return false;
         }
         return CheckPlannedOutputs(outputs, ids, overwrite);
@@ -220,12 +221,14 @@ void AddScanVerb(CLI::App& app, VerbResult& result) {
     sub->add_flag("--overwrite", *overwrite, "Replace an existing --json or --session file");
     sub->callback([opts, sessionPath, overwrite, &result] {
         if (!sessionPath->empty() && opts->partition == "all") {
-            std::fprintf(stderr, "kestrin: a session holds one volume; choose one with --partition N\n");
+            std::fprintf(stderr, "kestrin: %s\n",
+                     T("IDS_CLI_SESSION_ONE_VOLUME", "a session holds one volume; choose one with --partition N").c_str());
             result.exitCode = kExitUsage;
             return;
         }
         if (!sessionPath->empty() && IsSessionPath(opts->source)) {
-            std::fprintf(stderr, "kestrin: %s is a session already; --session saves a new scan\n", opts->source.c_str());
+            std::fprintf(stderr, "kestrin: %s\n",
+                         Tf("IDS_CLI_SESSION_ALREADY", opts->source, "%s is a session already; --session saves a new scan").c_str());
             result.exitCode = kExitUsage;
             return;
         }
@@ -273,7 +276,7 @@ void AddLsVerb(CLI::App& app, VerbResult& result) {
         }
         std::FILE* out = opts->json == "-" ? stderr : stdout;
         for (const auto& v : run.volumes) {
-            if (run.volumes.size() > 1 || v.partition) std::fprintf(out, "Partition %d:\n", v.partition);
+            if (run.volumes.size() > 1 || v.partition) std::fprintf(out, "%s:\n", Tf("IDS_CLI_PARTITION_N", std::to_string(v.partition), "Partition %s").c_str());
             PrintTree(out, v.tree.get(), *lo);
             for (const auto& n : v.notices) std::fprintf(stderr, "%s\n", n.c_str());
             if (v.cancelled) std::fprintf(stderr, "%s\n", T("IDS_CLI_CANCELLED").c_str());

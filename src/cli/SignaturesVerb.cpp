@@ -138,7 +138,7 @@ bool Fields(const SignatureOptions& o, const SignatureRecord* base, SignatureFie
     f.size = o.size;
     f.description = o.description;
     if (!ParseUnit(o.unit, f.unitIndex)) {
-        rc = Usage("--unit: kb or mb" + std::string(base ? " (or byte)" : ""));
+        rc = Usage(base ? T("IDS_CLI_UNIT_OR_BYTE", "--unit: kb or mb (or byte)") : T("IDS_CLI_UNIT", "--unit: kb or mb"));
         return false;
     }
     if (base) {
@@ -154,13 +154,13 @@ bool Fields(const SignatureOptions& o, const SignatureRecord* base, SignatureFie
         f.category = base->category;
     }
     if (!ParseType(o.type, f.secondValue)) {
-        rc = Usage("--type: picture, raw, audio, video, document, archive, other or a number");
+        rc = Usage(T("IDS_CLI_TYPE_VALUES", "--type: picture, raw, audio, video, document, archive, other or a number"));
         return false;
     }
     if (!o.category.empty()) {
         if (o.category.find_first_not_of("0123456789") != std::string::npos || o.category.size() > 3 ||
             std::stoul(o.category) < 1 || std::stoul(o.category) > 255) {
-            rc = Usage("--category: 1 to 255");
+            rc = Usage(T("IDS_CLI_CATEGORY_VALUES", "--category: 1 to 255"));
             return false;
         }
         f.category = uint8_t(std::stoul(o.category));
@@ -173,13 +173,18 @@ int RunList(const SignatureOptions& o) {
     std::vector<SignatureRecord> rows = Load(Folder(o), missing);
     std::optional<RecoveryMode> mode;
     if (!o.mode.empty() && !(mode = ParseMode(o.mode)))
-        return Usage("unknown mode \"" + o.mode + "\" (deleted-files, lost-files, partition, formatted, "
-                     "deleted-photos, lost-photos, or 1019-1022, 1037, 1038)");
+        return Usage(Tf("IDS_CLI_UNKNOWN_MODE", o.mode,
+                        "unknown mode \"%s\" (deleted-files, lost-files, partition, formatted, "
+                        "deleted-photos, lost-photos, or 1019-1022, 1037, 1038)"));
     if (o.json) std::printf("[");
     bool first = true;
     if (!o.json)
-        std::printf("%4s %6s %-6s %-34s %6s %10s %3s %4s  %s\n", "#", "TYPE", "EXT", "HEADER", "OFFSET", "SIZE",
-                    "CAT", "USER", "DESCRIPTION");
+        std::printf("%4s %6s %-6s %-34s %6s %10s %3s %4s  %s\n", "#", T("IDS_CLI_COL_TYPE", "TYPE").c_str(),
+                    T("IDS_CLI_COL_EXT", "EXT").c_str(), T("IDS_CLI_COL_HEADER", "HEADER").c_str(),
+                    T("IDS_CLI_COL_OFFSET", "OFFSET").c_str(), T("IDS_CLI_COL_SIZE", "SIZE").c_str(),
+                    T("IDS_CLI_COL_CAT", "CAT").c_str(), T("IDS_CLI_COL_USER", "USER").c_str(),
+                    T("IDS_CLI_COL_DESCRIPTION", "DESCRIPTION").c_str());
+    const std::string yes = T("IDS_CLI_YES", "yes");
     for (size_t i = 0; i < rows.size(); ++i) {
         const SignatureRecord& r = rows[i];
         if (mode && !ListedInMode(r, *mode)) continue;
@@ -195,7 +200,7 @@ int RunList(const SignatureOptions& o) {
             if (hex.size() > 34) hex = hex.substr(0, 31) + "...";
             std::printf("%4zu %6" PRIu32 " %-6s %-34s %6" PRIu32 " %10" PRIu64 " %3u %4s  %s\n", i + 1, r.typeId,
                         r.extension.c_str(), hex.c_str(), r.headerOffset, r.fixedSize, unsigned(r.category),
-                        r.userDefined == 1 ? "yes" : "", r.description.c_str());
+                        r.userDefined == 1 ? yes.c_str() : "", r.description.c_str());
         }
         first = false;
     }

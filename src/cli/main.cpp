@@ -74,7 +74,7 @@ int main(int argc, char** argv) {
         int rc = app.exit(e);
         return rc == 0 ? kExitOk : kExitUsage;
     } catch (const std::bad_alloc&) {
-        std::fprintf(stderr, "kestrin: out of memory\n");
+        std::fprintf(stderr, "kestrin: %s\n", kestrin::T("IDS_CLI_OUT_OF_MEMORY", "out of memory").c_str());
         return kExitUsage;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "kestrin: %s\n", e.what());

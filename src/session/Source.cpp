@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "platform/Platform.h"
+#include "session/Texts.h"
 #include "storage/SectorSize.h"
 #include "util/Text.h"
 
@@ -201,15 +202,21 @@ std::vector<size_t> ScannablePartitions(const OpenedSource& src) {
 
 std::string DescribePartitions(const OpenedSource& src) {
     std::string s;
-    char line[160];
+    if (src.partitions.empty()) return s;
+    const std::string start = T("IDS_CLI_START", "start");
+    const std::string sectors = T("IDS_CLI_SECTORS", "sectors");
+    const std::string found = "  " + T("IDS_CLI_FOUND_BY_SEARCH", "(found by the search)");
+    const std::string dynamicVolume = T("IDS_CLI_DYNAMIC_VOLUME", "dynamic volume");
+    char line[256];
     for (size_t i = 0; i < src.partitions.size(); ++i) {
         const auto& r = src.partitions[i];
         const AssembledVolume* dynamic = DynamicVolumeOf(src, i);
-        std::snprintf(line, sizeof line, "  %3zu  start %12llu  sectors %12llu  %s%s", i + 1,
-                      (unsigned long long)r.startSector, (unsigned long long)RecordSectorCount(r, src.layout),
-                      FsKindName(r.fsKind), r.found ? "  (found by the search)" : "");
+        std::snprintf(line, sizeof line, "  %3zu  %s %12llu  %s %12llu  %s%s", i + 1, start.c_str(),
+                      (unsigned long long)r.startSector, sectors.c_str(),
+                      (unsigned long long)RecordSectorCount(r, src.layout), FsKindName(r.fsKind),
+                      r.found ? found.c_str() : "");
         s += line;
-        if (dynamic) s += "  (dynamic volume \"" + EscapeForTerminal(dynamic->name) + "\")";
+        if (dynamic) s += "  (" + dynamicVolume + " \"" + EscapeForTerminal(dynamic->name) + "\")";
         s += '\n';
     }
     return s;

@@ -2,11 +2,18 @@
 // in settings.ini.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <unistd.h>
+#include <vector>
+
+#include "TestImages.h"
 
 namespace {
 
@@ -56,6 +63,90 @@ TEST(CliLanguage, EnvironmentOrOptionNeverTheDesktopSetting) {
     EXPECT_NE(spanish.find("modo desconocido"), std::string::npos) << spanish;
     std::string italian = program.Run("", "partitions /nonexistent --lang Italian --lang Klingon");
     EXPECT_NE(italian.find("unknown language"), std::string::npos) << italian; // the last --lang counts
+}
+
+// The entries of a language file (CRLF lines, "ID=text").
+std::map<std::string, std::string> ReadTexts(const std::string& language) {
+    std::ifstream f(fs::path(KESTRIN_SOURCE_DIR) / "data" / "Lang" / (language + ".ini"));
+    std::map<std::string, std::string> texts;
+    std::string line;
+    while (std::getline(f, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        size_t eq = line.find('=');
+        if (line.rfind("IDS_", 0) == 0 && eq != std::string::npos) texts[line.substr(0, eq)] = line.substr(eq + 1);
+    }
+    return texts;
+}
+
+std::string Quote(const std::string& s) { return "'" + s + "'"; }
+
+TEST(CliLanguage, FrenchErrorsCarryNoEnglishSentence) {
+    ProgramCopy program;
+    ASSERT_FALSE(program.root.empty());
+    const std::string img = kestrin::test::UnpackImage("disk-mbr");
+    ASSERT_FALSE(img.empty());
+    const std::string out = (program.root / "out").string();
+    const std::string runs[] = {
+        "partitions /nonexistent/disk.img",
+        "scan " + Quote(img) + " --partition 9 --quiet",
+        "scan " + Quote(img) + " --partition 1 --quiet --json " + Quote(img),
+        "scan " + Quote(img) + " --partition 1 --quiet --json " + Quote(out + ".json") + " --session " + Quote(out + ".json"),
+        "cat " + Quote(img) + " --partition all docs/a.txt",
+        "cat " + Quote(img) + " --partition 1 no/such/file.txt",
+        "recover " + Quote(img) + " --partition 1",
+        "recover " + Quote(img) + " --partition 1 --zip " + Quote(out + ".txt"),
+        "recover " + Quote(img) + " --partition all --zip " + Quote(out + ".zip"),
+        "recover " + Quote(img) + " --partition 1 --to " + Quote(out) + " --on-collision never",
+        "image " + Quote(img) + " --partition 9 " + Quote(out + ".img"),
+        "signatures list --mode nothing",
+    };
+    // Every stretch of three words or more between the arguments of an English text.
+    std::vector<std::string> sentences;
+    for (const auto& [id, text] : ReadTexts("English")) {
+        std::string rest = text;
+        for (size_t at; !rest.empty();) {
+            at = rest.find("%s");
+            std::string piece = rest.substr(0, at);
+            rest = at == std::string::npos ? "" : rest.substr(at + 2);
+            while (!piece.empty() && (piece.front() == ' ' || piece.front() == '"')) piece.erase(0, 1);
+            while (!piece.empty() && (piece.back() == ' ' || piece.back() == '"')) piece.pop_back();
+            if (std::count(piece.begin(), piece.end(), ' ') >= 2) sentences.push_back(piece);
+        }
+    }
+    ASSERT_GT(sentences.size(), 100u);
+    for (const std::string& args : runs) {
+        std::string said = program.Run("", args + " --lang French");
+        EXPECT_GT(said.size(), 20u) << args << "\n" << said;
+        for (const std::string& sentence : sentences)
+            EXPECT_EQ(said.find(sentence), std::string::npos) << args << "\n" << said;
+    }
+    // Every run was refused before it wrote anything.
+    EXPECT_EQ(std::distance(fs::directory_iterator(program.root), fs::directory_iterator()), 3);
+}
+
+TEST(CliLanguage, EveryTextIdOfTheCommandLineIsInEveryLanguage) {
+    const std::regex idPattern("\"(IDS_[A-Z0-9_]+)\"");
+    std::vector<std::string> ids;
+    // The command line's own files, and the partition list it prints from the session layer.
+    std::vector<fs::path> files{fs::path(KESTRIN_SOURCE_DIR) / "src" / "session" / "Source.cpp"};
+    for (const auto& entry : fs::directory_iterator(fs::path(KESTRIN_SOURCE_DIR) / "src" / "cli"))
+        files.push_back(entry.path());
+    for (const fs::path& file : files) {
+        std::ifstream f(file);
+        std::stringstream text;
+        text << f.rdbuf();
+        const std::string source = text.str();
+        for (std::sregex_iterator m(source.begin(), source.end(), idPattern), end; m != end; ++m)
+            ids.push_back((*m)[1]);
+    }
+    ASSERT_GT(ids.size(), 50u);
+    for (const char* language : {"English", "French", "German", "Italian", "Spanish"}) {
+        const auto texts = ReadTexts(language);
+        for (const std::string& id : ids) {
+            auto it = texts.find(id);
+            EXPECT_TRUE(it != texts.end() && !it->second.empty()) << id << " missing from " << language;
+        }
+    }
 }
 
 } // namespace
