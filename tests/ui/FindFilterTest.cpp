@@ -318,6 +318,7 @@ private slots:
             lost->Unlink(c);
             delete c;
         }
+        w->Results().SetTop(w->Tree()); // the views let go of the removed folders
         w->Results().MarkAll(false);
         w->Results().SetChecked(extend, true);
         ForEachNode(extend, [](CNode* n) { n->checked = n->IsFolder(); });
