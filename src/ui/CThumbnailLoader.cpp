@@ -16,20 +16,6 @@ namespace kestrin::ui {
 
 namespace {
 
-// The source as seen by a worker: its own media object over the shared handle, so position and
-// buffers are never shared with the window's or a save's reads.
-class SharedSource final : public ByteSource {
-public:
-    explicit SharedSource(ByteSource& base) : m_base(base) {}
-    long long ReadAt(void* buf, size_t len, uint64_t offset) override { return m_base.ReadAt(buf, len, offset); }
-    uint64_t Size() const override { return m_base.Size(); }
-    uint32_t LastError() const override { return m_base.LastError(); }
-    bool NeedsAlignment() const override { return m_base.NeedsAlignment(); }
-
-private:
-    ByteSource& m_base;
-};
-
 constexpr int kThumbnailCacheKB = 96 * 1024;
 
 } // namespace
@@ -106,7 +92,7 @@ void CThumbnailLoader::StartJobs() {
         quint64 generation = m_generation;
         m_pool.start([=, this] {
             CPhysicalDisk view;
-            view.Attach(std::make_unique<SharedSource>(*handle));
+            view.Attach(std::make_unique<BorrowedSource>(*handle));
             SelectVolume(view, selection);
             QByteArray bytes;
             bytes.reserve(qsizetype(want));
