@@ -14,6 +14,7 @@
 #include <atomic>
 #include <thread>
 
+#include "ProgramFolder.h"
 #include "RecordingDesktop.h"
 #include "TestImages.h"
 #include "app/Language.h"
@@ -46,10 +47,7 @@ private:
 private slots:
     void initTestCase() {
         QVERIFY(m_program.isValid());
-        QDir().mkpath(m_program.filePath("Lang"));
-        QDir lang(QString(KESTRIN_SOURCE_DIR) + "/data/Lang");
-        for (const QString& f : lang.entryList({"*.ini"}, QDir::Files))
-            QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
+        QVERIFY(test::MakeProgramFolder(m_program));
         app::InitLanguage(m_program.path().toStdString());
     }
 

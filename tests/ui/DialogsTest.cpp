@@ -15,6 +15,7 @@
 #include <QtTest>
 #include <functional>
 
+#include "ProgramFolder.h"
 #include "RecordingDesktop.h"
 #include "TestImages.h"
 #include "app/Language.h"
@@ -66,10 +67,7 @@ private:
 private slots:
     void initTestCase() {
         QVERIFY(m_program.isValid());
-        QDir().mkpath(m_program.filePath("Lang"));
-        QDir lang(QString(KESTRIN_SOURCE_DIR) + "/data/Lang");
-        for (const QString& f : lang.entryList({"*.ini"}, QDir::Files))
-            QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
+        QVERIFY(test::MakeProgramFolder(m_program));
         app::InitLanguage(m_program.path().toStdString());
         app::ChangeLanguage(0);
     }

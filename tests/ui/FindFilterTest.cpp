@@ -16,6 +16,7 @@
 #include <QTreeView>
 #include <QtTest>
 
+#include "ProgramFolder.h"
 #include "RecordingDesktop.h"
 #include "TestImages.h"
 #include "app/Language.h"
@@ -32,15 +33,6 @@ using namespace kestrin;
 using namespace kestrin::ui;
 
 namespace {
-
-CNode* FindPath(CNode* top, const QString& path) {
-    CNode* n = top ? FindChild(top, u".") : nullptr;
-    for (const QString& part : path.split('/')) {
-        if (!n) return nullptr;
-        n = FindChild(n, part.toStdU16String());
-    }
-    return n;
-}
 
 QString NameOf(const CNode* n) { return QString::fromStdU16String(n->name); }
 
@@ -97,12 +89,7 @@ private:
 private slots:
     void initTestCase() {
         QVERIFY(m_program.isValid());
-        QDir().mkpath(m_program.filePath("Lang"));
-        QDir lang(QString(KESTRIN_SOURCE_DIR) + "/data/Lang");
-        for (const QString& f : lang.entryList({"*.ini"}, QDir::Files))
-            QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
-        QVERIFY(QFile::copy(QString(KESTRIN_SOURCE_DIR) + "/data/settings.ini", m_program.filePath("settings.ini")));
-        QFile::setPermissions(m_program.filePath("settings.ini"), QFile::ReadOwner | QFile::WriteOwner);
+        QVERIFY(test::MakeProgramFolder(m_program, {.settings = true}));
         app::InitLanguage(m_program.path().toStdString());
         app::ChangeLanguage(0);
         m_image = test::UnpackImage("ntfs-features");
@@ -168,9 +155,9 @@ private slots:
         auto* page = w->findChild<CResultsPage*>();
         QTreeView* folders = w->FolderView();
         QTreeView* files = page->ListView();
-        CNode* docs = FindPath(w->Tree(), "Documents");
-        CNode* reports = FindPath(w->Tree(), "Documents/Reports");
-        CNode* todo = FindPath(w->Tree(), "Documents/todo.txt");
+        CNode* docs = test::FindPath(w->Tree(), "Documents");
+        CNode* reports = test::FindPath(w->Tree(), "Documents/Reports");
+        CNode* todo = test::FindPath(w->Tree(), "Documents/todo.txt");
         QVERIFY(docs && reports && todo);
         folders->setExpanded(TreeIndex(folders, docs), true);
         folders->setExpanded(TreeIndex(folders, reports), true);
@@ -324,7 +311,7 @@ private slots:
         ForEachNode(extend, [](CNode* n) { n->checked = n->IsFolder(); });
         extend->checked = 1;
         lost->checked = 1;
-        CNode* todo = FindPath(w->Tree(), "Documents/todo.txt");
+        CNode* todo = test::FindPath(w->Tree(), "Documents/todo.txt");
         w->Results().SetChecked(todo, true);
         QTemporaryDir out;
         QVERIFY(w->SaveTo(out.path(), kCollisionRename));
@@ -338,7 +325,7 @@ private slots:
         auto w = Open();
         QVERIFY(w);
         auto* page = w->findChild<CResultsPage*>();
-        CNode* beach = FindPath(w->Tree(), "Pictures/Holidays/Beach at sunset.jpg");
+        CNode* beach = test::FindPath(w->Tree(), "Pictures/Holidays/Beach at sunset.jpg");
         QVERIFY(beach);
         page->ShowThumbnails(true);
         QVERIFY(page->ThumbnailView()->isVisible());

@@ -19,6 +19,7 @@
 #include <QtTest>
 
 #include "FolderIndex.h"
+#include "ProgramFolder.h"
 #include "RecordingDesktop.h"
 #include "TestImages.h"
 #include "app/Language.h"
@@ -99,11 +100,7 @@ private:
 private slots:
     void initTestCase() {
         QVERIFY(m_program.isValid());
-        QDir().mkpath(m_program.filePath("Lang"));
-        QDir lang(QString(KESTRIN_SOURCE_DIR) + "/data/Lang");
-        for (const QString& f : lang.entryList({"*.ini"}, QDir::Files))
-            QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
-        QVERIFY(QFile::copy(QString(KESTRIN_BINARY_DIR) + "/slt.dat", m_program.filePath("slt.dat")));
+        QVERIFY(test::MakeProgramFolder(m_program, {.signatures = true}));
         app::InitLanguage(m_program.path().toStdString());
     }
 

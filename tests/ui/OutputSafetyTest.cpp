@@ -22,6 +22,7 @@
 #include <unistd.h>
 
 #include "TestImages.h"
+#include "ProgramFolder.h"
 #include "RecordingDesktop.h"
 #include "app/Language.h"
 #include "storage/CPhysicalDisk.h"
@@ -51,15 +52,6 @@ bool WriteBytes(const QString& file, const QByteArray& bytes) {
 }
 
 QString T(const char* id) { return QString::fromStdString(app::Text(id)); }
-
-CNode* FindPath(CNode* top, const QString& path) {
-    CNode* n = top ? FindChild(top, u".") : nullptr;
-    for (const QString& part : path.split('/')) {
-        if (!n) return nullptr;
-        n = FindChild(n, part.toStdU16String());
-    }
-    return n;
-}
 
 // The files of partition `index` (0: the first) in the bundled sample's manifest.
 QJsonArray SampleFiles(int index) {
@@ -129,12 +121,7 @@ private:
 private slots:
     void initTestCase() {
         QVERIFY(m_program.isValid());
-        QDir().mkpath(m_program.filePath("Lang"));
-        QDir lang(QString(KESTRIN_SOURCE_DIR) + "/data/Lang");
-        for (const QString& f : lang.entryList({"*.ini"}, QDir::Files))
-            QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
-        QVERIFY(QFile::copy(QString(KESTRIN_SOURCE_DIR) + "/data/settings.ini", m_program.filePath("settings.ini")));
-        QFile::setPermissions(m_program.filePath("settings.ini"), QFile::ReadOwner | QFile::WriteOwner);
+        QVERIFY(test::MakeProgramFolder(m_program, {.settings = true}));
         app::InitLanguage(m_program.path().toStdString());
         app::ChangeLanguage(0);
     }
@@ -233,7 +220,7 @@ private slots:
         // The replaced session is a whole one.
         CMainWindow reopened(m_desktop);
         QVERIFY2(reopened.OpenSessionFromMenu(dir.filePath("old.tks4")), qPrintable(m_messages.join(" | ")));
-        QVERIFY(FindPath(reopened.Tree(), "Photos/IMG_0001.jpg"));
+        QVERIFY(test::FindPath(reopened.Tree(), "Photos/IMG_0001.jpg"));
         QCOMPARE(Sha256(image), imageBefore);
     }
 
@@ -393,7 +380,7 @@ private slots:
         QVERIFY(w->OpenAndContinue(QString::fromStdString(imagePath)));
         auto* page = w->findChild<CResultsPage*>();
         QVERIFY(page && page->ViewerCopies().Folder().isEmpty());
-        CNode* photo = FindPath(w->Tree(), "Photos/IMG_0001.jpg");
+        CNode* photo = test::FindPath(w->Tree(), "Photos/IMG_0001.jpg");
         QVERIFY(photo);
 
         m_messages.clear();
@@ -431,7 +418,7 @@ private slots:
             other.ChooseMode(RecoveryMode::DeletedFiles);
             QVERIFY(other.OpenAndContinue(QString::fromStdString(imagePath)));
             auto* otherPage = other.findChild<CResultsPage*>();
-            QVERIFY(otherPage->OpenWithViewer(FindPath(other.Tree(), "Photos/IMG_0001.jpg")));
+            QVERIFY(otherPage->OpenWithViewer(test::FindPath(other.Tree(), "Photos/IMG_0001.jpg")));
             QVERIFY(otherPage->ViewerCopies().Folder() != folder);
         }
 

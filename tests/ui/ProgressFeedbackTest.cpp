@@ -17,6 +17,7 @@
 #include <chrono>
 #include <thread>
 
+#include "ProgramFolder.h"
 #include "RecordingDesktop.h"
 #include "TestImages.h"
 #include "app/Language.h"
@@ -81,13 +82,7 @@ private:
 private slots:
     void initTestCase() {
         QVERIFY(m_program.isValid() && m_work.isValid());
-        QDir().mkpath(m_program.filePath("Lang"));
-        QDir lang(QString(KESTRIN_SOURCE_DIR) + "/data/Lang");
-        for (const QString& f : lang.entryList({"*.ini"}, QDir::Files))
-            QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
-        QVERIFY(QFile::copy(QString(KESTRIN_SOURCE_DIR) + "/data/settings.ini", m_program.filePath("settings.ini")));
-        QFile::setPermissions(m_program.filePath("settings.ini"), QFile::ReadOwner | QFile::WriteOwner);
-        QVERIFY(QFile::copy(QString(KESTRIN_BINARY_DIR) + "/slt.dat", m_program.filePath("slt.dat")));
+        QVERIFY(test::MakeProgramFolder(m_program, {.settings = true, .signatures = true}));
         app::InitLanguage(m_program.path().toStdString());
         app::ChangeLanguage(0);
     }

@@ -13,6 +13,7 @@
 #include <functional>
 
 #include "app/Language.h"
+#include "ProgramFolder.h"
 #include "RecordingDesktop.h"
 #include "carve/SignatureFile.h"
 #include "carve/SignatureList.h"
@@ -76,10 +77,7 @@ private:
 private slots:
     void initTestCase() {
         QVERIFY(m_program.isValid());
-        QDir().mkpath(m_program.filePath("Lang"));
-        QDir lang(QString(KESTRIN_SOURCE_DIR) + "/data/Lang");
-        for (const QString& f : lang.entryList({"*.ini"}, QDir::Files))
-            QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
+        QVERIFY(test::MakeProgramFolder(m_program));
         app::InitLanguage(Folder());
         app::UseLanguageByName("English");
     }

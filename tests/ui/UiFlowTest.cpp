@@ -27,6 +27,7 @@
 
 #include "TestImages.h"
 #include "FolderIndex.h"
+#include "ProgramFolder.h"
 #include "RecordingDesktop.h"
 #include "app/Language.h"
 #include "scan/CScanDriver.h"
@@ -42,15 +43,6 @@ using namespace kestrin;
 using namespace kestrin::ui;
 
 namespace {
-
-CNode* FindPath(CNode* top, const QString& path) {
-    CNode* n = top ? FindChild(top, u".") : nullptr;
-    for (const QString& part : path.split('/')) {
-        if (!n) return nullptr;
-        n = FindChild(n, part.toStdU16String());
-    }
-    return n;
-}
 
 QByteArray Sha256(const QString& file) {
     QFile f(file);
@@ -135,14 +127,8 @@ private slots:
     void initTestCase() {
         // A program folder of our own: the language switch rewrites its settings.ini.
         QVERIFY(m_program.isValid());
-        QDir().mkpath(m_program.filePath("Lang"));
-        QDir lang(QString(KESTRIN_SOURCE_DIR) + "/data/Lang");
-        for (const QString& f : lang.entryList({"*.ini"}, QDir::Files))
-            QVERIFY(QFile::copy(lang.filePath(f), m_program.filePath("Lang/" + f)));
-        QVERIFY(QFile::copy(QString(KESTRIN_SOURCE_DIR) + "/data/settings.ini", m_program.filePath("settings.ini")));
-        QFile::setPermissions(m_program.filePath("settings.ini"), QFile::ReadOwner | QFile::WriteOwner);
         // The built signature file: the photo and partition modes search by content too.
-        QVERIFY(QFile::copy(QString(KESTRIN_BINARY_DIR) + "/slt.dat", m_program.filePath("slt.dat")));
+        QVERIFY(test::MakeProgramFolder(m_program, {.settings = true, .signatures = true}));
         app::InitLanguage(m_program.path().toStdString());
         app::ChangeLanguage(0);
     }
@@ -166,7 +152,7 @@ private slots:
 
         // Tick states: one file ticked makes its folder and the top partly ticked.
         CResultsState& st = w.Results();
-        CNode* photo = FindPath(w.Tree(), "Photos/IMG_0001.jpg");
+        CNode* photo = test::FindPath(w.Tree(), "Photos/IMG_0001.jpg");
         QVERIFY(photo);
         st.SetChecked(photo, true);
         QCOMPARE(st.CheckState(photo->parent), Qt::PartiallyChecked);
@@ -200,9 +186,9 @@ private slots:
         w.findChild<QCheckBox*>("deletedOnly")->click();
         QVERIFY(st.DeletedOnly());
         QVERIFY(st.Children(w.Tree()).size() >= 1);
-        CNode* oldFolder = FindPath(w.Tree(), "Old folder");
+        CNode* oldFolder = test::FindPath(w.Tree(), "Old folder");
         QVERIFY(oldFolder && oldFolder->inDeletedView);
-        QVERIFY(!FindPath(w.Tree(), "Photos")->inDeletedView);
+        QVERIFY(!test::FindPath(w.Tree(), "Photos")->inDeletedView);
         st.MarkAll(true);
         QCOMPARE(st.CheckState(oldFolder), Qt::Checked);
 
@@ -282,7 +268,7 @@ private slots:
         QVERIFY(ntfs >= 0);
         QVERIFY(w.ScanPartition(ntfs));
         QCOMPARE(w.CurrentPage(), CMainWindow::kResultsPage);
-        CNode* jpg = FindPath(w.Tree(), "Data/holiday.jpg");
+        CNode* jpg = test::FindPath(w.Tree(), "Data/holiday.jpg");
         QVERIFY(jpg);
         QVERIFY(w.FindNext("holiday.jpg") == jpg);
         QString props = w.PropertiesText(jpg);
@@ -306,7 +292,7 @@ private slots:
         QVERIFY(parts->topLevelItemCount() >= 3);
         QVERIFY(w.ScanPartition(parts->topLevelItem(0)->data(0, Qt::UserRole).toInt()));
         QCOMPARE(w.CurrentPage(), CMainWindow::kResultsPage);
-        QVERIFY(FindPath(w.Tree(), "Data"));
+        QVERIFY(test::FindPath(w.Tree(), "Data"));
     }
 
     // The bundled sample, in each language, by the steps a user clicks: photo mode, the camera
@@ -386,7 +372,7 @@ private slots:
         drives->setCurrentItem(ChildLabelled(drives->topLevelItem(drives->topLevelItemCount() - 5), "DATA"));
         Click(&w, "driveNext");
         QCOMPARE(w.CurrentPage(), CMainWindow::kResultsPage);
-        QVERIFY(FindPath(w.Tree(), "Data/holiday.jpg"));
+        QVERIFY(test::FindPath(w.Tree(), "Data/holiday.jpg"));
     }
 
     // A saved session opens again without scanning, with the same items and ticks; from inside
@@ -398,7 +384,7 @@ private slots:
         CMainWindow w(m_desktop);
         w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(image));
-        w.Results().SetChecked(FindPath(w.Tree(), "Photos/IMG_0001.jpg"), true);
+        w.Results().SetChecked(test::FindPath(w.Tree(), "Photos/IMG_0001.jpg"), true);
         QString session = dir.filePath("scan.tks4");
         QVERIFY(w.SaveSession(session));
         QVERIFY(w.DefaultSessionName(QDateTime(QDate(2024, 3, 5), QTime(7, 8, 9)))
@@ -464,7 +450,7 @@ private slots:
         w.show();
         w.ChooseMode(RecoveryMode::DeletedFiles);
         QVERIFY(w.OpenAndContinue(QString::fromStdString(test::UnpackImage("condition-ntfs"))));
-        CNode* old = FindPath(w.Tree(), "old");
+        CNode* old = test::FindPath(w.Tree(), "old");
         QVERIFY(old);
         w.FolderView()->setCurrentIndex(test::FolderIndexOf(w.FolderView(), old));
         CFileListModel* list = w.ListModel();
