@@ -55,7 +55,17 @@ public:
 
     // Candidates for `sector` (valid until the next call).
     std::span<const uint16_t> For(const uint8_t* sector) {
-        if (m_groups.size() == 1 && m_always.empty()) return m_groups[0].byByte[sector[m_groups[0].offset]];
+        // Most sectors have no candidate at all, and most of the rest one group's list: those
+        // are handed back as they stand, without merging.
+        const std::vector<uint16_t>* only = nullptr;
+        size_t lists = 0;
+        for (const Group& g : m_groups) {
+            const auto& list = g.byByte[sector[g.offset]];
+            if (list.empty()) continue;
+            only = &list;
+            ++lists;
+        }
+        if (m_always.empty() && lists <= 1) return only ? std::span<const uint16_t>(*only) : std::span<const uint16_t>();
         m_merged.clear();
         for (const Group& g : m_groups) {
             const auto& list = g.byByte[sector[g.offset]];
@@ -151,7 +161,9 @@ Outcome ScanSignatures(CPhysicalDisk& media, uint32_t scanKind, uint64_t firstSe
     uint64_t lookAheadSectors = 0;
     for (auto& e : set) lookAheadSectors = std::max(lookAheadSectors, e.scanner->LookAheadSectors(bps));
     // A sector needs at least the eight bytes of the zero test.
-    CChunkPrefetcher chunks(reader, firstSector, bps >= 8 ? endSector : firstSector, kSignatureChunkSectors, true,
+    // Reads of the same size (1 MiB) whatever the sector size.
+    const uint32_t chunkSectors = std::max<uint32_t>(1, uint32_t(uint64_t(kSignatureChunkSectors) * 512 / std::max<uint32_t>(bps, 1)));
+    CChunkPrefetcher chunks(reader, firstSector, bps >= 8 ? endSector : firstSector, chunkSectors, true,
                             lookAheadSectors);
     reader.SetWindow(&chunks);
 

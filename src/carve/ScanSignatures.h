@@ -19,8 +19,8 @@ enum SignatureScanKind : uint32_t {
     kScanRecordsAndSignatures = 3,
 };
 
-// Sectors per read of the loop.
-inline constexpr uint32_t kSignatureChunkSectors = 512;
+// Sectors of 512 bytes per read of the loop (with larger sectors, as many bytes: 1 MiB).
+inline constexpr uint32_t kSignatureChunkSectors = 2048;
 // An embedded item (a camera raw's preview) of this size or more is dropped.
 inline constexpr uint64_t kMaxEmbeddedSize = 0x400000;
 

@@ -251,7 +251,8 @@ TEST(ReadAhead, CompoundDirectoryWalkFindsTheSameFromTheWindow) {
         std::sort(expected.begin(), expected.end());
         EXPECT_EQ(found, expected) << "seed " << seed;
         for (auto [len, n] : counter->reads)
-            EXPECT_TRUE(len == kSector || len % (512 * kSector) == 0 || len == sectors % 512 * kSector)
+            EXPECT_TRUE(len == kSector || len % (kSignatureChunkSectors * kSector) == 0 ||
+                        len == sectors % kSignatureChunkSectors * kSector)
                 << n << " reads of " << len << " bytes, seed " << seed;
     }
 }

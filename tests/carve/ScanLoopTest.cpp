@@ -10,6 +10,8 @@ namespace kestrin::test {
 namespace {
 
 constexpr uint32_t kSector = 512;
+// Sectors per chunk of the loop (512-byte sectors).
+constexpr uint64_t kChunk = kSignatureChunkSectors;
 const std::vector<uint8_t> kMagic = {'K', 'M', 'A', 'G'};
 
 std::vector<uint8_t> Image(uint64_t sectors) { return std::vector<uint8_t>(sectors * kSector, 0); }
@@ -64,7 +66,7 @@ TEST(ScanLoop, ShortStreamAtTheStartDoesNotSkipTheRest) {
 
 TEST(ScanLoop, RangeFoldersAndNumbering) {
     ScanRun run;
-    auto image = Image(1003);
+    auto image = Image(kChunk + 491);
     for (uint64_t s = 0; s < 1001; ++s) Mark(image, s);
     AttachMemory(run.disk, std::make_unique<MemorySource>(image));
     run.rows = {UserRecord(kMagic, ".jpg", 10)};
@@ -146,11 +148,12 @@ TEST(ScanLoop, ReadErrorsSkipTheChunkOrEndTheScan) {
                  {platform::kErrDeviceGone, Outcome::DeviceGone, 1, true}};
     for (const Case& c : cases) {
         ScanRun run;
-        auto image = Image(1600);
-        Mark(image, 100);  // chunk 0
-        Mark(image, 600);  // chunk 1: unreadable
-        Mark(image, 1100); // chunk 2
-        AttachMemory(run.disk, std::make_unique<FailingSource>(image, 700 * kSector, 701 * kSector, c.code));
+        auto image = Image(2 * kChunk + 576);
+        Mark(image, 100);              // chunk 0
+        Mark(image, kChunk + 88);      // chunk 1: unreadable
+        Mark(image, 2 * kChunk + 76);  // chunk 2
+        AttachMemory(run.disk, std::make_unique<FailingSource>(image, (kChunk + 188) * kSector,
+                                                               (kChunk + 189) * kSector, c.code));
         run.rows = {UserRecord(kMagic, ".bin", 10)};
         EXPECT_EQ(run.Run(), c.result) << c.code;
         EXPECT_EQ(run.Files().size(), c.files) << c.code;
@@ -160,9 +163,9 @@ TEST(ScanLoop, ReadErrorsSkipTheChunkOrEndTheScan) {
 
 TEST(ScanLoop, StopKeepsWhatWasFound) {
     ScanRun run;
-    auto image = Image(2048);
+    auto image = Image(2 * kChunk);
     Mark(image, 10);
-    Mark(image, 1500);
+    Mark(image, kChunk + 988);
     AttachMemory(run.disk, std::make_unique<MemorySource>(image));
     run.rows = {UserRecord(kMagic, ".bin", 10)};
     run.events.onProgress = [&] {
@@ -176,12 +179,12 @@ TEST(ScanLoop, SourceGoneInAScannersReadEndsTheLoop) {
     // A zip whose second local header lies past the scanned range, where the source has gone
     // away: the walk's own read finds it gone, and the loop ends before its next chunk.
     ScanRun run;
-    auto image = Image(1600);
+    auto image = Image(kChunk + 576);
     Mark(image, 50);
-    Mark(image, 550); // in the second chunk: never reached
+    Mark(image, kChunk + 38); // in the second chunk: never reached
     Put(image, 100 * kSector, {'P', 'K', 3, 4});
-    PutLe32(&image[100 * kSector + 18], (700 - 100) * kSector - 30);
-    AttachMemory(run.disk, std::make_unique<FailingSource>(image, 700 * kSector, 701 * kSector,
+    PutLe32(&image[100 * kSector + 18], uint32_t((kChunk + 188 - 100) * kSector - 30));
+    AttachMemory(run.disk, std::make_unique<FailingSource>(image, (kChunk + 188) * kSector, (kChunk + 189) * kSector,
                                                            platform::kErrDeviceGone));
     SignatureRecord zip;
     zip.typeId = 55;
@@ -190,7 +193,7 @@ TEST(ScanLoop, SourceGoneInAScannersReadEndsTheLoop) {
     run.rows = {UserRecord(kMagic, ".bin", 10), zip};
     run.op.state = OperationState::Running;
     ScanContext ctx = run.Context();
-    EXPECT_EQ(ScanSignatures(run.disk, kScanSignaturesOnly, 0, 600, ctx), Outcome::DeviceGone);
+    EXPECT_EQ(ScanSignatures(run.disk, kScanSignaturesOnly, 0, kChunk + 88, ctx), Outcome::DeviceGone);
     EXPECT_EQ(run.Files(), std::vector<std::string>{"bin[1-1000]/file#1.bin@50:10"});
     EXPECT_EQ(run.events.status.size(), 1u);
 }
