@@ -53,6 +53,12 @@ struct ContentResult {
     uint64_t beyondVolume = 0;   // bytes whose clusters lie past the volume's end (not written)
 };
 
+// Offers `len` bytes at absolute byte `offset` of the media's source to the sink as a copy by the
+// kernel. NotDone (nothing happened) when the sink or the source cannot copy, when the range is
+// short (under 64 KiB) or reaches past the source's end, or when the copy failed: the caller then
+// reads and writes the bytes, so unreadable and missing bytes are found and counted by reading.
+ContentSink::Copy CopySourceRun(CPhysicalDisk& media, const ContentSink& sink, uint64_t offset, size_t len);
+
 // Each engine provides one of these (NTFS, FAT, exFAT, carved) for the media's selected volume.
 using ContentWriter = ContentResult (*)(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
 

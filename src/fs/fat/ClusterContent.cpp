@@ -30,9 +30,14 @@ ContentResult WriteClusterRuns(CFatVolume& vol, std::span<const ClusterRun> runs
                 return r;
             }
             uint64_t inside = std::min<uint64_t>(n, g.volumeEnd - at);
-            buf.resize(size_t(inside));
-            if (!vol.ReadBytes(at, buf.data(), buf.size())) r.unreadable += inside;
-            if (!sink(buf.data(), buf.size())) return r;
+            // Copied from file to file by the kernel where it can, else read and written.
+            ContentSink::Copy copied = CopySourceRun(vol.Media(), sink, at, size_t(inside));
+            if (copied == ContentSink::Copy::Stop) return r;
+            if (copied == ContentSink::Copy::NotDone) {
+                buf.resize(size_t(inside));
+                if (!vol.ReadBytes(at, buf.data(), buf.size())) r.unreadable += inside;
+                if (!sink(buf.data(), buf.size())) return r;
+            }
             r.written += inside;
             left -= inside;
             if (inside < n) {

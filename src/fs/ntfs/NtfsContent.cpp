@@ -87,7 +87,8 @@ struct DataStream {
 
 class CContentWriter {
 public:
-    CContentWriter(CNtfsVolume& vol, const ContentSink& sink, uint64_t size) : m_vol(vol), m_sink(sink), m_size(size) {}
+    CContentWriter(CPhysicalDisk& media, CNtfsVolume& vol, const ContentSink& sink, uint64_t size)
+        : m_media(media), m_vol(vol), m_sink(sink), m_size(size) {}
 
     ContentResult Resident(const std::vector<uint8_t>& value) {
         uint64_t n = std::min<uint64_t>(value.size(), m_size);
@@ -115,6 +116,20 @@ public:
             uint64_t readableEnd = std::min(end, start + inVolume * bpc);
             while (m_pos < readableEnd) {
                 size_t n = size_t(std::min<uint64_t>(buf.size(), readableEnd - m_pos));
+                // Below the initialised size the clusters are the content: copied from file to
+                // file by the kernel where it can, else read and written.
+                if (m_pos + n <= initializedSize) {
+                    ContentSink::Copy c = CopySourceRun(m_media, m_sink, m_vol.VolumeStartByte() + e.lcn * bpc + (m_pos - start), n);
+                    if (c == ContentSink::Copy::Stop) {
+                        m_failed = true;
+                        return m_result;
+                    }
+                    if (c == ContentSink::Copy::Done) {
+                        m_pos += n;
+                        m_result.written += n;
+                        continue;
+                    }
+                }
                 if (!m_vol.ReadVolume(e.lcn * bpc + (m_pos - start), buf.data(), n)) m_result.unreadable += n;
                 // Past the initialised size a file reads as zeros, whatever the clusters hold.
                 if (initializedSize < m_pos + n) {
@@ -213,6 +228,7 @@ private:
         return m_result;
     }
 
+    CPhysicalDisk& m_media;
     CNtfsVolume& m_vol;
     const ContentSink& m_sink;
     uint64_t m_size;
@@ -357,7 +373,7 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
     GatherDataStream(vol, mftOpen, record, offset, node.recordId, data);
     if (!data.found) return failed;
 
-    CContentWriter writer(vol, sink, node.size);
+    CContentWriter writer(media, vol, sink, node.size);
     if (data.resident) return writer.Resident(data.residentValue);
     std::stable_sort(data.extents.begin(), data.extents.end(), [](const Extent& a, const Extent& b) { return a.vcn < b.vcn; });
     if (data.compressed) return writer.Compressed(data.extents, data.unitClusters);
