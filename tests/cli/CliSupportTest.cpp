@@ -83,6 +83,22 @@ TEST(CliJson, NodeShapeAndEscaping) {
     EXPECT_EQ(depth, 20000u);
 }
 
+// Names go out from their UTF-16 units: a pair is one character, a lone half of one becomes
+// U+FFFD, controls and bidi characters become escapes, as for any other text.
+TEST(CliJson, NodeNamesFromUtf16Units) {
+    std::unique_ptr<CNode> top(MakeTopNode());
+    const char16_t units[] = {u'a', 0xD83D, 0xDE00, u'b', 0xD800, u'c', 0xDC00, 0x202E, 0x01, u'\u00e9', u'"', 0xD83D};
+    Add(top.get(), std::u16string(units, std::size(units)), 0, 1);
+    std::ostringstream out;
+    WriteNodeJson(out, *top);
+    const std::string text = out.str();
+    EXPECT_NE(text.find("\"a\xF0\x9F\x98\x80" "b\xEF\xBF\xBD" "c\xEF\xBF\xBD\\u202e\\u0001\xC3\xA9\\\"\xEF\xBF\xBD\""),
+              std::string::npos)
+        << text;
+    auto j = nlohmann::json::parse(text);
+    EXPECT_EQ(j["children"][0]["name"], "a\xF0\x9F\x98\x80" "b\xEF\xBF\xBD" "c\xEF\xBF\xBD\u202e\x01\xC3\xA9\"\xEF\xBF\xBD");
+}
+
 TEST(CliJson, ControlsBidiAndSeparatorsBecomeEscapes) {
     // Ordinary names keep their bytes; the usual escapes are unchanged.
     EXPECT_EQ(JsonString("caf\xC3\xA9 \xE6\x97\xA5.txt"), "\"caf\xC3\xA9 \xE6\x97\xA5.txt\"");
