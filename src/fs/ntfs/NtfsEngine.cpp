@@ -16,7 +16,8 @@ using namespace layout::ntfs;
 
 namespace {
 
-constexpr uint32_t kSearchChunkSectors = 512;
+// The record search reads the range in steps of this many bytes.
+constexpr uint32_t kSearchStepBytes = 4u << 20;
 
 // Checks and parses one "FILE" record copy of the MFT and hands what it yields to the builder.
 // False when the record is malformed; records formatted but never used are not. Extension
@@ -94,19 +95,33 @@ Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t e
     search.CountInto(&ctx.op.found);
     const uint32_t mediaSector = media.GetSectorSize() ? media.GetSectorSize() : 512;
     const uint64_t base = media.GetFirstSector();
-    // Each read carries a tail of up to one largest record, so a record that starts near the end
-    // of a chunk is still seen whole.
+    // Each step is handed its sectors and, after them, up to one largest record more, so that a
+    // record that starts near the end of a step is still seen whole. Those sectors begin the next
+    // step: they are moved there, not read again.
     const uint32_t tailSectors = (kNtfsMaxRecordBytes + mediaSector - 1) / mediaSector;
-    std::vector<uint8_t> buffer(size_t(kSearchChunkSectors + tailSectors) * mediaSector);
-    const int64_t total = int64_t(endSector > firstSector ? endSector - firstSector : 0);
+    const uint32_t stepSectors = std::max<uint32_t>(1, kSearchStepBytes / mediaSector);
+    const uint64_t rangeSectors = endSector > firstSector ? endSector - firstSector : 0;
+    std::vector<uint8_t> buffer(size_t(std::min<uint64_t>(uint64_t(stepSectors) + tailSectors, rangeSectors)) * mediaSector);
+    const int64_t total = int64_t(rangeSectors);
+    uint64_t carried = 0; // sectors at the start of the buffer already read for this step
 
-    for (uint64_t s = firstSector; s < endSector; s += kSearchChunkSectors) {
+    for (uint64_t s = firstSector; s < endSector; s += stepSectors) {
         if (ctx.MustStop(media)) break;
-        uint64_t n = std::min<uint64_t>(kSearchChunkSectors, endSector - s);
+        uint64_t n = std::min<uint64_t>(stepSectors, endSector - s);
         uint64_t readSectors = std::min<uint64_t>(n + tailSectors, endSector - s);
         size_t readBytes = size_t(readSectors * mediaSector);
-        std::memset(buffer.data(), 0, readBytes);
-        if (media.ReadSectors(buffer.data(), uint32_t(readBytes), base + s, true)) {
+        bool readOk = true;
+        if (carried < readSectors) {
+            uint8_t* at = buffer.data() + size_t(carried) * mediaSector;
+            const size_t want = readBytes - size_t(carried) * mediaSector;
+            const uint64_t pastEndBefore = media.BytesPastEnd();
+            readOk = media.ReadSectors(at, uint32_t(want), base + s + carried, true);
+            // What lies past the source's end does not come back: it reads as zeros.
+            const size_t missing = size_t(std::min<uint64_t>(media.BytesPastEnd() - pastEndBefore, want));
+            if (readOk && missing) std::memset(at + want - missing, 0, missing);
+        }
+        carried = 0;
+        if (readOk) {
             // Every 512-byte position can start a record, whatever the sector size.
             const size_t chunkBytes = size_t(n * mediaSector);
             for (size_t off = 0; off < chunkBytes; off += kNtfsFixupBlock) {
@@ -114,6 +129,10 @@ Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t e
                                             std::span<const uint8_t>(buffer.data() + off, readBytes - off),
                                             uint32_t(off % mediaSector));
                 if (taken > kNtfsFixupBlock) off += taken - kNtfsFixupBlock; // the whole record was examined
+            }
+            if (readSectors > n) {
+                carried = readSectors - n;
+                std::memmove(buffer.data(), buffer.data() + chunkBytes, size_t(carried) * mediaSector);
             }
         }
         ctx.Progress(int64_t(s + n - firstSector), total, mediaSector);

@@ -151,10 +151,13 @@ TEST(NtfsOutcome, StopDuringTheWalkEndsItWithoutTouchingTheState) {
 }
 
 TEST(NtfsOutcome, RecordSearchStopsWhenTheSourceGoes) {
-    // The search reads 256 KiB chunks (each with a 64 KiB tail): the first two hold the MFT, the
-    // third meets the failure and the fourth is never read.
-    const uint64_t failAt = 700u << 10;
-    FlakyRun gone(FourBatchVolume().Image(), failAt, failAt + 512, platform::kErrDeviceGone);
+    // The search reads 4 MiB steps (each with a 64 KiB tail): the first holds the MFT, the second
+    // meets the failure and the third is never read.
+    std::vector<uint8_t> image = FourBatchVolume().Image();
+    ASSERT_LT(image.size(), 4u << 20);
+    image.resize(12u << 20, 0);
+    const uint64_t failAt = 5u << 20;
+    FlakyRun gone(std::move(image), failAt, failAt + 512, platform::kErrDeviceGone);
     EXPECT_EQ(NtfsSearchRecords(gone.media, 0, gone.media.GetSectorCount(), gone.ctx), Outcome::DeviceGone);
     EXPECT_EQ(gone.Files(), (std::vector<uint32_t>{30, 70, 140, 200}));
     EXPECT_EQ(gone.source->readsAfterGone, 0);
