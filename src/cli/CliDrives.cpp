@@ -13,6 +13,7 @@
 
 #include "cli/CliJson.h"
 #include "cli/CliOutputs.h"
+#include "output/DiscTarget.h"
 #include "platform/Platform.h"
 #include "session/Texts.h"
 #include "storage/CPhysicalDisk.h"
@@ -206,11 +207,20 @@ void AddDrivesVerb(CLI::App& app, VerbResult& result) {
     sub->add_flag("--json", *json, "Write the list as JSON");
     sub->callback([json, &result] {
         auto drives = ListDrives();
+        // Recorders are listed apart: they are what --burn takes, not sources.
+        auto recorders = ListRecorders();
         if (*json) {
             std::cout << "{\"drives\":[";
             for (size_t i = 0; i < drives.size(); ++i) {
                 if (i) std::cout << ",";
                 WriteEntryJson(std::cout, drives[i]);
+            }
+            std::cout << "],\"recorders\":[";
+            for (size_t i = 0; i < recorders.size(); ++i) {
+                const RecorderInfo& r = recorders[i];
+                std::cout << (i ? "," : "") << "{\"address\":" << JsonString(r.address)
+                          << ",\"vendor\":" << JsonString(r.vendor) << ",\"product\":" << JsonString(r.product)
+                          << ",\"revision\":" << JsonString(r.revision) << "}";
             }
             std::cout << "]}\n";
         } else {
@@ -223,6 +233,11 @@ void AddDrivesVerb(CLI::App& app, VerbResult& result) {
                 for (const auto& v : d.volumes) PrintEntry(v, 2);
             }
             if (drives.empty()) std::printf("(no disks found)\n");
+            if (!recorders.empty()) {
+                std::printf("\n%s\n", T("IDS_CLI_RECORDERS", "Optical recorders (for recover --burn):").c_str());
+                for (const RecorderInfo& r : recorders)
+                    std::printf("  %-14s %s\n", r.address.c_str(), EscapeForTerminal(r.Name()).c_str());
+            }
         }
         result.exitCode = kExitOk;
     });

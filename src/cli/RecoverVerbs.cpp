@@ -17,6 +17,7 @@
 #include "session/Texts.h"
 #include "cli/Verbs.h"
 #include "fs/CNode.h"
+#include "output/DiscTarget.h"
 #include "output/DiskImage.h"
 #include "session/ImagePlan.h"
 #include "output/OutputGuard.h"
@@ -50,6 +51,9 @@ struct RecoverOptions {
     ScanOptions scan;
     std::string to;
     std::string zip;
+    std::string burn; // a recorder's address
+    std::string iso;  // an ISO image file
+    bool erase = false;
     std::vector<std::string> select;
     bool deletedOnly = false;
     bool overwrite = false;
@@ -212,14 +216,68 @@ int SaveExitCode(const SaveResult& r, int scanCode) {
     return scanCode;
 }
 
+// Saves every volume's ticked items onto one disc or into one ISO image file, as one saving
+// operation of the driver: a folder "Partition N" for each volume when there are several.
+int RunDiscSave(const std::vector<DiscVolume>& volumes, const RecoverOptions& o, RecoveryMode mode, uint8_t collision,
+                CliMessages& msgs) {
+    SaveRequest req;
+    req.collisionMode = collision;
+    req.deletedOnly = o.deletedOnly;
+    req.messages = &msgs;
+    req.replaceExisting = o.overwrite;
+    if (collision == kCollisionAsk) req.askRename = &AskNewName;
+    DiscControl control;
+    DiscRequest disc;
+    disc.isoPath = o.iso;
+    disc.recorder = o.burn;
+    disc.erase = o.erase;
+    disc.control = &control;
+    SaveResult result;
+    auto save = [&](CPhysicalDisk&, ScanContext& ctx) {
+        result = SaveToDisc(volumes, ctx, req, disc);
+        return OutcomeOf(result);
+    };
+    const std::string where = o.iso.empty() ? o.burn : o.iso;
+    Engines engines = MakeEngines();
+    // An image file is saved like a folder; a disc is the saving operation's second destination.
+    if (o.iso.empty())
+        engines.burnToDisc = save;
+    else
+        engines.saveToFolder = save;
+    CliFrontEnd fe(o.scan.quiet || collision == kCollisionAsk);
+    CScanDriver run(*volumes.front().media, engines, fe);
+    if (o.iso.empty()) {
+        run.SetSaveDestination(where, 1, RecorderName(o.burn));
+        run.SetDiscControl(&control);
+    } else {
+        run.SetSaveDestination(where, 0);
+    }
+    if (run.Start(OperationKind::Save, mode)) fe.RunToEnd(run);
+    for (const auto& n : fe.Notices()) std::fprintf(stderr, "%s\n", n.c_str());
+    if (run.CancelConfirmed() || result.cancelled) {
+        // Nothing on a disc or in an image that was not completed counts as saved.
+        std::printf("%s\n", T("IDS_CLI_DISC_CANCELLED", "The disc or image was not completed; nothing was saved.").c_str());
+        return kExitCancelled;
+    }
+    if (result.archiveFailed) return kExitWriteErrors; // told already
+    PrintSaveResult(result, where);
+    return SaveExitCode(result, kExitOk);
+}
+
 int RunRecover(RecoverOptions o) {
     // A folder name ending in .zip means an archive, as the docs say.
     if (!o.to.empty() && o.zip.empty() && IsZipDestination(o.to)) {
         o.zip = o.to;
         o.to.clear();
     }
-    if (o.to.empty() == o.zip.empty()) {
-        std::fprintf(stderr, "kestrin: %s\n", T("IDS_CLI_TO_OR_ZIP", "give either --to DIR or --zip FILE").c_str());
+    const bool toDisc = !o.burn.empty() || !o.iso.empty();
+    if (int(!o.to.empty()) + int(!o.zip.empty()) + int(!o.burn.empty()) + int(!o.iso.empty()) != 1) {
+        std::fprintf(stderr, "kestrin: %s\n",
+                     T("IDS_CLI_ONE_DESTINATION", "give one of --to DIR, --zip FILE, --burn DRIVE or --iso FILE").c_str());
+        return kExitUsage;
+    }
+    if (o.erase && o.burn.empty()) {
+        std::fprintf(stderr, "kestrin: %s\n", T("IDS_CLI_ERASE_NEEDS_BURN", "--erase goes with --burn DRIVE").c_str());
         return kExitUsage;
     }
     if (!o.zip.empty() && !IsZipDestination(o.zip)) {
@@ -236,7 +294,7 @@ int RunRecover(RecoverOptions o) {
         std::fprintf(stderr, "kestrin: %s\n", T("IDS_CLI_ON_COLLISION", "--on-collision takes rename, replace, skip or ask").c_str());
         return kExitUsage;
     }
-    std::string destination = o.zip.empty() ? o.to : o.zip;
+    std::string destination = !o.to.empty() ? o.to : !o.zip.empty() ? o.zip : !o.iso.empty() ? o.iso : o.burn;
     const bool fromSession = EndsWithNoCase(o.scan.source, ".tks4");
     // Every output is checked against the source before anything is scanned or made.
     auto checkOutputs = [&](const CPhysicalDisk* media, const std::string& alsoSource) {
@@ -245,7 +303,16 @@ int RunRecover(RecoverOptions o) {
         AddSourcePath(ids, o.scan.source);
         if (!alsoSource.empty()) AddSourcePath(ids, alsoSource);
         PlannedOutput out{o.zip.empty() ? PlannedOutput::Kind::Folder : PlannedOutput::Kind::File, destination};
-        return CheckPlannedOutputs({out}, ids, o.overwrite);
+        bool overwrite = o.overwrite;
+        if (!o.iso.empty()) out.kind = PlannedOutput::Kind::File;
+        if (!o.burn.empty()) {
+            // A pseudo-drive writes into a file, which is then the medium: writing over what it
+            // holds is erasing it. A real recorder must not be the source device.
+            const bool pseudo = o.burn.rfind("stdio:", 0) == 0;
+            out = {pseudo ? PlannedOutput::Kind::File : PlannedOutput::Kind::Device, pseudo ? o.burn.substr(6) : o.burn};
+            overwrite = overwrite || o.erase || !pseudo;
+        }
+        return CheckPlannedOutputs({out}, ids, overwrite);
     };
 
     // The volumes to save: from a recovery session, or from a scan made now.
@@ -306,6 +373,15 @@ int RunRecover(RecoverOptions o) {
         std::printf("%s\n", T("IDS_CLI_NOTHING_FOUND", "Nothing to save: the scan found no files.").c_str());
         return exitCode;
     }
+    if (toDisc) {
+        std::vector<DiscVolume> disc;
+        for (auto& v : volumes) {
+            if (!v.top || TickFiles(v.top, o) == 0) continue;
+            std::string folder = volumes.size() > 1 ? "Partition " + std::to_string(v.partition) : std::string();
+            disc.push_back({v.media, v.top, folder});
+        }
+        return std::max(exitCode, RunDiscSave(disc, o, mode, collision, msgs));
+    }
     if (!o.to.empty()) {
         std::error_code ec;
         std::filesystem::create_directories(o.to, ec);
@@ -363,7 +439,13 @@ void AddRecoverVerb(CLI::App& app, VerbResult& result) {
     sub->add_option("--to", o->to, "Folder to save into (made when missing; a name ending in .zip makes an archive)")
         ->check(PathValue());
     sub->add_option("--zip", o->zip, "Zip archive to save into")->check(PathValue());
-    sub->add_flag("--overwrite", o->overwrite, "Replace an existing zip archive of that name");
+    sub->add_flag("--overwrite", o->overwrite, "Replace an existing zip archive or ISO image file of that name");
+    sub->add_option("--burn", o->burn,
+                    "Write to a disc in this recorder (as `kestrin drives` lists them, or stdio:FILE for a file "
+                    "written like a disc)")
+        ->check(PathValue());
+    sub->add_option("--iso", o->iso, "Write an ISO 9660 image file instead of a disc")->check(PathValue());
+    sub->add_flag("--erase", o->erase, "Erase a rewritable disc that holds data before writing (with --burn)");
     sub->add_option("--select", o->select, "Only files whose path or name matches one of these patterns")
         ->expected(1, -1);
     sub->add_flag("--deleted-only", o->deletedOnly, "Only deleted items");

@@ -89,18 +89,26 @@ bool CScanDriver::Running() const { return m_running.load(); }
 void CScanDriver::BeginCancelQuestion() { m_gate.Close(); }
 
 void CScanDriver::AnswerCancelQuestion(bool yes) {
-    // Disc writing cannot be part of a save in this build, so Yes never has to stop a recorder.
-    if (yes) {
-        m_cancelled.store(true);
-        m_op.state.store(OperationState::Cancel);
-    }
-    m_gate.Open();
+    if (yes) Cancel();
+    else m_gate.Open();
 }
 
-void CScanDriver::RequestCancel() {
+void CScanDriver::RequestCancel() { Cancel(); }
+
+void CScanDriver::Cancel() {
+    // A disc being erased or written: its two flags are cleared before the stop state is set, so
+    // the save cannot move on to its next step meanwhile; then the recorder is stopped and given
+    // time to come to rest before the user is told.
+    bool disc = m_op.kind.load() == OperationKind::Save && m_destinationKind == 1 && m_disc && m_running.load() &&
+                m_disc->ClaimStop();
     m_cancelled.store(true);
     m_op.state.store(OperationState::Cancel);
     m_gate.Open();
+    if (!disc) return;
+    m_disc->StopRecorder();
+    m_disc->Settle();
+    m_events.OnNotice(UserText{"IDS_ERASE_BURN_CANCELLED", "", false,
+                               "Erasing or writing the disc was cancelled."});
 }
 
 void CScanDriver::SkipRest() {

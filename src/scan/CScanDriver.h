@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "job/DiscControl.h"
 #include "scan/Engines.h"
 #include "scan/OperationRules.h"
 #include "job/ScanContext.h"
@@ -37,6 +38,8 @@ public:
     void SetSignatures(const std::vector<SignatureRecord>* rows) { m_signatures = rows; }
     // Destination of a save (OperationKind::Save): 0 folder or zip, 1 disc, anything else saves nothing.
     void SetSaveDestination(std::string path, uint32_t destinationKind, std::string recorderName = {});
+    // The recorder's state during a save to disc (kept by the caller), for a cancel to stop it.
+    void SetDiscControl(DiscControl* control) { m_disc = control; }
 
     // Source confirmed in `mode`: chooses the kind from the media's source kind, sets deleted-only
     // and starts. Returns the kind, or -1 when no scan is defined for the source (nothing runs).
@@ -101,6 +104,8 @@ private:
     void Note(Outcome o);
     void MissingStage(Stage s);
     void SetStatus(UserText text);
+    // Sets the cancel state and lets the worker go; a disc being erased or written is stopped.
+    void Cancel();
 
     CPhysicalDisk& m_media;
     Engines m_engines;
@@ -117,6 +122,7 @@ private:
     std::string m_destination;
     uint32_t m_destinationKind = 0;
     std::string m_recorderName;
+    DiscControl* m_disc = nullptr;
     std::unique_ptr<CNode> m_top;
 
     mutable std::mutex m_infoMutex;

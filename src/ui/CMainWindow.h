@@ -54,6 +54,8 @@ public:
     // Every output is checked against the source first; an existing archive is replaced only
     // after the user agreed.
     bool SaveTo(const QString& folder, uint8_t collisionMode);
+    // Saves the ticked items onto a disc in a recorder the user picks.
+    void BurnTicked();
     // The result box of a save into `destination`: what was saved, and everything that was not
     // saved as found (unreadable parts, write errors, skipped, logged, cancelled).
     static QString SaveSummary(const SaveResult& r, const QString& destination, bool cancelled);

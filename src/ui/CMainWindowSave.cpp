@@ -17,6 +17,7 @@
 #include <QThread>
 
 #include "session/EngineTable.h"
+#include "output/DiscTarget.h"
 #include "output/OutputGuard.h"
 #include "output/SessionFile.h"
 #include "scan/CScanDriver.h"
@@ -98,6 +99,10 @@ void CMainWindow::OnSave() {
         return;
     }
     QString destination;
+    if (m_resultsPage->SaveToDisc()) {
+        BurnTicked();
+        return;
+    }
     if (m_resultsPage->SaveIntoZip()) {
         // An existing archive is asked about once, by SaveTo, for the name the ending gives.
         destination = QFileDialog::getSaveFileName(this, m_resultsPage->SaveZipText(), QString(),
@@ -195,6 +200,74 @@ bool CMainWindow::SaveTo(const QString& folder, uint8_t collisionMode) {
         !m_desktop.OpenFolder(shown))
         m_desktop.Warn(this, Tx("IDS_UI_FOLDER_NOT_OPENED", "The folder could not be opened:") + "\n" + shown);
     return !driver.CancelConfirmed();
+}
+
+// The ticked items onto a disc: the recorder is chosen when there are several; a disc that holds
+// data is erased only after the user agreed.
+void CMainWindow::BurnTicked() {
+    std::vector<RecorderInfo> recorders = ListRecorders();
+    if (recorders.empty()) {
+        m_desktop.Inform(this, Tx("IDS_NO_RECORDER", "No disc recorder was found."));
+        return;
+    }
+    QStringList names;
+    for (const auto& r : recorders) names << QString::fromStdString(r.Name());
+    int chosen = 0;
+    if (recorders.size() > 1) {
+        bool ok = false;
+        QString name = QInputDialog::getItem(this, Caption(), Tx("IDS_BURN_TO_DISC", "Burn to disc"), names, 0, false, &ok);
+        if (!ok) return;
+        chosen = int(names.indexOf(name));
+    }
+    const RecorderInfo& recorder = recorders[size_t(std::max(chosen, 0))];
+    CQtMessages messages(this, m_desktop);
+    struct Captured final : IUserMessages {
+        std::vector<UserMessage> shown;
+        void Show(const UserMessage& m) override { shown.push_back(m); }
+    } captured;
+    SaveRequest req;
+    // The rename question needs the window while the recorder waits: a disc renames by itself.
+    const uint8_t mode = m_resultsPage->CollisionMode();
+    req.collisionMode = mode == kCollisionAsk ? uint8_t(kCollisionRename) : mode;
+    req.deletedOnly = m_results.DeletedOnly();
+    req.messages = &captured;
+    DiscControl control;
+    DiscRequest disc;
+    disc.recorder = recorder.address;
+    disc.control = &control;
+    for (;;) {
+        SaveResult result;
+        Engines engines = MakeEngines();
+        engines.burnToDisc = [&](CPhysicalDisk& m, ScanContext& ctx) {
+            result = SaveToDisc({{&m, m_tree.get(), ""}}, ctx, req, disc);
+            return OutcomeOf(result);
+        };
+        CScanMan dlg(m_desktop, this);
+        dlg.SetStatusBarSink([this](const QString& text) { statusBar()->showMessage(text); });
+        CScanDriver driver(*m_src.media, engines, dlg);
+        driver.SetSaveDestination(recorder.address, 1, recorder.Name());
+        driver.SetDiscControl(&control);
+        captured.shown.clear();
+        if (!driver.Start(OperationKind::Save, m_mode)) return;
+        BeginOperation(OperationKind::Save);
+        dlg.Run(driver);
+        EndOperation();
+        statusBar()->clearMessage();
+        bool holdsData = false;
+        for (const auto& m : captured.shown) {
+            if (m.id == "IDS_DISC_HOLDS_DATA" && !disc.erase) holdsData = true;
+            else messages.Show(m);
+        }
+        if (holdsData && m_desktop.Ask(this, Tx("IDS_ERASE_DISC_FIRST", "Erase a rewritable disc that holds data") + "?", false)) {
+            disc.erase = true;
+            continue;
+        }
+        bool cancelled = driver.CancelConfirmed() || result.cancelled;
+        if (cancelled || result.archiveFailed) return; // told already; nothing counts as saved
+        m_lastSave = result;
+        m_desktop.Inform(this, SaveSummary(result, QString::fromStdString(recorder.Name()), false));
+        return;
+    }
 }
 
 QString CMainWindow::DefaultSessionName(const QDateTime& now) const {

@@ -102,6 +102,11 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     m_collision = new QComboBox;
     m_saveZip = new QCheckBox;
     m_saveZip->setObjectName("saveZip");
+    m_saveDisc = new QCheckBox;
+    m_saveDisc->setObjectName("saveDisc");
+    // One destination at a time: a zip archive or a disc.
+    connect(m_saveZip, &QCheckBox::toggled, this, [this](bool on) { if (on) m_saveDisc->setChecked(false); });
+    connect(m_saveDisc, &QCheckBox::toggled, this, [this](bool on) { if (on) m_saveZip->setChecked(false); });
     m_save = new QPushButton;
     m_save->setObjectName("save");
     connect(m_save, &QPushButton::clicked, this, &CResultsPage::SaveRequested);
@@ -143,7 +148,11 @@ CResultsPage::CResultsPage(CResultsState& results, IDesktop& desktop, QWidget* p
     auto* saveBar = new QHBoxLayout;
     saveBar->addWidget(m_collisionLabel);
     saveBar->addWidget(m_collision);
-    saveBar->addWidget(m_saveZip);
+    // The two destinations other than a folder share one column, one above the other.
+    auto* destinations = new QVBoxLayout;
+    destinations->addWidget(m_saveZip);
+    destinations->addWidget(m_saveDisc);
+    saveBar->addLayout(destinations);
     saveBar->addStretch();
     saveBar->addWidget(m_newScan);
     saveBar->addWidget(m_save);
@@ -383,6 +392,7 @@ void CResultsPage::Retranslate() {
     m_unmarkAll->setText(Tx("IDS_UNMARK_ALL", "Unmark All"));
     m_save->setText(Tx("IDS_UI_SAVE", "Save..."));
     m_saveZip->setText(Tx("IDS_UI_SAVE_ZIP", "Save into a zip archive"));
+    m_saveDisc->setText(Tx("IDS_BURN_TO_DISC", "Burn to disc"));
     m_newScan->setText(Tx("IDS_UI_NEW_SCAN", "New Scan"));
     m_find->setText(Tx("IDS_FIND", "Find"));
     m_findNextAction->setText(Tx("IDS_UI_FIND_NEXT", "Find Next"));
@@ -408,6 +418,7 @@ void CResultsPage::Retranslate() {
 uint8_t CResultsPage::CollisionMode() const { return uint8_t(m_collision->currentData().toInt()); }
 bool CResultsPage::SaveIntoZip() const { return m_saveZip->isChecked(); }
 QString CResultsPage::SaveZipText() const { return m_saveZip->text(); }
+bool CResultsPage::SaveToDisc() const { return m_saveDisc->isChecked(); }
 
 void CResultsPage::ShowPreview(CNode* n) {
     auto* picture = static_cast<CPictureView*>(m_preview);

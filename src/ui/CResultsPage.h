@@ -73,6 +73,8 @@ public:
     uint8_t CollisionMode() const;
     bool SaveIntoZip() const;
     QString SaveZipText() const;
+    // "Burn to disc" is ticked: the save goes to a recorder (never together with a zip archive).
+    bool SaveToDisc() const;
 
     // Opens a private copy of the item with the system's viewer. A copy that could not be made
     // is reported; one with unreadable parts is opened only when the user agrees; a viewer that
@@ -146,6 +148,7 @@ private:
     QPushButton* m_unmarkAll = nullptr;
     QPushButton* m_save = nullptr;
     QCheckBox* m_saveZip = nullptr;
+    QCheckBox* m_saveDisc = nullptr;
     QPushButton* m_newScan = nullptr;
     QPushButton* m_find = nullptr;
     QComboBox* m_collision = nullptr;
