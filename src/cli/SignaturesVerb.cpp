@@ -241,7 +241,7 @@ int RunAdd(const SignatureOptions& o) {
     if (!LoadForChange(folder, rows)) return kExitUsage;
     if (AddUserSignature(rows, f, &check) != SignatureEditResult::kDone) return RejectFields(check);
     if ((rc = Save(folder, rows, "IDS_UNABLE_TO_SAVE")) != kExitOk) return rc;
-    std::printf("%s\n", Tf("IDS_SIG_ADDED", std::to_string(rows.back().typeId), "File type added; type id").c_str());
+    std::printf("%s\n", Tf("IDS_SIG_ADDED", std::to_string(rows.back().typeId), "The file type was added with type id %s.").c_str());
     return kExitOk;
 }
 

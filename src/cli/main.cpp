@@ -6,6 +6,7 @@
 #include <string>
 
 #include "app/Language.h"
+#include "cli/CliHelp.h"
 #include "cli/Verbs.h"
 #include "session/Texts.h"
 
@@ -52,6 +53,9 @@ int main(int argc, char** argv) {
     AddCatVerb(app, result);
     AddSignaturesVerb(app, result);
     AddRecoverVerbs(app, result);
+    // Help and the parser's messages in the language chosen above; verbs added later get theirs
+    // too, as long as they are added before this line.
+    TranslateCommandLine(app);
     // A first word that names no verb gets a message of its own, not "a subcommand is required".
     if (argc > 1 && argv[1][0] != '-') {
         bool known = false;

@@ -6,7 +6,8 @@ namespace kestrin {
 
 std::string T(std::string_view id, std::string_view fallback) {
     std::string t = app::Text(id);
-    if (t.empty()) t = std::string(fallback);
+    // A text the language file lacks is empty, as everywhere in the program.
+    if (t.empty() && !app::HaveTexts()) t = std::string(fallback);
     // Profile readers keep quotes that protect spaces at either end; drop them.
     if (t.size() >= 2 && t.front() == '"' && t.back() == '"') t = t.substr(1, t.size() - 2);
     return t;

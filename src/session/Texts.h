@@ -10,8 +10,9 @@
 
 namespace kestrin {
 
-// The language text of `id`; `fallback` only when the language file has no such entry at all
-// (a build run before its language files were copied), so a message is never blank.
+// The language text of `id`, empty when the language file lacks it; `fallback` only when no
+// language file could be read at all (a build run before its language files were copied), so
+// such a build still says something.
 std::string T(std::string_view id, std::string_view fallback = {});
 // T(id) with its "%s" replaced by `arg` (appended after a space when the text has none).
 std::string Tf(std::string_view id, std::string_view arg, std::string_view fallback = {});

@@ -299,8 +299,11 @@ void CDrivePage::Describe(QTreeWidgetItem* it, const QString& path, const QStrin
     if (!OpenSource(path.toStdString(), src, error)) {
         // The line is marked and keeps the system's reason for its tooltip and the status line.
         // Refused for want of rights that more rights would give: the page also says how.
-        m_noAccess = m_noAccess || MoreRightsWouldHelp(path);
+        const bool denied = MoreRightsWouldHelp(path);
+        m_noAccess = m_noAccess || denied;
+        // The system's own words are not translated; a refusal for want of rights says so first.
         QString reason = QString::fromStdString(error);
+        if (denied) reason = Tx("IDS_UI_NO_ACCESS", "no access") + " (" + reason + ")";
         it->setData(kColName, kRoleError, reason);
         it->setIcon(kColName, style()->standardIcon(QStyle::SP_MessageBoxWarning));
         for (int c = 0; c < kColumns; ++c) {

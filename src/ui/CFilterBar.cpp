@@ -169,13 +169,13 @@ void CFilterBar::Retranslate() {
                           Tx("IDS_UI_KIND_OTHER", "Other")});
         m_kind->setCurrentIndex(std::max(0, k));
     }
-    m_sizeLabel->setText(Tx("IDS_UI_SIZE", "Size") + ":");
+    m_sizeLabel->setText(Tx("IDS_UI_FILTER_SIZE", "Size:"));
     QString any = Tx("IDS_UI_FILTER_ANY", "any");
     m_minKB->setSpecialValueText(any);
     m_maxKB->setSpecialValueText(any);
     m_from->setSpecialValueText(any);
     m_to->setSpecialValueText(any);
-    m_dateLabel->setText(Tx("IDS_UI_MODIFIED", "Modified") + ":");
+    m_dateLabel->setText(Tx("IDS_UI_FILTER_MODIFIED", "Modified:"));
     m_deletedOnly->setText(Tx("IDS_UI_SHOW_DELETED_ONLY", "Show deleted only"));
     m_clear->setText(Tx("IDS_UI_FILTER_CLEAR", "Clear filters"));
 }

@@ -566,8 +566,20 @@ QString CResultsPage::PropertiesText(const CNode* n) const {
                  (n->IsFolder() ? Tx("IDS_UI_KIND_FOLDER", "Folder") : Tx("IDS_UI_KIND_FILE", "File")) +
                  (n->IsDeleted() && !n->carved ? ", " + Tx("IDS_UI_DELETED", "deleted") : QString()) +
                  (n->carved ? ", " + Tx("IDS_UI_CARVED", "found by its content") : QString());
-    // The exact byte count: the list rounds down to whole kilobytes.
-    lines << Tx("IDS_UI_SIZE", "Size") + ": " + Tx("IDS_UI_SIZE_BYTES", "%1 bytes").arg(n->size) + " (" + NodeSize(n) + ")";
+    // The exact byte count: the list rounds down to whole kilobytes. A folder has no size of its
+    // own: it shows what is below it, its files' sizes summed.
+    if (n->IsFolder()) {
+        uint64_t files = 0, folders = 0, bytes = 0;
+        ForEachNode(const_cast<CNode*>(n), [&](const CNode* c) {
+            if (c->IsFolder()) ++folders;
+            else ++files, bytes += c->size;
+        });
+        lines << Tx("IDS_UI_SIZE", "Size") + ": " + Tx("IDS_UI_SIZE_BYTES", "%1 bytes").arg(bytes) + " (" +
+                     QString::fromStdString(FormatSizeKB(bytes)) + ")";
+        lines << Tx("IDS_UI_FOLDER_CONTENT", "Contains: %1 files, %2 folders").arg(files).arg(folders);
+    } else {
+        lines << Tx("IDS_UI_SIZE", "Size") + ": " + Tx("IDS_UI_SIZE_BYTES", "%1 bytes").arg(n->size) + " (" + NodeSize(n) + ")";
+    }
     lines << Tx("IDS_UI_MODIFIED", "Modified") + ": " + NodeDate(n->modifiedDate);
     lines << Tx("IDS_UI_CREATED", "Created") + ": " + NodeDate(n->createdDate);
     // Where the item is found again: an MFT record's first sector, a carved file's first byte.
@@ -578,7 +590,7 @@ QString CResultsPage::PropertiesText(const CNode* n) const {
                  QString::number(n->location * sectorSize + (n->carved ? n->startOffset : 0));
     lines << Tx("IDS_UI_RECORD", "Record") + ": " + QString::number(n->recordId) + " (" +
                  Tx("IDS_UI_PARENT_RECORD", "parent") + " " + QString::number(n->parentRecordId) + ")";
-    lines << QString("Flags: 0x%1").arg(n->flags, 0, 16);
+    lines << Tx("IDS_UI_FLAGS", "Flags") + QString(": 0x%1").arg(n->flags, 0, 16);
     return lines.join("\n");
 }
 

@@ -18,6 +18,7 @@ constexpr qint64 kMaxLineBytes = 64 * 1024;
 constexpr int kServerReadMs = 2000;
 const QByteArray kTaken = "ok\n";
 const QByteArray kBusy = "busy\n";
+const QByteArray kRefused = "no\n";
 
 } // namespace
 
@@ -50,9 +51,10 @@ void CSingleInstance::OnConnection() {
                 return;
             }
             QString path = QString::fromUtf8(socket->readLine(kMaxLineBytes)).trimmed();
-            bool busy = m_busy && m_busy();
-            bool take = !busy && !path.isEmpty() && QFileInfo(path).isAbsolute();
-            socket->write(take ? kTaken : kBusy);
+            bool valid = !path.isEmpty() && QFileInfo(path).isAbsolute();
+            bool busy = valid && m_busy && m_busy();
+            bool take = valid && !busy;
+            socket->write(take ? kTaken : busy ? kBusy : kRefused);
             socket->flush();
             socket->disconnectFromServer();
             // The answer goes first: opening the file may show dialogs for a long time.
@@ -61,18 +63,19 @@ void CSingleInstance::OnConnection() {
     }
 }
 
-bool CSingleInstance::HandOver(const QString& address, const QString& file, int timeoutMs) {
+CSingleInstance::HandOff CSingleInstance::HandOver(const QString& address, const QString& file, int timeoutMs) {
     QLocalSocket socket;
     socket.connectToServer(address);
-    if (!socket.waitForConnected(timeoutMs)) return false;
+    if (!socket.waitForConnected(timeoutMs)) return HandOff::NoAnswer;
     socket.write(QFileInfo(file).absoluteFilePath().toUtf8() + "\n");
-    if (!socket.waitForBytesWritten(timeoutMs)) return false;
+    if (!socket.waitForBytesWritten(timeoutMs)) return HandOff::NoAnswer;
     QByteArray answer;
     while (!answer.contains('\n') && answer.size() < 16) {
         if (!socket.bytesAvailable() && !socket.waitForReadyRead(timeoutMs)) break;
         answer += socket.read(16 - answer.size());
     }
-    return answer == kTaken;
+    if (answer == kTaken) return HandOff::Taken;
+    return answer == kBusy ? HandOff::Busy : HandOff::NoAnswer;
 }
 
 } // namespace kestrin::ui

@@ -24,9 +24,15 @@ public:
     // a refused hand-off makes the second start say that the program already runs.
     void SetBusyCheck(std::function<bool()> busy) { m_busy = std::move(busy); }
 
+    // What became of a hand-off.
+    enum class HandOff {
+        Taken,    // the running window opens the file
+        Busy,     // it runs, but a scan, a save or a dialog holds it: nothing is queued
+        NoAnswer, // nobody listens, or no answer came in time
+    };
     // The second start's side: sends `file` to the instance listening at `address` and waits
-    // up to `timeoutMs` for its answer. True when the running window took it.
-    static bool HandOver(const QString& address, const QString& file, int timeoutMs = 3000);
+    // up to `timeoutMs` for its answer.
+    static HandOff HandOver(const QString& address, const QString& file, int timeoutMs = 3000);
 
 signals:
     // A file another start handed over (absolute path).

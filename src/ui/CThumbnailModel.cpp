@@ -3,6 +3,8 @@
 #include <QApplication>
 #include <QPainter>
 #include <QPixmap>
+#include <QPixmapCache>
+#include <algorithm>
 #include <QStyle>
 
 #include "ui/CNodeFilterProxy.h"
@@ -34,6 +36,30 @@ QPixmap LargeIcon(bool folder, bool deleted) {
     return pm;
 }
 
+// A deleted item's picture with the red cross on it, drawn once per picture
+// and kept in the pixmap cache, so painting the grid makes no new pixmaps.
+QPixmap MarkedDeleted(const QPixmap& thumb) {
+    const QString key = QStringLiteral("kestrin-deleted-%1").arg(thumb.cacheKey());
+    QPixmap marked;
+    if (QPixmapCache::find(key, &marked)) return marked;
+    marked = thumb;
+    QPainter p(&marked);
+    p.setRenderHint(QPainter::Antialiasing);
+    // In the middle: a thumbnail may be a square with the picture centred on it, so only the
+    // middle is surely picture.
+    const int edge = std::max(12, std::min(marked.width(), marked.height()) / 5);
+    const QRect box((marked.width() - edge) / 2, (marked.height() - edge) / 2, edge, edge);
+    p.setPen(QPen(Qt::white, 7, Qt::SolidLine, Qt::RoundCap));
+    p.drawLine(box.topLeft(), box.bottomRight());
+    p.drawLine(box.topRight(), box.bottomLeft());
+    p.setPen(QPen(QColor(200, 0, 0), 4, Qt::SolidLine, Qt::RoundCap));
+    p.drawLine(box.topLeft(), box.bottomRight());
+    p.drawLine(box.topRight(), box.bottomLeft());
+    p.end();
+    QPixmapCache::insert(key, marked);
+    return marked;
+}
+
 } // namespace
 
 CThumbnailModel::CThumbnailModel(CNodeFilterProxy& rows, CThumbnailLoader& loader, QObject* parent)
@@ -54,9 +80,11 @@ QVariant CThumbnailModel::data(const QModelIndex& index, int role) const {
     if (role != Qt::DecorationRole || index.column() != 0) return QIdentityProxyModel::data(index, role);
     const CNode* n = NodeOf(index);
     if (!n) return {};
-    if (const QPixmap* thumb = m_loader.Thumbnail(n)) return *thumb;
+    // Whatever lacks the in-use flag carries the red cross, as in the list: deleted and carved
+    // items alike.
+    const bool deleted = n->parent && n->IsDeleted();
+    if (const QPixmap* thumb = m_loader.Thumbnail(n)) return deleted ? MarkedDeleted(*thumb) : *thumb;
     if (CThumbnailLoader::WantsThumbnail(n) && !m_loader.Failed(n)) m_asked.insert(n, index);
-    bool deleted = n->parent && n->IsDeleted() && !n->carved;
     return LargeIcon(n->IsFolder(), deleted);
 }
 

@@ -11,8 +11,15 @@
 
 namespace kestrin::ui {
 
+bool IsFileTypesFolder(const CNode* n) {
+    return n && n->parent && !n->parent->parent && n->IsFolder() && n->name == u"File Types";
+}
+
 QString NodeName(const CNode* n) {
     if (!n->parent) return Tx("IDS_UI_ROOT", "Root");
+    // The signature scan's grouping folder is named in the window's language; saved files keep
+    // the folder's own name.
+    if (IsFileTypesFolder(n)) return Tx("IDS_UI_FILE_TYPES", "File Types");
     return QString::fromStdU16String(n->name);
 }
 

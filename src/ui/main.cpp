@@ -1,6 +1,7 @@
 // The desktop program: command-line answers (--help, --version), start-up (language, single
 // instance, hand-off of a session file to the running window), then the main window.
 #include <QApplication>
+#include <QFileInfo>
 #include <QIcon>
 #include <QMessageBox>
 #include <cstdio>
@@ -70,9 +71,24 @@ int main(int argc, char** argv) {
     platform::InstanceLock lock;
     app::StartupRefusal refusal = app::StartupCheck(lock);
     if (refusal.refused) {
-        // Another copy runs: a session file goes to its window instead.
-        if (refusal.otherInstance && !session.isEmpty() && ui::CSingleInstance::HandOver(address, session)) return 0;
-        QMessageBox::critical(nullptr, QString::fromStdString(refusal.caption), QString::fromStdString(refusal.message));
+        // Another copy runs: a session file goes to its window instead, unless that window is in
+        // the middle of something; then this start says so and ends, and nothing waits in a queue.
+        QString message = QString::fromStdString(refusal.message);
+        if (refusal.otherInstance && !session.isEmpty()) {
+            switch (ui::CSingleInstance::HandOver(address, session)) {
+            case ui::CSingleInstance::HandOff::Taken:
+                return 0;
+            case ui::CSingleInstance::HandOff::Busy:
+                message = ui::Tx("IDS_UI_RUNNING_BUSY",
+                                 "Kestrin is already running and is busy with a scan, a save or an open dialog box. "
+                                 "Finish or close it in that window, then open the session again.") +
+                          "\n" + QFileInfo(session).absoluteFilePath();
+                break;
+            case ui::CSingleInstance::HandOff::NoAnswer:
+                break;
+            }
+        }
+        QMessageBox::critical(nullptr, QString::fromStdString(refusal.caption), message);
         return 1;
     }
     ui::CDesktop desktop;

@@ -8,12 +8,15 @@
 #include <fstream>
 #include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
 #include "TestImages.h"
+#include "app/Language.h"
+#include "session/Texts.h"
 
 namespace {
 
@@ -147,6 +150,101 @@ TEST(CliLanguage, EveryTextIdOfTheCommandLineIsInEveryLanguage) {
             EXPECT_TRUE(it != texts.end() && !it->second.empty()) << id << " missing from " << language;
         }
     }
+}
+
+// stdout and stderr of `kestrin ARGS`, the environment's language unset.
+std::string RunBoth(const ProgramCopy& program, const std::string& args) {
+    std::string out;
+    std::string cmd = "env -u LANGUAGE -u LC_ALL -u LC_MESSAGES -u LANG '" + (program.root / "bin" / "kestrin").string() +
+                      "' " + args + " 2>&1 </dev/null";
+    if (FILE* p = popen(cmd.c_str(), "r")) {
+        char buf[4096];
+        size_t n;
+        while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+        pclose(p);
+    }
+    return out;
+}
+
+// The description column of a help text (from column 30, as the parser lays it out), and the
+// verbs it lists under `commandsHeading`.
+void ReadHelp(const std::string& help, const std::string& commandsHeading, std::vector<std::string>& descriptions,
+              std::vector<std::string>& verbs) {
+    std::istringstream in(help);
+    std::string line, section;
+    while (std::getline(in, line)) {
+        if (!line.empty() && line[0] != ' ' && line.back() == ':') section = line.substr(0, line.size() - 1);
+        if (line.size() <= 30 || line.rfind("  ", 0) != 0 || line[29] != ' ' || line[30] == ' ') continue;
+        descriptions.push_back(line.substr(30));
+        if (section == commandsHeading) verbs.push_back(line.substr(2, line.find(' ', 2) - 2));
+    }
+}
+
+TEST(CliLanguage, HelpAndParserMessagesSpeakTheChosenLanguage) {
+    ProgramCopy program;
+    ASSERT_FALSE(program.root.empty());
+    for (const char* language : {"English", "French", "German", "Italian", "Spanish"}) {
+        const auto texts = ReadTexts(language);
+        std::set<std::string> known;
+        for (const auto& [id, text] : texts) known.insert(text);
+        const std::string commands = texts.at("IDS_CLI_HEADING_COMMANDS");
+        // Every verb's help, the nested ones too: each description is a text of the language
+        // file, so a verb or option added without its texts shows here.
+        std::vector<std::string> pending{""};
+        size_t helps = 0;
+        while (!pending.empty()) {
+            std::string verb = pending.back();
+            pending.pop_back();
+            std::string help = RunBoth(program, verb + " --help --lang " + language);
+            ++helps;
+            EXPECT_NE(help.find(texts.at("IDS_CLI_HEADING_USAGE") + ":"), std::string::npos) << verb << help;
+            EXPECT_NE(help.find(texts.at("IDS_CLI_HEADING_OPTIONS") + ":"), std::string::npos) << verb << help;
+            std::vector<std::string> descriptions, verbs;
+            ReadHelp(help, commands, descriptions, verbs);
+            EXPECT_FALSE(descriptions.empty()) << verb << help;
+            for (const std::string& d : descriptions)
+                EXPECT_TRUE(known.count(d)) << language << ", kestrin " << verb << ": no text for \"" << d << "\"";
+            for (const std::string& v : verbs) pending.push_back(verb.empty() ? v : verb + " " + v);
+        }
+        EXPECT_GE(helps, 12u) << language;
+
+        // The parser's refusals: its sentence in the language, the names it quotes kept.
+        // --lang first: the parser would take it as the value an option at the end lacks.
+        auto said = [&](const std::string& args) { return RunBoth(program, "--lang " + std::string(language) + " " + args); };
+        auto text = [&](const char* id, const std::string& arg) {
+            std::string t = texts.at(id);
+            return t.substr(0, t.find("%s")) + arg;
+        };
+        const std::string missing = said("scan");
+        EXPECT_NE(missing.find(text("IDS_CLI_ERR_REQUIRED", "SOURCE")), std::string::npos) << missing;
+        EXPECT_NE(missing.find(text("IDS_CLI_ERR_SEE_HELP", "--help")), std::string::npos) << missing;
+        const std::string extra = said("scan x.img --frobnicate");
+        EXPECT_NE(extra.find(text("IDS_CLI_ERR_NOT_EXPECTED", "--frobnicate")), std::string::npos) << extra;
+        const std::string noValue = said("scan x.img --partition");
+        EXPECT_NE(noValue.find(text("IDS_CLI_ERR_VALUE_MISSING", "--partition")), std::string::npos) << noValue;
+        if (std::string(language) != "English") {
+            for (const std::string& out : {missing, extra, noValue})
+                EXPECT_EQ(out.find("Run with"), std::string::npos) << out;
+        }
+    }
+}
+
+TEST(CliLanguage, AMissingTextIsEmptyUnlessNoLanguageFileWasRead) {
+    std::string tmpl = testing::TempDir() + "kestrin-texts-XXXXXX";
+    ASSERT_TRUE(::mkdtemp(tmpl.data()));
+    const fs::path root = tmpl;
+    fs::create_directories(root / "with" / "Lang");
+    fs::create_directories(root / "without");
+    std::ofstream(root / "with" / "Lang" / "English.ini") << "[Kestrin Windows]\r\nIDS_KESTRIN=Kestrin\r\n";
+    kestrin::app::InitLanguage((root / "with").string());
+    EXPECT_EQ(kestrin::T("IDS_KESTRIN", "fallback"), "Kestrin");
+    EXPECT_EQ(kestrin::T("IDS_NOT_IN_THE_FILE", "fallback"), "");
+    // A build whose language files were never copied still says something.
+    kestrin::app::InitLanguage((root / "without").string());
+    EXPECT_EQ(kestrin::T("IDS_KESTRIN", "fallback"), "fallback");
+    kestrin::app::InitLanguage();
+    std::error_code ec;
+    fs::remove_all(root, ec);
 }
 
 } // namespace

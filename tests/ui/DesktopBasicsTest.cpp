@@ -60,34 +60,37 @@ private slots:
         // The second start blocks on its socket, so it runs beside this thread's event loop.
         auto handOver = [&](const QString& file) {
             std::atomic<bool> done{false};
-            bool taken = false;
+            auto answer = CSingleInstance::HandOff::NoAnswer;
             std::thread second([&] {
-                taken = CSingleInstance::HandOver(address, file, 5000);
+                answer = CSingleInstance::HandOver(address, file, 5000);
                 done = true;
             });
             QElapsedTimer clock;
             clock.start();
             while (!done && clock.elapsed() < 10000) QTest::qWait(5);
             second.join();
-            return taken;
+            return answer;
         };
-        QVERIFY(handOver(runtime.filePath("a.tks4")));
+        using HandOff = CSingleInstance::HandOff;
+        QCOMPARE(handOver(runtime.filePath("a.tks4")), HandOff::Taken);
         QTRY_COMPARE(received.count(), 1);
         QCOMPARE(received[0][0].toString(), runtime.filePath("a.tks4"));
 
         // A relative name is made absolute by the sender, whose folder the receiver does not know.
-        QVERIFY(handOver("rel.tks4"));
+        QCOMPARE(handOver("rel.tks4"), HandOff::Taken);
         QTRY_COMPARE(received.count(), 2);
         QCOMPARE(received[1][0].toString(), QDir::current().absoluteFilePath("rel.tks4"));
 
-        // While the window is busy (a scan, a dialog) the hand-off is refused, not queued.
+        // While the window is busy (a scan, a dialog) the hand-off is refused, not queued, and the
+        // second start learns why.
         running.SetBusyCheck([] { return true; });
-        QVERIFY(!handOver(runtime.filePath("b.tks4")));
+        QCOMPARE(handOver(runtime.filePath("b.tks4")), HandOff::Busy);
         QTest::qWait(50);
         QCOMPARE(received.count(), 2);
 
         // Nobody listening: the second start learns it at once.
-        QVERIFY(!CSingleInstance::HandOver(runtime.filePath("nobody.socket"), "x.tks4", 500));
+        QCOMPARE(CSingleInstance::HandOver(runtime.filePath("nobody.socket"), "x.tks4", 500),
+                 HandOff::NoAnswer);
     }
 
     void secondStartHandsItsSessionToTheFirst() {

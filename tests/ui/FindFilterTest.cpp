@@ -339,7 +339,7 @@ private slots:
         QPixmap first = idx.data(Qt::DecorationRole).value<QPixmap>();
         QVERIFY(!first.isNull());
         QTRY_VERIFY_WITH_TIMEOUT(idx.data(Qt::DecorationRole).value<QPixmap>().cacheKey() != first.cacheKey(), 10000);
-        QVERIFY(!ready.isEmpty());
+        QTRY_VERIFY(!ready.isEmpty()); // the decoded picture may be asked for before its signal arrives
         QPixmap thumb = idx.data(Qt::DecorationRole).value<QPixmap>();
         QVERIFY(thumb.width() <= 128 && thumb.height() <= 128);
         QVERIFY(thumb.width() == 128 || thumb.height() == 128 || (thumb.width() > 16 && thumb.height() > 16));
@@ -347,6 +347,25 @@ private slots:
         page->ThumbnailView()->setCurrentIndex(idx);
         page->ShowThumbnails(false);
         QCOMPARE(Rows(page->ListView()).value(page->ListView()->currentIndex().row()), beach);
+
+        // A deleted photo's picture carries the list's red cross, in its middle.
+        CNode* gone = test::FindPath(w->Tree(), "Documents/deleted picture.jpg");
+        QVERIFY(gone && gone->IsDeleted());
+        page->ShowThumbnails(true);
+        w->FolderView()->setCurrentIndex(TreeIndex(w->FolderView(), gone->parent));
+        QModelIndex at;
+        for (int r = 0; r < model->rowCount(); ++r)
+            if (model->NodeOf(model->index(r, 0)) == gone) at = model->index(r, 0);
+        QVERIFY(at.isValid());
+        auto middle = [&] {
+            QImage img = at.data(Qt::DecorationRole).value<QPixmap>().toImage();
+            return img.isNull() ? QColor() : img.pixelColor(img.width() / 2, img.height() / 2);
+        };
+        const qint64 icon = at.data(Qt::DecorationRole).value<QPixmap>().cacheKey();
+        QTRY_VERIFY_WITH_TIMEOUT(at.data(Qt::DecorationRole).value<QPixmap>().cacheKey() != icon, 10000);
+        QColor c = middle();
+        QVERIFY2(c.red() > 150 && c.green() < 80 && c.blue() < 80, qPrintable(c.name()));
+        page->ShowThumbnails(false);
     }
 };
 

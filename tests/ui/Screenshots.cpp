@@ -1,5 +1,6 @@
 // Takes the pictures of docs/screenshots: every page of the desktop program on the sample
-// image. Run under a real X server for real fonts:
+// image, in English or, with KESTRIN_SHOT_LANG=French (and so on), in that language with the
+// language's name after each file name. Run under a real X server for real fonts:
 //   xvfb-run -s "-screen 0 1280x900x24" build/tests/ui_screenshots OUTPUT_DIR
 #include <QApplication>
 #include <QFile>
@@ -11,6 +12,9 @@
 #include <QComboBox>
 #include <QLineEdit>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <functional>
 #include <QScreen>
 #include <QTabWidget>
 #include <QTimer>
@@ -28,6 +32,10 @@
 #include "ui/CFolderTreeModel.h"
 #include "ui/CMainWindow.h"
 #include "ui/CScanMan.h"
+#include "ui/CResultsPage.h"
+#include "ui/Desktop.h"
+#include "ui/QtCatalogues.h"
+#include "output/Saver.h"
 #include "ui/CSignatureAddDlg.h"
 #include "ui/CSignatureExplorer.h"
 
@@ -47,12 +55,12 @@ void Grab(QWidget* w, const QString& file) {
 
 // The signature explorer of a photo mode and its add dialog filled in (never confirmed, so the
 // signature file stays as built).
-void GrabSignatureDialogs(ui::IDesktop& desktop, QWidget* parent, const QDir& out) {
+void GrabSignatureDialogs(ui::IDesktop& desktop, QWidget* parent, const std::function<QString(const char*)>& shot) {
     const std::string folder = app::CurrentPaths().configFolder;
     CSignatureExplorer explorer(RecoveryMode::DeletedPhotos, folder, {}, {}, desktop, parent);
     explorer.show();
     explorer.FindNext("png");
-    Grab(&explorer, out.filePath("signature-explorer.png"));
+    Grab(&explorer, shot("signature-explorer"));
     std::vector<SignatureRecord> records = LoadSignatureFile(folder).records;
     CSignatureAddDlg add(records, folder, desktop, parent);
     const std::pair<const char*, const char*> fields[] = {
@@ -62,7 +70,7 @@ void GrabSignatureDialogs(ui::IDesktop& desktop, QWidget* parent, const QDir& ou
         if (auto* e = add.findChild<QLineEdit*>(name)) e->setText(text);
     if (auto* type = add.findChild<QComboBox*>("type")) type->setCurrentIndex(type->findData(3));
     add.show();
-    Grab(&add, out.filePath("signature-add.png"));
+    Grab(&add, shot("signature-add"));
 }
 
 
@@ -79,6 +87,15 @@ void GrabNextBox(const QString& file, QMessageBox::StandardButton button) {
     });
     poll->start(50);
 }
+// Lets the event loop run for `ms` (background work such as thumbnails comes in).
+void Settle(int ms) {
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < ms) {
+        QApplication::processEvents();
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
 } // namespace
 
 int main(int argc, char** argv) {
@@ -90,8 +107,16 @@ int main(int argc, char** argv) {
     QDir out(argv[1]);
     out.mkpath(".");
     app::InitLanguage(KESTRIN_BINARY_DIR);
-    // KESTRIN_SHOT_LANG=French and so on for the pages in another language.
-    app::UseLanguageByName(qEnvironmentVariable("KESTRIN_SHOT_LANG", "English").toStdString());
+    const QString language = qEnvironmentVariable("KESTRIN_SHOT_LANG", "English");
+    if (!app::UseLanguageByName(language.toStdString())) {
+        std::fprintf(stderr, "unknown language %s\n", qPrintable(language));
+        return 1;
+    }
+    UseQtCatalogue(app::CurrentPaths().languageIndex);
+    const QString suffix = app::CurrentPaths().languageIndex == 0 ? QString() : "-" + language.toLower();
+    const std::function<QString(const char*)> shot = [&](const char* name) {
+        return out.filePath(QString(name) + suffix + ".png");
+    };
     test::RecordingDesktop desktop;
     // The bundled sample under a short path of its own, so that no build path shows.
     QString image = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString("/tmp/Images/sample-disk.img");
@@ -107,16 +132,16 @@ int main(int argc, char** argv) {
     w.show();
     for (int t = 0; t < 3; ++t) {
         w.ShowModeTab(t);
-        Grab(&w, out.filePath(QString("mode-page-%1.png").arg(t + 1)));
+        Grab(&w, out.filePath(QString("mode-page-%1%2.png").arg(t + 1).arg(suffix)));
     }
     w.ChooseMode(RecoveryMode::DeletedPhotos);
     w.AddImageItem(image);
     if (auto* drives = w.findChild<QTreeWidget*>("drives"); drives && drives->currentItem() && drives->currentItem()->childCount())
         drives->setCurrentItem(drives->currentItem()->child(0));
-    Grab(&w, out.filePath("drive-page.png"));
+    Grab(&w, shot("drive-page"));
 
     {
-        // The progress window over an operation that runs until it is stopped.
+        // The progress window mid-scan: an operation that finds files until it is stopped.
         CPhysicalDisk media;
         media.AttachImageFile(image.toStdString());
         Engines engines;
@@ -132,7 +157,7 @@ int main(int argc, char** argv) {
         CScanDriver driver(media, engines, dlg);
         driver.Start(OperationKind::FileSystemScan, RecoveryMode::DeletedFiles);
         QTimer::singleShot(1500, &dlg, [&] {
-            Grab(&dlg, out.filePath("progress-window.png"));
+            Grab(&dlg, shot("progress-window"));
             driver.RequestCancel();
         });
         dlg.Run(driver);
@@ -141,14 +166,14 @@ int main(int argc, char** argv) {
     // Partition recovery: the whole-disk search lists what it found.
     w.ChooseMode(RecoveryMode::Partition);
     w.OpenAndContinue(image);
-    Grab(&w, out.filePath("partition-page.png"));
+    Grab(&w, shot("partition-page"));
 
-    // Deleted photos of the camera card's partition.
+    // Deleted photos of the camera card's partition; the status bar sums the scan up.
     w.ChooseMode(RecoveryMode::DeletedPhotos);
     w.OpenAndContinue(image, 0);
     if (CNode* photo = w.FindNext("?MG_4304.JPG")) w.Results().SetChecked(photo->parent, true);
     w.FindNext("?MG_4304.JPG"); // selected: the preview shows it
-    Grab(&w, out.filePath("results.png"));
+    Grab(&w, shot("results"));
     {
         // The File Types view with its first group open.
         auto* tabs = w.TypesView()->parentWidget();
@@ -156,23 +181,46 @@ int main(int argc, char** argv) {
         if (auto* t = qobject_cast<QTabWidget*>(tabs)) t->setCurrentWidget(w.TypesView());
         QModelIndex top = w.TypesView()->model()->index(0, 0);
         w.TypesView()->setCurrentIndex(w.TypesView()->model()->index(0, 0, top));
-        Grab(&w, out.filePath("results-file-types.png"));
+        Grab(&w, shot("results-file-types"));
         if (auto* t = qobject_cast<QTabWidget*>(tabs)) t->setCurrentIndex(0);
     }
     w.findChild<QCheckBox*>("deletedOnly")->click();
     w.FolderView()->expandAll();
     w.FindNext("Day 2*.png");
-    Grab(&w, out.filePath("results-deleted-only.png"));
-    // Leaving the results: the offer to save the session, answered Cancel.
-    GrabNextBox(out.filePath("session-offer.png"), QMessageBox::Cancel);
-    if (auto* b = w.findChild<QPushButton*>("newScan")) b->click();
+    Grab(&w, shot("results-deleted-only"));
+    w.findChild<QCheckBox*>("deletedOnly")->click();
 
-    w.SetLanguage(2);
-    w.ShowModeTab(0);
-    Grab(&w, out.filePath("mode-page-german.png"));
-    w.ChooseMode(RecoveryMode::DeletedPhotos);
-    Grab(&w, out.filePath("drive-page-german.png"));
-    w.SetLanguage(0);
-    GrabSignatureDialogs(desktop, &w, out);
+    // The filter bar in use: pictures named *MG_43*, in the folder of the camera's photos.
+    w.FolderView()->collapseAll();
+    w.FindNext("?MG_4304.JPG");
+    if (auto* kind = w.findChild<QComboBox*>("filterKind")) kind->setCurrentIndex(1);
+    if (auto* text = w.findChild<QLineEdit*>("filterText")) text->setText("*MG_43*");
+    Grab(&w, shot("results-filter"));
+    // The same folder as thumbnails, once the background decoding has filled them in.
+    if (auto* page = w.findChild<CResultsPage*>()) {
+        page->ShowThumbnails(true);
+        Settle(2500);
+        Grab(&w, shot("results-thumbnails"));
+        page->ShowThumbnails(false);
+    }
+    if (auto* clear = w.findChild<QPushButton*>("clearFilters")) clear->click();
+
+    {
+        // The end of a save: its summary, as the program's message box shows it.
+        QTemporaryDir target;
+        if (target.isValid() && w.SaveTo(target.path(), kCollisionRename) && !desktop.boxes.isEmpty()) {
+            const auto box = desktop.boxes.back();
+            CDesktop real;
+            GrabNextBox(shot("save-summary"), QMessageBox::Ok);
+            real.TellWithAction(&w, box.caption, box.text,
+                                box.kind == test::RecordingDesktop::Kind::Information ? IDesktop::Sign::Information
+                                                                                       : IDesktop::Sign::Warning,
+                                desktop.actionsOffered.value(desktop.actionsOffered.size() - 1));
+        }
+    }
+    // Leaving the results: the offer to save the session, answered Cancel.
+    GrabNextBox(shot("session-offer"), QMessageBox::Cancel);
+    if (auto* b = w.findChild<QPushButton*>("newScan")) b->click();
+    GrabSignatureDialogs(desktop, &w, shot);
     return 0;
 }

@@ -275,6 +275,10 @@ private slots:
         QVERIFY(props.contains("Name: holiday.jpg"));
         QVERIFY(props.contains("Sector: " + QString::number(jpg->location)));
         QVERIFY(props.contains("Byte offset: " + QString::number(jpg->location * 512)));
+        // A folder shows what it holds, not the "0 KB" of the list's column.
+        QString folderProps = w.PropertiesText(jpg->parent);
+        QVERIFY2(folderProps.contains("Contains: ") && !folderProps.contains("(0 KB)") && jpg->size >= 1024,
+                 qPrintable(folderProps));
         auto* preview = w.findChild<QLabel*>("preview");
         QVERIFY(preview && !preview->pixmap().isNull());
     }
