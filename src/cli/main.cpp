@@ -52,6 +52,7 @@ int main(int argc, char** argv) {
     AddCatVerb(app, result);
     AddSignaturesVerb(app, result);
     AddRecoverVerbs(app, result);
+    AddReportVerb(app, result);
     // A first word that names no verb gets a message of its own, not "a subcommand is required".
     if (argc > 1 && argv[1][0] != '-') {
         bool known = false;

@@ -1,0 +1,50 @@
+#include "fs/ntfs/NtfsTimes.h"
+
+#include <vector>
+
+#include "fs/CNode.h"
+#include "fs/ntfs/CNtfsVolume.h"
+#include "fs/ntfs/NtfsLayout.h"
+#include "fs/ntfs/NtfsRecord.h"
+
+namespace kestrin {
+
+using namespace layout::ntfs;
+
+bool NtfsRecordTimes(Bytes record, ItemTimes& out) {
+    bool found = false;
+    ForEachAttribute(record, [&](const NtfsAttr& a) {
+        if (a.type != kAttrStandardInfo) return true;
+        Bytes v = ResidentValue(record, a);
+        if (v.size() < std_info::Accessed::kEnd) return true;
+        out.created = FromNtfsTime(std_info::Created::At(v.data()));
+        out.modified = FromNtfsTime(std_info::Modified::At(v.data()));
+        out.changed = FromNtfsTime(std_info::RecordChanged::At(v.data()));
+        out.accessed = FromNtfsTime(std_info::Accessed::At(v.data()));
+        found = true;
+        return false;
+    });
+    return found;
+}
+
+bool NtfsReadTimes(CPhysicalDisk& media, const CNode& node, ItemTimes& out) {
+    CNtfsVolume vol(media);
+    // An item found by the record search knows how far its record lies into its own volume.
+    if (node.startOffset != 0 && node.startOffset <= node.location) vol.SetStartSector(node.location - node.startOffset);
+    if (!vol.LoadGeometry()) vol.UseDefaultGeometry();
+    const uint64_t abs = node.location * vol.MediaSectorSize();
+    if (node.location == 0 || abs < vol.VolumeStartByte()) return false;
+    const uint64_t offset = abs - vol.VolumeStartByte();
+    uint32_t recordSize = vol.RecordSize();
+    if (!recordSize) {
+        uint8_t head[kNtfsFixupBlock];
+        if (!vol.ReadVolume(offset, head, sizeof head)) return false;
+        recordSize = file_record::BytesAllocated::At(head);
+        if (recordSize < kNtfsFixupBlock || recordSize > kNtfsMaxRecordBytes) return false;
+    }
+    std::vector<uint8_t> record(recordSize);
+    if (!vol.ReadVolume(offset, record.data(), record.size()) || !CheckFileRecord(record, recordSize)) return false;
+    return NtfsRecordTimes(record, out);
+}
+
+} // namespace kestrin

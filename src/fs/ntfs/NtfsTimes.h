@@ -1,0 +1,16 @@
+#pragma once
+// The full times of an NTFS item, read again from its file record.
+#include "fs/ItemTimes.h"
+#include "util/Bytes.h"
+
+namespace kestrin {
+
+class CPhysicalDisk;
+
+// The standard information's four times of the file record at `node.location` on the media's
+// selected volume. False when the record cannot be read, fails its checks or has none.
+bool NtfsReadTimes(CPhysicalDisk& media, const CNode& node, ItemTimes& out);
+// The same from a checked record already in memory.
+bool NtfsRecordTimes(Bytes record, ItemTimes& out);
+
+} // namespace kestrin
