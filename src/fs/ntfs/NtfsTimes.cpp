@@ -44,6 +44,10 @@ bool NtfsReadTimes(CPhysicalDisk& media, const CNode& node, ItemTimes& out) {
     }
     std::vector<uint8_t> record(recordSize);
     if (!vol.ReadVolume(offset, record.data(), record.size()) || !CheckFileRecord(record, recordSize)) return false;
+    // A record that names itself as another one now belongs to another item.
+    if (file_record::UsaOffset::At(record.data()) == file_record::kUsaOffsetNumbered &&
+        file_record::RecordNumber::At(record.data()) != node.recordId)
+        return false;
     return NtfsRecordTimes(record, out);
 }
 
