@@ -347,6 +347,7 @@ bool WriteReport(std::ostream& out, const ReportOptions& options, const std::vec
         const uint32_t sectorSize = rv.media->GetSectorSize();
         const VolumeHandle* current = nullptr;
         bool started = false;
+        NodeTimesReader times(*rv.media);
         ReportItem it;
         WalkWithPaths(rv.top, [&](const CNode* n, const std::string& path) {
             if (options.stop && options.stop()) {
@@ -363,7 +364,7 @@ bool WriteReport(std::ostream& out, const ReportOptions& options, const std::vec
                 current = it.volume;
                 started = true;
             }
-            ReadNodeTimes(*rv.media, *n, it.times);
+            times.Read(*n, it.times);
             if (!n->IsFolder()) {
                 if (options.digests.Any()) {
                     ReadContent(*rv.media, it, options.digests);

@@ -1,5 +1,7 @@
 #pragma once
 // The full times of an NTFS item, read again from its file record.
+#include <memory>
+
 #include "fs/ItemTimes.h"
 #include "util/Bytes.h"
 
@@ -12,5 +14,20 @@ class CPhysicalDisk;
 bool NtfsReadTimes(CPhysicalDisk& media, const CNode& node, ItemTimes& out);
 // The same from a checked record already in memory.
 bool NtfsRecordTimes(Bytes record, ItemTimes& out);
+
+// NtfsReadTimes for many items of the media's selected volume: the boot sector is read once and
+// one record buffer serves every item. The media must outlive the reader.
+class NtfsTimesReader {
+public:
+    explicit NtfsTimesReader(CPhysicalDisk& media);
+    ~NtfsTimesReader();
+    NtfsTimesReader(const NtfsTimesReader&) = delete;
+    NtfsTimesReader& operator=(const NtfsTimesReader&) = delete;
+    bool Read(const CNode& node, ItemTimes& out);
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
 
 } // namespace kestrin
