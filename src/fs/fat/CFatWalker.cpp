@@ -172,6 +172,7 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
     // refreshed from the newer sighting instead of being listed twice.
     if (m_mode == kFatWalkDeletedOnly) {
         if ((e->flags & kNodeInUse) && !(e->flags & kNodeFolder)) {
+            m_times.erase(e);
             FreeScanEntries(e);
             return;
         }
@@ -185,6 +186,7 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
                     c->name = std::move(e->name);
                     c->nameLength = e->nameLength;
                 }
+                m_times.erase(e);
                 FreeScanEntries(e);
                 return;
             }
@@ -203,6 +205,7 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
                 known->modifiedDate = e->modifiedDate;
                 TakeTimes(known, e);
             }
+            m_times.erase(e);
             FreeScanEntries(e);
             return;
         }

@@ -19,13 +19,6 @@ ScanEntry* CFolderWalker::TakeRoot() {
     ScanEntry* r = m_root;
     m_root = nullptr;
     if (r && !m_times.empty() && !r->volume) {
-        // Entries freed along the way leave their times behind: keep only those of the tree.
-        ItemTimesMap kept;
-        kept.reserve(m_times.size());
-        ForEachNode(r, [&](CNode* n) {
-            if (auto it = m_times.find(n); it != m_times.end()) kept.emplace(n, it->second);
-        });
-        m_times = std::move(kept);
         auto handle = std::make_unique<VolumeHandle>(HandleOf(m_vol.Media()));
         handle->provisional = true;
         handle->itemTimes = std::move(m_times);
