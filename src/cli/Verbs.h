@@ -24,5 +24,6 @@ void AddScanVerbs(CLI::App& app, VerbResult& result);     // scan, ls, drives
 void AddCatVerb(CLI::App& app, VerbResult& result);       // cat
 void AddSignaturesVerb(CLI::App& app, VerbResult& result); // signatures
 void AddRecoverVerbs(CLI::App& app, VerbResult& result);  // recover, image
+void AddReportVerb(CLI::App& app, VerbResult& result);    // report
 
 } // namespace kestrin::cli

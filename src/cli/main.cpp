@@ -53,6 +53,7 @@ int main(int argc, char** argv) {
     AddCatVerb(app, result);
     AddSignaturesVerb(app, result);
     AddRecoverVerbs(app, result);
+    AddReportVerb(app, result);
     // Help and the parser's messages in the language chosen above; verbs added later get theirs
     // too, as long as they are added before this line.
     TranslateCommandLine(app);

@@ -28,14 +28,14 @@ void SelectVolume(CPhysicalDisk& view, const VolumeHandle& volume) {
 
 const VolumeHandle* VolumeOf(const CNode& node) {
     for (const CNode* n = &node; n; n = n->parent)
-        if (n->volume) return n->volume.get();
+        if (n->volume && !n->volume->provisional) return n->volume.get();
     return nullptr;
 }
 
 const VolumeHandle* SingleVolumeOf(const CNode* top) {
     const VolumeHandle* found = nullptr;
     for (const CNode* n = top ? top->firstChild : nullptr; n; n = n->nextSibling) {
-        if (!n->volume) continue;
+        if (!n->volume || n->volume->provisional) continue;
         if (found) return nullptr;
         found = n->volume.get();
     }
@@ -45,7 +45,23 @@ const VolumeHandle* SingleVolumeOf(const CNode* top) {
 void StampVolumes(CNode* top, const CPhysicalDisk& media) {
     if (!top) return;
     for (CNode* n = top->firstChild; n; n = n->nextSibling)
-        if (n->IsFolder() && n->name == u"." && !n->volume) n->volume = std::make_unique<VolumeHandle>(HandleOf(media));
+        if (n->IsFolder() && n->name == u".") {
+            if (!n->volume) {
+                n->volume = std::make_unique<VolumeHandle>(HandleOf(media));
+            } else if (n->volume->provisional) {
+                // The geometry only: what was learnt about the items below stays.
+                VolumeHandle h = HandleOf(media);
+                VolumeHandle& v = *n->volume;
+                v.fsKind = h.fsKind;
+                v.sourceKind = h.sourceKind;
+                v.partitionFlag = h.partitionFlag;
+                v.firstSector = h.firstSector;
+                v.sectorCount = h.sectorCount;
+                v.sectorSize = h.sectorSize;
+                v.params = h.params;
+                v.provisional = false;
+            }
+        }
 }
 
 } // namespace kestrin

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <unordered_map>
 
+#include "fs/ItemTimes.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/PartitionRecord.h"
 
@@ -25,6 +26,11 @@ struct VolumeHandle {
     // Bytes of deleted files below that the allocation map shows in use by other files (only
     // files with some).
     std::unordered_map<const CNode*, uint64_t> overwrittenBytes;
+    // FAT and exFAT: the full times of the items below, as their walk read them.
+    ItemTimesMap itemTimes;
+    // Made by a folder walk to carry the times, from the media as it was then: the driver's stamp
+    // replaces the geometry (an engine may still narrow the media after its walk).
+    bool provisional = false;
 };
 
 // The media's current selection as a handle.
@@ -35,8 +41,8 @@ void SelectVolume(CPhysicalDisk& view, const VolumeHandle& volume);
 const VolumeHandle* VolumeOf(const CNode& node);
 // The handle of the one volume root directly below `top`; null when there is none or several.
 const VolumeHandle* SingleVolumeOf(const CNode* top);
-// Gives every volume root directly below `top` that has no handle yet the media's selection:
-// the driver calls it after each stage that may have added a volume.
+// Gives every volume root directly below `top` that has no handle yet (or a provisional one) the
+// media's selection: the driver calls it after each stage that may have added a volume.
 void StampVolumes(CNode* top, const CPhysicalDisk& media);
 
 } // namespace kestrin

@@ -16,7 +16,7 @@ void JudgeConditions(CPhysicalDisk& media, CNode* top, const std::function<bool(
     if (!top || !media.Handle()) return;
     for (CNode* root = top->firstChild; root; root = root->nextSibling) {
         VolumeHandle* volume = root->volume.get();
-        if (!volume || volume->conditionsJudged) continue;
+        if (!volume || volume->provisional || volume->conditionsJudged) continue;
         CPhysicalDisk view;
         view.Attach(std::make_unique<BorrowedSource>(*media.Handle()));
         SelectVolume(view, *volume);

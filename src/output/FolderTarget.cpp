@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "fs/CNode.h"
+#include "output/NodeTimes.h"
 #include "output/OutputTarget.h"
 #include "output/Saver.h"
 #include "platform/Platform.h"
@@ -134,10 +135,15 @@ public:
         ContentSink sink = m_write == &SystemWrite ? ContentSink(write, copy) : ContentSink(write);
         ContentResult r = content ? content(media, node, sink) : ContentResult{};
         if (!out.writeError && !out.cancelled) {
-            if (int64_t t; LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), t)) {
-                struct timespec times[2] = {{0, UTIME_OMIT}, {time_t(t), 0}};
-                ::futimens(m_file, times);
+            // The file system's own times when they are known; else midnight of the shown date.
+            struct timespec times[2] = {{0, UTIME_OMIT}, {0, UTIME_OMIT}};
+            if (ItemTimes full; ReadNodeTimes(media, node, full) && full.modified != kNoTime) {
+                times[1] = ToTimespec(full.modified);
+                if (full.accessed != kNoTime) times[0] = ToTimespec(full.accessed);
+            } else if (int64_t t; LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), t)) {
+                times[1] = {time_t(t), 0};
             }
+            if (times[1].tv_nsec != UTIME_OMIT) ::futimens(m_file, times);
         }
         // Some file systems (network ones) report a failed write only when the file is closed.
         if (::close(m_file) != 0 && !out.writeError && !out.cancelled && errno != EINTR) out.writeError = errno;

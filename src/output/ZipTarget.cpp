@@ -16,6 +16,7 @@
 #include <zip.h>
 
 #include "fs/CNode.h"
+#include "output/NodeTimes.h"
 #include "output/OutputTarget.h"
 #include "output/Saver.h"
 #include "platform/AtomicFile.h"
@@ -167,7 +168,12 @@ public:
         s->content = content;
         s->advance = advance;
         zip_error_init(&s->error);
-        s->hasTime = LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), s->mtime);
+        if (ItemTimes full; ReadNodeTimes(media, node, full) && full.modified != kNoTime) {
+            s->mtime = UnixSeconds(full.modified);
+            s->hasTime = true;
+        } else {
+            s->hasTime = LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), s->mtime);
+        }
         zip_source_t* src = zip_source_function_create(EntryCallback, s, nullptr);
         if (!src) {
             zip_error_fini(&s->error);

@@ -86,6 +86,7 @@ void CMainWindow::UpdateTitleAndActions() {
     setWindowTitle(m_titleSubject.isEmpty() ? name : m_titleSubject + " - " + name);
     const bool results = CurrentPage() == kResultsPage && m_tree;
     if (m_saveAction) m_saveAction->setEnabled(results);
+    if (m_exportAction) m_exportAction->setEnabled(results);
     if (m_findAction) m_findAction->setEnabled(results);
 }
 CMainWindow::Page CMainWindow::CurrentPage() const { return Page(m_pages->currentIndex()); }
@@ -101,6 +102,10 @@ void CMainWindow::BuildMenus() {
     });
     m_saveAction->setObjectName("actionSave");
     m_saveAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_S));
+    m_exportAction = m_fileMenu->addAction(QString(), this, [this] {
+        if (CurrentPage() == kResultsPage && m_tree) OnExportList();
+    });
+    m_exportAction->setObjectName("actionExportList");
     m_fileMenu->addSeparator();
     m_quitAction = m_fileMenu->addAction(QString(), this, &QWidget::close);
     m_quitAction->setObjectName("actionQuit");
@@ -304,6 +309,7 @@ void CMainWindow::Retranslate() {
     m_fileMenu->setTitle(Tx("IDS_UI_MENU_FILE", "&File"));
     m_openAction->setText(Tx("IDS_UI_MENU_OPEN", "&Open..."));
     m_saveAction->setText(Tx("IDS_UI_MENU_SAVE", "&Save Marked Files..."));
+    m_exportAction->setText(Tx("IDS_UI_MENU_EXPORT_LIST", "&Export List..."));
     m_quitAction->setText(Tx("IDS_UI_MENU_QUIT", "&Quit"));
     m_editMenu->setTitle(Tx("IDS_UI_MENU_EDIT", "&Edit"));
     m_findAction->setText(Tx("IDS_UI_MENU_FIND", "&Find..."));

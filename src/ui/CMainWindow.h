@@ -127,6 +127,8 @@ private:
     void OnOpenSession();
     // On leaving the results: offers to save the session; false when the user cancels.
     bool OfferSession();
+    // File > Export List: every found item as DFXML, a body file or CSV.
+    void OnExportList();
     void closeEvent(QCloseEvent* e) override;
 
     RecoveryMode m_mode = RecoveryMode::DeletedFiles;
@@ -169,6 +171,7 @@ private:
     QMenu* m_fileMenu = nullptr;
     QAction* m_openAction = nullptr;
     QAction* m_saveAction = nullptr;
+    QAction* m_exportAction = nullptr;
     QAction* m_quitAction = nullptr;
     QMenu* m_editMenu = nullptr;
     QAction* m_findAction = nullptr;

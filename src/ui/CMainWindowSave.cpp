@@ -16,9 +16,12 @@
 #include <QStatusBar>
 #include <QThread>
 
+#include <fstream>
+
 #include "session/EngineTable.h"
 #include "output/DiscTarget.h"
 #include "output/OutputGuard.h"
+#include "output/Report.h"
 #include "output/SessionFile.h"
 #include "scan/CScanDriver.h"
 #include "scan/OperationRules.h"
@@ -369,6 +372,41 @@ void CMainWindow::closeEvent(QCloseEvent* e) {
     if (m_busy) e->ignore();
     else if (OfferSession()) e->accept();
     else e->ignore();
+}
+
+void CMainWindow::OnExportList() {
+    if (!m_tree || !m_src.media) return;
+    const QString dfxml = Tx("IDS_UI_EXPORT_DFXML", "DFXML (*.xml)");
+    const QString body = Tx("IDS_UI_EXPORT_BODYFILE", "Timeline body file (*.body)");
+    const QString csv = Tx("IDS_UI_EXPORT_CSV", "CSV (*.csv)");
+    QString chosen = csv;
+    const QString path = QFileDialog::getSaveFileName(this, Tx("IDS_UI_EXPORT_TITLE", "Export List"), QString(),
+                                                      csv + ";;" + dfxml + ";;" + body, &chosen);
+    if (path.isEmpty()) return;
+    ReportOptions options;
+    options.format = chosen == dfxml ? ReportFormat::Dfxml : chosen == body ? ReportFormat::Bodyfile : ReportFormat::Csv;
+    options.sourcePath = m_src.path;
+    options.version = KESTRIN_VERSION;
+    // The list goes elsewhere than the source, like saved files (the dialog asked before replacing).
+    std::vector<platform::FileIdentity> ids = SourceIdentities(*m_src.media);
+    AddSourcePath(ids, m_src.path);
+    const OutputCheck check = CheckOutputFile(path.toStdString(), ids, true);
+    if (!check.ok()) {
+        QMessageBox::warning(this, Tx("IDS_KESTRIN", "Kestrin"), QString::fromStdString(TextOf(DescribeOutputProblem(check))));
+        return;
+    }
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    std::ofstream out(path.toStdString(), std::ios::binary | std::ios::trunc);
+    ReportTotals totals;
+    bool written = out && WriteReport(out, options, {{0, m_src.media.get(), m_tree.get()}}, totals);
+    out.close();
+    written = written && !out.fail();
+    QApplication::restoreOverrideCursor();
+    if (!written)
+        QMessageBox::warning(this, Tx("IDS_KESTRIN", "Kestrin"),
+                             Tx("IDS_UI_EXPORT_FAILED", "The list could not be written to this file."));
+    else
+        statusBar()->showMessage(Tx("IDS_UI_EXPORT_DONE", "List written."), 5000);
 }
 
 } // namespace kestrin::ui

@@ -1,9 +1,10 @@
-// File-record check and parse, plus the "$MFT" test, on one record of 1024 or 4096 bytes.
+// File-record check and parse, the "$MFT" test and the times, on one record of 1024 or 4096 bytes.
 #include <cstdint>
 #include <cstring>
 #include <vector>
 
 #include "fs/ntfs/NtfsRecord.h"
+#include "fs/ntfs/NtfsTimes.h"
 
 using namespace kestrin;
 
@@ -16,5 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ParseFileRecord(rec, e, 7, nullptr);
     IsMftRecord(rec, false);
     IsMftRecord(rec, true);
+    ItemTimes times;
+    if (NtfsRecordTimes(rec, times)) FormatIso8601(times.modified);
     return 0;
 }

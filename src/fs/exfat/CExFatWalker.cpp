@@ -45,6 +45,11 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             set.createdDate = DateOf(exfat_file::CreateTimestamp::At(e));
             // The last-access date is shown as the modified date, on purpose.
             set.modifiedDate = DateOf(exfat_file::AccessTimestamp::At(e));
+            set.times.created = FromExFatTime(exfat_file::CreateTimestamp::At(e), exfat_file::Create10ms::At(e),
+                                              exfat_file::CreateUtcOffset::At(e));
+            set.times.modified = FromExFatTime(exfat_file::ModifyTimestamp::At(e), exfat_file::Modify10ms::At(e),
+                                               exfat_file::ModifyUtcOffset::At(e));
+            set.times.accessed = FromExFatTime(exfat_file::AccessTimestamp::At(e), 0, exfat_file::AccessUtcOffset::At(e));
             set.flags = uint8_t((attr & fat_dir::kAttrFolder ? kNodeFolder : 0) | (type == kTypeFile ? kNodeInUse : 0));
             continue;
         }
@@ -76,6 +81,7 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             entry->createdDate = set.createdDate;
             entry->modifiedDate = set.modifiedDate;
             entry->size = set.size;
+            m_times[entry] = set.times;
             Prepend(folder, entry);
             continue;
         }

@@ -36,6 +36,7 @@ private:
         uint32_t remaining = 0; // secondary entries still expected
         uint8_t flags = 0;
         uint16_t createdDate = 0, modifiedDate = 0;
+        ItemTimes times;
         uint8_t nameLength = 0;
         uint64_t size = 0;
         uint32_t firstCluster = 0;

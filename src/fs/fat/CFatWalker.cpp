@@ -172,6 +172,7 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
     // refreshed from the newer sighting instead of being listed twice.
     if (m_mode == kFatWalkDeletedOnly) {
         if ((e->flags & kNodeInUse) && !(e->flags & kNodeFolder)) {
+            m_times.erase(e);
             FreeScanEntries(e);
             return;
         }
@@ -180,10 +181,12 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
                 if (c->flags != kNodeFolder || c->recordId != e->recordId) continue;
                 if (c->createdDate <= e->createdDate) {
                     c->createdDate = e->createdDate;
+                    TakeTimes(c, e);
                     c->flags = e->flags;
                     c->name = std::move(e->name);
                     c->nameLength = e->nameLength;
                 }
+                m_times.erase(e);
                 FreeScanEntries(e);
                 return;
             }
@@ -200,7 +203,9 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
                 known->nameLength = e->nameLength;
                 known->createdDate = e->createdDate;
                 known->modifiedDate = e->modifiedDate;
+                TakeTimes(known, e);
             }
+            m_times.erase(e);
             FreeScanEntries(e);
             return;
         }
@@ -264,6 +269,10 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         entry->createdDate = CreationDate::At(e.data());
         // The last-access date is shown as the modified date, on purpose.
         entry->modifiedDate = AccessDate::At(e.data());
+        ItemTimes& times = m_times[entry];
+        times.created = FromDosDateTime(CreationDate::At(e.data()), CreationTime::At(e.data()), CreationTenths::At(e.data()));
+        times.modified = FromDosDateTime(WriteDate::At(e.data()), WriteTime::At(e.data()));
+        times.accessed = FromDosDateTime(AccessDate::At(e.data()), 0);
         entry->size = isFolder ? 0 : FileSize::At(e.data());
         AddEntry(folder, entry);
     }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "fs/CNode.h"
+#include "fs/ItemTimes.h"
 #include "fs/fat/CFatVolume.h"
 
 namespace kestrin {
@@ -21,7 +22,8 @@ public:
     CFolderWalker& operator=(const CFolderWalker&) = delete;
 
     ScanEntry* Root() { return m_root; }
-    // Hands the tree over (the walker no longer frees it).
+    // Hands the tree over (the walker no longer frees it), with the entries' full times on a
+    // provisional handle of its root.
     virtual ScanEntry* TakeRoot();
 
     // Reads `top` and, depth first in child order, every folder below it. Before `top` and before
@@ -34,10 +36,14 @@ public:
 protected:
     // Puts `entry` first among the children of `folder`.
     void Prepend(ScanEntry* folder, ScanEntry* entry);
+    // `to` takes the full times read for `from` (which has none after).
+    void TakeTimes(const ScanEntry* to, const ScanEntry* from);
 
     CFatVolume& m_vol;
     ScanContext* m_ctx;
     ScanEntry* m_root = nullptr;
+    // The full times of the entries read; handed to the volume root with the tree.
+    ItemTimesMap m_times;
 
 private:
     bool MustStop();
