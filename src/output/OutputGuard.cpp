@@ -7,6 +7,7 @@
 
 #include "output/UserMessages.h"
 #include "storage/CPhysicalDisk.h"
+#include "storage/ContainerSource.h"
 #include "util/Text.h"
 
 namespace kestrin {
@@ -24,6 +25,14 @@ void AddSplitParts(std::vector<platform::FileIdentity>& ids, const std::string& 
         if (!id.valid) break;
         ids.push_back(id);
     }
+}
+
+// A container's further segments, extents and parents are read with it.
+void AddContainerFiles(std::vector<platform::FileIdentity>& ids, const std::string& path) {
+    ContainerFormat format = ContainerFormat::None;
+    ContainerProblem problem;
+    if (auto container = OpenContainerFile(path, format, problem))
+        for (const std::string& part : container->Files()) AddSourcePath(ids, part);
 }
 
 bool OnSourceDevice(uint64_t device, const std::vector<platform::FileIdentity>& sources) {
@@ -45,7 +54,10 @@ void AddSourcePath(std::vector<platform::FileIdentity>& ids, const std::string& 
 
 std::vector<platform::FileIdentity> SourceIdentities(const CPhysicalDisk& media) {
     std::vector<platform::FileIdentity> ids;
-    if (media.GetDeviceKind() == kNotByName) AddSourcePath(ids, ToUtf8(media.GetPath()));
+    if (media.GetDeviceKind() == kNotByName) {
+        AddSourcePath(ids, ToUtf8(media.GetPath()));
+        AddContainerFiles(ids, ToUtf8(media.GetPath()));
+    }
     if (!media.DevicePath().empty()) AddSourcePath(ids, media.DevicePath());
     return ids;
 }

@@ -10,6 +10,7 @@
 
 #include "platform/Platform.h"
 #include "session/Texts.h"
+#include "storage/ContainerSource.h"
 #include "storage/SectorSize.h"
 #include "util/Text.h"
 
@@ -39,6 +40,29 @@ bool IsPartitionDevice(const std::string& devicePath) {
     std::error_code ec;
     std::string name = std::filesystem::path(devicePath).filename().string();
     return std::filesystem::exists("/sys/class/block/" + name + "/partition", ec);
+}
+
+// Why an image file could not be attached: what is wrong with its container, else the system's
+// reason.
+std::string ImageFailure(const CPhysicalDisk& m, const std::string& path) {
+    ContainerFormat kind = ContainerFormat::None;
+    ContainerProblem p;
+    OpenContainerFile(path, kind, p); // again, for the reason
+    const std::string format = ContainerFormatName(kind);
+    switch (p.kind) {
+    case ContainerProblem::Kind::MissingParent:
+        return Tf("IDS_CLI_IMAGE_PARENT_MISSING", EscapeForTerminal(p.name),
+                  "the parent image %s is missing (it must lie beside this image)");
+    case ContainerProblem::Kind::MissingPart:
+        return Tf("IDS_CLI_IMAGE_PART_MISSING", EscapeForTerminal(p.name), "the image's part %s is missing");
+    case ContainerProblem::Kind::Encrypted:
+        return Tf("IDS_CLI_IMAGE_ENCRYPTED", format, "the %s image is encrypted");
+    case ContainerProblem::Kind::Damaged:
+        return Tf("IDS_CLI_IMAGE_DAMAGED", format, "the %s image is damaged or of an unsupported kind") +
+               (p.detail.empty() ? std::string() : " (" + EscapeForTerminal(p.detail) + ")");
+    case ContainerProblem::Kind::None: break;
+    }
+    return platform::SysErrorText(m.GetLastError());
 }
 
 // Gives the media back the whole source's bytes after an assembled volume was read.
@@ -85,7 +109,7 @@ bool OpenSource(const std::string& path, OpenedSource& out, std::string& error, 
             return false;
         }
         if (!m.AttachImageFile(path, sectorSize)) {
-            error = path + ": " + platform::SysErrorText(m.GetLastError());
+            error = path + ": " + ImageFailure(m, path);
             return false;
         }
         out.wholeKind = SourceKind::ImageFile;

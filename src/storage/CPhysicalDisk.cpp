@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "platform/Platform.h"
+#include "storage/ContainerSource.h"
 #include "storage/SectorSize.h"
 #include "util/Text.h"
 
@@ -102,14 +103,15 @@ bool CPhysicalDisk::Open(const std::u16string& path) {
 
 bool CPhysicalDisk::AttachImageFile(const std::string& path, uint32_t sectorSize) {
     std::unique_ptr<ByteSource> src;
-    if (path.size() > 4 && path.compare(path.size() - 4, 4, ".001") == 0) {
+    const bool split = path.size() > 4 && path.compare(path.size() - 4, 4, ".001") == 0;
+    if (split) {
         uint32_t err = 0;
-        auto split = SplitFileSource::Open(path, err);
-        if (!split) {
+        auto parts = SplitFileSource::Open(path, err);
+        if (!parts) {
             m_lastError = err;
             return false;
         }
-        src = std::move(split);
+        src = std::move(parts);
     } else {
         platform::File f;
         if (!f.OpenRead(path, false)) {
@@ -117,6 +119,21 @@ bool CPhysicalDisk::AttachImageFile(const std::string& path, uint32_t sectorSize
             return false;
         }
         src = std::make_unique<FileSource>(std::move(f), false);
+    }
+    // A virtual-disk or evidence container is read as the disk it holds (OpenContainerFile says
+    // why one cannot be); a split raw image is raw.
+    ContainerFormat format = split ? ContainerFormat::None : DetectContainer(*src);
+    if (format != ContainerFormat::None) {
+        ContainerProblem problem;
+        auto container = ContainerSource::Open(path, format, problem);
+        if (!container) {
+            m_lastError = platform::kErrInvalidParameter;
+            return false;
+        }
+        // 512 is what formats without a sector size of their own say: the bytes decide then.
+        uint32_t recorded = container->SectorSize();
+        if (!sectorSize && recorded > kDefaultSectorSize && IsSupportedSectorSize(recorded)) sectorSize = recorded;
+        src = std::move(container);
     }
     m_path = ToUtf16(path);
     m_deviceKind = kNotByName;

@@ -339,7 +339,8 @@ void CDrivePage::Describe(QTreeWidgetItem* it, const QString& path, const QStrin
 void CDrivePage::ChooseImageFile() {
     QString path = QFileDialog::getOpenFileName(this, m_addImage->text(), QString(),
                                                 Tx("IDS_UI_IMAGE_FILTER", "Disk images") +
-                                                    " (*.img *.dd *.raw *.bin *.001 *.iso);;* (*)");
+                                                    " (*.img *.dd *.raw *.bin *.001 *.iso *.E01 *.e01 *.vhd *.vhdx"
+                                                    " *.vmdk *.qcow2 *.qcow);;* (*)");
     if (!path.isEmpty()) AddImage(path);
 }
 

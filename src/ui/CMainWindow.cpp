@@ -163,7 +163,8 @@ void CMainWindow::OnOpen() {
     QString path = QFileDialog::getOpenFileName(
         this, Tx("IDS_UI_OPEN_TITLE", "Open a recovery session or a disk image"), QString(),
         Tx("IDS_UI_OPEN_FILTER_SESSION", "Recovery Session File") + " (*.tks4);;" +
-            Tx("IDS_UI_OPEN_FILTER_IMAGE", "Disk image") + " (*.img *.dd *.raw *.bin *.iso *.001);;" +
+            Tx("IDS_UI_OPEN_FILTER_IMAGE", "Disk image") +
+            " (*.img *.dd *.raw *.bin *.iso *.001 *.E01 *.e01 *.vhd *.vhdx *.vmdk *.qcow2 *.qcow);;" +
             Tx("IDS_UI_OPEN_FILTER_ALL", "All files") + " (*)");
     if (!path.isEmpty()) OpenFile(path);
 }
