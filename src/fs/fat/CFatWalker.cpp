@@ -219,12 +219,16 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         if (m_mode == kFatWalkDeletedOnly || m_mode == kFatWalkFull) {
             // The "." entry must name this folder's own cluster; in the full walk ".." must name
             // the parent (0 meaning the root) and "." carry the folder's creation date, so a
-            // deleted folder whose cluster now holds another folder is not read as its own.
+            // deleted folder whose cluster now holds another folder is not read as its own. A ".."
+            // naming the folder itself is damage to that one entry, not another folder's: the
+            // entries are read (the index below keeps the folder from being read twice).
             if (FirstClusterAt(buf.data()) != folder->recordId) return true;
             if (m_mode == kFatWalkFull) {
                 uint32_t up = FirstClusterAt(buf.data() + kEntryBytes);
                 if (up == 0) up = m_code;
-                if (up != folder->parentRecordId || CreationDate::At(buf.data()) != folder->createdDate) return true;
+                if ((up != folder->parentRecordId && up != folder->recordId) ||
+                    CreationDate::At(buf.data()) != folder->createdDate)
+                    return true;
             }
         }
         m_index.emplace(folder->recordId, folder);

@@ -122,6 +122,7 @@ void CNtfsTreeBuilder::AddRecord(ScanEntry* e) {
         return;
     }
     if (m_found) m_found->NoteFile(!(e->flags & kNodeInUse));
+    if (e->parentRecordId == kUnknownParent) e->parentRecordId = m_index->Lost()->recordId;
     Place(e);
 }
 
