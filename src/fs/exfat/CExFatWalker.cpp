@@ -67,7 +67,11 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             if (--set.remaining > 0) continue;
             set.open = false;
             const uint32_t c = set.firstCluster;
-            if (c <= g.rootCluster || c > g.highestCluster || c == folder->recordId) continue;
+            // A file without a first cluster holds no data: it is listed, empty. Other clusters
+            // out of range are not entries of this volume.
+            const bool noData = c == 0 && !(set.flags & kNodeFolder);
+            if (noData) set.size = 0;
+            if (!noData && (c <= g.rootCluster || c > g.highestCluster || c == folder->recordId)) continue;
             if (set.name.empty()) set.name = RecordName(c);
             uint8_t flags = set.flags;
             if (!(folder->flags & kNodeInUse)) flags &= uint8_t(~kNodeInUse);

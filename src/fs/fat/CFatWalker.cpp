@@ -253,12 +253,15 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         std::u16string longName = std::move(m_longName);
         m_longName.clear();
         const uint32_t cluster = FirstClusterAt(e.data());
-        if (cluster <= m_code || cluster > highest || cluster == folder->recordId) continue;
+        const bool isFolder = attr & kAttrFolder;
+        // A file without a first cluster holds no data: it is listed, empty. Other clusters out of
+        // range (and a folder naming the folder it is in) are not entries of this volume.
+        const bool noData = cluster == 0 && !isFolder;
+        if (!noData && (cluster <= m_code || cluster > highest || cluster == folder->recordId)) continue;
         const uint8_t caseFlags = CaseFlags::At(e.data());
         if ((caseFlags & ~(kCaseLowerBase | kCaseLowerExtension)) != 0) continue;
 
         const bool deleted = status == kDeletedMark;
-        const bool isFolder = attr & kAttrFolder;
         std::u16string name = longName.empty() ? FatShortName(e, deleted) : std::move(longName);
         if (name.empty()) name = RecordName(cluster);
         uint8_t flags = uint8_t((deleted ? 0 : kNodeInUse) | (isFolder ? kNodeFolder : 0));
@@ -268,7 +271,7 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         entry->createdDate = CreationDate::At(e.data());
         // The last-access date is shown as the modified date, on purpose.
         entry->modifiedDate = AccessDate::At(e.data());
-        entry->size = isFolder ? 0 : FileSize::At(e.data());
+        entry->size = isFolder || noData ? 0 : FileSize::At(e.data());
         AddEntry(folder, entry);
     }
     return false;

@@ -451,7 +451,9 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
             return true;
         }
     });
-    if (!decided) result = haveName;
+    // A record without an unnamed data attribute is a file only when it is a folder (index views
+    // such as the extend folder's quota and object-id files hold no content).
+    if (!decided) result = haveName && isDir;
 
     if (usaOffset == file_record::kUsaOffsetNumbered)
         e.recordId = file_record::RecordNumber::At(b);

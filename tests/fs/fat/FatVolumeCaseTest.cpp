@@ -19,5 +19,13 @@ TEST(FatVolumeCase, DotDotNamingTheFolderItselfKeepsItsEntries) {
     EXPECT_EQ(Flatten(v->root).size(), m["files"].size());
 }
 
+// A folder of 512 empty files, and empty files deleted: every one listed, size 0, read as empty.
+TEST(FatVolumeCase, EmptyFilesAreListed) {
+    nlohmann::json m;
+    auto v = ScanCase("fat16-empty", FsKind::Fat16, FatScanVolume, m);
+    if (!v) GTEST_SKIP() << "fat16-empty not available";
+    EXPECT_EQ(CaseProblems(*v, m, FatWriteContent), std::vector<std::string>());
+}
+
 } // namespace
 } // namespace kestrin::test

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "fs/Content.h"
 #include "fs/fat/VolumeImageCheck.h"
 #include "fs/ntfs/Sha256.h"
 
