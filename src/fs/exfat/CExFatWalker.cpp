@@ -54,7 +54,10 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             // "Allocation possible" without "no FAT chain": the clusters follow the FAT.
             if (exfat_stream::Flags::At(e) == kFatChainFlags) set.flags |= kNodeFatChain;
             set.nameLength = exfat_stream::NameLength::At(e);
-            set.size = exfat_stream::ValidDataLength::At(e);
+            // The size is the data length; bytes past the valid data length read as zeros (the
+            // content reader finds that length again through the entry's place).
+            set.size = exfat_stream::DataLength::At(e);
+            set.streamAt = m_bufferAt + at;
             set.firstCluster = exfat_stream::FirstCluster::At(e);
             --set.remaining;
             continue;
@@ -80,6 +83,10 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             entry->createdDate = set.createdDate;
             entry->modifiedDate = set.modifiedDate;
             entry->size = set.size;
+            // Where the stream extension entry lies: its sector, and its offset in that sector.
+            const uint32_t sector = g.mediaSectorSize ? g.mediaSectorSize : 512;
+            entry->location = set.streamAt / sector;
+            entry->startOffset = uint32_t(set.streamAt % sector);
             Prepend(folder, entry);
             continue;
         }
@@ -106,8 +113,10 @@ void CExFatWalker::ReadFolder(ScanEntry* folder) {
     }
     // A set may run from one cluster of the folder into the next; none runs into another folder.
     m_set = {};
-    m_vol.ReadClusters(clusters, kFolderReadBytes,
-                       [&](size_t, std::span<const uint8_t> data) { return !ParseEntries(data, folder); });
+    m_vol.ReadClusters(clusters, kFolderReadBytes, [&](size_t index, std::span<const uint8_t> data) {
+        m_bufferAt = m_vol.ClusterOffset(clusters[index]);
+        return !ParseEntries(data, folder);
+    });
     m_set = {};
 }
 

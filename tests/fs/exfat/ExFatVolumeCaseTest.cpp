@@ -59,5 +59,14 @@ TEST(ExFatVolumeCase, LargestClustersOnATwoTebibyteVolume) {
     std::filesystem::remove(sparse);
 }
 
+// Valid data length below the data length: the size is the data length and the bytes past the
+// valid length read as zeros (the clusters there hold what exfat-fuse wrote before the patch).
+TEST(ExFatVolumeCase, BytesPastTheValidDataLengthReadAsZeros) {
+    nlohmann::json m;
+    auto v = ScanCase("exfat-vdl", FsKind::ExFat, ExFatScanVolume, m);
+    if (!v) GTEST_SKIP() << "exfat-vdl not available";
+    EXPECT_EQ(CaseProblems(*v, m, ExFatWriteContent), std::vector<std::string>());
+}
+
 } // namespace
 } // namespace kestrin::test
