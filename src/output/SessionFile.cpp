@@ -57,7 +57,8 @@ void PackPartition(uint8_t* p, const PartitionRecord& r) {
     partition::ClusterCount::Put(p, r.clusterCount);
     partition::BytesPerCluster::Put(p, r.bytesPerCluster);
     partition::BytesPerSector::Put(p, r.bytesPerSector);
-    partition::SectorsPerCluster::Put(p, r.sectorsPerCluster);
+    // The field is 8 bits: a larger count (exFAT) is stored as unknown; bytesPerCluster keeps it.
+    partition::SectorsPerCluster::Put(p, r.sectorsPerCluster <= UINT8_MAX ? uint8_t(r.sectorsPerCluster) : uint8_t(0));
     partition::FsKind::Put(p, static_cast<uint8_t>(r.fsKind));
     partition::PartitionFlag::Put(p, static_cast<uint8_t>(r.partitionFlag));
     partition::Found::Put(p, r.found ? 1 : 0);

@@ -198,7 +198,7 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
         if (!CheckFileRecord(root, c.recordBytes)) return false;
         r.fsKind = FsKind::Ntfs;
         r.bytesPerSector = uint16_t(ss);
-        r.sectorsPerCluster = uint8_t(c.clusterBytes / ss);
+        r.sectorsPerCluster = uint32_t(c.clusterBytes / ss);
         r.bytesPerCluster = c.clusterBytes;
         r.mftRecordSize = uint16_t(c.recordBytes);
         r.sectorsPerMftRecord = uint8_t(std::max<uint32_t>(1, c.recordBytes / ss));

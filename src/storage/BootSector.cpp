@@ -203,9 +203,7 @@ void FillExFatRecord(CStorageMedia& media, std::span<const uint8_t> s, Partition
     uint64_t bps = bpsShift ? PowerOfTwo(bpsShift) : media.GetSectorSize();
     uint64_t spc = PowerOfTwo(Get<exfat_boot::SectorsPerClusterShift>(s));
     r.bytesPerSector = uint16_t(bps);
-    // The record's cluster size field is 8 bits; large exFAT clusters (256 sectors and more) do
-    // not fit, so the product and the root sector are computed from the untruncated value.
-    r.sectorsPerCluster = uint8_t(spc);
+    r.sectorsPerCluster = uint32_t(spc);
     r.bytesPerCluster = uint32_t(bps * spc);
     r.clusterCount = Get<exfat_boot::ClusterCount>(s);
     // Cluster numbers start at 2, the first cluster of the heap.

@@ -30,7 +30,7 @@ struct PartitionRecord {
     // From the boot sector; FAT area fields count sectors of this size. 0: the media's.
     uint16_t bytesPerSector = 0;
     uint16_t rootEntries = 0;     // FAT16: entries of the root region (0: not read, taken as 512)
-    uint8_t sectorsPerCluster = 0;
+    uint32_t sectorsPerCluster = 0; // exFAT clusters reach 65,536 sectors
     FsKind fsKind = FsKind::None;
     PartitionFlag partitionFlag = PartitionFlag::None;
     // Set by the lost-partition search for records it found (not part of the table).

@@ -59,7 +59,10 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             // "Allocation possible" without "no FAT chain": the clusters follow the FAT.
             if (exfat_stream::Flags::At(e) == kFatChainFlags) set.flags |= kNodeFatChain;
             set.nameLength = exfat_stream::NameLength::At(e);
-            set.size = exfat_stream::ValidDataLength::At(e);
+            // The size is the data length; bytes past the valid data length read as zeros (the
+            // content reader finds that length again through the entry's place).
+            set.size = exfat_stream::DataLength::At(e);
+            set.streamAt = m_bufferAt + at;
             set.firstCluster = exfat_stream::FirstCluster::At(e);
             --set.remaining;
             continue;
@@ -72,7 +75,11 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             if (--set.remaining > 0) continue;
             set.open = false;
             const uint32_t c = set.firstCluster;
-            if (c <= g.rootCluster || c > g.highestCluster || c == folder->recordId) continue;
+            // A file without a first cluster holds no data: it is listed, empty. Other clusters
+            // out of range are not entries of this volume.
+            const bool noData = c == 0 && !(set.flags & kNodeFolder);
+            if (noData) set.size = 0;
+            if (!noData && (c <= g.rootCluster || c > g.highestCluster || c == folder->recordId)) continue;
             if (set.name.empty()) set.name = RecordName(c);
             uint8_t flags = set.flags;
             if (!(folder->flags & kNodeInUse)) flags &= uint8_t(~kNodeInUse);
@@ -82,6 +89,10 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             entry->modifiedDate = set.modifiedDate;
             entry->size = set.size;
             m_times[entry] = set.times;
+            // Where the stream extension entry lies: its sector, and its offset in that sector.
+            const uint32_t sector = g.mediaSectorSize ? g.mediaSectorSize : 512;
+            entry->location = set.streamAt / sector;
+            entry->startOffset = uint32_t(set.streamAt % sector);
             Prepend(folder, entry);
             continue;
         }
@@ -108,8 +119,10 @@ void CExFatWalker::ReadFolder(ScanEntry* folder) {
     }
     // A set may run from one cluster of the folder into the next; none runs into another folder.
     m_set = {};
-    m_vol.ReadClusters(clusters, kFolderReadBytes,
-                       [&](size_t, std::span<const uint8_t> data) { return !ParseEntries(data, folder); });
+    m_vol.ReadClusters(clusters, kFolderReadBytes, [&](size_t index, std::span<const uint8_t> data) {
+        m_bufferAt = m_vol.ClusterOffset(clusters[index]);
+        return !ParseEntries(data, folder);
+    });
     m_set = {};
 }
 

@@ -39,11 +39,13 @@ private:
         ItemTimes times;
         uint8_t nameLength = 0;
         uint64_t size = 0;
+        uint64_t streamAt = 0; // absolute byte offset of the stream extension entry
         uint32_t firstCluster = 0;
         std::u16string name;
     };
 
     EntrySet m_set;
+    uint64_t m_bufferAt = 0; // absolute byte offset of the buffer ParseEntries is given
     // Folders already read, by first cluster: each is read once, so entries pointing back at an
     // ancestor end there.
     std::unordered_set<uint32_t> m_read;

@@ -119,8 +119,41 @@ Outcome ExFatScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
     return watch.Finish(ctx);
 }
 
+namespace {
+
+// The valid data length of a file: read again from its stream extension entry, where the walk
+// noted it (location and startOffset), when that entry still names the file's first cluster and
+// size; the whole size otherwise.
+uint64_t ValidLength(CFatVolume& vol, const CNode& node) {
+    const uint32_t sector = vol.Geometry().mediaSectorSize ? vol.Geometry().mediaSectorSize : 512;
+    if (node.size == 0 || node.startOffset >= sector || node.location > (UINT64_MAX - sector) / sector)
+        return node.size;
+    uint8_t e[exfat_dir::kEntryBytes];
+    if (!vol.ReadBytes(node.location * sector + node.startOffset, e, sizeof e)) return node.size;
+    const uint8_t type = exfat_dir::EntryType::At(e);
+    if ((type != exfat_dir::kTypeStream && type != exfat_dir::Deleted(exfat_dir::kTypeStream)) ||
+        exfat_stream::FirstCluster::At(e) != node.recordId || exfat_stream::DataLength::At(e) != node.size)
+        return node.size;
+    return std::min<uint64_t>(exfat_stream::ValidDataLength::At(e), node.size);
+}
+
+} // namespace
+
 ContentResult ExFatWriteContent(CFatVolume& vol, const CNode& node, const ContentSink& sink) {
-    return WriteFileClusters(vol, node, sink, [&](uint64_t needed) -> std::vector<ClusterRun> {
+    // Bytes past the valid data length read as zeros, whatever the clusters hold.
+    const uint64_t valid = ValidLength(vol, node);
+    uint64_t at = 0;
+    std::vector<uint8_t> zeros;
+    const ContentSink clipped = [&](const uint8_t* p, size_t n) {
+        const uint64_t start = at;
+        at += n;
+        if (start + n <= valid) return sink(p, n);
+        const size_t keep = start < valid ? size_t(valid - start) : 0;
+        zeros.assign(p, p + n);
+        std::fill(zeros.begin() + ptrdiff_t(keep), zeros.end(), uint8_t(0));
+        return sink(zeros.data(), zeros.size());
+    };
+    return WriteFileClusters(vol, node, valid < node.size ? clipped : sink, [&](uint64_t needed) -> std::vector<ClusterRun> {
         if (!node.IsDeleted()) {
             if (node.flags & kNodeFatChain) return CFatVolume::ToRuns(vol.FollowChain(node.recordId, size_t(needed)));
             const uint64_t n = std::min<uint64_t>(needed, uint64_t(vol.Geometry().highestCluster) - node.recordId + 1);

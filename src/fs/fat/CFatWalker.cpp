@@ -224,12 +224,16 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         if (m_mode == kFatWalkDeletedOnly || m_mode == kFatWalkFull) {
             // The "." entry must name this folder's own cluster; in the full walk ".." must name
             // the parent (0 meaning the root) and "." carry the folder's creation date, so a
-            // deleted folder whose cluster now holds another folder is not read as its own.
+            // deleted folder whose cluster now holds another folder is not read as its own. A ".."
+            // naming the folder itself is damage to that one entry, not another folder's: the
+            // entries are read (the index below keeps the folder from being read twice).
             if (FirstClusterAt(buf.data()) != folder->recordId) return true;
             if (m_mode == kFatWalkFull) {
                 uint32_t up = FirstClusterAt(buf.data() + kEntryBytes);
                 if (up == 0) up = m_code;
-                if (up != folder->parentRecordId || CreationDate::At(buf.data()) != folder->createdDate) return true;
+                if ((up != folder->parentRecordId && up != folder->recordId) ||
+                    CreationDate::At(buf.data()) != folder->createdDate)
+                    return true;
             }
         }
         m_index.emplace(folder->recordId, folder);
@@ -254,12 +258,15 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         std::u16string longName = std::move(m_longName);
         m_longName.clear();
         const uint32_t cluster = FirstClusterAt(e.data());
-        if (cluster <= m_code || cluster > highest || cluster == folder->recordId) continue;
+        const bool isFolder = attr & kAttrFolder;
+        // A file without a first cluster holds no data: it is listed, empty. Other clusters out of
+        // range (and a folder naming the folder it is in) are not entries of this volume.
+        const bool noData = cluster == 0 && !isFolder;
+        if (!noData && (cluster <= m_code || cluster > highest || cluster == folder->recordId)) continue;
         const uint8_t caseFlags = CaseFlags::At(e.data());
         if ((caseFlags & ~(kCaseLowerBase | kCaseLowerExtension)) != 0) continue;
 
         const bool deleted = status == kDeletedMark;
-        const bool isFolder = attr & kAttrFolder;
         std::u16string name = longName.empty() ? FatShortName(e, deleted) : std::move(longName);
         if (name.empty()) name = RecordName(cluster);
         uint8_t flags = uint8_t((deleted ? 0 : kNodeInUse) | (isFolder ? kNodeFolder : 0));
@@ -273,7 +280,7 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         times.created = FromDosDateTime(CreationDate::At(e.data()), CreationTime::At(e.data()), CreationTenths::At(e.data()));
         times.modified = FromDosDateTime(WriteDate::At(e.data()), WriteTime::At(e.data()));
         times.accessed = FromDosDateTime(AccessDate::At(e.data()), 0);
-        entry->size = isFolder ? 0 : FileSize::At(e.data());
+        entry->size = isFolder || noData ? 0 : FileSize::At(e.data());
         AddEntry(folder, entry);
     }
     return false;

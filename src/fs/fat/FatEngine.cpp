@@ -483,7 +483,7 @@ Outcome FatSearchPreviousFolders(CPhysicalDisk& media, ScanContext& ctx) {
             PartitionRecord r = media.GetPartitionParams();
             r.fsKind = g.fsKind;
             r.partitionFlag = PartitionFlag::Validated;
-            r.sectorsPerCluster = uint8_t(og.clusterBytes / ss);
+            r.sectorsPerCluster = og.clusterBytes / ss;
             r.fatStart = (g.fatStart - volumeStart) / ss;
             r.thirdArea = (og.dataStart - volumeStart) / ss;
             const uint32_t width = g.fsKind == FsKind::Fat16 ? 2 : 4;

@@ -88,6 +88,12 @@ void CNtfsTreeBuilder::AddRecord(ScanEntry* e) {
         delete e;
         return;
     }
+    // A file record with neither a name nor data (the reserved records after the metadata files)
+    // has nothing to show.
+    if (e->name.empty() && e->size == 0 && !(e->flags & kNodeFolder)) {
+        delete e;
+        return;
+    }
     if (e->name.empty()) {
         // The "#<record>" text gets its own length (not a fixed field width), so that every
         // reader of nameLength stays inside the name.
@@ -117,11 +123,8 @@ void CNtfsTreeBuilder::AddRecord(ScanEntry* e) {
         if (e->parentRecordId < kUnknownParent && !e->parent) Place(e);
         return;
     }
-    if (e->size == 0) {
-        delete e; // empty files are not listed
-        return;
-    }
     if (m_found) m_found->NoteFile(!(e->flags & kNodeInUse));
+    if (e->parentRecordId == kUnknownParent) e->parentRecordId = m_index->Lost()->recordId;
     Place(e);
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "fs/DirectoryIndex.h"
 #include "util/DosDate.h"
 
 namespace kestrin {
@@ -450,7 +451,9 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
             return true;
         }
     });
-    if (!decided) result = haveName;
+    // A record without an unnamed data attribute is a file only when it is a folder (index views
+    // such as the extend folder's quota and object-id files hold no content).
+    if (!decided) result = haveName && isDir;
 
     if (usaOffset == file_record::kUsaOffsetNumbered)
         e.recordId = file_record::RecordNumber::At(b);
@@ -458,11 +461,13 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
         e.recordId = runningIndex;
 
     if (haveName) {
-        if (IsMetadataName(e.name) || (e.name == u"." && e.parentRecordId == kNtfsRootRecord) ||
-            e.recordId == e.parentRecordId) {
+        if (IsMetadataName(e.name) || (e.name == u"." && e.parentRecordId == kNtfsRootRecord)) {
             std::fill(e.name.begin(), e.name.end(), u'\0');
             return false;
         }
+        // A record naming itself as its parent is damaged in that one reference: it keeps its
+        // name and contents and goes to "Lost" like any item whose folder is unknown.
+        if (e.recordId == e.parentRecordId) e.parentRecordId = kUnknownParent;
     }
     return result;
 }

@@ -14,13 +14,13 @@ namespace {
 uint64_t g_heapStart, g_clusterBytes, g_rootCluster;
 
 // The engine's deliberate differences from what was created:
-// - an item whose first cluster is not above the root folder's (an empty file has 0) is dropped;
+// - an item whose first cluster is not above the root folder's is dropped (an empty file, with
+//   cluster 0, is listed);
 // - an entry set that does not end in the cluster where it starts is lost.
 std::pair<std::string, bool> ExpectExFat(const nlohmann::json& item, const std::map<std::string, nlohmann::json>&) {
     std::string path = item["path"];
-    bool empty = item["type"] == "file" && item["size"] == 0;
-    if (item.contains("first_cluster") ? item["first_cluster"].get<uint64_t>() <= g_rootCluster : empty)
-        return {path, false};
+    const uint64_t first = item.value("first_cluster", uint64_t(0));
+    if (first != 0 && first <= g_rootCluster) return {path, false};
     if (!item.contains("dir_entry_offset")) return {path, true};
     size_t units = ToUtf16(path.substr(path.rfind('/') + 1)).size();
     uint64_t inCluster = (item["dir_entry_offset"].get<uint64_t>() - g_heapStart) % g_clusterBytes;

@@ -46,7 +46,7 @@ TEST(ExFatWalk, EntrySetsFlagsAndDropRules) {
     EXPECT_EQ(v->outcome, Outcome::Ok);
     EXPECT_EQ(Paths(v->root), (Names{"Chained", "Chained/first.txt", "Chained/second.txt", "Chained/split.txt", "Old",
                                      "Old/inside.txt",
-                                     "Twenty char name.txt", "chain.bin", "deleted notes.txt"}));
+                                     "Twenty char name.txt", "chain.bin", "deleted notes.txt", "empty.txt"}));
     auto found = Flatten(v->root);
     const CNode* twenty = found["Twenty char name.txt"];
     EXPECT_EQ(twenty->flags, kNodeInUse);

@@ -28,7 +28,7 @@ TEST(FatWalk, NamesFlagsAndSkippedEntries) {
         e += 32 * (1 + FatBuilder::Long(e + 32, u"Video of the site visit.avi", "VIDEOO~1AVI", 11, 6));
         e += 32 * FatBuilder::Long(e, u"Deleted long name.txt", "DELETE~1TXT", 12, 7, true);
         FatBuilder::Short(e, "LOWER   TXT", 0x20, 13, 8, 0, 0, 0x18); // case byte: lower case
-        FatBuilder::Short(e += 32, "EMPTY   TXT", 0x20, 0, 0);           // no cluster
+        FatBuilder::Short(e += 32, "EMPTY   TXT", 0x20, 0, 5);           // no cluster: empty
         FatBuilder::Short(e += 32, "FAR     TXT", 0x20, 60000, 1);       // beyond the volume
         FatBuilder::Short(e += 32, "ODDCASE TXT", 0x20, 14, 1, 0, 0, 0x04); // unknown case bits
         FatBuilder::Short(e += 32, "\x05" "ATE    TXT", 0x20, 15, 1);    // 0x05 stands for 0xE5
@@ -37,8 +37,9 @@ TEST(FatWalk, NamesFlagsAndSkippedEntries) {
         FatBuilder::Short(e += 32, "AFTER   TXT", 0x20, 18, 1);
         auto v = ScanMemory(b.img, kind, FatScanVolume);
         auto found = Flatten(v->root);
-        EXPECT_EQ(Paths(v->root), (Names{"DATES.TXT", "Deleted long name.txt", "Video of the site visit.avi",
+        EXPECT_EQ(Paths(v->root), (Names{"DATES.TXT", "Deleted long name.txt", "EMPTY.TXT", "Video of the site visit.avi",
                                          "XOOK.TXT", "lower.txt", "\xcf\x83" "ATE.TXT"}));
+        EXPECT_EQ(found["EMPTY.TXT"]->size, 0u); // the size field of a file without data is not believed
         EXPECT_EQ(found["XOOK.TXT"]->flags, 0);
         EXPECT_EQ(found["Deleted long name.txt"]->flags, 0);
         EXPECT_EQ(found["lower.txt"]->flags, kNodeInUse);
@@ -113,7 +114,7 @@ TEST(FatWalk, HostileChainsEnd) {
     FatBuilder::Short(f.Cluster(2), "DIR        ", 0x10, 50);
     f.SetFat(50, 51), f.SetFat(51, 50);
     FatBuilder::Dots(f.Cluster(50), 50, 0);
-    for (int i = 2; i < 16; ++i) FatBuilder::Short(f.Cluster(50) + 32 * i, "\xE5UNUSED    ", 0x20, 0);
+    for (int i = 2; i < 16; ++i) FatBuilder::Short(f.Cluster(50) + 32 * i, "\xE5UNUSED    ", 0x20, 60000); // beyond the volume: not listed
     FatBuilder::Short(f.Cluster(51), "TWO     TXT", 0x20, 61, 1);
     EXPECT_EQ(Paths(ScanMemory(f.img, FsKind::Fat32, FatScanVolume)->root), (Names{"DIR", "DIR/TWO.TXT"}));
 }
@@ -141,7 +142,7 @@ TEST(FatWalk, LongNamesCrossClusterBoundaries) {
                 FatBuilder::Dots(b.Cluster(first), first, 0);
                 from = 2;
             }
-            for (size_t i = from; i < slot; ++i) FatBuilder::Short(b.Cluster(first) + 32 * i, "\xE5UNUSED    ", 0x20, 0);
+            for (size_t i = from; i < slot; ++i) FatBuilder::Short(b.Cluster(first) + 32 * i, "\xE5UNUSED    ", 0x20, 60000); // beyond the volume: not listed
             uint8_t set[kSetEntries * 32] = {};
             ASSERT_EQ(FatBuilder::Long(set, name, "ALONGN~1TXT", 40, 1), kSetEntries);
             const size_t inFirst = kSlots - slot;

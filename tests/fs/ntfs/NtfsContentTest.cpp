@@ -101,7 +101,7 @@ TEST(NtfsScan, TreeAndContentOfEveryKind) {
     std::vector<std::string> expected = {
         "/Docs 0 3",        "/Docs/frag.bin 12188 1", "/Docs/small.txt 3 1",
         "/Lost 0 2",          "/Lost/#27 1 1",    "/Lost/#60 0 2",    "/Lost/#60/orphan.txt 1 1", "/Old 0 2",
-        "/Old/gone.txt 1 0",  "/beyond.bin 16384 1", "/listed.bin 16384 1", "/packed.txt 13 1",
+        "/Old/gone.txt 1 0",  "/beyond.bin 16384 1", "/empty.txt 0 1", "/listed.bin 16384 1", "/packed.txt 13 1",
         "/sparse.bin 16384 1",
     };
     EXPECT_EQ(paths, expected);

@@ -2,7 +2,6 @@
 // scan result and every intact file's content is hashed.
 //
 // Deliberate differences from the manifests (and from The Sleuth Kit's listings):
-//  - files of size 0 are never listed;
 //  - a deleted item whose MFT record was re-used (entry_intact false) is gone from the MFT;
 //  - orphans (a folder above them was re-used) are placed by their parent's record number: under
 //    the folder that now holds that number, or under "Lost", not at their original path;
@@ -66,7 +65,7 @@ Checked CompareWithManifest(const std::string& image, const std::string& manifes
             bool dir = f["type"] == "dir", deleted = f["deleted"].get<bool>();
             uint64_t size = dir ? 0 : f.value("size", uint64_t(0));
             bool intact = !deleted || f.value("entry_intact", false);
-            if ((!dir && size == 0) || !intact) {
+            if (!intact) {
                 EXPECT_EQ(byPath.count(path), 0u) << path << " should not be listed";
                 continue;
             }

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "NtfsBuilder.h"
+#include "fs/DirectoryIndex.h"
 #include "fs/ntfs/Lznt1.h"
 #include "fs/ntfs/NtfsRecord.h"
 #include "util/Text.h"
@@ -272,8 +273,9 @@ TEST(NtfsParse, NamesAndFilters) {
     e = Parse(RecordBuilder(71).StdInfo().FileName(5, u"SHORT.TXT", 2).Resident(0x80, {1}).Finish(), yielded);
     EXPECT_TRUE(yielded);
     EXPECT_TRUE(e->name.empty());
-    // The metadata files, the root's own record and a record that is its own parent yield nothing;
-    // a file in the extend folder does.
+    // The metadata files and the root's own record yield nothing; a record that is its own parent
+    // keeps its name and has no known parent (it goes to "Lost"); a file in the extend folder
+    // yields an item.
     for (auto name : {u"$MFT", u"$MFTMirr", u"$LogFile", u"$Volume", u"$AttrDef", u"$Bitmap", u"$Boot", u"$BadClus",
                       u"$Secure", u"$UpCase"}) {
         Parse(RecordBuilder(9).StdInfo().FileName(5, name).Resident(0x80, {1}).Finish(), yielded);
@@ -281,8 +283,10 @@ TEST(NtfsParse, NamesAndFilters) {
     }
     Parse(RecordBuilder(5, 3).StdInfo().FileName(5, u".").Finish(), yielded);
     EXPECT_FALSE(yielded);
-    Parse(RecordBuilder(90, 3).StdInfo().FileName(90, u"loop").Finish(), yielded);
-    EXPECT_FALSE(yielded);
+    e = Parse(RecordBuilder(90, 3).StdInfo().FileName(90, u"loop").Finish(), yielded);
+    EXPECT_TRUE(yielded);
+    EXPECT_EQ(e->name, u"loop");
+    EXPECT_EQ(e->parentRecordId, kUnknownParent);
     Parse(RecordBuilder(27).StdInfo().FileName(11, u"$Repair").Resident(0x80, {1}).Finish(), yielded);
     EXPECT_TRUE(yielded);
     // A folder with an unnamed data attribute yields nothing; an ordinary folder does.

@@ -35,7 +35,7 @@ TEST(NtfsTree, FoldersArrivingLateMissingOrLooping) {
     b.AddRecord(Item(64, 5, u"Docs", true));                   // takes over its placeholder
     b.AddRecord(Item(101, 70, u"a.txt", false));               // folder never seen
     b.AddRecord(Item(102, 70, u"b.txt", false));               // shares the placeholder
-    b.AddRecord(Item(103, 64, u"empty.txt", false, 0));        // empty files are not listed
+    b.AddRecord(Item(103, 64, u"empty.txt", false, 0));        // empty files are listed
     b.AddRecord(Item(104, 5, u"", false));                     // no usable name
     b.AddRecord(Item(81, 82, u"ping", true, 0, false));        // two folders naming each other
     b.AddRecord(Item(82, 81, u"pong", true, 0, false));
@@ -51,7 +51,7 @@ TEST(NtfsTree, FoldersArrivingLateMissingOrLooping) {
     EXPECT_EQ(vol->parentRecordId, 5u);
 
     std::vector<std::string> expected = {
-        "/#104", "/Docs", "/Docs/early.txt", "/FromIndex", "/FromIndex/Inner", "/FromIndex/Inner/c.txt", "/Lost",
+        "/#104", "/Docs", "/Docs/early.txt", "/Docs/empty.txt", "/FromIndex", "/FromIndex/Inner", "/FromIndex/Inner/c.txt", "/Lost",
         "/Lost/#70", "/Lost/#70/a.txt", "/Lost/#70/b.txt", "/Lost/pong", "/Lost/pong/ping", "/Lost/self",
     };
     EXPECT_EQ(Paths(vol), expected);
