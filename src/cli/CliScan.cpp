@@ -129,7 +129,7 @@ bool ParsePartitionNumber(const std::string& s, size_t& n) {
 } // namespace
 
 void AddScanOptions(CLI::App* sub, ScanOptions& o, bool withJson, bool withAll) {
-    sub->add_option("SOURCE", o.source, "Image file (raw or name.001), device (/dev/sdb, /dev/sdb1) or disk number")
+    sub->add_option("SOURCE", o.source, "Image file (raw, name.001, E01, VHD, VHDX, VMDK or QCOW2), device (/dev/sdb, /dev/sdb1) or disk number")
         ->required();
     sub->add_option("--mode", o.mode,
                     "deleted-files, lost-files, partition, formatted, deleted-photos, lost-photos (or 1019-1022, "

@@ -137,8 +137,8 @@ void AddPartitionsVerb(CLI::App& app, VerbResult& result) {
     CLI::App* sub = app.add_subcommand(
         "partitions", "List the partitions of a disk image, volume image or device, numbered for --partition N");
     sub->add_option("SOURCE", opts->source,
-                    "Image file (name.001 for a split image), disk number (0, 1, ...), device name (sdb1) or "
-                    "device path (/dev/sdb)")
+                    "Image file (raw, name.001 for a split image, E01, VHD, VHDX, VMDK or QCOW2), disk number "
+                    "(0, 1, ...), device name (sdb1) or device path (/dev/sdb)")
         ->required();
     sub->add_flag("--json", opts->json, "Print the list as JSON");
     sub->add_flag("--search", opts->search,
