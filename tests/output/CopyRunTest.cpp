@@ -183,7 +183,7 @@ TEST(CopyRun, FileSystemItemsSaveWhatReadingGives) {
                     expected.insert(expected.end(), p, p + len);
                     return true;
                 });
-                const std::u16string fileName = ToUtf16("f" + std::to_string(i));
+                const std::u16string fileName = ToUtf16(std::string("f").append(std::to_string(i)));
                 ASSERT_EQ(target->CreateFile(fileName), 0u);
                 FileOutcome saved = target->WriteFile(*src.media, n, &WriteNodeContent, [](uint64_t) { return true; });
                 EXPECT_EQ(ReadAll(std::string(dir) + "/" + ToUtf8(fileName)), expected) << ToUtf8(n.name.view());
