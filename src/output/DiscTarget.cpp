@@ -255,7 +255,13 @@ public:
         data->content = content;
         data->size = node.size;
         data->serial = ino_t(++m_serial);
-        auto* stream = new IsoStream{&g_itemStreamClass, 1, data};
+        // The library frees the stream itself with free() when its last reference goes.
+        auto* stream = static_cast<IsoStream*>(std::calloc(1, sizeof(IsoStream)));
+        if (!stream) {
+            delete data;
+            return int(ISO_OUT_OF_MEM);
+        }
+        *stream = IsoStream{&g_itemStreamClass, 1, data};
         IsoFile* file = nullptr;
         int rc = iso_tree_add_new_file(dir, name.c_str(), stream, &file);
         if (rc < 0) {
