@@ -8,7 +8,7 @@
 #include "fs/VolumeHandle.h"
 #include "output/ContentCopy.h"
 #include "output/NodeTimes.h"
-#include "output/ReportDigest.h"
+#include "util/Digest.h"
 #include "storage/CPhysicalDisk.h"
 #include "storage/SourceLayout.h"
 #include "util/Text.h"

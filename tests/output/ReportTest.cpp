@@ -5,7 +5,7 @@
 
 #include "fs/ItemTimes.h"
 #include "output/Report.h"
-#include "output/ReportDigest.h"
+#include "util/Digest.h"
 
 namespace kestrin {
 namespace {

@@ -13,7 +13,7 @@
 namespace kestrin::test {
 
 inline std::string Sha256Of(const std::string& bytes) {
-    Sha256 h;
+    HexSha256 h;
     h.Update(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     return h.Hex();
 }

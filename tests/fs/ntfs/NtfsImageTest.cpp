@@ -88,7 +88,7 @@ Checked CompareWithManifest(const std::string& image, const std::string& manifes
             bool hashable = f["content_intact"].is_boolean() ? f["content_intact"].get<bool>()
                                                              : f.value("compressed", false) && !deleted;
             if (!hashable) continue;
-            Sha256 sha;
+            HexSha256 sha;
             ContentResult r = NtfsWriteContent(media, *n, [&](const uint8_t* p, size_t len) {
                 sha.Update(p, len);
                 return true;

@@ -25,7 +25,7 @@ nlohmann::json Manifest() {
 }
 
 std::string Hash(CPhysicalDisk& media, const CNode& n, ContentResult& r) {
-    Sha256 sha;
+    HexSha256 sha;
     r = NtfsWriteContent(media, n, [&](const uint8_t* p, size_t len) {
         sha.Update(p, len);
         return true;

@@ -1,4 +1,4 @@
-#include "output/ReportDigest.h"
+#include "util/Digest.h"
 
 #include <algorithm>
 #include <bit>
