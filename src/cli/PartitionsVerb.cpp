@@ -58,6 +58,7 @@ void PrintJson(const PartitionsOptions& o, const OpenedSource& src) {
                                    {"bytesPerSector", BytesPerSectorOf(r, disk)},
                                    {"sectorsPerCluster", r.sectorsPerCluster},
                                    {"bytesPerCluster", BytesPerClusterOf(r, disk)}});
+        if (r.tableType != TableType::None) j["partitions"].back()["tableType"] = TableTypeName(r.tableType);
         if (r.found) j["partitions"].back()["found"] = true;
         if (const AssembledVolume* v = DynamicVolumeOf(src, i)) j["partitions"].back()["dynamicVolume"] = v->name;
     }
@@ -86,10 +87,14 @@ void PrintText(const PartitionsOptions& o, const OpenedSource& src) {
     for (size_t i = 0; i < parts.size(); ++i) {
         const PartitionRecord& r = parts[i];
         const AssembledVolume* dynamic = DynamicVolumeOf(src, i);
-        std::printf("%3zu  %14" PRIu64 "  %14" PRIu64 "  %-11s  %4u  %12u  %15u%s%s%s\n", i + 1, r.startSector,
+        // The table's type is shown where the file system does not already say it.
+        std::string type;
+        if (r.tableType != TableType::None && (r.tableType != TableType::Data || r.fsKind == FsKind::None))
+            type = std::string("  ") + TableTypeName(r.tableType);
+        std::printf("%3zu  %14" PRIu64 "  %14" PRIu64 "  %-11s  %4u  %12u  %15u%s%s%s%s\n", i + 1, r.startSector,
                     r.length, FsKindName(r.fsKind), unsigned(r.partitionFlag), BytesPerSectorOf(r, disk),
                     unsigned(r.sectorsPerCluster), r.found ? found.c_str() : "", dynamic ? dynamicVolume.c_str() : "",
-                    dynamic ? EscapeForTerminal(dynamic->name).c_str() : "");
+                    dynamic ? EscapeForTerminal(dynamic->name).c_str() : "", type.c_str());
     }
     if (layout == Layout::Gpt)
         std::printf("\n%s\n", T("IDS_CLI_GPT_LENGTH_NOTE", "On GPT disks the length column holds the partition's last sector.").c_str());
@@ -115,6 +120,7 @@ int RunPartitions(const PartitionsOptions& o) {
         src.partitions.clear();
         if (m.Partitions().size() > 1) src.partitions.assign(m.Partitions().begin() + 1, m.Partitions().end());
         src.partitions.insert(src.partitions.end(), m.SecondPartitions().begin(), m.SecondPartitions().end());
+        src.partitions.insert(src.partitions.end(), m.OtherPartitions().begin(), m.OtherPartitions().end());
         SelectWholeSource(src);
     }
     const CPhysicalDisk& disk = *src.media;

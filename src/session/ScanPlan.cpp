@@ -27,6 +27,7 @@ void RefreshPartitionList(OpenedSource& src) {
     src.partitions.clear();
     if (m.Partitions().size() > 1) src.partitions.assign(m.Partitions().begin() + 1, m.Partitions().end());
     src.partitions.insert(src.partitions.end(), m.SecondPartitions().begin(), m.SecondPartitions().end());
+    src.partitions.insert(src.partitions.end(), m.OtherPartitions().begin(), m.OtherPartitions().end());
 }
 
 } // namespace kestrin

@@ -69,6 +69,9 @@ public:
     // Further partitions (dynamic-disk reader, lost-partition search).
     std::vector<PartitionRecord>& SecondPartitions() { return m_secondPartitions; }
     const std::vector<PartitionRecord>& SecondPartitions() const { return m_secondPartitions; }
+    // The table's partitions of other file systems (listed last, scanned as plain ranges).
+    std::vector<PartitionRecord>& OtherPartitions() { return m_otherPartitions; }
+    const std::vector<PartitionRecord>& OtherPartitions() const { return m_otherPartitions; }
     // The dynamic-disk volumes behind entries of SecondPartitions(), in order of their first sector.
     std::vector<AssembledVolume>& AssembledVolumes() { return m_assembledVolumes; }
     const std::vector<AssembledVolume>& AssembledVolumes() const { return m_assembledVolumes; }
@@ -88,6 +91,7 @@ private:
     SourceKind m_sourceKind = SourceKind::None;
     std::vector<PartitionRecord> m_partitions;
     std::vector<PartitionRecord> m_secondPartitions;
+    std::vector<PartitionRecord> m_otherPartitions;
     std::string m_devicePath;
     std::vector<AssembledVolume> m_assembledVolumes;
 };

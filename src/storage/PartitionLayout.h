@@ -47,6 +47,12 @@ inline constexpr uint8_t kTypeExtendedLba = 0x0F;
 inline constexpr uint8_t kTypeDynamicDisk = 0x42;
 inline constexpr uint8_t kTypeExtendedLinux = 0x85;
 inline constexpr uint8_t kTypeGptProtective = 0xEE;
+// Types of other file systems, listed but not read.
+inline constexpr uint8_t kTypeLinuxSwap = 0x82;
+inline constexpr uint8_t kTypeLinux = 0x83;
+inline constexpr uint8_t kTypeLinuxLvm = 0x8E;
+inline constexpr uint8_t kTypeAppleHfs = 0xAF;
+inline constexpr uint8_t kTypeEfiSystem = 0xEF;
 } // namespace mbr
 
 // A GPT's first sector (normally LBA 1), offsets from its first byte.

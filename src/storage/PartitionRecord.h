@@ -11,6 +11,13 @@ enum class FsKind : uint8_t { None = 0, Fat16 = 1, Fat32 = 2, Ntfs = 3, ExFat = 
 // How far a partition's boot sector was trusted: not at all (table only) or checked.
 enum class PartitionFlag : uint8_t { None = 0, TableOnly = 1, Validated = 2 };
 
+// What the partition table says a partition holds. Data: a type the table uses for the file
+// systems read here (MBR FAT/NTFS types, GPT basic data); the others are listed so the whole
+// disk shows, and can be scanned for lost files like any range.
+enum class TableType : uint8_t {
+    None = 0, Data, Linux, LinuxSwap, LinuxLvm, EfiSystem, BitLocker, AppleHfs, AppleApfs, Reserved, Other
+};
+
 struct PartitionRecord {
     uint64_t startSector = 0;
     // MBR: the table's sector count (FAT16 with a validated boot sector: its total sectors).
@@ -35,6 +42,7 @@ struct PartitionRecord {
     PartitionFlag partitionFlag = PartitionFlag::None;
     // Set by the lost-partition search for records it found (not part of the table).
     bool found = false;
+    TableType tableType = TableType::None; // None: not from a table (volume image, search, dynamic disk)
 };
 
 } // namespace kestrin

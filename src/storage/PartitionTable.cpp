@@ -27,6 +27,8 @@ namespace privhead = layout::ldm::privhead;
 
 constexpr char kNtfsName[8] = {'N', 'T', 'F', 'S', ' ', ' ', ' ', ' '};
 constexpr char kExFatName[8] = {'E', 'X', 'F', 'A', 'T', ' ', ' ', ' '};
+// An encrypted volume's boot sector carries this where NTFS has its name.
+constexpr char kBitLockerName[8] = {'-', 'F', 'V', 'E', '-', 'F', 'S', '-'};
 
 // Only the first 512 bytes of a table sector are examined, whatever the sector size.
 constexpr size_t kTableBytes = mbr::kTableBytes;
@@ -61,6 +63,50 @@ struct GptGuid {
 constexpr GptGuid kBasicDataGuid{0xEBD0A0A2, 0xB9E5, 0x4433, {0x87, 0xC0, 0x68, 0xB6, 0xB7, 0x26, 0x99, 0xC7}};
 constexpr GptGuid kLdmMetadataGuid{0x5808C8AA, 0x7E8F, 0x42E0, {0x85, 0xD2, 0xE1, 0xE9, 0x04, 0x34, 0xCF, 0xB3}};
 constexpr GptGuid kLdmDataGuid{0xAF9B60A0, 0x1431, 0x4F62, {0xBC, 0x68, 0x33, 0x11, 0x71, 0x4A, 0x69, 0xAD}};
+
+// Type GUIDs of other file systems' partitions, which are listed but not read.
+struct GptOtherType {
+    GptGuid guid;
+    TableType type;
+};
+constexpr std::array<GptOtherType, 8> kGptOtherTypes{{
+    {{0x0FC63DAF, 0x8483, 0x4772, {0x8E, 0x79, 0x3D, 0x69, 0xD8, 0x47, 0x7D, 0xE4}}, TableType::Linux},
+    {{0x0657FD6D, 0xA4AB, 0x43C4, {0x84, 0xE5, 0x09, 0x33, 0xC8, 0x4B, 0x4F, 0x4F}}, TableType::LinuxSwap},
+    {{0xE6D6D379, 0xF507, 0x44C2, {0xA2, 0x3C, 0x23, 0x8F, 0x2A, 0x3D, 0xF9, 0x28}}, TableType::LinuxLvm},
+    {{0xC12A7328, 0xF81F, 0x11D2, {0xBA, 0x4B, 0x00, 0xA0, 0xC9, 0x3E, 0xC9, 0x3B}}, TableType::EfiSystem},
+    {{0x48465300, 0x0000, 0x11AA, {0xAA, 0x11, 0x00, 0x30, 0x65, 0x43, 0xEC, 0xAC}}, TableType::AppleHfs},
+    {{0x7C3457EF, 0x0000, 0x11AA, {0xAA, 0x11, 0x00, 0x30, 0x65, 0x43, 0xEC, 0xAC}}, TableType::AppleApfs},
+    {{0xE3C9E316, 0x0B5C, 0x4DB8, {0x81, 0x7D, 0xF9, 0x2D, 0xF0, 0x02, 0x15, 0xAE}}, TableType::Reserved},
+    {{0x21686148, 0x6449, 0x6E6F, {0x74, 0x4E, 0x65, 0x65, 0x64, 0x45, 0x46, 0x49}}, TableType::Reserved},
+}};
+
+TableType GptOtherTypeOf(Bytes entry) {
+    for (const auto& t : kGptOtherTypes)
+        if (t.guid.Matches(entry)) return t.type;
+    return TableType::Other;
+}
+
+bool IsZeroGuid(Bytes entry) {
+    constexpr size_t at = gpt_entry::TypeGuid::kOffset;
+    return std::all_of(entry.begin() + at, entry.begin() + at + 16, [](uint8_t b) { return b == 0; });
+}
+
+TableType MbrOtherTypeOf(uint8_t type) {
+    switch (type) {
+    case mbr::kTypeLinux: return TableType::Linux;
+    case mbr::kTypeLinuxSwap: return TableType::LinuxSwap;
+    case mbr::kTypeLinuxLvm: return TableType::LinuxLvm;
+    case mbr::kTypeEfiSystem: return TableType::EfiSystem;
+    case mbr::kTypeAppleHfs: return TableType::AppleHfs;
+    default: return TableType::Other;
+    }
+}
+
+// An entry of another file system is listed when it describes a range on the disk: empty slots,
+// zero lengths and starts at the table itself or past the disk's end are garbage.
+bool IsUsableRange(uint64_t first, uint64_t sectors, uint64_t tableSector, uint64_t diskEnd) {
+    return sectors != 0 && first != tableSector && first < diskEnd;
+}
 
 // First sector past the end of the source: reads there return nothing. Unknown sizes do not
 // bound anything.
@@ -123,7 +169,7 @@ void FillByKind(CStorageMedia& media, Bytes boot, PartitionRecord& r) {
 
 // The MBR and its EBR chain. `table` holds sector 0, already checked.
 void WalkMbrChain(CPhysicalDisk& disk, std::array<uint8_t, kTableBytes> table, std::vector<uint8_t>& buf,
-                  uint64_t diskEnd) {
+                  uint64_t diskEnd, std::vector<PartitionRecord>* others) {
     auto& list = disk.Partitions();
     list[0] = PartitionRecord{};
     uint64_t current = 0, next = 0, extendedBase = 0;
@@ -139,17 +185,33 @@ void WalkMbrChain(CPhysicalDisk& disk, std::array<uint8_t, kTableBytes> table, s
                 continue;
             }
             MbrDataType data = DataTypeOf(type);
-            if (!data.test) continue;
+            if (!data.test) {
+                uint32_t count = mbr_entry::SectorCount::At(e);
+                if (others && type != mbr::kTypeEmpty && IsUsableRange(start + current, count, current, diskEnd)) {
+                    PartitionRecord r;
+                    r.startSector = start + current;
+                    r.length = count;
+                    r.partitionFlag = PartitionFlag::TableOnly;
+                    r.tableType = MbrOtherTypeOf(type);
+                    others->push_back(r);
+                }
+                continue;
+            }
             PartitionRecord r;
             r.startSector = start + current; // data partitions are relative to their own table
             r.length = mbr_entry::SectorCount::At(e);
             r.fsKind = data.kind;
             r.partitionFlag = PartitionFlag::TableOnly;
+            r.tableType = TableType::Data;
             ReadOneSector(disk, buf, r.startSector, diskEnd);
             Bytes boot(buf.data(), kTableBytes);
             if (data.test(disk, boot)) {
                 r.partitionFlag = PartitionFlag::Validated;
                 FillByKind(disk, boot, r);
+            } else if (layout::OemName::Is(boot, kBitLockerName)) {
+                // An encrypted volume in an NTFS slot: its contents cannot be read as NTFS.
+                r.fsKind = FsKind::None;
+                r.tableType = TableType::BitLocker;
             }
             list.push_back(r);
         }
@@ -190,7 +252,8 @@ void ReadMbrDynamicDiskAt(CPhysicalDisk& disk, std::vector<uint8_t>& buf, uint64
 
 } // namespace
 
-bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout, std::vector<GptUnrecognisedEntry>* unrecognised) {
+bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout, std::vector<GptUnrecognisedEntry>* unrecognised,
+                        std::vector<PartitionRecord>* others) {
     if (layout) *layout = Layout::None;
     auto& list = disk.Partitions();
     if (list.empty()) return false;
@@ -215,7 +278,7 @@ bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout, std::vector<GptUnre
             if (!gpt_header::Signature::Is(buf, gpt_header::kSignature)) return true;
             std::array<uint8_t, gpt_header::kHeaderBytes> header;
             std::copy_n(buf.begin(), gpt_header::kHeaderBytes, header.begin());
-            ReadGptEntries(disk, header, unrecognised);
+            ReadGptEntries(disk, header, unrecognised, others);
             return true;
         }
         if (firstType == mbr::kTypeDynamicDisk) {
@@ -226,14 +289,15 @@ bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout, std::vector<GptUnre
         if (layout) *layout = Layout::Mbr;
         std::array<uint8_t, kTableBytes> table;
         std::copy_n(buf.begin(), kTableBytes, table.begin());
-        WalkMbrChain(disk, table, buf, diskEnd);
+        WalkMbrChain(disk, table, buf, diskEnd, others);
     } catch (const std::bad_alloc&) {
         // The walk ends; records already appended stay.
     }
     return !list.empty();
 }
 
-bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::vector<GptUnrecognisedEntry>* unrecognised) {
+bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::vector<GptUnrecognisedEntry>* unrecognised,
+                    std::vector<PartitionRecord>* others) {
     auto arrayStart = gpt_header::EntryArrayLba::Read(header);
     auto entryCount = gpt_header::EntryCount::Read(header);
     auto entrySize = gpt_header::EntrySize::Read(header);
@@ -282,6 +346,7 @@ bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::v
             r.startSector = first;
             r.length = last; // the last sector, not a count
             r.partitionFlag = PartitionFlag::Validated;
+            r.tableType = TableType::Data;
             // NTFS and exFAT also need their name: their tests alone pass other boot sectors
             // (a FAT16 volume below 65,536 sectors passes the NTFS test).
             if (layout::OemName::Is(boot, kNtfsName) && IsNtfsBootSector(disk, boot)) r.fsKind = FsKind::Ntfs;
@@ -300,6 +365,14 @@ bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header, std::v
             // order matters, and entries behind it are not examined.
             if (metadataSectors != privhead::kConfigSectors || last == 0 || first <= metadataStart) break;
             ReadGptDynamicDisk(disk, {metadataStart, metadataSectors, first});
+        } else if (others && !IsZeroGuid(entry) && last >= first &&
+                   IsUsableRange(first, last - first + 1, 0, diskEnd)) {
+            PartitionRecord r;
+            r.startSector = first;
+            r.length = last; // the last sector, not a count
+            r.partitionFlag = PartitionFlag::TableOnly;
+            r.tableType = GptOtherTypeOf(entry);
+            others->push_back(r);
         }
     }
     return true;

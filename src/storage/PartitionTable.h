@@ -5,7 +5,8 @@
 //
 // Each data partition's first sector is read and tested with the boot-sector test of its type.
 // A pass gives a record with partition flag 2 and the geometry filled in; an MBR entry whose test
-// fails still gives a record of its type with flag 1 (position from the table only). Records are
+// fails still gives a record of its type with flag 1 (position from the table only), except that
+// an encrypted volume's boot sector in an NTFS slot gives FsKind::None. Records are
 // appended behind the placeholder head in the order found and are never sorted or merged.
 //
 // Length field: MBR records carry the table's sector count (a validated FAT16 record the boot
@@ -32,15 +33,20 @@ struct GptUnrecognisedEntry {
 // sectors through ReadSectors. `layout`, when given, receives the kind of table the first MBR
 // slot in use announces (Mbr, Gpt, Ldm) or None when sector 0 holds no table (no signature, or
 // all four slots empty). `unrecognised`, when
-// given, receives the GPT basic-data entries that got no record. Returns true when the list head
-// exists after the read.
+// given, receives the GPT basic-data entries that got no record. `others`, when given, receives
+// the entries of other file systems (MBR types and GPT type GUIDs not read here: Linux, swap, EFI
+// system, Apple, ...) as table-only records of FsKind::None with their table type; empty slots,
+// zero lengths and ranges starting at the table or past the disk's end are left out. Returns true
+// when the list head exists after the read.
 bool ReadPartitionTable(CPhysicalDisk& disk, Layout* layout = nullptr,
-                        std::vector<GptUnrecognisedEntry>* unrecognised = nullptr);
+                        std::vector<GptUnrecognisedEntry>* unrecognised = nullptr,
+                        std::vector<PartitionRecord>* others = nullptr);
 
 // Walks the entry array described by a GPT header (its first 92 bytes). Returns false when the
 // header's array cannot be used (entry size 0 or not a multiple of 128, or no memory).
 bool ReadGptEntries(CPhysicalDisk& disk, std::span<const uint8_t> header,
-                    std::vector<GptUnrecognisedEntry>* unrecognised = nullptr);
+                    std::vector<GptUnrecognisedEntry>* unrecognised = nullptr,
+                    std::vector<PartitionRecord>* others = nullptr);
 
 // Diagnostic listing of the partition list, head first.
 void DumpPartitionList(const CPhysicalDisk& disk, std::FILE* out = stdout);

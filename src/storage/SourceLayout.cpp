@@ -19,6 +19,7 @@ constexpr size_t kBootBytes = layout::kBootSectorBytes;
 constexpr uint32_t kMaxSectorSize = 66048;
 constexpr char kNtfsName[8] = {'N', 'T', 'F', 'S', ' ', ' ', ' ', ' '};
 constexpr char kExFatName[8] = {'E', 'X', 'F', 'A', 'T', ' ', ' ', ' '};
+constexpr char kBitLockerName[8] = {'-', 'F', 'V', 'E', '-', 'F', 'S', '-'};
 constexpr char kFat16TypePrefix[5] = {'F', 'A', 'T', '1', '6'};
 constexpr uint32_t kFatDirEntryBytes = 32;
 // FAT drivers decide the FAT type by the cluster count alone.
@@ -75,6 +76,22 @@ const char* LayoutName(Layout layout) {
     }
 }
 
+const char* TableTypeName(TableType type) {
+    switch (type) {
+    case TableType::Data: return "data";
+    case TableType::Linux: return "linux";
+    case TableType::LinuxSwap: return "swap";
+    case TableType::LinuxLvm: return "lvm";
+    case TableType::EfiSystem: return "efi";
+    case TableType::BitLocker: return "bitlocker";
+    case TableType::AppleHfs: return "apple-hfs";
+    case TableType::AppleApfs: return "apple-apfs";
+    case TableType::Reserved: return "reserved";
+    case TableType::Other: return "other";
+    default: return "";
+    }
+}
+
 const char* FsKindName(FsKind fsKind) {
     switch (fsKind) {
     case FsKind::Fat16: return "FAT16";
@@ -122,6 +139,7 @@ Layout ReadSourceLayout(CPhysicalDisk& disk) {
     auto& list = disk.Partitions();
     if (list.empty()) list.resize(1);
     disk.SecondPartitions().clear();
+    disk.OtherPartitions().clear();
     uint32_t ss = disk.GetSectorSize();
     if (ss < kBootBytes || ss > kMaxSectorSize) return Layout::None;
 
@@ -139,7 +157,8 @@ Layout ReadSourceLayout(CPhysicalDisk& disk) {
 
     Layout layout = Layout::None;
     std::vector<GptUnrecognisedEntry> unrecognised;
-    ReadPartitionTable(disk, &layout, &unrecognised);
+    std::vector<PartitionRecord> others;
+    ReadPartitionTable(disk, &layout, &unrecognised, &others);
     // GPT entries the strict tests reject are still listed when their boot sector is clearly a
     // volume: an exFAT volume with 8-sector clusters (4 KiB on 512-byte sectors, a common
     // default) fails the exFAT test's shift rule, and would otherwise be invisible.
@@ -152,9 +171,39 @@ Layout ReadSourceLayout(CPhysicalDisk& disk) {
             // GPT records keep the entry's last sector (a FAT16 fill put its own total there).
             r->length = e.lastSector;
             r->partitionFlag = PartitionFlag::TableOnly;
+            r->tableType = TableType::Data;
             disk.SecondPartitions().push_back(*r);
+        } else if (e.lastSector >= e.firstSector) {
+            // Still a range of the disk (an encrypted or wiped volume): listed with the others.
+            PartitionRecord o;
+            o.startSector = e.firstSector;
+            o.length = e.lastSector;
+            o.partitionFlag = PartitionFlag::TableOnly;
+            o.tableType = TableType::Data;
+            others.push_back(o);
         }
     }
+    // Another system's partition may still hold a volume read here (an EFI system partition is
+    // FAT): it is then listed with that file system, position and type from the table.
+    for (PartitionRecord& o : others) {
+        std::fill(buf.begin(), buf.end(), 0);
+        if (o.startSector >= disk.GetSectorCount()) continue;
+        disk.ReadSectors(buf.data(), ss, o.startSector, true);
+        if (layout::OemName::Is(Bytes(buf.data(), kBootBytes), kBitLockerName)) {
+            o.tableType = TableType::BitLocker;
+            continue;
+        }
+        uint64_t sectors = layout == Layout::Gpt ? o.length - o.startSector + 1 : o.length;
+        if (auto r = RecogniseVolume(disk, Bytes(buf.data(), kBootBytes), sectors)) {
+            PartitionRecord seen = *r;
+            seen.startSector = o.startSector;
+            seen.length = o.length;
+            seen.partitionFlag = PartitionFlag::TableOnly;
+            seen.tableType = o.tableType;
+            o = seen;
+        }
+    }
+    disk.OtherPartitions() = std::move(others);
     return layout;
 }
 
@@ -164,6 +213,7 @@ std::vector<PartitionRecord> ListPartitions(CPhysicalDisk& disk, Layout& layout)
     std::vector<PartitionRecord> out;
     if (table.size() > 1) out.assign(table.begin() + 1, table.end());
     out.insert(out.end(), disk.SecondPartitions().begin(), disk.SecondPartitions().end());
+    out.insert(out.end(), disk.OtherPartitions().begin(), disk.OtherPartitions().end());
     return out;
 }
 

@@ -25,6 +25,9 @@ enum class Layout : uint8_t { None, Mbr, Gpt, Ldm, Volume };
 const char* LayoutName(Layout layout);
 // "FAT16", "FAT32", "NTFS", "exFAT" for kinds 1 to 4, "unknown" otherwise.
 const char* FsKindName(FsKind fsKind);
+// "data", "linux", "swap", "lvm", "efi", "bitlocker", "apple-hfs", "apple-apfs", "reserved",
+// "other"; "" for records not from a table.
+const char* TableTypeName(TableType type);
 
 // When `sector` is a volume boot sector (NTFS, exFAT, FAT32 or FAT16), the record of that volume
 // starting at sector 0 with `sectorCount` as its length and its geometry filled. Broader than the
@@ -36,11 +39,15 @@ std::optional<PartitionRecord> RecogniseVolume(CStorageMedia& media, std::span<c
 // Decides the layout of the whole source and fills disk.Partitions() behind its placeholder:
 // with the one volume record for a volume image, else through ReadPartitionTable. GPT
 // basic-data partitions that no boot-sector test accepts but RecogniseVolume does (exFAT with
-// 8-sector clusters, small FAT16) are added to disk.SecondPartitions() with flag 1.
+// 8-sector clusters, small FAT16) are added to disk.SecondPartitions() with flag 1. The table's
+// entries of other file systems, and GPT basic-data entries no test recognises, go to
+// disk.OtherPartitions() with flag 1: FsKind::None, or the file system of a volume found at
+// their start (a FAT EFI system partition).
 Layout ReadSourceLayout(CPhysicalDisk& disk);
 
 // ReadSourceLayout, then the entries numbered from 1: the table's records without the
-// placeholder, in list order, then disk.SecondPartitions().
+// placeholder, in list order, then disk.SecondPartitions(), then disk.OtherPartitions(): the
+// numbers of the file systems read here do not depend on what else the disk holds.
 std::vector<PartitionRecord> ListPartitions(CPhysicalDisk& disk, Layout& layout);
 
 } // namespace kestrin

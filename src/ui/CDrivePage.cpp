@@ -329,7 +329,11 @@ void CDrivePage::Describe(QTreeWidgetItem* it, const QString& path, const QStrin
         part->setText(kColKind, Tx("IDS_UI_VOLUME", "Volume"));
         part->setText(kColSize, HumanSize(RecordSectorCount(r, src.layout) * sectorSize));
         FsKind fsKind = ShownFsKind(src, i);
-        part->setText(kColFs, fsKind != FsKind::None ? QString::fromUtf8(FsKindName(fsKind)) : QString());
+        // Other systems' partitions show what their table says they hold.
+        QString fs = fsKind != FsKind::None ? QString::fromUtf8(FsKindName(fsKind)) : QString();
+        if (fsKind == FsKind::None && r.tableType != TableType::None)
+            fs = QString::fromUtf8(FsKindName(fsKind)) + " (" + QString::fromUtf8(TableTypeName(r.tableType)) + ")";
+        part->setText(kColFs, fs);
         part->setText(kColLabel, PartitionLabel(src, i));
         part->setData(kColName, kRolePath, path);
         part->setData(kColName, kRolePartition, int(i));

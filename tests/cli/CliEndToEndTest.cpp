@@ -157,6 +157,29 @@ TEST(CliEndToEnd, DiskImageNeedsAPartitionOrRunsThemAll) {
     }
 }
 
+// Other systems' partitions are listed as unknown with their table type, and can be scanned for
+// lost files like any range of the disk.
+TEST(CliEndToEnd, OtherSystemsPartitionsAreListedAndScannable) {
+    std::string img = kestrin::test::UnpackImage("disk-gpt-other");
+    ASSERT_FALSE(img.empty());
+    Result list = Kestrin("partitions " + Quote(img) + " --json");
+    ASSERT_EQ(list.exitCode, 0);
+    auto j = nlohmann::json::parse(list.out);
+    ASSERT_EQ(j["partitions"].size(), 7u);
+    EXPECT_EQ(j["partitions"][0]["fsName"], "FAT16");
+    EXPECT_EQ(j["partitions"][1]["fsName"], "unknown");
+    EXPECT_EQ(j["partitions"][1]["tableType"], "linux");
+    EXPECT_EQ(j["partitions"][6]["tableType"], "apple-apfs");
+    Result text = Kestrin("partitions " + Quote(img));
+    EXPECT_NE(text.out.find("unknown         1           512                0  swap"), std::string::npos) << text.out;
+
+    Result scan = Kestrin("scan " + Quote(img) + " --partition 2 --mode lost-files --json - --quiet");
+    ASSERT_EQ(scan.exitCode, 0);
+    auto s = nlohmann::json::parse(scan.out);
+    EXPECT_EQ(s["source"]["firstSector"], 18432);
+    EXPECT_EQ(s["source"]["sectorCount"], 4096);
+}
+
 TEST(CliEndToEnd, SessionStandsInForTheScan) {
     std::string img = kestrin::test::UnpackImage("fat32-features");
     ASSERT_FALSE(img.empty());

@@ -85,7 +85,7 @@ TEST(SourceLayout, NumberingAndRescuedGptEntries) {
     Layout layout{};
     auto parts = ListPartitions(*disk, layout);
     EXPECT_EQ(layout, Layout::Gpt);
-    ASSERT_EQ(parts.size(), 2u);
+    ASSERT_EQ(parts.size(), 3u);
     EXPECT_EQ(parts[0].startSector, 200u); // table records first
     EXPECT_EQ(parts[0].fsKind, FsKind::Ntfs);
     EXPECT_EQ(parts[1].startSector, 100u); // then the second list
@@ -93,8 +93,10 @@ TEST(SourceLayout, NumberingAndRescuedGptEntries) {
     EXPECT_EQ(parts[1].partitionFlag, PartitionFlag::TableOnly);
     EXPECT_EQ(parts[1].length, 199u);
     EXPECT_EQ(parts[1].bytesPerCluster, 4096u);
+    EXPECT_EQ(parts[2].startSector, 300u); // then the range nothing was recognised in
+    EXPECT_EQ(parts[2].fsKind, FsKind::None);
     // Listing again gives the same list.
-    EXPECT_EQ(ListPartitions(*disk, layout).size(), 2u);
+    EXPECT_EQ(ListPartitions(*disk, layout).size(), 3u);
 }
 
 TEST(SourceLayout, EmptyAndBlankSources) {
@@ -169,6 +171,48 @@ TEST(SourceLayout, CommittedDisksAgreeWithMmls) {
         for (size_t i = 0; i < parts.size(); ++i) {
             EXPECT_EQ(parts[i].fsKind, c.kindsAndFlags[i].first) << c.name << " #" << i + 1;
             EXPECT_EQ(parts[i].partitionFlag, c.kindsAndFlags[i].second) << c.name << " #" << i + 1;
+        }
+    }
+}
+
+// Disks that also hold other systems' partitions: every partition mmls lists is listed, the file
+// systems read here first with their usual numbers, the others behind them with their table type.
+TEST(SourceLayout, OtherSystemsPartitionsAreListed) {
+    struct Case {
+        const char* name;
+        Layout layout;
+        std::vector<std::pair<FsKind, TableType>> listed; // in listing order
+    };
+    const Case cases[] = {
+        {"disk-gpt-other", Layout::Gpt,
+         {{FsKind::Fat16, TableType::Data}, {FsKind::None, TableType::Linux}, {FsKind::None, TableType::LinuxSwap},
+          {FsKind::None, TableType::LinuxLvm}, {FsKind::None, TableType::EfiSystem}, // FAT12: not read here
+          {FsKind::None, TableType::AppleHfs}, {FsKind::None, TableType::AppleApfs}}},
+        // The encrypted volume sits in an NTFS slot of the primary table; the EFI partition is FAT16.
+        {"disk-mbr-other", Layout::Mbr,
+         {{FsKind::Fat16, TableType::Data}, {FsKind::None, TableType::BitLocker}, {FsKind::None, TableType::Linux},
+          {FsKind::None, TableType::LinuxSwap}, {FsKind::None, TableType::LinuxLvm}, {FsKind::Fat16, TableType::EfiSystem},
+          {FsKind::None, TableType::AppleHfs}}},
+    };
+    for (const Case& c : cases) {
+        std::string image = UnpackImage(c.name);
+        ASSERT_FALSE(image.empty()) << c.name;
+        auto rows = ReadMmls(std::string(KESTRIN_SOURCE_DIR) + "/tests/images/" + c.name + ".mmls.txt");
+        CPhysicalDisk disk;
+        ASSERT_TRUE(disk.AttachImageFile(image));
+        Layout layout{};
+        auto parts = ListPartitions(disk, layout);
+        EXPECT_EQ(layout, c.layout) << c.name;
+        ASSERT_EQ(parts.size(), rows.size()) << c.name;
+        ASSERT_EQ(parts.size(), c.listed.size()) << c.name;
+        for (const auto& row : rows) {
+            auto it = std::find_if(parts.begin(), parts.end(), [&](auto& p) { return p.startSector == row.start; });
+            ASSERT_NE(it, parts.end()) << c.name << " start " << row.start;
+            EXPECT_EQ(it->length, c.layout == Layout::Gpt ? row.end : row.length) << c.name << " start " << row.start;
+        }
+        for (size_t i = 0; i < parts.size(); ++i) {
+            EXPECT_EQ(parts[i].fsKind, c.listed[i].first) << c.name << " #" << i + 1;
+            EXPECT_EQ(parts[i].tableType, c.listed[i].second) << c.name << " #" << i + 1;
         }
     }
 }
