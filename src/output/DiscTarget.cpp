@@ -24,6 +24,7 @@
 
 #include "fs/CNode.h"
 #include "output/ContentPipe.h"
+#include "output/MemoryLog.h"
 #include "output/OutputTarget.h"
 #include "platform/AtomicFile.h"
 #include "platform/FileIdentity.h"
@@ -345,30 +346,23 @@ public:
     }
 
     bool OpenLog() override {
-        m_logOpen = true;
-        m_log.clear();
+        m_log.Open();
         return true;
     }
-    void WriteLog(const std::u16string& text) override {
-        for (char16_t c : text) {
-            m_log.push_back(uint8_t(c));
-            m_log.push_back(uint8_t(c >> 8));
-        }
-    }
+    void WriteLog(const std::u16string& text) override { m_log.Write(text); }
 
     // The log goes into the volume's folder as "log.txt", or "log (2).txt", ... when the walk has
     // saved a file of that name.
     void Finish(SaveResult& result) override {
-        if (!m_logOpen) return;
+        if (!m_log.IsOpen()) return;
         for (int i = 1; i < 100; ++i) {
             std::string name = i == 1 ? "log.txt" : "log (" + std::to_string(i) + ").txt";
             IsoNode* existing = nullptr;
             if (iso_dir_get_node(m_root, name.c_str(), &existing) == 1) continue;
-            auto* buf = static_cast<unsigned char*>(std::malloc(m_log.size() ? m_log.size() : 1));
+            uint8_t* buf = m_log.MallocCopy();
             if (!buf) return;
-            std::memcpy(buf, m_log.data(), m_log.size());
             IsoStream* stream = nullptr;
-            if (iso_memory_stream_new(buf, m_log.size(), &stream) < 0) {
+            if (iso_memory_stream_new(buf, m_log.Size(), &stream) < 0) {
                 std::free(buf);
                 return;
             }
@@ -409,8 +403,7 @@ private:
     std::vector<IsoDir*> m_dirs;
     std::vector<std::string> m_names;
     std::string m_pending;
-    bool m_logOpen = false;
-    std::vector<uint8_t> m_log;
+    CMemoryLog m_log;
 };
 
 // The previous sessions of an appendable medium, read through the recorder.

@@ -14,6 +14,7 @@
 
 #include "fs/CNode.h"
 #include "output/ContentPipe.h"
+#include "output/MemoryLog.h"
 #include "output/NodeTimes.h"
 #include "output/OutputTarget.h"
 #include "output/Saver.h"
@@ -149,23 +150,15 @@ public:
     }
 
     bool OpenLog() override {
-        m_logOpen = true;
-        m_log.clear();
+        m_log.Open();
         return true;
     }
-    void WriteLog(const std::u16string& text) override {
-        for (char16_t c : text) {
-            m_log.push_back(uint8_t(c));
-            m_log.push_back(uint8_t(c >> 8));
-        }
-    }
+    void WriteLog(const std::u16string& text) override { m_log.Write(text); }
 
     void Finish(SaveResult& result) override {
-        if (m_logOpen) {
-            void* copy = std::malloc(m_log.size() ? m_log.size() : 1);
-            if (copy) {
-                std::memcpy(copy, m_log.data(), m_log.size());
-                zip_source_t* src = zip_source_buffer(m_zip, copy, m_log.size(), 1);
+        if (m_log.IsOpen()) {
+            if (uint8_t* copy = m_log.MallocCopy()) {
+                zip_source_t* src = zip_source_buffer(m_zip, copy, m_log.Size(), 1);
                 if (!src)
                     std::free(copy);
                 else if (zip_file_add(m_zip, "log.txt", src, ZIP_FL_ENC_UTF_8 | ZIP_FL_OVERWRITE) < 0)
@@ -238,8 +231,7 @@ private:
     zip_t* m_zip = nullptr;
     std::vector<std::string> m_prefix;
     std::string m_pending;
-    bool m_logOpen = false;
-    std::vector<uint8_t> m_log;
+    CMemoryLog m_log;
     uint64_t m_incomplete = 0;
     bool m_cancelled = false;
 };
