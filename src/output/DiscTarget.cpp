@@ -1,15 +1,13 @@
 // Saving to a disc or an ISO image file. The walk builds the image's tree: folders, and for each
 // file a stream of our own that knows the found item. Nothing is read while the tree is built;
 // when the image is written, the image writer asks each stream for its bytes in turn and the
-// stream runs the item's content copy on a helper thread, handing the bytes over through a bounded
-// buffer. The same image goes into a file or, through the recorder's library, onto the medium.
+// stream pulls them from the item's content copy through a content pipe. The same image goes into a file or, through the recorder's library, onto the medium.
 #include "output/DiscTarget.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -25,6 +23,8 @@
 #include <libisofs.h>
 
 #include "fs/CNode.h"
+#include "output/ContentPipe.h"
+#include "output/MemoryLog.h"
 #include "output/OutputTarget.h"
 #include "platform/AtomicFile.h"
 #include "platform/FileIdentity.h"
@@ -55,7 +55,6 @@ int CreateImageSource(IsoImage* image, IsoWriteOpts* opts, BurnSource** out) {
     return rc;
 }
 
-constexpr size_t kPipeBytes = 1 << 20;
 constexpr uint64_t kProgressStep = 4u << 20;
 constexpr uint32_t kBlock = 2048;
 // Blocks moved per read of the finished image into a file.
@@ -76,6 +75,11 @@ void InitLibraries() {
         iso_set_msgs_severities(const_cast<char*>("NEVER"), const_cast<char*>("NEVER"), const_cast<char*>(""));
         burn_initialize();
         burn_msgs_set_severities(const_cast<char*>("SORRY"), const_cast<char*>("NEVER"), const_cast<char*>(""));
+        // A "stdio:" file that can only be read is a closed disc, one that can only be written
+        // and holds data is an appendable one whose earlier sessions cannot be read: both are
+        // refused with a reason before anything is written, instead of failing in the middle or
+        // writing over what the file holds.
+        burn_allow_drive_role_4(1 | 2 | 8);
     });
 }
 
@@ -128,88 +132,9 @@ struct ItemStream {
     ContentWriter content = nullptr;
     uint64_t size = 0;
     ino_t serial = 0;
-
-    std::mutex lock;
-    std::condition_variable cv;
-    std::unique_ptr<uint8_t[]> ring;
-    size_t ringSize = 0;
-    size_t head = 0, count = 0;
-    uint64_t received = 0, delivered = 0;
-    bool produced = false, abort = false, ok = false, counted = false;
-    std::thread producer;
-
-    // A file that fits the buffer is copied into it at once on the image writer's thread; a larger
-    // one is copied by a helper thread while the writer takes the bytes.
-    void Start() {
-        Stop();
-        ringSize = size_t(std::clamp<uint64_t>(size, 1, kPipeBytes));
-        ring.reset(new uint8_t[ringSize]);
-        head = count = 0;
-        received = delivered = 0;
-        produced = abort = ok = false;
-        if (size <= kPipeBytes)
-            Produce();
-        else
-            producer = std::thread([this] { Produce(); });
-    }
-    void Produce() {
-        ContentSink sink = [this](const uint8_t* p, size_t len) {
-            std::unique_lock lk(lock);
-            // Bytes beyond the size the image announced for the file are not its content.
-            len = size_t(std::min<uint64_t>(len, size - std::min(size, received)));
-            while (len) {
-                cv.wait(lk, [&] { return count < ringSize || abort; });
-                if (abort) return false;
-                size_t tail = (head + count) % ringSize;
-                size_t n = std::min({len, ringSize - count, ringSize - tail});
-                std::memcpy(ring.get() + tail, p, n);
-                count += n;
-                received += n;
-                p += n;
-                len -= n;
-                cv.notify_all();
-            }
-            return true;
-        };
-        ContentResult r = content ? content(*media, *node, sink) : ContentResult{};
-        std::lock_guard lk(lock);
-        ok = r.ok;
-        produced = true;
-        cv.notify_all();
-    }
-    // Exactly `len` bytes unless the end comes first; what the source could not deliver reads as
-    // zeros, since the image has announced the full size.
-    size_t Read(uint8_t* out, size_t len) {
-        std::unique_lock lk(lock);
-        len = size_t(std::min<uint64_t>(len, size - delivered));
-        size_t done = 0;
-        while (done < len) {
-            cv.wait(lk, [&] { return count > 0 || produced; });
-            if (count == 0) {
-                std::memset(out + done, 0, len - done);
-                done = len;
-                break;
-            }
-            size_t n = std::min({len - done, count, ringSize - head});
-            std::memcpy(out + done, ring.get() + head, n);
-            head = (head + n) % ringSize;
-            count -= n;
-            done += n;
-            cv.notify_all();
-        }
-        delivered += done;
-        return done;
-    }
-    void Stop() {
-        {
-            std::lock_guard lk(lock);
-            abort = true;
-            cv.notify_all();
-        }
-        if (producer.joinable()) producer.join();
-        ring.reset();
-        ringSize = 0;
-    }
+    bool counted = false;
+    // Holds the file's announced size at most: the bytes beyond it are not its content.
+    CContentPipe pipe;
 };
 
 int StreamOpen(IsoStream* s);
@@ -326,43 +251,37 @@ private:
 };
 
 int StreamOpen(IsoStream* s) {
-    static_cast<ItemStream*>(s->data)->Start();
+    auto* item = static_cast<ItemStream*>(s->data);
+    item->pipe.Start(*item->media, *item->node, item->content, item->size);
     return 1;
 }
 
 int StreamRead(IsoStream* s, void* buf, size_t count) {
     auto* item = static_cast<ItemStream*>(s->data);
     if (item->owner->Cancelled()) return int(ISO_CANCELED);
-    size_t n = item->Read(static_cast<uint8_t*>(buf), count);
+    // The image has announced the full size: a short source reads as zeros to the end.
+    size_t n = item->pipe.ReadFull(static_cast<uint8_t*>(buf), count);
     if (n && !item->owner->Advance(n)) return int(ISO_CANCELED);
     return int(n);
 }
 
 int StreamClose(IsoStream* s) {
     auto* item = static_cast<ItemStream*>(s->data);
-    bool complete;
-    uint64_t missing;
-    const bool whole = item->delivered >= item->size;
-    {
-        // A file the image got whole: its copy is let finish, so that its outcome is known.
-        std::unique_lock lk(item->lock);
-        if (whole) item->cv.wait(lk, [&] { return item->produced; });
-        complete = item->produced && item->ok && item->received >= item->size;
-        missing = item->size - std::min(item->size, item->received);
-    }
-    item->Stop();
+    // A file the image got whole: its copy is let finish, so that its outcome is known.
+    const bool whole = item->pipe.Delivered() >= item->size;
+    CContentPipe::Outcome o = item->pipe.Result(whole);
+    item->pipe.Stop();
     // Counted once, and only for a file the image got whole (a cancel ends in the middle).
     if (whole && !item->counted) {
         item->counted = true;
-        item->owner->Outcome(complete, missing);
+        const bool complete = o.ended && o.ok && o.received >= item->size;
+        item->owner->Outcome(complete, item->size - std::min(item->size, o.received));
     }
     return 1;
 }
 
 void StreamFree(IsoStream* s) {
-    auto* item = static_cast<ItemStream*>(s->data);
-    item->Stop();
-    delete item;
+    delete static_cast<ItemStream*>(s->data);
 }
 
 // One volume's share of the tree: the walk's target, below the volume's folder on the disc.
@@ -427,30 +346,23 @@ public:
     }
 
     bool OpenLog() override {
-        m_logOpen = true;
-        m_log.clear();
+        m_log.Open();
         return true;
     }
-    void WriteLog(const std::u16string& text) override {
-        for (char16_t c : text) {
-            m_log.push_back(uint8_t(c));
-            m_log.push_back(uint8_t(c >> 8));
-        }
-    }
+    void WriteLog(const std::u16string& text) override { m_log.Write(text); }
 
     // The log goes into the volume's folder as "log.txt", or "log (2).txt", ... when the walk has
     // saved a file of that name.
     void Finish(SaveResult& result) override {
-        if (!m_logOpen) return;
+        if (!m_log.IsOpen()) return;
         for (int i = 1; i < 100; ++i) {
             std::string name = i == 1 ? "log.txt" : "log (" + std::to_string(i) + ").txt";
             IsoNode* existing = nullptr;
             if (iso_dir_get_node(m_root, name.c_str(), &existing) == 1) continue;
-            auto* buf = static_cast<unsigned char*>(std::malloc(m_log.size() ? m_log.size() : 1));
+            uint8_t* buf = m_log.MallocCopy();
             if (!buf) return;
-            std::memcpy(buf, m_log.data(), m_log.size());
             IsoStream* stream = nullptr;
-            if (iso_memory_stream_new(buf, m_log.size(), &stream) < 0) {
+            if (iso_memory_stream_new(buf, m_log.Size(), &stream) < 0) {
                 std::free(buf);
                 return;
             }
@@ -491,8 +403,7 @@ private:
     std::vector<IsoDir*> m_dirs;
     std::vector<std::string> m_names;
     std::string m_pending;
-    bool m_logOpen = false;
-    std::vector<uint8_t> m_log;
+    CMemoryLog m_log;
 };
 
 // The previous sessions of an appendable medium, read through the recorder.
@@ -681,16 +592,17 @@ private:
             }
             return true;
         case BURN_DISC_APPENDABLE:
-            if (m_disc.erase && erasable) {
-                m_eraseFirst = true;
-                return true;
-            }
-            return ImportPreviousSessions();
         case BURN_DISC_FULL:
-            if (m_disc.erase && erasable) {
+            if (m_disc.erase) {
+                // Asked to erase: a disc that cannot be is refused, never written another way.
+                if (!erasable) {
+                    Failed("IDS_DISC_NOT_WRITABLE", "the disc is not rewritable and cannot be erased");
+                    return false;
+                }
                 m_eraseFirst = true;
                 return true;
             }
+            if (s == BURN_DISC_APPENDABLE) return ImportPreviousSessions();
             Failed("IDS_DISC_NOT_WRITABLE", erasable ? "the disc is full; erase it to write over it"
                                                      : "the disc is closed and cannot be written");
             return false;
@@ -711,7 +623,7 @@ private:
         burn_write_opts* wo = burn_write_opts_new(d);
         int rc = wo ? burn_disc_track_lba_nwa(d, wo, 0, &lba, &nwa) : 0;
         if (wo) burn_write_opts_free(wo);
-        if (rc <= 0 || burn_disc_get_msc1(d, &msc1) <= 0) {
+        if (rc <= 0) {
             Failed("IDS_DISC_NOT_WRITABLE", "the next writable address of the disc is unknown");
             return false;
         }
@@ -723,11 +635,15 @@ private:
         src.free_data = SourceFree;
         src.data = d;
         IsoReadOpts* ropts = nullptr;
-        if (iso_read_opts_new(&ropts, 0) < 0) return false;
-        iso_read_opts_set_start_block(ropts, uint32_t(msc1));
         IsoReadImageFeatures* features = nullptr;
-        rc = iso_image_import(m_image.Image(), &src, ropts, &features);
-        iso_read_opts_free(ropts);
+        // Without the start of the last session its tree cannot be kept: a new session written
+        // anyway would hide every file the disc holds.
+        rc = burn_disc_get_msc1(d, &msc1) > 0 ? iso_read_opts_new(&ropts, 0) : -1;
+        if (rc >= 0) {
+            iso_read_opts_set_start_block(ropts, uint32_t(msc1));
+            rc = iso_image_import(m_image.Image(), &src, ropts, &features);
+            iso_read_opts_free(ropts);
+        }
         if (features) iso_read_image_features_destroy(features);
         if (rc < 0) {
             Failed("IDS_DISC_NOT_WRITABLE", "the earlier sessions of the disc cannot be read");
@@ -779,31 +695,23 @@ private:
     void Write() {
         // The size of the image first, without producing it: a medium or folder too small is
         // refused before a single byte is written.
-        IsoWriteOpts* probe = WriteOptions(m_msBlock, m_appendable, true);
-        BurnSource* sizer = nullptr;
-        if (!probe || CreateImageSource(m_image.Image(), probe, &sizer) < 0) {
-            if (probe) iso_write_opts_free(probe);
+        BurnSource* sizer = ImageSource(true);
+        if (!sizer) {
             Failed("", "the image could not be laid out");
             return;
         }
-        const uint64_t imageBytes = uint64_t(sizer->get_size(sizer));
+        m_imageBytes = uint64_t(sizer->get_size(sizer));
         sizer->cancel(sizer);
         burn_source_free(sizer);
-        iso_write_opts_free(probe);
-
-        m_imageBytes = imageBytes;
         // A medium that is erased first is measured once it is blank.
         if (!m_eraseFirst && !Fits()) return;
         m_ctx.Progress(0, int64_t(m_image.Total()), 1);
 
-        IsoWriteOpts* opts = WriteOptions(m_msBlock, m_appendable, false);
-        BurnSource* src = nullptr;
-        if (!opts || CreateImageSource(m_image.Image(), opts, &src) < 0) {
-            if (opts) iso_write_opts_free(opts);
+        BurnSource* src = ImageSource(false);
+        if (!src) {
             Failed("", "the image could not be made");
             return;
         }
-        iso_write_opts_free(opts);
         if (!m_disc.isoPath.empty())
             WriteFile(src);
         else
@@ -816,6 +724,15 @@ private:
             m_result.unreadableBytes += m_image.Unreadable();
         }
         m_ctx.Progress(int64_t(m_image.Done()), int64_t(m_image.Total()), 1);
+    }
+
+    // The image writer's output (with `sizeOnly`, one that is only measured); null on failure.
+    BurnSource* ImageSource(bool sizeOnly) {
+        IsoWriteOpts* opts = WriteOptions(m_msBlock, m_appendable, sizeOnly);
+        BurnSource* src = nullptr;
+        if (opts && CreateImageSource(m_image.Image(), opts, &src) < 0) src = nullptr;
+        if (opts) iso_write_opts_free(opts);
+        return src;
     }
 
     // Whether the image fits the file's folder or the medium; refuses with both sizes when not.

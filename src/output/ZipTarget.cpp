@@ -1,14 +1,11 @@
 // Saving into a zip archive. The archive is assembled when it is closed: every file entry is a
-// source that, when the archive reads it, runs the item's content copy on a helper thread and
-// passes the bytes through a bounded buffer, so no file is ever held in memory whole. Entries
-// whose size says 4 GiB or more are written in the zip64 form.
+// source that, when the archive reads it, pulls the item's content through a content pipe, so no
+// file is ever held in memory whole. Entries whose size says 4 GiB or more are written in the
+// zip64 form.
 #include <algorithm>
 #include <cerrno>
-#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 #include <sys/stat.h>
@@ -16,6 +13,8 @@
 #include <zip.h>
 
 #include "fs/CNode.h"
+#include "output/ContentPipe.h"
+#include "output/MemoryLog.h"
 #include "output/NodeTimes.h"
 #include "output/OutputTarget.h"
 #include "output/Saver.h"
@@ -28,7 +27,6 @@ namespace kestrin {
 
 namespace {
 
-constexpr size_t kPipeBytes = 1 << 20;
 // Longest entry name component that an unpacking file system will take.
 constexpr size_t kMaxComponentBytes = 255;
 
@@ -46,7 +44,7 @@ bool AlreadyCompressed(const std::string& name) {
 
 class CZipTarget;
 
-// One entry's content, produced by the content copy on a helper thread while the archive reads.
+// One entry: where its content comes from, and the pipe it is read through.
 struct EntrySource {
     CZipTarget* owner = nullptr;
     CPhysicalDisk* media = nullptr;
@@ -55,61 +53,8 @@ struct EntrySource {
     AdvanceFn advance;
     int64_t mtime = 0;
     bool hasTime = false;
-
-    std::mutex lock;
-    std::condition_variable cv;
-    std::vector<uint8_t> ring;
-    size_t head = 0, count = 0;
-    bool produced = false, abort = false, ok = false;
-    std::thread producer;
+    CContentPipe pipe;
     zip_error_t error;
-
-    void Start() {
-        ring.assign(kPipeBytes, 0);
-        head = count = 0;
-        produced = abort = ok = false;
-        producer = std::thread([this] {
-            ContentSink sink = [this](const uint8_t* p, size_t len) {
-                while (len) {
-                    std::unique_lock lk(lock);
-                    cv.wait(lk, [&] { return count < ring.size() || abort; });
-                    if (abort) return false;
-                    size_t tail = (head + count) % ring.size();
-                    size_t n = std::min({len, ring.size() - count, ring.size() - tail});
-                    std::memcpy(ring.data() + tail, p, n);
-                    count += n;
-                    p += n;
-                    len -= n;
-                    cv.notify_all();
-                }
-                return true;
-            };
-            ContentResult r = content ? content(*media, *node, sink) : ContentResult{};
-            std::lock_guard lk(lock);
-            ok = r.ok;
-            produced = true;
-            cv.notify_all();
-        });
-    }
-    size_t Read(uint8_t* out, size_t len) {
-        std::unique_lock lk(lock);
-        cv.wait(lk, [&] { return count > 0 || produced; });
-        size_t n = std::min({len, count, ring.size() - head});
-        std::memcpy(out, ring.data() + head, n);
-        head = (head + n) % ring.size();
-        count -= n;
-        cv.notify_all();
-        return n;
-    }
-    void Stop() {
-        {
-            std::lock_guard lk(lock);
-            abort = true;
-            cv.notify_all();
-        }
-        if (producer.joinable()) producer.join();
-        std::vector<uint8_t>().swap(ring);
-    }
 };
 
 zip_int64_t EntryCallback(void* user, void* data, zip_uint64_t len, zip_source_cmd_t cmd);
@@ -205,23 +150,15 @@ public:
     }
 
     bool OpenLog() override {
-        m_logOpen = true;
-        m_log.clear();
+        m_log.Open();
         return true;
     }
-    void WriteLog(const std::u16string& text) override {
-        for (char16_t c : text) {
-            m_log.push_back(uint8_t(c));
-            m_log.push_back(uint8_t(c >> 8));
-        }
-    }
+    void WriteLog(const std::u16string& text) override { m_log.Write(text); }
 
     void Finish(SaveResult& result) override {
-        if (m_logOpen) {
-            void* copy = std::malloc(m_log.size() ? m_log.size() : 1);
-            if (copy) {
-                std::memcpy(copy, m_log.data(), m_log.size());
-                zip_source_t* src = zip_source_buffer(m_zip, copy, m_log.size(), 1);
+        if (m_log.IsOpen()) {
+            if (uint8_t* copy = m_log.MallocCopy()) {
+                zip_source_t* src = zip_source_buffer(m_zip, copy, m_log.Size(), 1);
                 if (!src)
                     std::free(copy);
                 else if (zip_file_add(m_zip, "log.txt", src, ZIP_FL_ENC_UTF_8 | ZIP_FL_OVERWRITE) < 0)
@@ -294,8 +231,7 @@ private:
     zip_t* m_zip = nullptr;
     std::vector<std::string> m_prefix;
     std::string m_pending;
-    bool m_logOpen = false;
-    std::vector<uint8_t> m_log;
+    CMemoryLog m_log;
     uint64_t m_incomplete = 0;
     bool m_cancelled = false;
 };
@@ -304,10 +240,11 @@ zip_int64_t EntryCallback(void* user, void* data, zip_uint64_t len, zip_source_c
     auto* s = static_cast<EntrySource*>(user);
     switch (cmd) {
     case ZIP_SOURCE_OPEN:
-        s->Start();
+        s->pipe.Start(*s->media, *s->node, s->content);
         return 0;
     case ZIP_SOURCE_READ: {
-        size_t n = s->Read(static_cast<uint8_t*>(data), size_t(std::min<zip_uint64_t>(len, kPipeBytes)));
+        const size_t want = size_t(std::min<zip_uint64_t>(len, CContentPipe::kMaxBuffer));
+        size_t n = s->pipe.ReadSome(static_cast<uint8_t*>(data), want);
         if (n && s->advance && !s->advance(n)) {
             s->owner->Cancelled();
             zip_error_set(&s->error, ZIP_ER_CANCELLED, 0);
@@ -316,13 +253,9 @@ zip_int64_t EntryCallback(void* user, void* data, zip_uint64_t len, zip_source_c
         return zip_int64_t(n);
     }
     case ZIP_SOURCE_CLOSE: {
-        bool complete;
-        {
-            std::lock_guard lk(s->lock);
-            complete = s->produced && s->ok;
-        }
-        s->Stop();
-        s->owner->EntryDone(complete);
+        CContentPipe::Outcome o = s->pipe.Result(false);
+        s->pipe.Stop();
+        s->owner->EntryDone(o.ended && o.ok);
         return 0;
     }
     case ZIP_SOURCE_STAT: {
@@ -341,7 +274,7 @@ zip_int64_t EntryCallback(void* user, void* data, zip_uint64_t len, zip_source_c
     case ZIP_SOURCE_ERROR:
         return zip_error_to_data(&s->error, data, len);
     case ZIP_SOURCE_FREE:
-        s->Stop();
+        s->pipe.Stop();
         zip_error_fini(&s->error);
         delete s;
         return 0;

@@ -10,9 +10,9 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <sys/wait.h>
 
 #include "TestImages.h"
+#include "cli/CliRun.h"
 #include "fs/CNode.h"
 #include "output/SessionFile.h"
 #include "storage/CPhysicalDisk.h"
@@ -20,29 +20,11 @@
 
 namespace {
 
-struct Result {
-    int exitCode = -1;
-    std::string out;
-};
+using kestrin::test::FileText;
+using kestrin::test::Quote;
+using Result = kestrin::test::CliResult;
 
-// Runs kestrin with `args` (already quoted), no terminal on stdin, stderr to `errFile` or away.
-Result Kestrin(const std::string& args, const std::string& errFile = "/dev/null") {
-    std::string cmd = std::string("'") + KESTRIN_BINARY_DIR + "/bin/kestrin' " + args + " </dev/null 2>" + errFile;
-    Result r;
-    FILE* p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    int st = pclose(p);
-    r.exitCode = WIFEXITED(st) ? WEXITSTATUS(st) : 128;
-    return r;
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(f), {});
-}
+Result Kestrin(const std::string& args) { return kestrin::test::RunKestrin(args); }
 
 const nlohmann::json* Child(const nlohmann::json& n, const std::string& name) {
     if (!n.contains("children")) return nullptr;
@@ -50,8 +32,6 @@ const nlohmann::json* Child(const nlohmann::json& n, const std::string& name) {
         if (c["name"] == name) return &c;
     return nullptr;
 }
-
-std::string Quote(const std::string& s) { return "'" + s + "'"; }
 
 // The first raw character in `text` that a terminal would act on or that reorders what follows
 // (controls other than the line feed, DEL, C1 controls, bidi characters, line separators);
@@ -106,7 +86,7 @@ TEST(CliEndToEnd, FatVolumeScanJsonCatAndLs) {
     // cat gives the bytes where the file lies in the image.
     Result c = Kestrin("cat " + Quote(img) + " Documents/NOTES.TXT --quiet");
     ASSERT_EQ(c.exitCode, 0);
-    EXPECT_EQ(c.out, ReadFile(img).substr(86016, 1200));
+    EXPECT_EQ(c.out, FileText(img).substr(86016, 1200));
     EXPECT_EQ(Kestrin("cat " + Quote(img) + " Documents/NOPE.TXT --quiet").exitCode, 1);
 
     Result ls = Kestrin("ls " + Quote(img) + " --deleted --quiet");
@@ -135,12 +115,10 @@ TEST(CliEndToEnd, FatVolumeScanJsonCatAndLs) {
 TEST(CliEndToEnd, DiskImageNeedsAPartitionOrRunsThemAll) {
     std::string img = kestrin::test::UnpackImage("disk-mbr-small");
     ASSERT_FALSE(img.empty());
-    std::string err = ::testing::TempDir() + "kestrin-e2e-err.txt";
-    Result r = Kestrin("scan " + Quote(img) + " --mode deleted-files --quiet", err);
+    Result r = Kestrin("scan " + Quote(img) + " --mode deleted-files --quiet");
     EXPECT_EQ(r.exitCode, 1);
-    std::string msg = ReadFile(err);
-    EXPECT_NE(msg.find("--partition"), std::string::npos);
-    EXPECT_NE(msg.find("FAT32"), std::string::npos);
+    EXPECT_NE(r.err.find("--partition"), std::string::npos);
+    EXPECT_NE(r.err.find("FAT32"), std::string::npos);
 
     Result all = Kestrin("scan " + Quote(img) + " --mode deleted-files --partition all --json - --quiet");
     ASSERT_EQ(all.exitCode, 0);
@@ -236,7 +214,7 @@ TEST(CliEndToEnd, DynamicDiskVolumesListAndRecover) {
     for (int i = 0; i < 24; ++i) {
         char name[16];
         std::snprintf(name, sizeof name, "FILE%02d.BIN", i);
-        std::string got = ReadFile(out + "/" + name);
+        std::string got = FileText(out + "/" + name);
         ASSERT_EQ(got.size(), 1u << 20) << name;
         std::string want(1u << 20, '\0');
         for (size_t k = 0; k < want.size(); ++k) want[k] = char((i * 37 + (k % 256) * 13) & 0xFF);
@@ -252,12 +230,12 @@ TEST(CliEndToEnd, SignaturesRefuseJunkAndKeepTheFile) {
     namespace fs = std::filesystem;
     std::string dir = testing::TempDir() + "kestrin-sig-XXXXXX";
     ASSERT_TRUE(::mkdtemp(dir.data()));
-    const std::string slt = dir + "/slt.dat", err = dir + "/stderr.txt";
+    const std::string slt = dir + "/slt.dat";
     fs::copy_file(std::string(KESTRIN_BINARY_DIR) + "/slt.dat", slt);
-    const std::string shipped = ReadFile(slt);
+    const std::string shipped = FileText(slt);
     const size_t rows = kestrin::LoadSignatureFile(dir).records.size();
     ASSERT_GT(rows, 10u);
-    auto sig = [&](const std::string& args) { return Kestrin("signatures --folder " + Quote(dir) + " " + args, err); };
+    auto sig = [&](const std::string& args) { return Kestrin("signatures --folder " + Quote(dir) + " " + args); };
 
     struct Refusal {
         std::string args;
@@ -282,31 +260,33 @@ TEST(CliEndToEnd, SignaturesRefuseJunkAndKeepTheFile) {
         {"delete 1", "kestrin: row 1 is a shipped type; only user-defined rows can be deleted"},
     };
     for (const Refusal& r : refusals) {
-        EXPECT_EQ(sig(r.args).exitCode, 1) << r.args;
-        EXPECT_NE(ReadFile(err).find(r.message), std::string::npos) << r.args << "\n" << ReadFile(err);
-        EXPECT_TRUE(ReadFile(slt) == shipped) << r.args;
+        Result run = sig(r.args);
+        EXPECT_EQ(run.exitCode, 1) << r.args;
+        EXPECT_NE(run.err.find(r.message), std::string::npos) << r.args << "\n" << run.err;
+        EXPECT_TRUE(FileText(slt) == shipped) << r.args;
     }
 
     // A good row goes in; junk in an edit of it is refused the same way; deleting it gives the
     // shipped file back exactly.
     ASSERT_EQ(sig("add --header ffd8 --offset 510 --size 4 --unit mb" + ok).exitCode, 0);
-    const std::string withUser = ReadFile(slt);
+    const std::string withUser = FileText(slt);
     auto loaded = kestrin::LoadSignatureFile(dir).records;
     ASSERT_EQ(loaded.size(), rows + 1);
     EXPECT_EQ(loaded.back().fixedSize, 4u << 20);
     EXPECT_EQ(loaded.back().headerOffset, 510u);
     const std::string user = std::to_string(rows + 1);
-    EXPECT_EQ(sig("edit " + user + " --offset -1").exitCode, 1);
-    EXPECT_NE(ReadFile(err).find("kestrin: --offset: "), std::string::npos);
-    EXPECT_TRUE(ReadFile(slt) == withUser);
+    Result junk = sig("edit " + user + " --offset -1");
+    EXPECT_EQ(junk.exitCode, 1);
+    EXPECT_NE(junk.err.find("kestrin: --offset: "), std::string::npos);
+    EXPECT_TRUE(FileText(slt) == withUser);
     ASSERT_EQ(sig("delete " + user).exitCode, 0);
-    EXPECT_TRUE(ReadFile(slt) == shipped);
+    EXPECT_TRUE(FileText(slt) == shipped);
 
     // A file that ends early is not rewritten from the part that could be read.
     std::string cut = shipped.substr(0, shipped.size() / 2);
     std::ofstream(slt, std::ios::binary | std::ios::trunc) << cut;
     EXPECT_EQ(sig("add --header FFD8 --offset 0 --size 1" + ok).exitCode, 1);
-    EXPECT_TRUE(ReadFile(slt) == cut);
+    EXPECT_TRUE(FileText(slt) == cut);
     fs::remove_all(dir);
 }
 
@@ -394,14 +374,7 @@ TEST(CliEndToEnd, DeepSessionTreeListsInLinearSize) {
 
     // Read with a cap: listing with growing indentation would be some 10 GB, so stop well before.
     constexpr size_t kCap = 100u << 20;
-    std::string cmd = std::string("'") + KESTRIN_BINARY_DIR + "/bin/kestrin' ls " + Quote(session) + " </dev/null 2>/dev/null";
-    FILE* p = popen(cmd.c_str(), "r");
-    ASSERT_NE(p, nullptr);
-    std::string out;
-    char buf[65536];
-    size_t n;
-    while (out.size() < kCap && (n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-    pclose(p);
+    const std::string out = kestrin::test::RunKestrin("ls " + Quote(session), "", kCap).out;
     std::remove(session.c_str());
     ASSERT_LT(out.size(), kCap);
     EXPECT_EQ(size_t(std::count(out.begin(), out.end(), '\n')), kDepth + 1);
@@ -419,7 +392,7 @@ TEST(CliEndToEnd, DeletedFilesCarryTheirConditionInJsonAndSessions) {
         const std::string name = std::string("condition-") + fs;
         const std::string img = kestrin::test::UnpackImage(name);
         ASSERT_FALSE(img.empty());
-        const auto manifest = nlohmann::json::parse(ReadFile(std::string(KESTRIN_SOURCE_DIR) + "/tests/images/" + name + ".json"));
+        const auto manifest = nlohmann::json::parse(FileText(std::string(KESTRIN_SOURCE_DIR) + "/tests/images/" + name + ".json"));
         const std::string session = std::string(KESTRIN_BINARY_DIR) + "/" + name + "-" + std::to_string(::getpid()) + ".tks4";
         Result scanned = Kestrin("scan " + Quote(img) + " --mode deleted-files --json - --session " + Quote(session) + " --quiet");
         ASSERT_EQ(scanned.exitCode, 0);

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "TestImages.h"
+#include "cli/CliRun.h"
 #include "app/Language.h"
 #include "session/Texts.h"
 
@@ -37,19 +38,13 @@ struct ProgramCopy {
         std::error_code ec;
         if (!root.empty()) fs::remove_all(root, ec);
     }
-    // stderr of `kestrin ARGS` under the given environment assignments.
-    std::string Run(const std::string& env, const std::string& args) const {
-        std::string cmd = "env -u LANGUAGE -u LC_ALL -u LC_MESSAGES -u LANG " + env + " '" +
-                          (root / "bin" / "kestrin").string() + "' " + args + " 2>&1 >/dev/null </dev/null";
-        std::string out;
-        if (FILE* p = popen(cmd.c_str(), "r")) {
-            char buf[4096];
-            size_t n;
-            while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-            pclose(p);
-        }
-        return out;
+    // `kestrin ARGS` under the given environment assignments, the environment's language unset.
+    kestrin::test::CliResult Exec(const std::string& env, const std::string& args) const {
+        return kestrin::test::RunShell("env -u LANGUAGE -u LC_ALL -u LC_MESSAGES -u LANG " + env + " " +
+                                       kestrin::test::Quote((root / "bin" / "kestrin").string()) + " " + args);
     }
+    // Its messages alone.
+    std::string Run(const std::string& env, const std::string& args) const { return Exec(env, args).err; }
     fs::path root;
 };
 
@@ -154,16 +149,8 @@ TEST(CliLanguage, EveryTextIdOfTheCommandLineIsInEveryLanguage) {
 
 // stdout and stderr of `kestrin ARGS`, the environment's language unset.
 std::string RunBoth(const ProgramCopy& program, const std::string& args) {
-    std::string out;
-    std::string cmd = "env -u LANGUAGE -u LC_ALL -u LC_MESSAGES -u LANG '" + (program.root / "bin" / "kestrin").string() +
-                      "' " + args + " 2>&1 </dev/null";
-    if (FILE* p = popen(cmd.c_str(), "r")) {
-        char buf[4096];
-        size_t n;
-        while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-        pclose(p);
-    }
-    return out;
+    kestrin::test::CliResult r = program.Exec("", args);
+    return r.out + r.err;
 }
 
 // The description column of a help text (from column 30, as the parser lays it out), and the

@@ -11,59 +11,28 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <vector>
 #include <zip.h>
 
+#include "ScratchDir.h"
 #include "TestImages.h"
+#include "cli/CliRun.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
 
-struct Result {
-    int exitCode = -1;
-    std::string out;
-};
+using kestrin::test::Quote;
+using Result = kestrin::test::CliResult;
+using Scratch = kestrin::test::ScratchDir;
 
-Result Shell(const std::string& cmd) {
-    Result r;
-    FILE* p = popen((cmd + " </dev/null 2>/dev/null").c_str(), "r");
-    if (!p) return r;
-    char buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    const int st = pclose(p);
-    r.exitCode = WIFEXITED(st) ? WEXITSTATUS(st) : 128;
-    return r;
-}
-
-std::string Quote(const std::string& s) { return "'" + s + "'"; }
+Result Shell(const std::string& cmd) { return kestrin::test::RunShell(cmd); }
 
 // kestrin with `args`, in UTC so that local-time conversions cannot move what is compared.
-Result Kestrin(const std::string& args) {
-    return Shell(std::string("TZ=UTC '") + KESTRIN_BINARY_DIR + "/bin/kestrin' " + args);
-}
+Result Kestrin(const std::string& args) { return kestrin::test::RunKestrin(args, "TZ=UTC "); }
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(f), {});
-}
-
-struct Scratch {
-    fs::path dir;
-    explicit Scratch(const std::string& name) {
-        dir = fs::path(KESTRIN_BINARY_DIR) / "test-output" / (name + "-" + std::to_string(::getpid()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    ~Scratch() {
-        std::error_code ec;
-        fs::remove_all(dir, ec);
-    }
-    std::string operator/(const std::string& rel) const { return (dir / rel).string(); }
-};
+std::string ReadFile(const std::string& path) { return kestrin::test::FileText(path); }
 
 json Manifest(const std::string& image) {
     std::ifstream f(std::string(KESTRIN_SOURCE_DIR) + "/tests/images/" + image + ".json");

@@ -6,68 +6,34 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 
+#include "ScratchDir.h"
 #include "TestImages.h"
+#include "cli/CliRun.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Outcome {
-    int exitCode = -1;
-    std::string out, err;
-};
+using kestrin::test::FileText;
+using kestrin::test::Quote;
+using kestrin::test::ScratchDir;
+using Outcome = kestrin::test::CliResult;
 
 // Runs `prefix kestrin args` through the shell (so tests can add redirections and limits).
 Outcome Kestrin(const std::string& args, const std::string& shellPrefix = "") {
-    static int counter = 0;
-    std::string errFile = fs::path(KESTRIN_BINARY_DIR) / ("safety-err-" + std::to_string(::getpid()) + "-" +
-                                                          std::to_string(++counter));
-    std::string cmd = shellPrefix + "'" + std::string(KESTRIN_BINARY_DIR) + "/bin/kestrin' " + args +
-                      " </dev/null 2>'" + errFile + "'";
-    Outcome r;
-    FILE* p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    int st = pclose(p);
-    r.exitCode = WIFEXITED(st) ? WEXITSTATUS(st) : 128;
-    std::ifstream e(errFile);
-    r.err.assign(std::istreambuf_iterator<char>(e), {});
-    fs::remove(errFile);
-    return r;
-}
-
-std::string Q(const std::string& s) { return "'" + s + "'"; }
-
-std::string Bytes(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(f), {});
+    return kestrin::test::RunKestrin(args, shellPrefix);
 }
 
 std::string Utf16File(const std::string& path) {
-    std::string b = Bytes(path), out;
+    std::string b = FileText(path), out;
     for (size_t i = 0; i + 1 < b.size(); i += 2) out += b[i + 1] ? '?' : b[i];
     return out;
 }
 
-struct Scratch {
-    fs::path dir;
-    explicit Scratch(const std::string& name) {
-        dir = fs::path(KESTRIN_BINARY_DIR) / "test-output" / (name + "-" + std::to_string(::getpid()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    ~Scratch() { fs::remove_all(dir); }
-    std::string operator/(const std::string& rel) const { return (dir / rel).string(); }
-};
-
 class CliSafety : public ::testing::Test {
 protected:
-    Scratch s{"cli-safety"};
+    ScratchDir s{"cli-safety"};
     std::string src;
     std::string original;
     void SetUp() override {
@@ -76,9 +42,9 @@ protected:
         // A private copy named like an archive, so that --zip can name it too.
         src = s / "source.zip";
         fs::copy_file(img, src);
-        original = Bytes(src);
+        original = FileText(src);
     }
-    void ExpectSourceUntouched() { EXPECT_TRUE(Bytes(src) == original) << "the source changed"; }
+    void ExpectSourceUntouched() { EXPECT_TRUE(FileText(src) == original) << "the source changed"; }
 };
 
 TEST_F(CliSafety, NoOutputOptionReachesTheSourceUnderAnyName) {
@@ -86,14 +52,14 @@ TEST_F(CliSafety, NoOutputOptionReachesTheSourceUnderAnyName) {
     fs::create_hard_link(src, s / "hard.zip");
     const std::string names[] = {src, s / "link.zip", s / "hard.zip", "/proc/self/fd/3"};
     for (const std::string& name : names) {
-        const std::string redirect = " 3<" + Q(src);
+        const std::string redirect = " 3<" + Quote(src);
         const std::string cmds[] = {
-            "scan " + Q(src) + " --quiet --json " + Q(name),
-            "scan " + Q(src) + " --quiet --session " + Q(name) + " --overwrite",
-            "ls " + Q(src) + " --quiet --json " + Q(name) + " --overwrite",
-            "recover " + Q(src) + " --quiet --zip " + Q(name) + " --overwrite",
-            "recover " + Q(src) + " --quiet --to " + Q(name),
-            "image " + Q(src) + " " + Q(name) + " --quiet --overwrite",
+            "scan " + Quote(src) + " --quiet --json " + Quote(name),
+            "scan " + Quote(src) + " --quiet --session " + Quote(name) + " --overwrite",
+            "ls " + Quote(src) + " --quiet --json " + Quote(name) + " --overwrite",
+            "recover " + Quote(src) + " --quiet --zip " + Quote(name) + " --overwrite",
+            "recover " + Quote(src) + " --quiet --to " + Quote(name),
+            "image " + Quote(src) + " " + Quote(name) + " --quiet --overwrite",
         };
         for (const std::string& c : cmds) {
             Outcome r = Kestrin(c + redirect);
@@ -107,7 +73,7 @@ TEST_F(CliSafety, NoOutputOptionReachesTheSourceUnderAnyName) {
     ExpectSourceUntouched();
     // Nothing but the source and its two links was made.
     size_t entries = 0;
-    for (auto& e : fs::directory_iterator(s.dir)) entries += (void(e), 1);
+    for (auto& e : fs::directory_iterator(s.path)) entries += (void(e), 1);
     EXPECT_EQ(entries, 3u);
 }
 
@@ -115,22 +81,22 @@ TEST_F(CliSafety, ExistingFilesAreKeptWithoutOverwriteAndReplacedWithIt) {
     const std::string outs[] = {s / "out.json", s / "out.tks4", s / "out.zip", s / "out.img"};
     for (auto& o : outs) std::ofstream(o) << "mine";
     const std::string cmds[] = {
-        "scan " + Q(src) + " --quiet --json " + Q(outs[0]),
-        "scan " + Q(src) + " --quiet --session " + Q(outs[1]),
-        "recover " + Q(src) + " --quiet --zip " + Q(outs[2]),
-        "image " + Q(src) + " " + Q(outs[3]) + " --quiet",
+        "scan " + Quote(src) + " --quiet --json " + Quote(outs[0]),
+        "scan " + Quote(src) + " --quiet --session " + Quote(outs[1]),
+        "recover " + Quote(src) + " --quiet --zip " + Quote(outs[2]),
+        "image " + Quote(src) + " " + Quote(outs[3]) + " --quiet",
     };
     for (auto& c : cmds) {
         Outcome r = Kestrin(c);
         EXPECT_EQ(r.exitCode, 1) << c << "\n" << r.err;
         EXPECT_NE(r.err.find("--overwrite"), std::string::npos) << r.err;
     }
-    for (auto& o : outs) EXPECT_EQ(Bytes(o), "mine") << o;
+    for (auto& o : outs) EXPECT_EQ(FileText(o), "mine") << o;
     for (auto& c : cmds) EXPECT_EQ(Kestrin(c + " --overwrite").exitCode, 0) << c;
-    for (auto& o : outs) EXPECT_NE(Bytes(o), "mine") << o;
-    EXPECT_EQ(Bytes(outs[3]), original);
+    for (auto& o : outs) EXPECT_NE(FileText(o), "mine") << o;
+    EXPECT_EQ(FileText(outs[3]), original);
     // No temporary is left beside any of them.
-    for (auto& e : fs::directory_iterator(s.dir))
+    for (auto& e : fs::directory_iterator(s.path))
         EXPECT_EQ(e.path().filename().string().find(".part"), std::string::npos) << e.path();
     ExpectSourceUntouched();
 }
@@ -139,18 +105,19 @@ TEST_F(CliSafety, BadOptionsStopBeforeAnyWork) {
     struct Case {
         std::string args, says;
     } cases[] = {
-        {"frobnicate " + Q(src), "unknown command \"frobnicate\""},
-        {"scan " + Q(src) + " --json --quiet", "looks like an option"},
-        {"scan " + Q(src) + " --partition abc", "not a partition number"},
-        {"scan " + Q(src) + " --sector-size 4000", "not a sector size"},
-        {"partitions " + Q(src) + " --sector-size 256", "not a sector size"},
-        {"image " + Q(src) + " " + Q(s / "x.img") + " --sector-size x", "not a sector size"},
-        {"scan " + Q(src) + " --partition all --session " + Q(s / "x.tks4"), "one volume"},
-        {"recover " + Q(src) + " --partition all --zip " + Q(s / "x.zip"), "one volume"},
-        {"scan " + Q(src) + " --json " + Q(s / "missing/x.json"), "does not exist"},
-        {"scan " + Q(src) + " --session " + Q(s / "missing/x.tks4"), "does not exist"},
-        {"recover " + Q(src) + " --zip " + Q(s / "missing/x.zip"), "does not exist"},
-        {"recover " + Q(s / "no-such.img") + " --to " + Q(s / "made"), "No such file or directory"},
+        {"frobnicate " + Quote(src), "unknown command \"frobnicate\""},
+        {"scan " + Quote(src) + " --json --quiet", "looks like an option"},
+        {"scan " + Quote(src) + " --partition abc", "not a partition number"},
+        {"scan " + Quote(src) + " --sector-size 4000", "not a sector size"},
+        {"partitions " + Quote(src) + " --sector-size 256", "not a sector size"},
+        {"image " + Quote(src) + " " + Quote(s / "x.img") + " --sector-size x", "not a sector size"},
+        {"scan " + Quote(src) + " --partition all --session " + Quote(s / "x.tks4"), "one volume"},
+        {"recover " + Quote(src) + " --partition all --zip " + Quote(s / "x.zip"), "one volume"},
+        {"scan " + Quote(src) + " --json " + Quote(s / "missing/x.json"), "does not exist"},
+        {"scan " + Quote(src) + " --session " + Quote(s / "missing/x.tks4"), "does not exist"},
+        {"recover " + Quote(src) + " --zip " + Quote(s / "missing/x.zip"), "does not exist"},
+        {"recover " + Quote(src) + " --iso " + Quote(s / "x.iso") + " --erase", "--erase goes with --burn"},
+        {"recover " + Quote(s / "no-such.img") + " --to " + Quote(s / "made"), "No such file or directory"},
     };
     for (auto& c : cases) {
         Outcome r = Kestrin(c.args);
@@ -166,30 +133,41 @@ TEST_F(CliSafety, BadOptionsStopBeforeAnyWork) {
 }
 
 TEST_F(CliSafety, RecoverWhatTheUserAskedForOrSaySoAndMakeNothing) {
-    Outcome none = Kestrin("recover " + Q(src) + " --quiet --to " + Q(s / "none") + " --select '*.nothing'");
+    Outcome none = Kestrin("recover " + Quote(src) + " --quiet --to " + Quote(s / "none") + " --select '*.nothing'");
     EXPECT_EQ(none.exitCode, 5);
     EXPECT_FALSE(fs::exists(s / "none"));
     // Patterns ignore case, as the file systems they come from do.
-    Outcome jpg = Kestrin("recover " + Q(src) + " --quiet --to " + Q(s / "pics") + " --select '*.JPG'");
+    Outcome jpg = Kestrin("recover " + Quote(src) + " --quiet --to " + Quote(s / "pics") + " --select '*.JPG'");
     EXPECT_EQ(jpg.exitCode, 0) << jpg.err;
     EXPECT_TRUE(fs::exists(s / "pics/Photos/IMG_0001.jpg"));
     // A folder name ending in .zip makes the archive the docs promise.
-    Outcome zip = Kestrin("recover " + Q(src) + " --quiet --to " + Q(s / "as.zip"));
+    Outcome zip = Kestrin("recover " + Quote(src) + " --quiet --to " + Quote(s / "as.zip"));
     EXPECT_EQ(zip.exitCode, 0) << zip.err;
     EXPECT_TRUE(fs::is_regular_file(s / "as.zip"));
-    EXPECT_EQ(Bytes(s / "as.zip").substr(0, 2), "PK");
+    EXPECT_EQ(FileText(s / "as.zip").substr(0, 2), "PK");
+    // A disc image; then a medium that cannot be erased is refused with its reason when asked
+    // to erase it, and not written another way.
+    Outcome iso = Kestrin("recover " + Quote(src) + " --quiet --iso " + Quote(s / "all.iso"));
+    EXPECT_EQ(iso.exitCode, 0) << iso.err;
+    const std::string image = FileText(s / "all.iso");
+    ASSERT_GT(image.size(), 32774u);
+    EXPECT_EQ(image.substr(32769, 5), "CD001");
+    Outcome erase = Kestrin("recover " + Quote(src) + " --quiet --burn stdio:/dev/fd/3 --erase 3<" + Quote(s / "all.iso"));
+    EXPECT_EQ(erase.exitCode, 4) << erase.err;
+    EXPECT_NE(erase.err.find("cannot be erased"), std::string::npos) << erase.err;
+    EXPECT_TRUE(FileText(s / "all.iso") == image);
     ExpectSourceUntouched();
 }
 
 TEST_F(CliSafety, FailedWritesAreCountedRemovedAndGiveTheirOwnExitCode) {
     // Files may not grow past 2 KiB here: larger ones fail to write, as on a full disk.
-    Outcome r = Kestrin("recover " + Q(src) + " --quiet --to " + Q(s / "limited"),
-                    "trap '' XFSZ; ulimit -f 4; exec ");
+    Outcome r = Kestrin("recover " + Quote(src) + " --quiet --to " + Quote(s / "limited"),
+                        "trap '' XFSZ; ulimit -f 4; exec ");
     EXPECT_EQ(r.exitCode, 4) << r.out << r.err;
     EXPECT_NE(r.out.find("Could not be written"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("File too large"), std::string::npos) << r.out;
     // No partial file passes for a saved one: every file left is whole.
-    for (auto& e : fs::recursive_directory_iterator(s.dir / "limited"))
+    for (auto& e : fs::recursive_directory_iterator(s.path / "limited"))
         if (e.is_regular_file()) {
             EXPECT_LT(e.file_size(), 4u * 512) << e.path();
         }
@@ -199,7 +177,7 @@ TEST_F(CliSafety, FailedWritesAreCountedRemovedAndGiveTheirOwnExitCode) {
 TEST(CliHonesty, TruncatedImageIsReportedByRecoverCatAndImage) {
     std::string img = kestrin::test::UnpackImage("disk-mbr-small");
     ASSERT_FALSE(img.empty());
-    Scratch s("cli-truncated");
+    ScratchDir s("cli-truncated");
     // Partition 2 (NTFS, sectors 86016-118783) loses its end: the image stops at sector 100000.
     std::string cut = s / "cut.img";
     {
@@ -209,18 +187,18 @@ TEST(CliHonesty, TruncatedImageIsReportedByRecoverCatAndImage) {
         in.read(buf.data(), std::streamsize(buf.size()));
         out.write(buf.data(), std::streamsize(buf.size()));
     }
-    Outcome rec = Kestrin("recover " + Q(cut) + " --partition 2 --quiet --to " + Q(s / "out"));
+    Outcome rec = Kestrin("recover " + Quote(cut) + " --partition 2 --quiet --to " + Quote(s / "out"));
     EXPECT_EQ(rec.exitCode, 3) << rec.out << rec.err;
     EXPECT_NE(rec.out.find("Saved with unreadable parts"), std::string::npos) << rec.out;
     EXPECT_NE(Utf16File(s / "out/log.txt").find("Saved with unreadable parts"), std::string::npos);
 
-    Outcome img2 = Kestrin("image " + Q(cut) + " " + Q(s / "p2.img") + " --partition 2 --quiet");
+    Outcome img2 = Kestrin("image " + Quote(cut) + " " + Quote(s / "p2.img") + " --partition 2 --quiet");
     EXPECT_EQ(img2.exitCode, 3) << img2.out << img2.err;
     EXPECT_EQ(fs::file_size(s / "p2.img"), 32768u * 512);
-    EXPECT_NE(Bytes(s / "p2.img.map").find("\n13984 18784\n"), std::string::npos) << Bytes(s / "p2.img.map");
+    EXPECT_NE(FileText(s / "p2.img.map").find("\n13984 18784\n"), std::string::npos) << FileText(s / "p2.img.map");
 
     // The same partition whole: everything saves, exit 0.
-    Outcome whole = Kestrin("recover " + Q(img) + " --partition 2 --quiet --to " + Q(s / "whole"));
+    Outcome whole = Kestrin("recover " + Quote(img) + " --partition 2 --quiet --to " + Quote(s / "whole"));
     EXPECT_EQ(whole.exitCode, 0) << whole.out;
     EXPECT_FALSE(fs::exists(s / "whole/log.txt"));
 }

@@ -9,6 +9,9 @@
 #include <map>
 #include <thread>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "OutputTestUtil.h"
 #include "TestImages.h"
 #include "fs/VolumeTree.h"
@@ -271,6 +274,38 @@ TEST(DiscTarget, RefusalsComeBeforeAnythingIsWritten) {
         r = SaveToDisc({{&v.media, v.top.get(), ""}}, tc.ctx, Request(msgs), disc);
         EXPECT_FALSE(r.archiveFailed) << r.writeErrorText;
         EXPECT_EQ(r.files, 1u);
+    }
+    {
+        // A medium that cannot take the image says why, asked to erase it or not, and keeps what
+        // it holds: a file that can only be read is a closed disc, one that can only be written
+        // an appendable disc whose earlier sessions cannot be read back.
+        const std::string held = dir / "kept.iso";
+        const std::vector<uint8_t> before = test::ReadAll(held);
+        const struct {
+            int openFlags;
+            bool erase;
+            const char* why;
+        } cases[] = {{O_RDONLY, false, "closed"},
+                     {O_RDONLY, true, "cannot be erased"},
+                     {O_WRONLY, false, "earlier sessions"},
+                     {O_WRONLY, true, "cannot be erased"}};
+        for (const auto& c : cases) {
+            SCOPED_TRACE(std::string(c.why) + (c.erase ? ", erase asked" : ""));
+            const int fd = ::open(held.c_str(), c.openFlags);
+            ASSERT_GE(fd, 0);
+            CapturedMessages msgs;
+            DiscRequest disc;
+            disc.recorder = "stdio:/dev/fd/" + std::to_string(fd);
+            disc.erase = c.erase;
+            SaveResult r = SaveToDisc({{&v.media, v.top.get(), ""}}, tc.ctx, Request(msgs), disc);
+            ::close(fd);
+            EXPECT_TRUE(r.archiveFailed);
+            EXPECT_EQ(r.files, 0u);
+            std::string text;
+            ASSERT_TRUE(Shown(msgs, "IDS_DISC_NOT_WRITABLE", &text));
+            EXPECT_NE(text.find(c.why), std::string::npos) << text;
+        }
+        EXPECT_EQ(test::ReadAll(held), before);
     }
 }
 

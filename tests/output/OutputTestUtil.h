@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include "ScratchDir.h"
 #include "job/QuietScanEvents.h"
 #include "output/UserMessages.h"
 #include "job/ScanContext.h"
@@ -28,21 +29,6 @@ struct TestContext {
 struct CapturedMessages final : IUserMessages {
     void Show(const UserMessage& m) override { shown.push_back(m); }
     std::vector<UserMessage> shown;
-};
-
-// A fresh folder below the build tree, removed at the end of the test.
-struct ScratchDir {
-    std::filesystem::path path;
-    explicit ScratchDir(const std::string& name) {
-        path = std::filesystem::path(KESTRIN_BINARY_DIR) / "test-output" / (name + "-" + std::to_string(::getpid()));
-        std::filesystem::remove_all(path);
-        std::filesystem::create_directories(path);
-    }
-    ~ScratchDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(path, ec);
-    }
-    std::string operator/(const std::string& rel) const { return (path / rel).string(); }
 };
 
 inline std::vector<uint8_t> ReadAll(const std::string& path) {

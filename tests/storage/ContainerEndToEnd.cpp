@@ -6,48 +6,21 @@
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <sys/wait.h>
 
 #include "ContainerFixtures.h"
 #include "TestImages.h"
+#include "cli/CliRun.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using kestrin::test::ContainerFixture;
 
-struct Outcome {
-    int exitCode = -1;
-    std::string out, err;
-};
+using Outcome = kestrin::test::CliResult;
 
-std::string Slurp(const fs::path& p) {
-    std::ifstream f(p, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(f), {});
-}
-
-// Runs `command` in the shell, no terminal on stdin.
-Outcome Shell(const std::string& command) {
-    fs::path err = fs::path(KESTRIN_BINARY_DIR) / ("container-e2e.err." + std::to_string(::getpid()));
-    std::string cmd = command + " </dev/null 2>'" + err.string() + "'";
-    Outcome r;
-    FILE* p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[65536];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-    int st = pclose(p);
-    r.exitCode = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + (WIFSIGNALED(st) ? WTERMSIG(st) : 0);
-    r.err = Slurp(err);
-    fs::remove(err);
-    return r;
-}
-
-std::string Q(const std::string& s) { return "'" + s + "'"; }
-
-Outcome Kestrin(const std::string& args) {
-    return Shell(Q(std::string(KESTRIN_BINARY_DIR) + "/bin/kestrin") + " " + args);
-}
+Outcome Shell(const std::string& command) { return kestrin::test::RunShell(command); }
+std::string Q(const std::string& s) { return kestrin::test::Quote(s); }
+Outcome Kestrin(const std::string& args) { return kestrin::test::RunKestrin(args); }
 
 std::string Sha256Of(const std::string& path) { return Shell("sha256sum " + Q(path)).out.substr(0, 64); }
 
