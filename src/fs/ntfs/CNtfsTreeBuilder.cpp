@@ -176,7 +176,8 @@ void CNtfsTreeBuilder::AddRecord(ScanEntry* e, const NtfsRecordExtras& extras) {
     for (const NtfsStream& st : extras.streams)
         for (const Spot& p : places) {
             // "name:stream"; a name too long for both loses its end, never the stream's name.
-            std::u16string shown(p.name.substr(0, kMaxShownUnits > st.name.size() + 1 ? kMaxShownUnits - st.name.size() - 1 : 0));
+            const size_t room = kMaxShownUnits > st.name.size() + 1 ? kMaxShownUnits - st.name.size() - 1 : 0;
+            std::u16string shown(p.name.substr(0, room));
             shown.append(1, u':').append(st.name);
             if (++items > kMaxRecordItems || !add(p, std::move(shown), st.size, state | kNodeNtfsStream)) return;
         }

@@ -227,12 +227,14 @@ TEST(NtfsScan, EveryNameAndStreamOfARecord) {
     RecordBuilder::ListEntry(list, 0x30, 0, 45, 0);
     RecordBuilder::ListEntry(list, 0x80, 0, 44, 3);
     RecordBuilder::ListEntry(list, 0x80, 0, 45, 1, u"far");
-    v.SetRecord(44, RecordBuilder(44).StdInfo().Resident(0x20, list).FileName(5, u"listed.txt").Resident(0x80, {'D'}).Finish());
+    v.SetRecord(44, RecordBuilder(44).StdInfo().Resident(0x20, list).FileName(5, u"listed.txt")
+                        .Resident(0x80, {'D'}).Finish());
     v.SetRecord(45, RecordBuilder(45).Base(44 | 1ull << 48).FileName(40, u"link.txt", 0)
                         .NonResident(0x80, EncodeRuns({{2, 150}}), far.size(), 0, 1, 0, 0, u"far").Finish());
     v.PutCluster(150, far);
     // The system's streams: any on a record below 24, "$" streams of "$" files.
-    v.SetRecord(12, RecordBuilder(12).StdInfo().FileName(5, u"sys.bin").Resident(0x80, {'y'}).Resident(0x80, {'1'}, u"s").Finish());
+    v.SetRecord(12, RecordBuilder(12).StdInfo().FileName(5, u"sys.bin").Resident(0x80, {'y'})
+                        .Resident(0x80, {'1'}, u"s").Finish());
     v.SetRecord(46, RecordBuilder(46).StdInfo().FileName(5, u"$Thing").Resident(0x80, {'t'}).Resident(0x80, {'2'}, u"$J")
                         .Resident(0x80, {'3'}, u"user").Finish());
 
