@@ -1,5 +1,6 @@
 #include "output/Saver.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -57,6 +58,14 @@ std::u16string Sanitised(const std::u16string& name) {
 
 std::u16string Utf16Of(const std::string& s) { return ToUtf16(s); }
 
+// The name an item is saved under: ':' separates a file from its stream on NTFS ("file:stream"
+// items) and is refused on FAT and Windows destinations, so it is saved as '_'.
+std::u16string SavedName(const NodeName& name) {
+    std::u16string s = name;
+    std::replace(s.begin(), s.end(), u':', u'_');
+    return s;
+}
+
 std::u16string CounterName(const std::u16string& nodeName, uint64_t number, bool plain) {
     std::u16string base = Sanitised(nodeName);
     std::u16string digits = Utf16Of(std::to_string(number));
@@ -109,7 +118,7 @@ public:
             if (m_itemStarted && m_mode == kCollisionSkipOnce) m_mode = kCollisionAsk;
             m_itemStarted = true;
             if (n->IsFolder()) {
-                std::u16string name = n->name;
+                std::u16string name = SavedName(n->name);
                 if (IsVolumeRoot(n)) name = u"Volume " + Utf16Of(std::to_string(++volumeNumber));
                 if (CreateObject(*n, name, true)) {
                     ++m_result.folders;
@@ -124,7 +133,7 @@ public:
                 Inform("IDS_CANNOT_SAVE_4GB_FILE");
                 continue;
             }
-            if (!CreateObject(*n, n->name, false)) {
+            if (!CreateObject(*n, SavedName(n->name), false)) {
                 ++m_result.skipped;
                 continue;
             }

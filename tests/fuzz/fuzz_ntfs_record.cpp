@@ -1,4 +1,5 @@
-// File-record check and parse, the "$MFT" test and the times, on one record of 1024 or 4096 bytes.
+// File-record check and parse (with and without the record's further names and streams), the
+// "$MFT" test and the times, on one record of 1024 or 4096 bytes.
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -15,6 +16,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!CheckFileRecord(rec, recordSize)) return 0;
     ScanEntry e;
     ParseFileRecord(rec, e, 7, nullptr);
+    // Again with the further names and streams: the item itself comes out the same.
+    ScanEntry again;
+    NtfsRecordExtras extras;
+    ParseFileRecord(rec, again, 7, nullptr, &extras);
+    if (again.name != e.name || again.size != e.size || again.parentRecordId != e.parentRecordId) __builtin_trap();
+    if (extras.links.size() > kMaxNtfsLinks || extras.streams.size() > kMaxNtfsStreams) __builtin_trap();
+    for (const NtfsStream& s : extras.streams)
+        if (s.name.empty()) __builtin_trap();
     IsMftRecord(rec, false);
     IsMftRecord(rec, true);
     ItemTimes times;

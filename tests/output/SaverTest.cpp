@@ -543,5 +543,19 @@ TEST_F(SaverFixture, ZipReplacesAnExistingFileOnlyWithConsent) {
     EXPECT_EQ(entries, 0u);
 }
 
+// ':' separates a file from its stream on NTFS ("report.txt:Zone.Identifier" items): it is saved
+// as '_', beside the file itself.
+TEST_F(SaverFixture, StreamItemsAreSavedWithoutTheColon) {
+    ScratchDir dir("streams");
+    CNode* docs = tree.Folder(tree.vol, u"docs");
+    docs->checked = 1;
+    CNode* file = tree.File(docs, u"report.txt", 1, 10);
+    CNode* stream = tree.File(docs, u"report.txt:Zone.Identifier", 3, 26);
+    SaveResult r = SaveMarked(media, tc.ctx, Request(dir.path.string(), kCollisionAsk));
+    EXPECT_EQ(r.files, 2u);
+    EXPECT_EQ(ReadAll((dir.path / "docs/report.txt").string()), Expected(file));
+    EXPECT_EQ(ReadAll((dir.path / "docs/report.txt_Zone.Identifier").string()), Expected(stream));
+}
+
 } // namespace
 } // namespace kestrin

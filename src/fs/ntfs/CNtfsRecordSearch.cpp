@@ -167,12 +167,12 @@ size_t CNtfsRecordSearch::Offer(uint64_t sector, std::span<const uint8_t> data, 
     if (HasAttributeList(checked) && hold(m_deferred)) return size_t(size);
     auto* e = new (std::nothrow) ScanEntry;
     if (!e) return 0;
-    if (!ParseFileRecord(checked, *e, 0, nullptr)) {
+    if (!ParseFileRecord(checked, *e, 0, nullptr, &m_extras)) {
         delete e;
         return size_t(size); // a sound record that yields no item is still a record
     }
     e->location = sector;
-    m_builder->AddRecord(e);
+    m_builder->AddRecord(e, m_extras);
     return size_t(size);
 }
 
@@ -270,12 +270,12 @@ void CNtfsRecordSearch::AttachTo(CNode* top) {
         CFoundRecordSource source(*this, h, start == kUnknownStart ? 0 : start, start == kUnknownStart ? 0 : bpc);
         auto* e = new (std::nothrow) ScanEntry;
         if (!e) break;
-        if (!ParseFileRecord(rec, *e, 0, &source)) {
+        if (!ParseFileRecord(rec, *e, 0, &source, &m_extras)) {
             delete e;
             continue;
         }
         e->location = h.byte / m_sectorSize;
-        m_builder->AddRecord(e);
+        m_builder->AddRecord(e, m_extras);
     }
     CNode* dot = m_builder->Finish(top);
     // Files remember how far their record lies into its volume, so that their clusters are read

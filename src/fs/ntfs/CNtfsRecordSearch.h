@@ -73,6 +73,7 @@ private:
 
     std::unique_ptr<CNtfsTreeBuilder> m_builder;
     std::vector<uint8_t> m_copy;
+    NtfsRecordExtras m_extras;
     CPhysicalDisk* m_media = nullptr;
     uint32_t m_sectorSize = 512;
     // Record number and media byte of every numbered base record (the votes).

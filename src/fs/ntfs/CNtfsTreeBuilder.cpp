@@ -1,8 +1,10 @@
 #include "fs/ntfs/CNtfsTreeBuilder.h"
 
 #include <new>
+#include <vector>
 
 #include "fs/VolumeTree.h"
+#include "fs/ntfs/NtfsEngine.h"
 
 namespace kestrin {
 
@@ -30,6 +32,10 @@ namespace {
 // A child belongs to the folder at its parent's record number when the sequence numbers agree
 // (either unknown counts as agreeing). A deleted folder's record has usually had its sequence
 // number raised by one when it was freed, so that is accepted too.
+// Items one record may add (its names times its streams), and the longest name a node keeps.
+constexpr size_t kMaxRecordItems = 4096;
+constexpr size_t kMaxShownUnits = 255;
+
 bool Belongs(const ScanEntry* child, const ScanEntry* folder) {
     uint16_t want = uint16_t(child->reserved >> 16), have = uint16_t(folder->reserved);
     if (want == 0 || have == 0 || want == have) return true;
@@ -126,6 +132,55 @@ void CNtfsTreeBuilder::AddRecord(ScanEntry* e) {
     if (m_found) m_found->NoteFile(!(e->flags & kNodeInUse));
     if (e->parentRecordId == kUnknownParent) e->parentRecordId = m_index->Lost()->recordId;
     Place(e);
+}
+
+void CNtfsTreeBuilder::AddRecord(ScanEntry* e, const NtfsRecordExtras& extras) {
+    if (!e || !m_root || extras.Empty()) {
+        AddRecord(e);
+        return;
+    }
+    // What the copies share, taken before the entry may be merged into a placeholder.
+    const bool folder = e->flags & kNodeFolder;
+    const uint64_t location = e->location;
+    const uint32_t recordId = e->recordId;
+    const uint16_t sequence = uint16_t(e->reserved), created = e->createdDate, modified = e->modifiedDate;
+    const uint8_t state = uint8_t(e->flags & kNodeInUse);
+    struct Spot {
+        std::u16string_view name;
+        uint32_t parent;
+        uint16_t parentSequence;
+    };
+    std::vector<Spot> places;
+    const std::u16string first = e->name.empty() ? RecordName(recordId) : std::u16string(e->name.view());
+    places.push_back({first, e->parentRecordId, uint16_t(e->reserved >> 16)});
+    // A folder has one place in the tree: further names of a folder record are damage.
+    if (!folder)
+        for (const NtfsLink& l : extras.links) places.push_back({l.name, l.parentRecordId, l.parentSequence});
+    const uint64_t size = e->size;
+    AddRecord(e);
+
+    auto add = [&](const Spot& p, std::u16string name, uint64_t bytes, uint8_t flags) {
+        ScanEntry* c = NewScanEntry(std::move(name), flags, recordId, p.parent);
+        if (!c) return false;
+        c->size = bytes;
+        c->location = location;
+        c->createdDate = created;
+        c->modifiedDate = modified;
+        c->reserved = sequence | uint32_t(p.parentSequence) << 16;
+        AddRecord(c);
+        return true;
+    };
+    size_t items = 0;
+    for (size_t i = 1; i < places.size(); ++i)
+        if (++items > kMaxRecordItems || !add(places[i], std::u16string(places[i].name), size, state)) return;
+    for (const NtfsStream& st : extras.streams)
+        for (const Spot& p : places) {
+            // "name:stream"; a name too long for both loses its end, never the stream's name.
+            const size_t room = kMaxShownUnits > st.name.size() + 1 ? kMaxShownUnits - st.name.size() - 1 : 0;
+            std::u16string shown(p.name.substr(0, room));
+            shown.append(1, u':').append(st.name);
+            if (++items > kMaxRecordItems || !add(p, std::move(shown), st.size, state | kNodeNtfsStream)) return;
+        }
 }
 
 void CNtfsTreeBuilder::AddIndexFolder(NtfsIndexFolder&& f) {

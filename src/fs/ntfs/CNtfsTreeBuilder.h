@@ -21,6 +21,10 @@ public:
     bool Ok() const { return m_root != nullptr; }
     // Takes a scan entry filled by ParseFileRecord from a record that yielded an item.
     void AddRecord(ScanEntry* e);
+    // The same, with what else the record holds: every further name of a file becomes an item of
+    // its own in its own folder, and every stream an item "name:stream" beside each name of its
+    // file or folder. They all share the record's state and place; streams carry kNodeNtfsStream.
+    void AddRecord(ScanEntry* e, const NtfsRecordExtras& extras);
     // Takes a folder named by an index entry.
     void AddIndexFolder(NtfsIndexFolder&& f);
     // Counts the files it lists into `found` as they come (for the progress display).

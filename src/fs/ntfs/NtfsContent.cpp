@@ -292,12 +292,41 @@ private:
     std::vector<uint8_t> m_window;
 };
 
-// Gathers the unnamed data attribute of the checked record at volume byte `offset`: from the
-// record itself and, through its attribute list, from its extension records (through the MFT
-// when it is open, else looked for around the record). `fallbackNumber` is the record's number
-// when its header carries none.
+// True when data attribute `a` of `rec` is the stream named `stream` (UTF-16LE; empty: the
+// unnamed data).
+bool IsStream(Bytes rec, const NtfsAttr& a, Bytes stream) {
+    if (a.type != kAttrData) return false;
+    if (stream.empty()) return a.Unnamed();
+    return !a.Unnamed() && size_t(a.nameLength) * 2 == stream.size() && Fits(rec, a.offset + a.nameOffset, stream.size()) &&
+           std::memcmp(rec.data() + a.offset + a.nameOffset, stream.data(), stream.size()) == 0;
+}
+
+bool IsStreamEntry(const NtfsListEntry& entry, Bytes stream) {
+    if (entry.type != kAttrData) return false;
+    if (stream.empty()) return entry.unnamed;
+    return entry.name.size() == stream.size() && std::memcmp(entry.name.data(), stream.data(), stream.size()) == 0;
+}
+
+// The stream a node stands for, UTF-16LE: what follows the last ':' of a stream item's name (a
+// stream's name holds no ':'), nothing for the unnamed data.
+std::vector<uint8_t> StreamOf(const CNode& node) {
+    std::vector<uint8_t> name;
+    if (!(node.flags & kNodeNtfsStream)) return name;
+    size_t colon = node.name.rfind(u':');
+    if (colon == std::u16string_view::npos || colon + 1 >= node.name.size()) return name;
+    for (size_t i = colon + 1; i < node.name.size(); ++i) {
+        name.push_back(uint8_t(node.name[i] & 0xFF));
+        name.push_back(uint8_t(node.name[i] >> 8));
+    }
+    return name;
+}
+
+// Gathers data attribute `stream` (empty: the unnamed one) of the checked record at volume byte
+// `offset`: from the record itself and, through its attribute list, from its extension records
+// (through the MFT when it is open, else looked for around the record). `fallbackNumber` is the
+// record's number when its header carries none.
 void GatherDataStream(CNtfsVolume& vol, bool mftOpen, Bytes rec, uint64_t offset, uint64_t fallbackNumber,
-                      DataStream& data) {
+                      DataStream& data, Bytes stream = {}) {
     struct ListRef {
         uint64_t vcn, record;
     };
@@ -309,10 +338,10 @@ void GatherDataStream(CNtfsVolume& vol, bool mftOpen, Bytes rec, uint64_t offset
             bool readOk = false;
             ForEachListEntry(AttributeListBytes(rec, a, &vol, stored, readOk), [&](const NtfsListEntry& entry) {
                 if (refs.size() >= kMaxPieces) return false;
-                if (entry.type == kAttrData && entry.unnamed) refs.push_back({entry.firstVcn, entry.record});
+                if (IsStreamEntry(entry, stream)) refs.push_back({entry.firstVcn, entry.record});
                 return true;
             });
-        } else if (a.type == kAttrData && a.Unnamed()) {
+        } else if (IsStream(rec, a, stream)) {
             data.Take(rec, a);
         }
         return a.type <= kAttrData;
@@ -327,8 +356,7 @@ void GatherDataStream(CNtfsVolume& vol, bool mftOpen, Bytes rec, uint64_t offset
         if (!(mftOpen && vol.ReadRecord(r.record, ext)) && !nearby.Read(r.record, ext)) continue;
         Bytes e = ext;
         ForEachAttribute(e, [&](const NtfsAttr& a) {
-            if (a.type == kAttrData && a.Unnamed() && a.nonResident &&
-                nonresident::FirstVcn::Or(e, ~0ull, a.offset) == r.vcn) {
+            if (IsStream(e, a, stream) && a.nonResident && nonresident::FirstVcn::Or(e, ~0ull, a.offset) == r.vcn) {
                 data.Take(e, a);
                 return false;
             }
@@ -370,7 +398,9 @@ ContentResult NtfsWriteContent(CPhysicalDisk& media, const CNode& node, const Co
 
     DataStream data;
     if (bootGeometry) data.volumeClusters = vol.ClusterCount();
-    GatherDataStream(vol, mftOpen, record, offset, node.recordId, data);
+    const std::vector<uint8_t> stream = StreamOf(node);
+    if ((node.flags & kNodeNtfsStream) && stream.empty()) return failed;
+    GatherDataStream(vol, mftOpen, record, offset, node.recordId, data, stream);
     if (!data.found) return failed;
 
     CContentWriter writer(media, vol, sink, node.size);
@@ -433,7 +463,9 @@ bool NtfsJudgeConditions(CPhysicalDisk& media, CNode& volumeRoot, const std::fun
         record.resize(recordSize);
         if (!vol.ReadVolume(offset, record.data(), record.size()) || !CheckFileRecord(record, recordSize)) return;
         data.Clear();
-        GatherDataStream(vol, true, record, offset, n->recordId, data);
+        const std::vector<uint8_t> stream = StreamOf(*n);
+        if ((n->flags & kNodeNtfsStream) && stream.empty()) return;
+        GatherDataStream(vol, true, record, offset, n->recordId, data, stream);
         if (!data.found) return;
         spans.clear();
         if (!data.resident)

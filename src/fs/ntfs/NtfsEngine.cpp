@@ -23,18 +23,18 @@ constexpr uint32_t kSearchStepBytes = 4u << 20;
 // False when the record is malformed; records formatted but never used are not. Extension
 // records are left to their base.
 bool TakeRecord(std::span<uint8_t> rec, uint32_t recordSize, uint32_t runningIndex, uint64_t location,
-                INtfsRecordSource* source, CNtfsTreeBuilder& builder) {
+                INtfsRecordSource* source, CNtfsTreeBuilder& builder, NtfsRecordExtras& extras) {
     if (file_record::BaseRecord::At(rec.data()) != 0) return true;
     NtfsRecordCheck check = ExamineFileRecord(rec, recordSize);
     if (check != NtfsRecordCheck::Sound) return check == NtfsRecordCheck::Unused;
     auto* e = new (std::nothrow) ScanEntry;
     if (!e) return true;
-    if (!ParseFileRecord(rec.first(recordSize), *e, runningIndex, source)) {
+    if (!ParseFileRecord(rec.first(recordSize), *e, runningIndex, source, &extras)) {
         delete e;
         return true;
     }
     e->location = location;
-    builder.AddRecord(e);
+    builder.AddRecord(e, extras);
     return true;
 }
 
@@ -58,6 +58,7 @@ Outcome NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
     // Set when a record was skipped as malformed: one that failed its check, or one the file
     // system itself marked bad.
     bool corrupt = false;
+    NtfsRecordExtras extras;
 
     for (uint64_t first = 0; first < records; first += batch) {
         if (ctx.MustStop(media)) break;
@@ -79,7 +80,7 @@ Outcome NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
             uint64_t at = vol.MapMft(index * recordSize);
             if (at == ~0ull) continue;
             uint64_t location = (vol.VolumeStartByte() + at) / mediaSector;
-            if (bad || !TakeRecord(rec, recordSize, uint32_t(index), location, &vol, builder)) corrupt = true;
+            if (bad || !TakeRecord(rec, recordSize, uint32_t(index), location, &vol, builder, extras)) corrupt = true;
         }
         ctx.Progress(int64_t(first + n), total);
         if (stopped) break;

@@ -10,6 +10,10 @@
 
 namespace kestrin {
 
+// Node flag of an item that is a named data stream of its record: its name ends in ":stream",
+// and its content is that stream's, not the record's unnamed data.
+constexpr uint16_t kNodeNtfsStream = 8;
+
 // Scans the selected volume (boot sector at media.GetFirstSector()): every MFT record, in use or
 // not, in batches, with progress and stop; the result goes under ctx.top as the volume root ".".
 // Nothing is attached when neither the MFT nor its mirror can be read.

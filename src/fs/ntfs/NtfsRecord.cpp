@@ -14,7 +14,7 @@ using namespace layout::ntfs;
 namespace {
 
 // Extension records one attribute list may make us read.
-constexpr int kMaxListRecordReads = 64;
+constexpr int kMaxListRecordReads = 256;
 // Run fields wider than this end a run list: a length or a cluster number is 64 bits at most.
 constexpr unsigned kMaxRunFieldBytes = 8;
 // VCNs are signed 64-bit numbers on disk: a run list whose lengths add up past this is malformed.
@@ -69,8 +69,19 @@ bool ApplyFixup(std::span<uint8_t> rec, uint32_t usaOffset, uint32_t usaCount, u
 // header.
 using NamespaceAtUsualPlace = LeField<uint8_t, resident::kHeaderBytes + file_name::Namespace::kOffset>;
 
-bool TakeFileName(Bytes rec, const NtfsAttr& a, ScanEntry& e, bool& haveName) {
-    if (haveName || a.nonResident) return false;
+// The records below this number belong to the file system itself; of them only the root folder
+// can carry a stream a user made.
+constexpr uint32_t kFirstUserRecord = 24;
+
+// A Win32, POSIX or Win32-and-DOS name of a file-name attribute (a DOS-only name is not read).
+struct FileNameRef {
+    uint32_t parentRecordId = 0;
+    uint16_t parentSequence = 0;
+    Bytes units; // the name, UTF-16LE
+};
+
+bool ReadFileName(Bytes rec, const NtfsAttr& a, FileNameRef& out) {
+    if (a.nonResident) return false;
     // The namespace byte is read at its usual place, whatever the value offset says.
     auto ns = NamespaceAtUsualPlace::Read(rec, a.offset);
     Bytes v = ResidentValue(rec, a);
@@ -78,14 +89,55 @@ bool TakeFileName(Bytes rec, const NtfsAttr& a, ScanEntry& e, bool& haveName) {
     if (*ns == file_name::kNamespaceDos) return false;
     uint8_t units = file_name::NameLength::At(v.data());
     if (units == 0 || v.size() - file_name::kNameOffset < size_t(units) * 2) return false; // name past the value
-    e.parentRecordId = file_name::ParentRecord::At(v.data());
-    // The parent reference's sequence number is kept beside the record's own (see ScanEntry
-    // reserved in NtfsRecord.h) to tell a parent folder from a later record at its number.
-    e.reserved = (e.reserved & 0xFFFF) | uint32_t(file_name::ParentSequence::At(v.data())) << 16;
-    e.name = UnitsAt(v, file_name::kNameOffset, units);
-    e.nameLength = units;
-    haveName = true;
+    out.parentRecordId = file_name::ParentRecord::At(v.data());
+    out.parentSequence = file_name::ParentSequence::At(v.data());
+    out.units = v.subspan(file_name::kNameOffset, size_t(units) * 2);
     return true;
+}
+
+// The first name a record shows goes into its entry; with `extras` every later one is kept there
+// as a further link, once (a folder's attributes can be met both in its list and in itself).
+void TakeFileName(Bytes rec, const NtfsAttr& a, ScanEntry& e, bool& haveName, NtfsRecordExtras* extras) {
+    if (haveName && !extras) return;
+    FileNameRef fn;
+    if (!ReadFileName(rec, a, fn)) return;
+    std::u16string name = UnitsAt(fn.units, 0, fn.units.size() / 2);
+    if (!haveName) {
+        e.parentRecordId = fn.parentRecordId;
+        // The parent reference's sequence number is kept beside the record's own (see ScanEntry
+        // reserved in NtfsRecord.h) to tell a parent folder from a later record at its number.
+        e.reserved = (e.reserved & 0xFFFF) | uint32_t(fn.parentSequence) << 16;
+        e.nameLength = uint8_t(name.size());
+        e.name = std::move(name);
+        haveName = true;
+        return;
+    }
+    if (extras->links.size() >= kMaxNtfsLinks) return;
+    if (fn.parentRecordId == e.parentRecordId && e.name == name) return;
+    for (const NtfsLink& l : extras->links)
+        if (l.parentRecordId == fn.parentRecordId && l.name == name) return;
+    extras->links.push_back({fn.parentRecordId, fn.parentSequence, std::move(name)});
+}
+
+// A named data attribute (its piece from VCN 0, which carries the length) as a stream.
+void TakeStream(Bytes rec, const NtfsAttr& a, NtfsRecordExtras* extras) {
+    if (!extras || a.Unnamed() || extras->streams.size() >= kMaxNtfsStreams) return;
+    if (a.nameOffset > a.length || (a.length - a.nameOffset) / 2 < a.nameLength) return;
+    uint64_t size = 0;
+    if (a.nonResident) {
+        auto vcn = nonresident::FirstVcn::Read(rec, a.offset);
+        auto real = nonresident::DataSize::Read(rec, a.offset);
+        if (!vcn || *vcn != 0 || !real) return;
+        size = *real;
+    } else {
+        auto len = resident::ValueLength::Read(rec, a.offset);
+        if (!len) return;
+        size = *len;
+    }
+    std::u16string name = UnitsAt(rec, a.offset + a.nameOffset, a.nameLength);
+    for (const NtfsStream& s : extras->streams)
+        if (s.name == name) return;
+    extras->streams.push_back({std::move(name), size});
 }
 
 // Size of the unnamed data attribute of a checked record (the first extent): true when found.
@@ -112,25 +164,44 @@ bool DataSizeOf(Bytes rec, uint64_t& size) {
 enum class ListOutcome { Failed, Data, Ended };
 
 // Walks attribute-list entries: file names and the data size come from the records they name.
-ListOutcome WalkAttrList(Bytes list, ScanEntry& e, bool& haveName, INtfsRecordSource* source, bool& sizeFound) {
+// With `extras`, every record holding names is read for all of them, and the named data
+// attributes after the unnamed one are taken as streams.
+// `own` is the record's number (~0 when unknown): further names and streams are taken only from
+// records that belong to it, not from an extension record since given to another file.
+ListOutcome WalkAttrList(Bytes list, ScanEntry& e, bool& haveName, INtfsRecordSource* source, bool& sizeFound,
+                         NtfsRecordExtras* extras, uint64_t own) {
     std::vector<uint8_t> other;
+    auto ours = [own](Bytes r) {
+        uint64_t base = file_record::BaseRecord::Or(r, 0);
+        if (base != 0) return own == ~0ull || file_reference::Number(base) == own;
+        return own == ~0ull || file_record::UsaOffset::Or(r, 0) != file_record::kUsaOffsetNumbered ||
+               file_record::RecordNumber::Or(r, 0) == own;
+    };
     int reads = 0;
     ListOutcome outcome = ListOutcome::Ended;
+    // Records already read for their names: each holds several, and the list names each once.
+    uint64_t namesRead[kMaxListRecordReads];
+    int namesReadCount = 0;
     auto readOther = [&](uint64_t record) {
         return source && ++reads <= kMaxListRecordReads && source->ReadRecord(record, other);
     };
     ForEachListEntry(list, [&](const NtfsListEntry& entry) {
         if (entry.type > kAttrData) return false;
-        if (entry.type == kAttrFileName && !haveName) {
+        if (entry.type == kAttrFileName && (!haveName || extras)) {
+            if (std::find(namesRead, namesRead + namesReadCount, entry.record) != namesRead + namesReadCount) return true;
             if (!readOther(entry.record)) {
+                // A further name out of reach takes nothing from what was found.
+                if (haveName || outcome == ListOutcome::Data) return true;
                 outcome = ListOutcome::Failed;
                 return false;
             }
+            namesRead[namesReadCount++] = entry.record;
+            const bool mine = ours(other);
             ForEachAttribute(other, [&](const NtfsAttr& a) {
-                if (a.type == kAttrFileName) TakeFileName(other, a, e, haveName);
-                return !haveName && a.type <= kAttrFileName;
+                if (a.type == kAttrFileName && (!haveName || mine)) TakeFileName(other, a, e, haveName, extras);
+                return (extras || !haveName) && a.type <= kAttrFileName;
             });
-        } else if (entry.type == kAttrData && entry.firstVcn == 0 && entry.unnamed) {
+        } else if (entry.type == kAttrData && entry.firstVcn == 0 && entry.unnamed && outcome != ListOutcome::Data) {
             if (!readOther(entry.record)) {
                 outcome = ListOutcome::Failed;
                 return false;
@@ -141,7 +212,20 @@ ListOutcome WalkAttrList(Bytes list, ScanEntry& e, bool& haveName, INtfsRecordSo
                 sizeFound = true;
             }
             outcome = ListOutcome::Data;
-            return false;
+            return extras != nullptr;
+        } else if (entry.type == kAttrData && entry.firstVcn == 0 && !entry.unnamed && extras) {
+            if (entry.name.empty() || !readOther(entry.record) || !ours(other)) return true;
+            Bytes ext = other;
+            ForEachAttribute(ext, [&](const NtfsAttr& a) {
+                if (a.type == kAttrData && !a.Unnamed() && a.nameLength * 2u == entry.name.size() &&
+                    Fits(ext, a.offset + a.nameOffset, entry.name.size()) &&
+                    std::memcmp(ext.data() + a.offset + a.nameOffset, entry.name.data(), entry.name.size()) == 0 &&
+                    (!a.nonResident || nonresident::FirstVcn::Or(ext, ~0ull, a.offset) == 0)) {
+                    TakeStream(ext, a, extras);
+                    return false;
+                }
+                return a.type <= kAttrData;
+            });
         }
         return true;
     });
@@ -383,7 +467,9 @@ bool IsMftRecord(Bytes rec, bool mirror) {
     return match;
 }
 
-bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecordSource* source) {
+bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecordSource* source,
+                     NtfsRecordExtras* extras) {
+    if (extras) extras->Clear();
     if (rec.size() < file_record::kHeaderBytes) return false;
     constexpr uint16_t kItemFlags = file_record::kFlagInUse | file_record::kFlagDirectory;
     const uint8_t* b = rec.data();
@@ -393,8 +479,14 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
     e.flags = uint8_t(headerFlags & kItemFlags);
     e.reserved = file_record::Sequence::At(b);
     bool haveName = false, result = false, decided = false;
+    // Set once the unnamed data attribute decided the item: only named data is looked at then.
+    bool streamsOnly = false;
 
     ForEachAttribute(rec, [&](const NtfsAttr& a) {
+        if (streamsOnly) {
+            if (a.type == kAttrData) TakeStream(rec, a, extras);
+            return a.type <= kAttrData;
+        }
         switch (a.type) {
         case kAttrStandardInfo: {
             Bytes v = ResidentValue(rec, a);
@@ -406,7 +498,7 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
             return true;
         }
         case kAttrFileName:
-            TakeFileName(rec, a, e, haveName);
+            TakeFileName(rec, a, e, haveName, extras);
             return true;
         case kAttrList: {
             std::vector<uint8_t> stored;
@@ -414,7 +506,10 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
             Bytes list = AttributeListBytes(rec, a, source, stored, readOk);
             if (!readOk) list = {}; // a list read in part would name the wrong pieces
             bool sizeFound = false;
-            ListOutcome outcome = WalkAttrList(list, e, haveName, source, sizeFound);
+            const uint64_t own = usaOffset == file_record::kUsaOffsetNumbered ? file_record::RecordNumber::At(b)
+                                 : runningIndex                                ? runningIndex
+                                                                               : ~0ull;
+            ListOutcome outcome = WalkAttrList(list, e, haveName, source, sizeFound, extras, own);
             bool ok = outcome == ListOutcome::Data ? sizeFound : outcome == ListOutcome::Ended && haveName;
             if (isDir && ok) return true; // a folder goes on to its own attributes
             result = ok && !isDir;
@@ -422,7 +517,10 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
             return false;
         }
         case kAttrData:
-            if (!a.Unnamed()) return true;
+            if (!a.Unnamed()) {
+                TakeStream(rec, a, extras);
+                return true;
+            }
             if (!isDir) {
                 if (a.nonResident)
                     e.size = nonresident::DataSize::Or(rec, 0, a.offset);
@@ -431,7 +529,8 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
                 result = true;
             }
             decided = true;
-            return false;
+            streamsOnly = extras != nullptr;
+            return streamsOnly;
         case kAttrIndexRoot:
             if (isDir) {
                 // A folder's own number is the parent named by the first entry of its root.
@@ -460,6 +559,13 @@ bool ParseFileRecord(Bytes rec, ScanEntry& e, uint32_t runningIndex, INtfsRecord
     else if (e.recordId == 0)
         e.recordId = runningIndex;
 
+    if (extras && !extras->streams.empty()) {
+        // The metadata files' streams ($Secure's, $UpCase's, ...) and the "$" streams the system
+        // keeps on its "$" files under the extend folder are not a user's.
+        const bool systemFile = !e.name.empty() && e.name[0] == u'$';
+        if (e.recordId < kFirstUserRecord) extras->streams.clear();
+        std::erase_if(extras->streams, [&](const NtfsStream& st) { return systemFile && st.name[0] == u'$'; });
+    }
     if (haveName) {
         if (IsMetadataName(e.name) || (e.name == u"." && e.parentRecordId == kNtfsRootRecord)) {
             std::fill(e.name.begin(), e.name.end(), u'\0');

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "fs/CNode.h"
@@ -109,6 +110,7 @@ struct NtfsListEntry {
     uint64_t firstVcn = 0;
     uint64_t record = 0; // the record number, without its sequence number
     bool unnamed = false;
+    Bytes name; // the attribute's name (UTF-16LE), empty when unnamed or not inside the entry
 };
 
 // Calls `f` for each entry of an attribute list until `f` returns false, an entry is too short
@@ -125,6 +127,8 @@ void ForEachListEntry(Bytes list, F&& f) {
         entry.firstVcn = al::FirstVcn::At(p);
         entry.record = layout::ntfs::file_reference::Number(al::Record::At(p));
         entry.unnamed = al::NameLength::At(p) == 0 || al::NameOffset::At(p) == 0;
+        if (!entry.unnamed && al::NameOffset::At(p) + size_t(al::NameLength::At(p)) * 2 <= length)
+            entry.name = list.subspan(pos + al::NameOffset::At(p), size_t(al::NameLength::At(p)) * 2);
         if (!f(entry)) return;
         pos += length;
     }
@@ -137,13 +141,43 @@ void ForEachListEntry(Bytes list, F&& f) {
 Bytes AttributeListBytes(Bytes record, const NtfsAttr& a, INtfsRecordSource* source, std::vector<uint8_t>& storage,
                          bool& readOk);
 
+// A name of a record besides the one its entry shows: a further hard link, in its own folder.
+struct NtfsLink {
+    uint32_t parentRecordId = 0;
+    uint16_t parentSequence = 0;
+    std::u16string name;
+};
+// A named data stream of a record and its length.
+struct NtfsStream {
+    std::u16string name;
+    uint64_t size = 0;
+};
+// What a record holds beyond the item its entry describes: its further Win32 or POSIX names (the
+// DOS 8.3 twin of a long name is no name of its own) and its named data streams. The system's own
+// streams (those of the metadata files, and "$" streams of "$" files) are left out. Callers keep
+// one across records so that its room is reused.
+struct NtfsRecordExtras {
+    std::vector<NtfsLink> links;
+    std::vector<NtfsStream> streams;
+    void Clear() {
+        links.clear();
+        streams.clear();
+    }
+    bool Empty() const { return links.empty() && streams.empty(); }
+};
+// Bounds on what one record may add: NTFS itself allows 1024 names per file.
+constexpr size_t kMaxNtfsLinks = 1024;
+constexpr size_t kMaxNtfsStreams = 256;
+
 // Parses a checked base record into `e`: name, parent, dates, flags, size and recordId. While the
 // tree is built, `e.reserved` holds the record's sequence number (low 16 bits) and that of its
 // parent reference (high 16 bits).
 // `runningIndex` is the record's position in the MFT walk (used when the header carries no record
 // number). True when the record yields an item. `source` may be null (extension records are then
-// out of reach).
-bool ParseFileRecord(Bytes record, ScanEntry& e, uint32_t runningIndex, INtfsRecordSource* source);
+// out of reach). With `extras`, the record's further names and its streams are gathered there
+// too (emptied first).
+bool ParseFileRecord(Bytes record, ScanEntry& e, uint32_t runningIndex, INtfsRecordSource* source,
+                     NtfsRecordExtras* extras = nullptr);
 
 // A folder named by an index entry of an INDX record.
 struct NtfsIndexFolder {

@@ -78,7 +78,7 @@ public:
         Put64(v, 24, sameTimes ? created : created + 2);
         return Resident(0x10, v);
     }
-    // namespace: 1 Win32, 2 DOS, 3 both.
+    // namespace: 0 POSIX, 1 Win32, 2 DOS, 3 both.
     RecordBuilder& FileName(uint32_t parent, const std::u16string& name, uint8_t nameSpace = 1, uint32_t attributes = 0) {
         std::vector<uint8_t> v(0x42 + name.size() * 2, 0);
         Put64(v, 0, parent | (1ull << 48));
@@ -121,16 +121,20 @@ public:
         m_pos += len;
         return *this;
     }
-    // An attribute-list entry (26 bytes + padding).
-    static void ListEntry(std::vector<uint8_t>& list, uint32_t type, uint64_t startVcn, uint64_t record, uint16_t id = 0) {
+    // An attribute-list entry (26 bytes, its name, padding).
+    static void ListEntry(std::vector<uint8_t>& list, uint32_t type, uint64_t startVcn, uint64_t record, uint16_t id = 0,
+                          const std::u16string& name = u"") {
         size_t at = list.size();
-        list.resize(at + 32, 0);
+        size_t len = (0x1A + name.size() * 2 + 7) & ~size_t(7);
+        list.resize(at + len, 0);
         Put32(list, at, type);
-        Put16(list, at + 4, 32);
+        Put16(list, at + 4, uint16_t(len));
+        list[at + 6] = uint8_t(name.size());
         list[at + 7] = 0x1A;
         Put64(list, at + 8, startVcn);
         Put64(list, at + 0x10, record | (1ull << 48));
         Put16(list, at + 0x18, id);
+        for (size_t i = 0; i < name.size(); ++i) Put16(list, at + 0x1A + 2 * i, name[i]);
     }
     // A resident index root over file names with the given entries (each a complete entry).
     RecordBuilder& IndexRoot(const std::vector<uint8_t>& entries) {

@@ -206,3 +206,78 @@ TEST(NtfsScan, MftContinuedInExtensionRecord) {
     EXPECT_EQ(far->location, 62u * 8);
     EXPECT_EQ(Content(media, far), std::vector<uint8_t>{'f'});
 }
+
+// A record lists under every Win32 or POSIX name it has, each in its own folder, and its named
+// data streams as "name:stream" beside each of them; the read-back gives each stream's bytes.
+TEST(NtfsScan, EveryNameAndStreamOfARecord) {
+    VolumeBuilder v;
+    const std::vector<uint8_t> note = {'f', 'o', 'l', 'd', 'e', 'r'}, far = Pattern(5000, 9);
+    v.SetRecord(40, RecordBuilder(40, 3).StdInfo().FileName(5, u"Docs").Resident(0x80, note, u"note").IndexRoot({}).Finish());
+    // Deleted, with two names: both are deleted items, and so is its stream.
+    v.SetRecord(41, RecordBuilder(41, 0).StdInfo().FileName(40, u"a.txt").FileName(5, u"b.txt", 0)
+                        .Resident(0x80, {'g', 'o', 'n', 'e'}).Resident(0x80, {'s', 's'}, u"s").Finish());
+    // A long name and its DOS twin, and a name in both namespaces: one item each.
+    v.SetRecord(42, RecordBuilder(42).StdInfo().FileName(5, u"Long name.txt").FileName(5, u"LONGNA~1.TXT", 2)
+                        .Resident(0x80, {'L'}).Finish());
+    v.SetRecord(43, RecordBuilder(43).StdInfo().FileName(5, u"BOTH.TXT", 3).Resident(0x80, {'B'}).Finish());
+    // A second name and a stream held in an extension record, named by the attribute list.
+    std::vector<uint8_t> list;
+    RecordBuilder::ListEntry(list, 0x10, 0, 44);
+    RecordBuilder::ListEntry(list, 0x30, 0, 44, 2);
+    RecordBuilder::ListEntry(list, 0x30, 0, 45, 0);
+    RecordBuilder::ListEntry(list, 0x80, 0, 44, 3);
+    RecordBuilder::ListEntry(list, 0x80, 0, 45, 1, u"far");
+    v.SetRecord(44, RecordBuilder(44).StdInfo().Resident(0x20, list).FileName(5, u"listed.txt")
+                        .Resident(0x80, {'D'}).Finish());
+    v.SetRecord(45, RecordBuilder(45).Base(44 | 1ull << 48).FileName(40, u"link.txt", 0)
+                        .NonResident(0x80, EncodeRuns({{2, 150}}), far.size(), 0, 1, 0, 0, u"far").Finish());
+    v.PutCluster(150, far);
+    // The system's streams: any on a record below 24, "$" streams of "$" files.
+    v.SetRecord(12, RecordBuilder(12).StdInfo().FileName(5, u"sys.bin").Resident(0x80, {'y'})
+                        .Resident(0x80, {'1'}, u"s").Finish());
+    v.SetRecord(46, RecordBuilder(46).StdInfo().FileName(5, u"$Thing").Resident(0x80, {'t'}).Resident(0x80, {'2'}, u"$J")
+                        .Resident(0x80, {'3'}, u"user").Finish());
+
+    CPhysicalDisk media;
+    Attach(media, v.Image());
+    ScanHarness h;
+    NtfsScanVolume(media, 1, h.ctx);
+    CNode* vol = h.Volume();
+    ASSERT_NE(vol, nullptr);
+    std::vector<std::string> paths;
+    for (auto& l : ListTree(vol)) paths.push_back(l.path + " " + std::to_string(l.size) + " " + std::to_string(l.flags));
+    std::sort(paths.begin(), paths.end());
+    const std::vector<std::string> expected = {
+        "/$Thing 1 1",        "/$Thing:user 1 9",        "/BOTH.TXT 1 1",      "/Docs 0 3",
+        "/Docs/a.txt 4 0",    "/Docs/a.txt:s 2 8",       "/Docs/link.txt 1 1", "/Docs/link.txt:far 5000 9",
+        "/Docs:note 6 9",     "/Long name.txt 1 1",      "/Lost 0 2",          "/b.txt 4 0",
+        "/b.txt:s 2 8",       "/listed.txt 1 1",         "/listed.txt:far 5000 9", "/sys.bin 1 1",
+    };
+    EXPECT_EQ(paths, expected);
+    EXPECT_EQ(FindPath(vol, "/b.txt")->location, FindPath(vol, "/Docs/a.txt")->location);
+    EXPECT_EQ(FindPath(vol, "/b.txt:s")->recordId, 41u);
+
+    ContentResult r;
+    EXPECT_EQ(Content(media, FindPath(vol, "/Docs:note"), &r), note);
+    EXPECT_TRUE(r.ok);
+    EXPECT_EQ(Content(media, FindPath(vol, "/b.txt:s"), &r), (std::vector<uint8_t>{'s', 's'}));
+    EXPECT_EQ(Content(media, FindPath(vol, "/b.txt"), &r), (std::vector<uint8_t>{'g', 'o', 'n', 'e'}));
+    EXPECT_EQ(Content(media, FindPath(vol, "/Docs/link.txt:far"), &r), far);
+    EXPECT_TRUE(r.ok);
+    EXPECT_EQ(Content(media, FindPath(vol, "/Docs/link.txt"), &r), std::vector<uint8_t>{'D'});
+
+    // Without the MFT the record search lists the same, extension records found beside the base.
+    std::vector<uint8_t> image = v.Image();
+    image[VolumeBuilder::kMftCluster * kC] = 'X';
+    image[2 * kC] = 'X';
+    CPhysicalDisk broken;
+    Attach(broken, image);
+    ScanHarness s;
+    NtfsSearchRecords(broken, 0, broken.GetSectorCount(), s.ctx);
+    ASSERT_NE(s.Volume(), nullptr);
+    CNode* found = FindPath(s.Volume(), "/Docs/link.txt:far");
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(Content(broken, found, &r), far);
+    EXPECT_TRUE(r.ok);
+    EXPECT_NE(FindPath(s.Volume(), "/Docs/a.txt:s"), nullptr);
+}

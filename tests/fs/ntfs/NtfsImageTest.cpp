@@ -83,19 +83,33 @@ Checked CompareWithManifest(const std::string& image, const std::string& manifes
             matched.insert(n);
             EXPECT_EQ(n->IsFolder(), dir) << path;
             EXPECT_EQ(n->IsDeleted(), deleted) << path;
+            auto hashOk = [&](CNode* item, const nlohmann::json& want, const std::string& shown) {
+                HexSha256 sha;
+                ContentResult r = NtfsWriteContent(media, *item, [&](const uint8_t* p, size_t len) {
+                    sha.Update(p, len);
+                    return true;
+                });
+                EXPECT_TRUE(r.ok) << shown;
+                EXPECT_EQ(sha.Hex(), want["sha256"].get<std::string>()) << shown;
+                ++c.hashed;
+            };
+            // Named streams are items "path:stream" beside their file, in its state.
+            for (auto& st : f.value("streams", nlohmann::json::array())) {
+                std::string shown = path + ":" + st["name"].get<std::string>();
+                CNode* sn = byPath.count(shown) ? byPath[shown] : nullptr;
+                EXPECT_NE(sn, nullptr) << shown << " missing";
+                if (!sn) continue;
+                matched.insert(sn);
+                EXPECT_TRUE((sn->flags & kNodeNtfsStream) && !sn->IsFolder()) << shown;
+                EXPECT_EQ(sn->IsDeleted(), deleted) << shown;
+                EXPECT_EQ(sn->size, st["size"].get<uint64_t>()) << shown;
+                if (st.contains("sha256") && st.value("content_intact", !deleted)) hashOk(sn, st, shown);
+            }
             if (dir) continue;
             EXPECT_EQ(n->size, size) << path;
             bool hashable = f["content_intact"].is_boolean() ? f["content_intact"].get<bool>()
                                                              : f.value("compressed", false) && !deleted;
-            if (!hashable) continue;
-            HexSha256 sha;
-            ContentResult r = NtfsWriteContent(media, *n, [&](const uint8_t* p, size_t len) {
-                sha.Update(p, len);
-                return true;
-            });
-            EXPECT_TRUE(r.ok) << path;
-            EXPECT_EQ(sha.Hex(), f["sha256"].get<std::string>()) << path;
-            ++c.hashed;
+            if (hashable) hashOk(n, f, path);
         }
         // Nothing beyond the manifest except the extend folder's content, "Lost" and the
         // placeholder folders "#<record>" in it.
