@@ -23,6 +23,7 @@ void JudgeConditions(CPhysicalDisk& media, CNode* top, const std::function<bool(
         bool done = false;
         switch (volume->fsKind) {
         case FsKind::Ntfs: done = NtfsJudgeConditions(view, *root, stop); break;
+        case FsKind::Fat12:
         case FsKind::Fat16:
         case FsKind::Fat32: done = FatJudgeConditions(view, *root, stop); break;
         case FsKind::ExFat: done = ExFatJudgeConditions(view, *root, stop); break;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <new>
 
 #include <fcntl.h>
@@ -372,7 +373,7 @@ void Inform(IUserMessages& messages, const char* id) {
 
 std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRecord>& partitions, bool skipHead,
                                                    SourceKind kind) {
-    static const char* const kNames[] = {"", "FAT16", "FAT32", "NTFS", "ExFAT"};
+    static const char* const kNames[] = {"", "FAT16", "FAT32", "NTFS", "ExFAT", "FAT12"};
     std::vector<DriveListItem> rows;
     for (size_t i = skipHead ? 1 : 0; i < partitions.size(); ++i) {
         const PartitionRecord& p = partitions[i];
@@ -381,7 +382,7 @@ std::vector<DriveListItem> DriveListFromPartitions(const std::vector<PartitionRe
         row.SetKind(kind);
         drive_item::ListIndex::Put(row.raw.data(), uint16_t(i));
         const auto fs = static_cast<size_t>(p.fsKind);
-        std::string name = fs >= 1 && fs <= 4
+        std::string name = fs >= 1 && fs < std::size(kNames)
                                ? std::string(kNames[fs]) + " - " + std::to_string(i)
                                : "Partition - " + std::to_string(i);
         uint8_t* units = row.raw.data() + drive_item::Name::kOffset;
@@ -525,7 +526,7 @@ bool ReadSessionFrom(ByteSource& bytes, const ReadSessionOptions& options, Sessi
         const auto fsKind = static_cast<FsKind>(source::FsKind::At(block));
         const auto sourceKind = static_cast<SourceKind>(source::SourceKind::At(block));
         uint8_t deviceKind = source::DeviceKind::At(block);
-        if (sectorSize == 0 || sectorSize > kMaxSectorSize || fsKind > FsKind::ExFat || sourceKind > SourceKind::ImageFile ||
+        if (sectorSize == 0 || sectorSize > kMaxSectorSize || fsKind > FsKind::Fat12 || sourceKind > SourceKind::ImageFile ||
             deviceKind > kVolume || sourcePath.empty() || sourcePath.find(u'\0') != std::u16string::npos)
             return corrupted();
         out.sourcePath = sourcePath;

@@ -61,7 +61,7 @@ Outcome SearchPreviousFileSystem(CPhysicalDisk& media, ScanContext& ctx) {
     media.SetFsKind(savedKind);
     if (Ends(searched)) return searched;
 
-    if (current == FsKind::Fat16 || current == FsKind::Fat32) {
+    if (IsFatKind(current)) {
         media.SetFsKind(current);
         return FatSearchPreviousFolders(media, ctx);
     }

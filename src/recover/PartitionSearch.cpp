@@ -35,7 +35,8 @@ constexpr uint8_t kBadStreamNameUnits = 4;
 constexpr uint32_t kDefaultIndexRecordBytes = 4096;
 
 // The first entry of a FAT: the media descriptor in its low byte and every other bit set (FAT32:
-// its low 28 bits). exFAT's first entry is a constant.
+// its low 28 bits; FAT12: 12 bits, followed by the 0xFFF of entry 1). exFAT's first entry is a
+// constant.
 using Fat16FirstEntry = LeField<uint16_t, 0>;
 using Fat32FirstEntry = LeField<uint32_t, 0>;
 constexpr uint16_t kFat16FirstEntryHigh = 0xFF00;
@@ -168,10 +169,11 @@ void CandidatesFromSector(CStorageMedia& media, std::span<const uint8_t> bytes, 
         if (at >= backupAt) Add(out, at - backupAt, total, FsKind::ExFat, 1, at);
         return;
     }
+    case FsKind::Fat12:
     case FsKind::Fat16: {
         uint64_t total = fat_boot::TotalSectors16::Or(s, 0);
         if (total == 0) total = fat_boot::TotalSectors32::Or(s, 0);
-        if (total) Add(out, at, total, FsKind::Fat16, 0, at);
+        if (total) Add(out, at, total, r->fsKind, 0, at);
         return;
     }
     default:
@@ -245,6 +247,7 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
             if (!recordOk(r.secondArea) && !recordOk(r.thirdArea)) return false;
             break;
         }
+        case FsKind::Fat12:
         case FsKind::Fat16:
         case FsKind::Fat32: {
             if (r.fatStart == 0 || r.fatStart >= room) return false;
@@ -253,7 +256,7 @@ bool CheckCandidate(CStorageMedia& media, uint64_t diskSectors, const PartitionC
             if (r.fsKind == FsKind::Fat32 &&
                 (Fat32FirstEntry::At(sector.data()) & kFat32EntryMask) != (kFat32FirstEntryHigh | descriptor))
                 return false;
-            if (r.fsKind == FsKind::Fat16 && r.length > room) return false;
+            if (HasFatRootRegion(r.fsKind) && r.length > room) return false;
             break;
         }
         case FsKind::ExFat: {

@@ -55,6 +55,7 @@ std::optional<PartitionRecord> RecogniseRange(CPhysicalDisk& media) {
 Outcome RunEngine(CPhysicalDisk& media, FsKind kind, ScanContext& ctx) {
     switch (kind) {
     case FsKind::Ntfs: return NtfsScanVolume(media, 1, ctx);
+    case FsKind::Fat12:
     case FsKind::Fat16:
     case FsKind::Fat32: return FatScanVolume(media, 1, ctx);
     case FsKind::ExFat: return ExFatScanVolume(media, 1, ctx);

@@ -23,6 +23,7 @@ Engines MakeEngines() {
             return SmartScanVolume(media, ctx);
         switch (media.GetFsKind()) {
         case FsKind::Ntfs: return NtfsScanVolume(media, mode, ctx);
+        case FsKind::Fat12:
         case FsKind::Fat16:
         case FsKind::Fat32: return FatScanVolume(media, mode, ctx);
         case FsKind::ExFat: return ExFatScanVolume(media, mode, ctx);

@@ -220,7 +220,7 @@ const AssembledVolume* DynamicVolumeOf(const OpenedSource& src, size_t index) {
 std::vector<size_t> ScannablePartitions(const OpenedSource& src) {
     std::vector<size_t> out;
     for (size_t i = 0; i < src.partitions.size(); ++i)
-        if (src.partitions[i].fsKind >= FsKind::Fat16 && src.partitions[i].fsKind <= FsKind::ExFat) out.push_back(i);
+        if (src.partitions[i].fsKind >= FsKind::Fat16 && src.partitions[i].fsKind <= FsKind::Fat12) out.push_back(i);
     return out;
 }
 

@@ -150,6 +150,7 @@ std::u16string ReadVolumeLabel(CStorageMedia& media, uint64_t firstSector, FsKin
     std::vector<uint8_t> boot = ReadVolumeBytes(media, firstSector, 0, layout::kBootSectorBytes);
     if (boot.size() < layout::kBootSectorBytes) return {};
     switch (fsKind) {
+    case FsKind::Fat12:
     case FsKind::Fat16: return ReadFatLabel(media, firstSector, boot, false);
     case FsKind::Fat32: return ReadFatLabel(media, firstSector, boot, true);
     case FsKind::Ntfs: return ReadNtfsLabel(media, firstSector, boot);

@@ -1,6 +1,6 @@
 #pragma once
 // The name a volume carries, for the drive-selection page: NTFS from the $Volume record's
-// volume-name attribute, exFAT from the root directory's label entry, FAT16 and FAT32 from the
+// volume-name attribute, exFAT from the root directory's label entry, FAT12, FAT16 and FAT32 from the
 // root directory's label entry, else from the boot sector's label field.
 #include <cstdint>
 #include <string>

@@ -29,6 +29,12 @@ constexpr uint16_t kFat16RootEntries = 512;
 constexpr size_t kFat16TypeTestedFrom = 3, kFat16TypeTestedBytes = 4;
 static_assert(kFat16TypeTestedFrom + kFat16TypeTestedBytes <= fat_boot::FsType16::kSize);
 
+// FAT12 volumes have fewer clusters than this; FAT drivers tell the FAT width by it.
+constexpr uint64_t kFat12ClusterLimit = 4085;
+// A FAT12 boot sector starts with a short jump (and a NOP) or a near jump.
+constexpr uint8_t kShortJumpOpcode = 0xEB, kNearJumpOpcode = 0xE9;
+constexpr uint32_t kDirEntryBytes = 32;
+
 // 2 to the power `exp`; 0 when it does not fit in 64 bits. Stored into narrower fields it then
 // truncates like any out-of-range size would, and the engines reject a 0 size.
 uint64_t PowerOfTwo(unsigned exp) { return exp < 64 ? uint64_t(1) << exp : 0; }
@@ -75,7 +81,40 @@ uint16_t FatSectorSize(Bytes s) {
     return (bps == 512 || bps == 1024 || bps == 2048 || bps == 4096) ? bps : 0;
 }
 
+// Clusters of a volume with a root region, as FAT drivers count them: the sectors after the
+// reserved area, the FATs and the root region, in whole clusters. 0 when the volume is shorter
+// than its own metadata or has no cluster size.
+uint64_t FatClusterCountAfterRoot(Bytes s) {
+    uint64_t bps = Get<fat_boot::BytesPerSector>(s);
+    uint8_t spc = Get<fat_boot::SectorsPerCluster>(s);
+    if (bps == 0 || spc == 0) return 0;
+    uint16_t total16 = Get<fat_boot::TotalSectors16>(s);
+    uint64_t total = total16 ? total16 : Get<fat_boot::TotalSectors32>(s);
+    uint64_t rootSectors = (uint64_t(Get<fat_boot::RootEntries>(s)) * kDirEntryBytes + bps - 1) / bps;
+    uint64_t meta = uint64_t(Get<fat_boot::ReservedSectors>(s)) +
+                    uint64_t(Get<fat_boot::FatCount>(s)) * Get<fat_boot::FatSize16>(s) + rootSectors;
+    return total > meta ? (total - meta) / spc : 0;
+}
+
 } // namespace
+
+bool IsFat12BootSector(CStorageMedia&, std::span<const uint8_t> s) {
+    if (BootSignature::Read(s) != kBootSignatureValue) return false;
+    auto jump = layout::JumpByte0::Read(s);
+    if (!jump || (*jump != kShortJumpOpcode && *jump != kNearJumpOpcode)) return false;
+    uint16_t bps = FatSectorSize(s);
+    uint8_t spc = Get<fat_boot::SectorsPerCluster>(s);
+    uint8_t fats = Get<fat_boot::FatCount>(s);
+    uint16_t fatSize = Get<fat_boot::FatSize16>(s);
+    if (bps == 0 || !IsPowerOfTwoUpTo128(spc) || Get<fat_boot::ReservedSectors>(s) == 0 || (fats != 1 && fats != 2) ||
+        Get<fat_boot::RootEntries>(s) == 0 || fatSize == 0)
+        return false;
+    if (!IsKnownMediaDescriptor(Get<fat_boot::MediaDescriptor>(s))) return false;
+    uint64_t clusters = FatClusterCountAfterRoot(s);
+    if (clusters == 0 || clusters >= kFat12ClusterLimit) return false;
+    // Two entries in three bytes; entries 0 and 1 are reserved.
+    return uint64_t(fatSize) * bps * 2 / 3 >= clusters + 2;
+}
 
 bool IsFat32BootSector(CStorageMedia&, std::span<const uint8_t> s) {
     auto bps = fat_boot::BytesPerSector::Read(s);
@@ -167,6 +206,11 @@ void FillFat32Record(std::span<const uint8_t> s, PartitionRecord& r) {
     r.thirdArea = r.secondArea + r.fatSize;
     // The length is the table's (a GPT record's last sector enters the count as it is).
     r.clusterCount = FatClusterCount(r.length, s, r.fatSize);
+}
+
+void FillFat12Record(std::span<const uint8_t> s, PartitionRecord& r) {
+    FillFat16Record(s, r);
+    r.clusterCount = uint32_t(FatClusterCountAfterRoot(s));
 }
 
 void FillNtfsRecord(CStorageMedia& media, std::span<const uint8_t> s, PartitionRecord& r) {

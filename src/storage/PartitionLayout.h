@@ -36,6 +36,7 @@ static_assert(SectorCount::kEnd == kEntryBytes);
 
 // Partition types this program acts on.
 inline constexpr uint8_t kTypeEmpty = 0x00;
+inline constexpr uint8_t kTypeFat12 = 0x01;
 inline constexpr uint8_t kTypeFat16Small = 0x04;
 inline constexpr uint8_t kTypeExtended = 0x05;
 inline constexpr uint8_t kTypeFat16 = 0x06;

@@ -153,6 +153,7 @@ MbrDataType DataTypeOf(uint8_t type) {
     case mbr::kTypeNtfs: return {FsKind::Ntfs, IsNtfsBootSector};
     case mbr::kTypeFat32: case mbr::kTypeFat32Lba: return {FsKind::Fat32, IsFat32BootSector};
     case mbr::kTypeFat16Small: case mbr::kTypeFat16: case mbr::kTypeFat16Lba: return {FsKind::Fat16, IsFat16BootSector};
+    case mbr::kTypeFat12: return {FsKind::Fat12, IsFat12BootSector};
     default: return {FsKind::None, nullptr};
     }
 }
@@ -161,6 +162,7 @@ void FillByKind(CStorageMedia& media, Bytes boot, PartitionRecord& r) {
     switch (r.fsKind) {
     case FsKind::Fat16: FillFat16Record(boot, r); break;
     case FsKind::Fat32: FillFat32Record(boot, r); break;
+    case FsKind::Fat12: FillFat12Record(boot, r); break;
     case FsKind::Ntfs: FillNtfsRecord(media, boot, r); break;
     case FsKind::ExFat: FillExFatRecord(media, boot, r); break;
     default: break;
@@ -383,6 +385,7 @@ void DumpPartitionList(const CPhysicalDisk& disk, std::FILE* out) {
         switch (r.fsKind) {
         case FsKind::Fat16: std::fputs("FAT16 partition==>\n", out); break;
         case FsKind::Fat32: std::fputs("FAT32 partition==>\n", out); break;
+        case FsKind::Fat12: std::fputs("FAT12 partition==>\n", out); break;
         case FsKind::Ntfs: std::fputs("NTFS partition==>\n", out); break;
         // An exFAT record prints both headings.
         case FsKind::ExFat: std::fputs("ExFAT partition==>\nNTFS partition==>\n", out); break;

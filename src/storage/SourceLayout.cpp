@@ -98,6 +98,7 @@ const char* FsKindName(FsKind fsKind) {
     case FsKind::Fat32: return "FAT32";
     case FsKind::Ntfs: return "NTFS";
     case FsKind::ExFat: return "exFAT";
+    case FsKind::Fat12: return "FAT12";
     default: return "unknown";
     }
 }
@@ -130,6 +131,11 @@ std::optional<PartitionRecord> RecogniseVolume(CStorageMedia& media, std::span<c
         r.fsKind = FsKind::Fat16;
         if (!fat16Strict) r.partitionFlag = PartitionFlag::TableOnly;
         FillFat16Record(s, r);
+        return r;
+    }
+    if (IsFat12BootSector(media, s)) {
+        r.fsKind = FsKind::Fat12;
+        FillFat12Record(s, r);
         return r;
     }
     return std::nullopt;

@@ -23,13 +23,13 @@ enum class Layout : uint8_t { None, Mbr, Gpt, Ldm, Volume };
 
 // "none", "mbr", "gpt", "ldm", "volume".
 const char* LayoutName(Layout layout);
-// "FAT16", "FAT32", "NTFS", "exFAT" for kinds 1 to 4, "unknown" otherwise.
+// "FAT16", "FAT32", "NTFS", "exFAT", "FAT12" for kinds 1 to 5, "unknown" otherwise.
 const char* FsKindName(FsKind fsKind);
 // "data", "linux", "swap", "lvm", "efi", "bitlocker", "apple-hfs", "apple-apfs", "reserved",
 // "other"; "" for records not from a table.
 const char* TableTypeName(TableType type);
 
-// When `sector` is a volume boot sector (NTFS, exFAT, FAT32 or FAT16), the record of that volume
+// When `sector` is a volume boot sector (NTFS, exFAT, FAT32, FAT16 or FAT12), the record of that volume
 // starting at sector 0 with `sectorCount` as its length and its geometry filled. Broader than the
 // four boot-sector tests: a FAT16 volume too small for IsFat16BootSector, or an exFAT volume whose
 // cluster shift that test rejects, still counts; such records carry partition flag 1.

@@ -1,4 +1,4 @@
-// The four boot-sector tests, the fills and the broader volume recognition over one sector.
+// The five boot-sector tests, the fills and the broader volume recognition over one sector.
 #include <cstdint>
 #include <span>
 
@@ -18,11 +18,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (IsExFatBootSector(media, sector)) FillExFatRecord(media, sector, r);
     if (IsFat32BootSector(media, sector)) FillFat32Record(sector, r);
     if (IsFat16BootSector(media, sector)) FillFat16Record(sector, r);
+    if (IsFat12BootSector(media, sector)) FillFat12Record(sector, r);
     // The fills must also survive sectors no test accepted.
     FillNtfsRecord(media, sector, r);
     FillExFatRecord(media, sector, r);
     FillFat32Record(sector, r);
     FillFat16Record(sector, r);
+    FillFat12Record(sector, r);
     auto volume = RecogniseVolume(media, sector, size);
-    return volume && volume->fsKind > FsKind::ExFat ? 1 : 0;
+    return volume && volume->fsKind > FsKind::Fat12 ? 1 : 0;
 }

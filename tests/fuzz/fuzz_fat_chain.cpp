@@ -1,5 +1,5 @@
-// Cluster chains: the input is the FAT itself (FAT16 or FAT32 by the first byte); every chain
-// from the first clusters is followed, and file content is read in use and deleted.
+// Cluster chains: the input is the FAT itself (FAT12, FAT16 or FAT32 by the first byte); every
+// chain from the first clusters is followed, and file content is read in use and deleted.
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -13,7 +13,7 @@ using namespace kestrin;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
-    const FsKind kind = data[0] & 1 ? FsKind::Fat32 : FsKind::Fat16;
+    const FsKind kind = data[0] & 2 ? FsKind::Fat12 : data[0] & 1 ? FsKind::Fat32 : FsKind::Fat16;
     std::vector<uint8_t> image(16384, 0);
     // The FAT at byte 512; clusters of 512 bytes from byte 8192.
     std::copy(data + 1, data + std::min<size_t>(size, 1 + 7680), image.begin() + 512);
@@ -29,8 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     g.fatBytes = 7680;
     g.dataStart = 8192;
     g.clusterBytes = 512;
-    g.highestCluster = kind == FsKind::Fat16 ? 3000 : 1900;
-    g.rootCluster = kind == FsKind::Fat16 ? 1 : 2;
+    g.highestCluster = kind == FsKind::Fat32 ? 1900 : 3000;
+    g.rootCluster = kind == FsKind::Fat32 ? 2 : 1;
     vol.SetGeometry(g);
     for (uint32_t first = 0; first < 40; ++first) {
         auto chain = vol.FollowChain(first, 1u << 20);

@@ -1,5 +1,5 @@
 // FAT directory entry parsing: the input is a folder's bytes (after a byte that picks the walk
-// mode and the folder's state), cut into clusters, parsed as FAT16 and as FAT32.
+// mode and the folder's state), cut into clusters, parsed as FAT12, FAT16 and FAT32.
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CPhysicalDisk media;
     media.Attach(std::make_unique<MemorySource>(std::vector<uint8_t>(64 * 1024, 0)));
     media.SetSectorSize(512);
-    for (FsKind kind : {FsKind::Fat16, FsKind::Fat32}) {
+    for (FsKind kind : {FsKind::Fat12, FsKind::Fat16, FsKind::Fat32}) {
         CFatVolume vol(media);
         FatGeometry g;
         g.fsKind = kind;
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         g.dataStart = 8192;
         g.clusterBytes = 512;
         g.highestCluster = 100;
-        g.rootCluster = kind == FsKind::Fat16 ? 1 : 2;
+        g.rootCluster = kind == FsKind::Fat32 ? 2 : 1;
         vol.SetGeometry(g);
         ScanEntry* folder = NewScanEntry(u"dir", uint8_t(kNodeFolder | (data[0] & 1)), 7, g.rootCluster);
         {

@@ -1,5 +1,5 @@
-// Whole-volume scans over an image in memory: FAT16 or FAT32 by the first byte (which also picks
-// the walk mode, the rebuild of an older file system's folders from every cluster, or the
+// Whole-volume scans over an image in memory: FAT12, FAT16 or FAT32 by the first byte (which also
+// picks the walk mode, the rebuild of an older file system's folders from every cluster, or the
 // one-pass search for them with their old layout), then the content of every file found.
 #include <cstddef>
 #include <cstdint>
@@ -20,7 +20,7 @@ using NoEvents = QuietScanEvents;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
-    const FsKind kind = data[0] & 1 ? FsKind::Fat32 : FsKind::Fat16;
+    const FsKind kind = data[0] & 0x10 ? FsKind::Fat12 : data[0] & 1 ? FsKind::Fat32 : FsKind::Fat16;
     CPhysicalDisk media;
     media.Attach(std::make_unique<MemorySource>(data + 1, size - 1));
     media.SetSectorSize(512);

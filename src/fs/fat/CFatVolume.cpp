@@ -22,14 +22,13 @@ constexpr char kExFatName[] = "EXFAT   ";
 // Media that do not report a sector size are read in sectors of this size.
 constexpr uint32_t kDefaultSectorBytes = 512;
 
-// Geometry of a FAT16 or FAT32 volume from its partition record: the FAT, the root region and
-// the data area in sectors of the volume's own size (the media's when the record gives none); the
-// highest cluster from the record's cluster count, clamped to what the FAT can hold. False when
-// the record cannot describe a volume.
+// Geometry of a FAT12, FAT16 or FAT32 volume from its partition record: the FAT, the root region
+// and the data area in sectors of the volume's own size (the media's when the record gives none);
+// the highest cluster from the record's cluster count, clamped to what the FAT can hold. False
+// when the record cannot describe a volume.
 bool FatGeometryFromRecord(const PartitionRecord& r, FsKind kind, uint64_t volumeStart, uint64_t volumeEnd,
                            uint32_t mediaSectorSize, FatGeometry& g) {
-    if ((kind != FsKind::Fat16 && kind != FsKind::Fat32) || mediaSectorSize == 0 || r.sectorsPerCluster == 0 ||
-        r.fatSize == 0)
+    if (!IsFatKind(kind) || mediaSectorSize == 0 || r.sectorsPerCluster == 0 || r.fatSize == 0)
         return false;
     const uint64_t bps = r.bytesPerSector ? r.bytesPerSector : mediaSectorSize;
     g = {};
@@ -39,7 +38,7 @@ bool FatGeometryFromRecord(const PartitionRecord& r, FsKind kind, uint64_t volum
     g.clusterBytes = uint32_t(r.sectorsPerCluster * bps);
     g.fatStart = volumeStart + r.fatStart * bps;
     uint64_t third = volumeStart + r.thirdArea * bps;
-    if (kind == FsKind::Fat16) {
+    if (HasFatRootRegion(kind)) {
         uint64_t entries = r.rootEntries ? r.rootEntries : kFat16DefaultRootEntries;
         g.rootRegion = third;
         g.rootBytes = (entries * kFatDirEntryBytes + bps - 1) / bps * bps;
@@ -51,15 +50,15 @@ bool FatGeometryFromRecord(const PartitionRecord& r, FsKind kind, uint64_t volum
     }
     // The highest cluster the FAT can describe bounds the record's count (which a damaged boot
     // sector or a GPT last-sector length can inflate).
-    uint32_t width = kind == FsKind::Fat16 ? sizeof(uint16_t) : sizeof(uint32_t);
-    uint64_t fatEntries = uint64_t(r.fatSize) * bps / width;
+    uint64_t fatEntries = FatEntriesInBytes(kind, uint64_t(r.fatSize) * bps);
     uint64_t highest = uint64_t(r.clusterCount) + 1;
     highest = std::min<uint64_t>(highest, fatEntries ? fatEntries - 1 : 0);
-    highest = std::min<uint64_t>(highest, kind == FsKind::Fat16 ? fat_table::kFat16MaxCluster
-                                                           : fat_table::kFat32MaxCluster);
+    highest = std::min<uint64_t>(highest, kind == FsKind::Fat12   ? fat_table::kFat12MaxCluster
+                                          : kind == FsKind::Fat16 ? fat_table::kFat16MaxCluster
+                                                                  : fat_table::kFat32MaxCluster);
     if (highest < 2) return false;
     g.highestCluster = uint32_t(highest);
-    g.fatBytes = (highest + 1) * width;
+    g.fatBytes = FatBytesForEntries(kind, highest + 1);
     return true;
 }
 
@@ -96,6 +95,22 @@ bool ParseExFatBootSector(std::span<const uint8_t> boot, uint64_t volumeStart, u
 
 } // namespace
 
+uint64_t FatBytesForEntries(FsKind kind, uint64_t entries) {
+    switch (kind) {
+    case FsKind::Fat12: return (entries * 3 + 1) / 2;
+    case FsKind::Fat16: return entries * sizeof(uint16_t);
+    default: return entries * sizeof(uint32_t);
+    }
+}
+
+uint64_t FatEntriesInBytes(FsKind kind, uint64_t bytes) {
+    switch (kind) {
+    case FsKind::Fat12: return bytes * 2 / 3;
+    case FsKind::Fat16: return bytes / sizeof(uint16_t);
+    default: return bytes / sizeof(uint32_t);
+    }
+}
+
 bool CFatVolume::Open(FsKind fsKind) {
     m_fatBlocks.clear();
     return fsKind == FsKind::ExFat ? OpenExFat() : OpenFat(fsKind);
@@ -110,9 +125,9 @@ void CFatVolume::SetGeometry(const FatGeometry& g) {
 void CFatVolume::FinishGeometry() {
     if (m_g.mediaSectorSize == 0)
         m_g.mediaSectorSize = m_media.GetSectorSize() ? m_media.GetSectorSize() : kDefaultSectorBytes;
-    // A FAT16 geometry made elsewhere: the root region runs up to the data area, within the
-    // largest root a FAT16 boot sector can declare.
-    if (m_g.fsKind == FsKind::Fat16 && m_g.rootBytes == 0 && m_g.dataStart > m_g.rootRegion)
+    // A FAT12/16 geometry made elsewhere: the root region runs up to the data area, within the
+    // largest root a boot sector can declare.
+    if (HasFatRootRegion(m_g.fsKind) && m_g.rootBytes == 0 && m_g.dataStart > m_g.rootRegion)
         m_g.rootBytes = std::min<uint64_t>(m_g.dataStart - m_g.rootRegion, uint64_t(UINT16_MAX) * kFatDirEntryBytes);
     uint64_t mediaEnd = m_media.ByteSize();
     if (mediaEnd && (m_g.volumeEnd == 0 || m_g.volumeEnd > mediaEnd)) m_g.volumeEnd = mediaEnd;
@@ -127,9 +142,9 @@ bool CFatVolume::OpenFat(FsKind fsKind) {
     uint64_t end = m_media.GetSectorCount() ? start + m_media.GetSectorCount() * ss : 0;
     const PartitionRecord& params = m_media.GetPartitionParams();
     FsKind kind = fsKind;
-    if (kind != FsKind::Fat16 && kind != FsKind::Fat32) kind = params.fsKind;
+    if (!IsFatKind(kind)) kind = params.fsKind;
     PartitionRecord r;
-    if ((kind == FsKind::Fat16 || kind == FsKind::Fat32) && params.fsKind == kind && params.partitionFlag == PartitionFlag::Validated &&
+    if (IsFatKind(kind) && params.fsKind == kind && params.partitionFlag == PartitionFlag::Validated &&
         params.sectorsPerCluster != 0) {
         r = params;
     } else {
@@ -139,13 +154,17 @@ bool CFatVolume::OpenFat(FsKind fsKind) {
         m_media.ReadSectors(boot.data(), uint32_t(boot.size()), m_media.GetFirstSector(), true);
         Bytes b(boot);
         if (BootSignature::Read(b) != kBootSignatureValue) return false;
-        if (kind != FsKind::Fat16 && kind != FsKind::Fat32) {
-            // No kind given: FAT32 keeps its FAT size in the 32-bit field and has no root entries.
-            kind = (fat_boot::FatSize16::Read(b) == 0 && fat_boot::RootEntries::Read(b) == 0) ? FsKind::Fat32 : FsKind::Fat16;
+        if (!IsFatKind(kind)) {
+            // No kind given: FAT32 keeps its FAT size in the 32-bit field and has no root entries;
+            // of the others, FAT12 is the one with fewer than 4085 clusters.
+            if (fat_boot::FatSize16::Read(b) == 0 && fat_boot::RootEntries::Read(b) == 0) kind = FsKind::Fat32;
+            else kind = IsFat12BootSector(m_media, b) ? FsKind::Fat12 : FsKind::Fat16;
         }
         r.length = m_media.GetSectorCount();
         if (kind == FsKind::Fat16) {
             FillFat16Record(b, r);
+        } else if (kind == FsKind::Fat12) {
+            FillFat12Record(b, r);
         } else {
             if (r.length == 0) r.length = fat_boot::TotalSectors32::Or(b, 0);
             FillFat32Record(b, r);
@@ -208,10 +227,7 @@ bool CFatVolume::ReadBytes(uint64_t offset, uint8_t* out, size_t len) {
     return ok;
 }
 
-uint32_t CFatVolume::Entry(uint32_t cluster) {
-    uint32_t width = m_g.fsKind == FsKind::Fat16 ? sizeof(uint16_t) : sizeof(uint32_t);
-    uint64_t at = uint64_t(cluster) * width;
-    if (at + width > m_g.fatBytes) return 0;
+const uint8_t* CFatVolume::FatBytesAt(uint64_t at) {
     size_t block = size_t(at / kFatBlockBytes);
     std::vector<uint8_t>& b = m_fatBlocks[block];
     if (b.empty()) {
@@ -220,8 +236,24 @@ uint32_t CFatVolume::Entry(uint32_t cluster) {
         b.resize(size_t(std::min<uint64_t>(kFatBlockBytes, m_g.fatBytes - blockStart)));
         ReadBytes(m_g.fatStart + blockStart, b.data(), b.size());
     }
-    size_t in = size_t(at - uint64_t(block) * kFatBlockBytes);
-    return width == sizeof(uint16_t) ? Le16(b.data() + in) : Le32(b.data() + in);
+    return b.data() + (at - uint64_t(block) * kFatBlockBytes);
+}
+
+uint32_t CFatVolume::Entry(uint32_t cluster) {
+    if (m_g.fsKind == FsKind::Fat12) {
+        // An entry's two bytes may lie on both sides of a sector or block edge: taken one by one.
+        uint64_t at = uint64_t(cluster) * 3 / 2;
+        if (at + 2 > m_g.fatBytes) return 0;
+        uint32_t pair = *FatBytesAt(at) | uint32_t(*FatBytesAt(at + 1)) << 8;
+        return (cluster & 1 ? pair >> fat_table::kFat12OddShift : pair) & fat_table::kFat12EntryMask;
+    }
+    uint32_t width = m_g.fsKind == FsKind::Fat16 ? sizeof(uint16_t) : sizeof(uint32_t);
+    uint64_t at = uint64_t(cluster) * width;
+    if (at + width > m_g.fatBytes) return 0;
+    // Blocks hold whole 16- and 32-bit entries.
+    static_assert(kFatBlockBytes % sizeof(uint32_t) == 0);
+    const uint8_t* p = FatBytesAt(at);
+    return width == sizeof(uint16_t) ? Le16(p) : Le32(p);
 }
 
 uint32_t CFatVolume::LastClusterInVolume() const {
@@ -232,6 +264,8 @@ uint32_t CFatVolume::LastClusterInVolume() const {
 
 bool CFatVolume::EndsChain(uint32_t current, uint32_t next) const {
     if (next == current) return true;
+    if (m_g.fsKind == FsKind::Fat12 && (next < fat_table::kFirstDataCluster || next >= fat_table::kFat12ChainEndFrom))
+        return true;
     if (m_g.fsKind == FsKind::Fat16 &&
         (next < fat_table::kFirstDataCluster ||
          (next >= fat_table::kFat16ChainEndFrom && next <= fat_table::kFat16ChainEndTo)))

@@ -1,7 +1,7 @@
 #pragma once
-// One FAT16, FAT32 or exFAT volume of the current media: its geometry, its first FAT (cached in
-// memory block by block as it is used) and cluster reads. The scan walkers and the content
-// read-back of both FAT engines work through it.
+// One FAT12, FAT16, FAT32 or exFAT volume of the current media: its geometry, its first FAT
+// (cached in memory block by block as it is used) and cluster reads. The scan walkers and the
+// content read-back of both FAT engines work through it.
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -20,20 +20,25 @@ struct FatGeometry {
     uint64_t volumeEnd = 0;      // exclusive; the media's end when the range is unknown
     uint64_t fatStart = 0;       // first FAT
     uint64_t fatBytes = 0;       // bytes of the first FAT that are used (clamped to the clusters)
-    uint64_t rootRegion = 0;     // FAT16: the fixed root region
-    uint64_t rootBytes = 0;      // FAT16: its size (0 in a geometry made elsewhere: up to dataStart)
+    uint64_t rootRegion = 0;     // FAT12/16: the fixed root region
+    uint64_t rootBytes = 0;      // FAT12/16: its size (0 in a geometry made elsewhere: up to dataStart)
     uint64_t dataStart = 0;      // cluster 2
     uint32_t clusterBytes = 0;
     uint32_t highestCluster = 0; // highest valid cluster number (cluster count + 1)
-    uint32_t rootCluster = 0;    // FAT32: 2; exFAT: from the boot sector; FAT16: 1 (no cluster)
+    uint32_t rootCluster = 0;    // FAT32: 2; exFAT: from the boot sector; FAT12/16: 1 (no cluster)
 };
 
-// The FAT16 root region holds the boot sector's root entry count of 32-byte entries, rounded up
+// The bytes a FAT of `entries` entries takes (FAT12: two entries in three bytes), and the entries
+// `bytes` of FAT hold.
+uint64_t FatBytesForEntries(FsKind kind, uint64_t entries);
+uint64_t FatEntriesInBytes(FsKind kind, uint64_t bytes);
+
+// The FAT12/16 root region holds the boot sector's root entry count of 32-byte entries, rounded up
 // to whole sectors; the data area starts right after it. A record that carries no count (one made
 // before the count was kept) is taken to hold the 512 entries formatters write.
 constexpr uint32_t kFat16DefaultRootEntries = 512;
 constexpr uint32_t kFatDirEntryBytes = 32;
-// The FAT16 root region has no cluster; it goes by 1, FAT16's code.
+// The FAT12/16 root region has no cluster; it goes by 1, FAT16's code.
 constexpr uint32_t kFat16RootId = 1;
 
 // Upper bound on one folder's size: FAT and exFAT folders hold at most 65,536 entries of 32
@@ -51,7 +56,7 @@ class CFatVolume {
 public:
     explicit CFatVolume(CPhysicalDisk& media) : m_media(media) {}
 
-    // Reads the geometry of the media's selected volume: FAT16/FAT32 from the partition record
+    // Reads the geometry of the media's selected volume: FAT12/16/32 from the partition record
     // when it was filled from a checked boot sector, else from the boot sector itself; exFAT
     // always from the boot sector (the record has no root cluster), or its backup copy.
     bool Open(FsKind fsKind);
@@ -60,8 +65,8 @@ public:
     const FatGeometry& Geometry() const { return m_g; }
     CPhysicalDisk& Media() { return m_media; }
 
-    // The FAT entry of `cluster` (FAT16 entries as 16-bit values). Out-of-range clusters and FAT
-    // blocks that cannot be read give 0.
+    // The FAT entry of `cluster` (FAT12 and FAT16 entries as 12- and 16-bit values). Clusters
+    // whose entry lies past the FAT's used bytes, and FAT blocks that cannot be read, give 0.
     uint32_t Entry(uint32_t cluster);
     // The chain from `first`: at most `maxClusters` clusters, cut where it leaves the volume or
     // comes back to a cluster it already holds (loops of any length). Cluster 1 and clusters
@@ -88,11 +93,14 @@ public:
 
 private:
     // True when `next` ends a chain that is at `current`: a self-reference, on FAT16 0, 1 and
-    // 0xFFF0-0xFFFF, and, masked to 28 bits, 0, 1 and 0x0FFFFFF0 upwards.
+    // 0xFFF0-0xFFFF, on FAT12 0, 1 and 0xFF7-0xFFF, and, masked to 28 bits, 0, 1 and 0x0FFFFFF0
+    // upwards.
     bool EndsChain(uint32_t current, uint32_t next) const;
     bool OpenFat(FsKind fsKind);
     bool OpenExFat();
     void FinishGeometry();
+    // The FAT's bytes from `at` (loading its block on first use): to the end of that block.
+    const uint8_t* FatBytesAt(uint64_t at);
 
     static constexpr size_t kFatBlockBytes = 256 * 1024;
     CPhysicalDisk& m_media;

@@ -139,7 +139,7 @@ FatFolderShape FatFolderClusterShape(std::span<const uint8_t> c, uint32_t highes
 }
 
 uint32_t FatRootId(const FatGeometry& g) {
-    return g.fsKind == FsKind::Fat16 ? kFat16RootId : layout::fat_table::kFirstDataCluster;
+    return HasFatRootRegion(g.fsKind) ? kFat16RootId : layout::fat_table::kFirstDataCluster;
 }
 
 CFatWalker::CFatWalker(CFatVolume& volume, int mode, ScanContext* ctx)
@@ -289,7 +289,7 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
 void CFatWalker::ReadFolder(ScanEntry* folder) {
     const FatGeometry& g = m_vol.Geometry();
     m_longName.clear();
-    if (g.fsKind == FsKind::Fat16 && folder->recordId == m_code) {
+    if (HasFatRootRegion(g.fsKind) && folder->recordId == m_code) {
         std::vector<uint8_t> region(size_t(g.rootBytes));
         m_vol.ReadBytes(g.rootRegion, region.data(), region.size());
         ParseEntries(region, folder);

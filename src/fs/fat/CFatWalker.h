@@ -1,6 +1,6 @@
 #pragma once
-// Builds the scan-entry tree of a FAT16 or FAT32 volume from its folders: every 32-byte entry, in
-// use or deleted (first byte 0xE5), becomes a scan entry under its folder.
+// Builds the scan-entry tree of a FAT12, FAT16 or FAT32 volume from its folders: every 32-byte
+// entry, in use or deleted (first byte 0xE5), becomes a scan entry under its folder.
 #include <cstdint>
 #include <map>
 #include <span>
@@ -37,7 +37,7 @@ public:
 
     ScanEntry* TakeRoot() override;
 
-    // Reads one folder's entries into its children: the FAT16 root region, or the folder's
+    // Reads one folder's entries into its children: the FAT12/16 root region, or the folder's
     // cluster chain one cluster at a time until its end.
     void ReadFolder(ScanEntry* folder) override;
     // Parses one buffer of 32-byte entries of `folder`; true when the folder ends in it. A long
@@ -61,7 +61,7 @@ private:
     };
 
     int m_mode;
-    uint32_t m_code; // 1 FAT16, 2 FAT32: also the root's number
+    uint32_t m_code; // 1 FAT12/16, 2 FAT32: also the root's number
     // Folders already read, keyed by first cluster: a folder is read once, so a folder entry
     // pointing back at an ancestor (or anywhere already read) ends there.
     std::map<uint32_t, ScanEntry*> m_index;
@@ -69,7 +69,7 @@ private:
     std::u16string m_longName;
 };
 
-// The number of a FAT volume's root folder: 1 on FAT16 (the fixed root region), 2 on FAT32.
+// The number of a FAT volume's root folder: 1 on FAT12/16 (the fixed root region), 2 on FAT32.
 uint32_t FatRootId(const FatGeometry& g);
 
 // How a cluster without "." and ".." reads as part of a folder: not at all (kNone), as folder

@@ -434,7 +434,7 @@ Outcome FatSearchPreviousFolders(CPhysicalDisk& media, ScanContext& ctx) {
     if (g.clusterBytes < 2 * kEntryBytes || g.highestCluster < layout::fat_table::kFirstDataCluster || !g.volumeEnd)
         return watch.Finish(ctx);
     // Old folders may lie anywhere after the current FATs (which overwrote whatever was there).
-    const uint64_t fatEnd = g.fsKind == FsKind::Fat16 ? g.rootRegion : g.dataStart;
+    const uint64_t fatEnd = HasFatRootRegion(g.fsKind) ? g.rootRegion : g.dataStart;
     SectorSweep sweep = SweepSectors(current, std::min(fatEnd, g.dataStart), g.volumeEnd, ctx);
     if (ctx.MustStop(media)) return watch.Finish(ctx);
     const OldLayout found = SolveOldLayout(sweep.starts, g);
@@ -444,8 +444,9 @@ Outcome FatSearchPreviousFolders(CPhysicalDisk& media, ScanContext& ctx) {
     FatGeometry og = g;
     og.dataStart = found.dataStart;
     og.clusterBytes = found.clusterBytes;
-    const uint64_t maxCluster = g.fsKind == FsKind::Fat16 ? layout::fat_table::kFat16MaxCluster
-                                                          : layout::fat_table::kFat32MaxCluster;
+    const uint64_t maxCluster = g.fsKind == FsKind::Fat12   ? layout::fat_table::kFat12MaxCluster
+                                : g.fsKind == FsKind::Fat16 ? layout::fat_table::kFat16MaxCluster
+                                                            : layout::fat_table::kFat32MaxCluster;
     og.highestCluster = uint32_t(std::min<uint64_t>(maxCluster, (g.volumeEnd - og.dataStart) / og.clusterBytes + 1));
     const bool moved = og.dataStart != g.dataStart || og.clusterBytes != g.clusterBytes;
     CFatVolume old(media);
@@ -473,7 +474,7 @@ Outcome FatSearchPreviousFolders(CPhysicalDisk& media, ScanContext& ctx) {
     };
     auto pieced = PieceOldFolders(shaped, MaxClustersPerFolder(og), isFree);
     AttachRebuiltFolders(walker, code, starts, std::move(pieced), ctx, media);
-    if (moved && (g.fsKind == FsKind::Fat16 || g.fsKind == FsKind::Fat32)) {
+    if (moved && IsFatKind(g.fsKind)) {
         // The volume root takes the media's selection as its handle: let it carry the old layout,
         // so that the items below are read back from where they lie.
         const uint32_t ss = g.mediaSectorSize ? g.mediaSectorSize : kSweepSectorBytes;
@@ -486,8 +487,8 @@ Outcome FatSearchPreviousFolders(CPhysicalDisk& media, ScanContext& ctx) {
             r.sectorsPerCluster = og.clusterBytes / ss;
             r.fatStart = (g.fatStart - volumeStart) / ss;
             r.thirdArea = (og.dataStart - volumeStart) / ss;
-            const uint32_t width = g.fsKind == FsKind::Fat16 ? 2 : 4;
-            r.fatSize = uint32_t(std::max<uint64_t>(r.fatSize, ((uint64_t(og.highestCluster) + 1) * width + ss - 1) / ss));
+            const uint64_t fatBytes = FatBytesForEntries(g.fsKind, uint64_t(og.highestCluster) + 1);
+            r.fatSize = uint32_t(std::max<uint64_t>(r.fatSize, (fatBytes + ss - 1) / ss));
             r.secondArea = r.fatStart + r.fatSize;
             r.clusterCount = og.highestCluster - 1;
             if (r.length == 0) r.length = media.GetSectorCount();

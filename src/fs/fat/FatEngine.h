@@ -1,5 +1,5 @@
 #pragma once
-// FAT16 and FAT32 engine: the folder walk that fills the found-item tree, and the content
+// FAT12, FAT16 and FAT32 engine: the folder walk that fills the found-item tree, and the content
 // read-back the saver and `cat` use.
 #include <cstdint>
 #include <functional>
@@ -17,8 +17,8 @@ class CFatVolume;
 class CClusterMap;
 struct ScanContext;
 
-// Scans the media's selected FAT16/FAT32 volume into ctx.top as the volume root "." (root
-// recordId 1 on FAT16, 2 on FAT32) with "Lost" first. `mode` is the file-system-scan argument
+// Scans the media's selected FAT12/16/32 volume into ctx.top as the volume root "." (root
+// recordId 1 on FAT12/16, 2 on FAT32) with "Lost" first. `mode` is the file-system-scan argument
 // of the driver: it passes 1, "with deleted and lost items", which is the full walk (every entry
 // in use or deleted, with the "." and ".." checks); 2 means the same; 0 is the bare walk
 // (kFatWalkBare). The deleted-only merge walk is reached through FatWalkVolume.
@@ -32,7 +32,7 @@ Outcome FatWalkVolume(CPhysicalDisk& media, FatWalkMode mode, ScanContext& ctx);
 // others hang under the volume root when their ".." names the root, else under "Lost" in a
 // placeholder folder named after the missing parent cluster. The result goes to ctx.top.
 Outcome FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folderClusters, ScanContext& ctx);
-// The search for the FAT16/FAT32 file system that was on the media's volume before it was
+// The search for the FAT12/16/32 file system that was on the media's volume before it was
 // formatted again: one pass over the volume's sectors finds the old folders' first clusters (by
 // their "." and "..") and the sectors that hold folder entries. The old data start and cluster
 // size, which a format with another cluster size changes, are solved from where the "." entries
@@ -42,14 +42,14 @@ Outcome FatRebuildFolders(CPhysicalDisk& media, std::span<const uint32_t> folder
 // from there).
 Outcome FatSearchPreviousFolders(CPhysicalDisk& media, ScanContext& ctx);
 
-// Writes `size` bytes of a file found on the media's FAT16/FAT32 volume: through its FAT chain
+// Writes `size` bytes of a file found on the media's FAT12/16/32 volume: through its FAT chain
 // when in use; when deleted (its chain zeroed), from the first cluster onward over the clusters
 // that are free now.
 ContentResult FatWriteContent(CPhysicalDisk& media, const CNode& node, const ContentSink& sink);
 // The same on an opened volume (keeps the FAT cache across many files).
 ContentResult FatWriteContent(CFatVolume& volume, const CNode& node, const ContentSink& sink);
 
-// Judges every deleted file below `volumeRoot` (found on the media's selected FAT16/FAT32 volume)
+// Judges every deleted file below `volumeRoot` (found on the media's selected FAT12/16/32 volume)
 // against the FAT, read once into a cluster map (an entry that is not 0 is in use). A deleted
 // file is taken to have had as many clusters as its size needs, contiguous from its first one.
 // False when the FAT cannot be had or `stop` said so.

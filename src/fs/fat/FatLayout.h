@@ -105,14 +105,20 @@ inline constexpr std::array<uint8_t, kUnitsPerPiece> kUnitOffsets = [] {
 static_assert(kUnitsPerPiece == 13);
 } // namespace fat_lfn
 
-// FAT entry values.
+// FAT entry values. FAT12 packs two 12-bit entries into three bytes: entry n starts at byte
+// n * 3 / 2; an even entry takes the low 12 bits of the 16 there, an odd one the high 12.
 namespace fat_table {
 inline constexpr uint32_t kFat32EntryMask = 0x0FFFFFFF; // the top four bits are reserved
+inline constexpr unsigned kFat12OddShift = 4;
+inline constexpr uint32_t kFat12EntryMask = 0x0FFF;
 // Values from here up end a chain (bad-cluster marks and end-of-chain marks).
 inline constexpr uint32_t kFat16ChainEndFrom = 0xFFF0;
 inline constexpr uint32_t kFat16ChainEndTo = 0xFFFF;
 inline constexpr uint32_t kFat32ChainEndFrom = 0x0FFFFFF0;
+// FAT12: the bad-cluster mark 0xFF7 and the end marks 0xFF8-0xFFF.
+inline constexpr uint32_t kFat12ChainEndFrom = 0x0FF7;
 // The highest cluster numbers a FAT can give out (one below the bad-cluster mark).
+inline constexpr uint32_t kFat12MaxCluster = 0x0FF6;
 inline constexpr uint32_t kFat16MaxCluster = 0xFFF6;
 inline constexpr uint32_t kFat32MaxCluster = 0x0FFFFFF6;
 inline constexpr uint32_t kExFatMaxCluster = 0xFFFFFFF6;
