@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <string_view>
 
+#include "storage/ContainerMap.h"
+
 namespace kestrin {
 
 namespace {
@@ -245,6 +247,13 @@ bool OpenVhdiChain(VhdiBackend& b, const std::string& path, int depth, Container
 
 struct VmdkBackend final : ContainerSource::Backend {
     std::vector<libvmdk_handle_t*> chain;
+    // The image's own extents in disk order (its parents' are not kept): type, bytes, file.
+    struct Extent {
+        int type = 0;
+        uint64_t bytes = 0;
+        std::string path;
+    };
+    std::vector<Extent> extents;
     ~VmdkBackend() override {
         for (libvmdk_handle_t*& h : chain) {
             libvmdk_handle_close(h, nullptr);
@@ -281,16 +290,21 @@ bool OpenVmdkChain(VmdkBackend& b, const std::string& path, int depth, Container
         libvmdk_extent_descriptor_t* d = nullptr;
         if (libvmdk_handle_get_extent_descriptor(h, i, &d, nullptr) != 1) continue;
         int type = 0;
+        off64_t extentOffset = 0;
+        size64_t extentBytes = 0;
         libvmdk_extent_descriptor_get_type(d, &type, nullptr);
+        if (libvmdk_extent_descriptor_get_range(d, &extentOffset, &extentBytes, nullptr) != 1) extentBytes = 0;
         std::string name = LibString(d, libvmdk_extent_descriptor_get_utf8_filename_size,
                                      libvmdk_extent_descriptor_get_utf8_filename);
         libvmdk_extent_descriptor_free(&d, nullptr);
+        if (depth == 0) b.extents.push_back({type, extentBytes, {}});
         if (type == LIBVMDK_EXTENT_TYPE_ZERO || name.empty()) continue;
         std::string found = ResolveRelated(path, name);
         if (found.empty()) {
             problem = Problem(Kind::MissingPart, name);
             return false;
         }
+        if (depth == 0) b.extents.back().path = found;
         if (std::filesystem::path(found) != std::filesystem::path(path)) b.files.push_back(found);
     }
     if (libvmdk_handle_open_extent_data_files(h, &err) != 1) {
@@ -374,6 +388,37 @@ bool OpenQcowChain(QcowBackend& b, const std::string& path, int depth, Container
     return true;
 }
 
+std::unique_ptr<ByteSource> OpenPlain(const std::string& path) {
+    platform::File f;
+    if (path.empty() || !f.OpenRead(path, false)) return nullptr;
+    return std::make_unique<FileSource>(std::move(f));
+}
+
+// The holes of an image without a parent, from its own tables (see ContainerMap).
+std::unique_ptr<ContainerMap> MapOf(const VmdkBackend& b, uint64_t size) {
+    if (b.chain.size() != 1) return nullptr;
+    using Extent = ContainerMap::VmdkExtent;
+    std::vector<Extent> extents;
+    for (const VmdkBackend::Extent& e : b.extents) {
+        Extent x;
+        x.bytes = e.bytes;
+        if (e.type == LIBVMDK_EXTENT_TYPE_ZERO) x.kind = Extent::Kind::Zero;
+        else if (e.type == LIBVMDK_EXTENT_TYPE_SPARSE && (x.file = OpenPlain(e.path))) x.kind = Extent::Kind::Sparse;
+        extents.push_back(std::move(x));
+    }
+    return ContainerMap::Vmdk(std::move(extents), size);
+}
+
+std::unique_ptr<ContainerMap> MapOf(const QcowBackend& b, uint64_t size) {
+    if (b.chain.size() != 1) return nullptr;
+    return ContainerMap::Qcow(OpenPlain(b.files.front()), size);
+}
+
+std::unique_ptr<ContainerMap> MapOf(const VhdiBackend& b, uint64_t size) {
+    if (b.chain.size() != 1) return nullptr;
+    return ContainerMap::DynamicVhd(OpenPlain(b.files.front()), size);
+}
+
 template <typename B, typename OpenFn>
 std::unique_ptr<B> OpenChain(const std::string& path, OpenFn open, ContainerProblem& problem) {
     auto b = std::make_unique<B>();
@@ -405,18 +450,21 @@ std::unique_ptr<ContainerSource> ContainerSource::Open(const std::string& path, 
             if (libvhdi_file_get_media_size(b->chain.front(), &size, nullptr) == 1 &&
                 libvhdi_file_get_bytes_per_sector(b->chain.front(), &bps, nullptr) == 1)
                 src->m_sectorSize = bps;
+            if (format == ContainerFormat::Vhd) src->m_map = MapOf(*b, size);
             src->m_backend = std::move(b);
         }
         break;
     case ContainerFormat::Vmdk:
         if (auto b = OpenChain<VmdkBackend>(path, OpenVmdkChain, problem)) {
             libvmdk_handle_get_media_size(b->chain.front(), &size, nullptr);
+            src->m_map = MapOf(*b, size);
             src->m_backend = std::move(b);
         }
         break;
     case ContainerFormat::Qcow:
         if (auto b = OpenChain<QcowBackend>(path, OpenQcowChain, problem)) {
             libqcow_file_get_media_size(b->chain.front(), &size, nullptr);
+            src->m_map = MapOf(*b, size);
             src->m_backend = std::move(b);
         }
         break;
@@ -447,6 +495,12 @@ std::unique_ptr<ContainerSource> OpenContainerFile(const std::string& path, Cont
     format = DetectContainer(file);
     if (format == ContainerFormat::None) return nullptr;
     return ContainerSource::Open(path, format, problem);
+}
+
+void ContainerSource::DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const {
+    if (!m_map) return ByteSource::DataRun(offset, start, end);
+    std::lock_guard<std::mutex> hold(m_mapLock);
+    m_map->DataRun(offset, start, end);
 }
 
 const std::vector<std::string>& ContainerSource::Files() const { return m_backend->files; }

@@ -13,6 +13,8 @@
 
 namespace kestrin {
 
+class ContainerMap;
+
 enum class ContainerFormat : uint8_t { None, Ewf, Vhd, Vhdx, Vmdk, Qcow };
 
 // "E01", "VHD", "VHDX", "VMDK", "QCOW2"; "" for None.
@@ -55,6 +57,11 @@ public:
     long long ReadAt(void* buf, size_t len, uint64_t offset) override;
     uint64_t Size() const override { return m_size; }
     uint32_t LastError() const override { return m_lastError; }
+    // What the image's allocation tables leave unallocated holds no data (QCOW2, sparse VMDK
+    // extents and dynamic VHD without a parent); everything else counts as data.
+    void DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const override;
+    // Whether DataRun answers from the image's tables.
+    bool HasMap() const { return m_map != nullptr; }
 
     ContainerFormat Format() const { return m_format; }
     // The disk's sector size as the container records it (EWF bytes per sector, VHDX logical
@@ -69,6 +76,8 @@ private:
     ContainerSource() = default;
     std::unique_ptr<Backend> m_backend;
     std::mutex m_lock;
+    std::unique_ptr<ContainerMap> m_map; // null: all data
+    mutable std::mutex m_mapLock;        // the map keeps one table cached
     ContainerFormat m_format = ContainerFormat::None;
     uint64_t m_size = 0;
     uint32_t m_sectorSize = 512;
