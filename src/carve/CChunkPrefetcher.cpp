@@ -8,22 +8,59 @@
 #include "carve/CSectorReader.h"
 #include "platform/Platform.h"
 
+#ifdef __linux__
+#include <sys/mman.h>
+#endif
+
 namespace kestrin {
+
+namespace {
+
+// Makes the pages of [p, p + bytes) present without changing what they hold (the reading thread
+// may be reading into them at the same time). Nothing where the system cannot.
+void Prefault(void* p, size_t bytes) {
+#if defined(__linux__) && defined(MADV_POPULATE_WRITE)
+    madvise(p, bytes, MADV_POPULATE_WRITE);
+#else
+    (void)p, (void)bytes;
+#endif
+}
+
+} // namespace
 
 CChunkPrefetcher::CChunkPrefetcher(CSectorReader& reader, uint64_t first, uint64_t end, uint32_t chunkSectors,
                                    bool threaded, uint64_t lookAheadSectors)
     : m_reader(reader), m_first(first), m_end(end), m_chunkSectors(chunkSectors), m_sectorSize(reader.SectorSize()),
       m_threaded(threaded) {
     m_chunkCount = end > first && chunkSectors ? (end - first + chunkSectors - 1) / chunkSectors : 0;
-    // The chunk being scanned, plus the base read-ahead or whatever a look of lookAheadSectors
-    // past the scanned chunk's end can reach, whichever is more; never more slots than chunks.
+    // The chunk being scanned, plus the read-ahead or whatever a look of lookAheadSectors past
+    // the scanned chunk's end can reach, whichever is more; never more slots than chunks.
     uint64_t ahead = chunkSectors ? (lookAheadSectors + chunkSectors - 1) / chunkSectors : 0;
-    uint64_t slots = 1 + std::max(kBaseDepth, ahead);
+    m_reach = std::max(kMinReach, ahead);
+    const uint64_t chunkBytes = uint64_t(chunkSectors) * std::max<uint32_t>(m_sectorSize, 1);
+    uint64_t slots = 1 + std::max(m_reach, std::max<uint64_t>(1, kReadAheadBytes / std::max<uint64_t>(chunkBytes, 1)));
     m_slots.resize(size_t(std::max<uint64_t>(1, std::min(slots, m_chunkCount))));
     m_slotOf.assign(m_slots.size(), 0);
     for (size_t i = m_slots.size(); i-- > 0;) m_free.push_back(uint32_t(i));
+    if (m_chunkCount > 0) {
+        constexpr size_t kAlign = 4096;
+        m_slotBytes = size_t(std::min<uint64_t>(m_chunkSectors, m_end - m_first)) * m_sectorSize;
+        m_slotBytes = (m_slotBytes + kAlign - 1) / kAlign * kAlign;
+        m_bufferBytes = m_slotBytes * m_slots.size();
+        m_buffers = static_cast<uint8_t*>(platform::AllocateLargeBuffer(m_bufferBytes));
+        if (!m_buffers) throw std::bad_alloc();
+        for (size_t i = 0; i < m_slots.size(); ++i) m_slots[i].buffer = m_buffers + i * m_slotBytes;
+    }
     if (m_threaded && m_chunkCount > 1) m_thread = std::thread([this] { Run(); });
     else m_threaded = false;
+    // The first use of a fresh page costs the system far more than the read into it (it is
+    // cleared first, and in a virtual machine often backed only then). The first chunks take the
+    // slots in order, so while the reading thread starts on the first ones, this thread, which
+    // would only wait for them, makes the pages of the last ones present, from the back, until
+    // the reader comes near.
+    if (m_threaded)
+        for (size_t i = m_slots.size(); i-- > 2 && m_nextToRead.load(std::memory_order_relaxed) + 1 < i;)
+            Prefault(m_slots[i].buffer, m_slotBytes);
 }
 
 CChunkPrefetcher::~CChunkPrefetcher() {
@@ -53,15 +90,6 @@ void CChunkPrefetcher::ReadChunk(uint64_t index, Slot& slot) {
         slot.chunk.ok = true;
         return;
     }
-    if (!m_buffers) {
-        constexpr size_t kAlign = 4096;
-        m_slotBytes = size_t(std::min<uint64_t>(m_chunkSectors, m_end - m_first)) * m_sectorSize;
-        m_slotBytes = (m_slotBytes + kAlign - 1) / kAlign * kAlign;
-        m_bufferBytes = m_slotBytes * m_slots.size();
-        m_buffers = static_cast<uint8_t*>(platform::AllocateLargeBuffer(m_bufferBytes));
-        if (!m_buffers) throw std::bad_alloc();
-        for (size_t i = 0; i < m_slots.size(); ++i) m_slots[i].buffer = m_buffers + i * m_slotBytes;
-    }
     slot.chunk.data = slot.buffer;
     slot.chunk.ok = m_reader.Read(slot.buffer, bytes, start, slot.chunk.error);
     if (slot.chunk.ok) {
@@ -71,13 +99,13 @@ void CChunkPrefetcher::ReadChunk(uint64_t index, Slot& slot) {
 }
 
 // A slot is free once the loop has moved past the chunk it held; the chunk being scanned
-// (m_nextToGive - 1) keeps its slot. The reading keeps the base depth ahead of the loop, and goes
-// further only as far as a scanner has asked to look: the few buffers in use then stay in the
-// processor's cache, where the loop finds what was just read.
+// (m_nextToGive - 1) keeps its slot. The reading goes as far ahead as the slots allow: the time
+// the loop spends on a chunk is very uneven (a directory walk or an end search takes many chunks'
+// worth of reading at one sector), and a reader that stopped a few chunks ahead would sit idle
+// through each of those and leave the loop waiting for every chunk after it. When the loop keeps
+// up, the reader is never far ahead and the chunks are still in the processor's cache.
 uint64_t CChunkPrefetcher::ReadLimit() const {
-    uint64_t bySlots = m_nextToGive + m_slots.size() - 1;
-    uint64_t wanted = std::max(m_nextToGive + kBaseDepth, m_wanted);
-    return std::min<uint64_t>(m_chunkCount, std::min(bySlots, wanted));
+    return std::min<uint64_t>(m_chunkCount, m_nextToGive + m_slots.size() - 1);
 }
 
 // Either thread sleeps until a batch of chunks can be read or scanned: waking a thread costs
@@ -123,7 +151,6 @@ const CChunkPrefetcher::Chunk& CChunkPrefetcher::WaitFor(uint64_t index) {
     // count was raised).
     if (m_nextToRead.load(std::memory_order_acquire) > index) return SlotOf(index).chunk;
     std::unique_lock lk(m_mutex);
-    m_wanted = std::max(m_wanted, index + 1);
     if (m_nextToRead <= index) {
         // Woken once a batch is there rather than for every chunk.
         m_mainWaitsFor = std::max(index, std::min(index + m_batch, ReadLimit()) - 1);
@@ -164,7 +191,7 @@ std::span<const uint8_t> CChunkPrefetcher::View(uint64_t sector, uint32_t count,
     const uint64_t current = m_nextToGive - 1;
     const uint64_t a = (sector - m_first) / m_chunkSectors;
     const uint64_t b = (sector + count - 1 - m_first) / m_chunkSectors;
-    if (a < current || b >= current + m_slots.size()) return {};
+    if (a < current || b > current + m_reach) return {};
     const Chunk& lastChunk = WaitFor(b);
     if (!lastChunk.ok || lastChunk.hole) return {};
     for (uint64_t i = a; i < b; ++i)

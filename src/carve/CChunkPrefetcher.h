@@ -30,9 +30,9 @@ public:
     };
 
     // Chunk i covers sectors first + i × chunkSectors up to `end` (the last one shorter).
-    // `lookAheadSectors`: how far past the end of the chunk being scanned View may reach; the
-    // chunks are read that far ahead (at least four chunks), so the window takes about that
-    // many sectors plus two chunks of memory.
+    // `lookAheadSectors`: how far past the end of the chunk being scanned View may reach (at
+    // least four chunks). The chunks are read that far ahead, or 8 MiB ahead when that is more,
+    // so the window takes about that much memory plus a chunk.
     CChunkPrefetcher(CSectorReader& reader, uint64_t first, uint64_t end, uint32_t chunkSectors, bool threaded = true,
                      uint64_t lookAheadSectors = 0);
     ~CChunkPrefetcher();
@@ -76,19 +76,19 @@ private:
     uint32_t m_chunkSectors, m_sectorSize;
     uint64_t m_chunkCount;
     uint64_t m_nextToGive = 0;
-    // Chunks read ahead of the scanned one when no scanner looks further, and the fewest chunks
-    // a sleeping thread is woken for.
-    static constexpr uint64_t kBaseDepth = 4;
+    // How far View reaches past the scanned chunk at least, the read-ahead when no scanner
+    // looks further, and the fewest chunks a sleeping thread is woken for.
+    static constexpr uint64_t kMinReach = 4;
+    static constexpr uint64_t kReadAheadBytes = 8u << 20;
     static constexpr uint64_t kReadBatch = 2;
+    uint64_t m_reach = kMinReach; // chunks past the scanned one that View may reach
     std::vector<Slot> m_slots;
     // One page-aligned region for the buffers of all slots (an unbuffered device reads straight
-    // into it), made when the first chunk is read; its pages are taken from the system as they
-    // are first used.
+    // into it), not cleared (see the constructor for how its pages are made present).
     uint8_t* m_buffers = nullptr;
     size_t m_bufferBytes = 0, m_slotBytes = 0;
     // At most m_slots.size() chunks are held at once, so chunk i's slot number is kept at
-    // i modulo that. Free slots are taken last-freed first: without a scanner looking far
-    // ahead the same few buffers, still in the processor's cache, take every chunk.
+    // i modulo that. Free slots are taken last-freed first, the first chunks in slot order.
     std::vector<uint32_t> m_slotOf;
     std::vector<uint32_t> m_free;
     bool m_threaded;
@@ -96,7 +96,6 @@ private:
     std::atomic<uint64_t> m_nextToRead{0};
     bool m_readerWaiting = false, m_mainWaiting = false;
     uint64_t m_mainWaitsFor = 0; // the chunk the loop's thread waits for, while m_mainWaiting
-    uint64_t m_wanted = 0;       // chunks before this one were asked for by a look ahead
     uint64_t m_batch = kReadBatch;
     std::mutex m_mutex;
     // Each side is woken only when it sleeps and has something to do.
