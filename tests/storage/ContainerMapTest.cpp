@@ -72,7 +72,9 @@ TEST(ContainerMap, HolesOfEveryFixtureAreZerosOfItsTwin) {
         });
         EXPECT_TRUE(w.ordered);
         EXPECT_EQ(nonZero, 0u);
-        if (!sparse) EXPECT_EQ(w.holes, 0u);
+        if (!sparse) {
+            EXPECT_EQ(w.holes, 0u);
+        }
         holes[c.format] += w.holes;
         mapped += sparse;
     }
