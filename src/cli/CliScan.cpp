@@ -63,6 +63,7 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, std::optional<Opera
     CliFrontEnd fe(o.quiet);
     auto driver = std::make_unique<CScanDriver>(media, MakeEngines(), fe);
     driver->SetSignatures(&run.signatures);
+    driver->Operation().keepTimes.store(o.keepTimes ? 1 : 0);
     DescribeSelection(run, v);
     std::optional<OperationKind> kind = forcedKind;
     if (!kind) kind = driver->StartForSource(run.mode);
@@ -83,6 +84,7 @@ VolumeScan ScanSelection(const ScanOptions& o, ScanRun& run, std::optional<Opera
                 driver = std::make_unique<CScanDriver>(media, MakeEngines(), fe);
                 driver->SetSignatures(&run.signatures);
                 driver->Operation().deletedOnly.store(DeletedOnlyFor(run.mode) ? 1 : 0);
+                driver->Operation().keepTimes.store(o.keepTimes ? 1 : 0);
                 DescribeSelection(run, v);
                 v.partition = int(scannable[0] + 1);
                 if (driver->Start(OperationKind::FileSystemScan, run.mode)) fe.RunToEnd(*driver);

@@ -28,6 +28,7 @@ struct ScanOptions {
     uint32_t sectorSize = 0; // 0: the source's own
     bool quiet = false;
     bool yes = false;
+    bool keepTimes = false; // the walks keep the items' full times (a report wants them)
     // Called once the source is open and before anything is scanned: the verbs check their
     // outputs against it here. False ends the run with exit code 1.
     std::function<bool(const OpenedSource&)> beforeScan;

@@ -80,6 +80,7 @@ int RunReport(const ReportCliOptions& o) {
         volumes.push_back({0, session.media.get(), session.top.get()});
     } else {
         ScanOptions scanOptions = o.scan;
+        scanOptions.keepTimes = true;
         scanOptions.beforeScan = [&](const OpenedSource& src) { return checkOutput(src.media.get(), {}); };
         const int rc = RunScan(scanOptions, run);
         if (rc != 0 && run.volumes.empty()) return rc;

@@ -13,7 +13,7 @@ constexpr size_t kMinCopyBytes = 64 << 10;
 
 ContentSink::Copy CopySourceRun(CPhysicalDisk& media, const ContentSink& sink, uint64_t offset, size_t len) {
     ByteSource* source = media.Handle();
-    if (len < kMinCopyBytes || !sink.CanCopy() || !source) return ContentSink::Copy::NotDone;
+    if (!sink.CanCopy() || !source || (len < kMinCopyBytes && !sink.WantsEveryRun())) return ContentSink::Copy::NotDone;
     const uint64_t size = source->Size();
     if (offset > size || size - offset < len) return ContentSink::Copy::NotDone;
     return sink.CopyRun(*source, offset, len);

@@ -1,6 +1,11 @@
 #include "fs/ItemTimes.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <stdexcept>
+
+#include "fs/CNode.h"
 
 namespace kestrin {
 
@@ -55,6 +60,71 @@ FileTime FromExFatTime(uint32_t timestamp, uint8_t tenMs, uint8_t utcOffset) {
     // Seven-bit two's complement, in quarter hours east of UTC.
     const int quarters = (utcOffset & 0x40) ? int(utcOffset & 0x7F) - 128 : int(utcOffset & 0x7F);
     return t - int64_t(quarters) * 15 * 60 * kTicksPerSecond;
+}
+
+void KeptTimes::LimitRecords(uint64_t count) {
+    // Room for every record at once, so that growing never moves what was kept; the memory is
+    // only touched as the records come.
+    try {
+        m_byRecord.clear();
+        m_byRecord.reserve(size_t(count));
+        m_recordLimit = count;
+    } catch (const std::exception&) {
+        m_recordLimit = 0;
+    }
+}
+
+void KeptTimes::SetRecord(uint32_t record, const ItemTimes& times) {
+    if (record >= m_recordLimit) return;
+    if (record >= m_byRecord.size()) m_byRecord.resize(size_t(record) + 1);
+    m_byRecord[record] = times;
+}
+
+void KeptTimes::Add(const CNode* node, const ItemTimes& times) {
+    m_byNode.emplace_back(node, times);
+    m_sealed = false;
+}
+
+void KeptTimes::Drop(const CNode* node) {
+    if (!m_byNode.empty() && m_byNode.back().first == node) m_byNode.pop_back();
+}
+
+void KeptTimes::Move(const CNode* to, const CNode* from) {
+    // The entry moved is the newest for `to`: Seal keeps the newest of equal nodes.
+    if (!m_byNode.empty() && m_byNode.back().first == from) {
+        m_byNode.back().first = to;
+        m_sealed = false;
+    }
+}
+
+void KeptTimes::Seal() {
+    if (m_sealed) return;
+    auto less = [](const auto& a, const auto& b) { return std::less<const CNode*>()(a.first, b.first); };
+    std::stable_sort(m_byNode.begin(), m_byNode.end(), less);
+    // Of entries for the same node the last added counts.
+    size_t out = 0;
+    for (size_t i = 0; i < m_byNode.size(); ++i) {
+        if (i + 1 < m_byNode.size() && m_byNode[i + 1].first == m_byNode[i].first) continue;
+        m_byNode[out++] = m_byNode[i];
+    }
+    m_byNode.resize(out);
+    m_sealed = true;
+}
+
+bool KeptTimes::Find(const CNode& node, ItemTimes& out) const {
+    if (node.carved) return false;
+    if (!m_byRecord.empty() && node.location != 0 && node.startOffset == 0 && node.recordId < m_byRecord.size() &&
+        m_byRecord[node.recordId].Any()) {
+        out = m_byRecord[node.recordId];
+        return true;
+    }
+    if (m_byNode.empty() || !m_sealed) return false;
+    auto it = std::lower_bound(m_byNode.begin(), m_byNode.end(), &node, [](const auto& e, const CNode* n) {
+        return std::less<const CNode*>()(e.first, n);
+    });
+    if (it == m_byNode.end() || it->first != &node) return false;
+    out = it->second;
+    return true;
 }
 
 int64_t UnixSeconds(FileTime t) { return FloorDiv(t, kTicksPerSecond) - kUnixEpochSeconds; }

@@ -1,12 +1,14 @@
 #pragma once
 // The full times a file system keeps for an item, next to the dates the tree shows. They are
-// not stored in the nodes (a million-entry scan would pay 32 bytes more per item): NTFS items
-// have them read again from their file record when asked; FAT and exFAT items, whose directory
-// entries cannot be found again from the node, have them kept by their volume (VolumeHandle).
+// not stored in the nodes (a million-entry scan would pay 32 bytes more per item): FAT and exFAT
+// items, whose directory entries cannot be found again from the node, have them kept by their
+// volume (VolumeHandle); NTFS items have them kept the same way when the scan was asked to keep
+// times (a report), else read again from their file record when asked.
 #include <cstdint>
 #include <ctime>
 #include <string>
-#include <unordered_map>
+#include <utility>
+#include <vector>
 
 namespace kestrin {
 
@@ -24,7 +26,35 @@ struct ItemTimes {
     bool Any() const { return created != kNoTime || modified != kNoTime || accessed != kNoTime || changed != kNoTime; }
 };
 
-using ItemTimesMap = std::unordered_map<const CNode*, ItemTimes>;
+// The full times one walk kept for the items of its volume, in flat arrays (no allocation per
+// item): NTFS by file record number, FAT and exFAT by node.
+class KeptTimes {
+public:
+    // NTFS: times are kept for records 0 to count - 1 (the MFT's records); 0 until set.
+    void LimitRecords(uint64_t count);
+    void SetRecord(uint32_t record, const ItemTimes& times);
+
+    // FAT and exFAT, while the walk runs: `node` has these times.
+    void Add(const CNode* node, const ItemTimes& times);
+    // Forgets the times of `node` when it was the last added (a walk drops entries it has just
+    // read); nothing otherwise.
+    void Drop(const CNode* node);
+    // `to` takes the times of `from`, replacing its own, when `from` was the last added.
+    void Move(const CNode* to, const CNode* from);
+    // Done adding: orders the entries for Find.
+    void Seal();
+
+    // The times kept for `node`, if any: by its record for an item its NTFS walk read (it has a
+    // location and lies in the volume walked), by the node for the others.
+    bool Find(const CNode& node, ItemTimes& out) const;
+    bool Empty() const { return m_byRecord.empty() && m_byNode.empty(); }
+
+private:
+    std::vector<ItemTimes> m_byRecord;
+    uint64_t m_recordLimit = 0;
+    std::vector<std::pair<const CNode*, ItemTimes>> m_byNode;
+    bool m_sealed = true;
+};
 
 // An NTFS time as stored (unsigned 100 ns ticks); 0 and values past the signed range are unknown.
 FileTime FromNtfsTime(uint64_t ticks);

@@ -42,6 +42,15 @@ const VolumeHandle* SingleVolumeOf(const CNode* top) {
     return found;
 }
 
+void KeepTimes(CNode& volumeRoot, const CPhysicalDisk& media, KeptTimes&& times) {
+    times.Seal();
+    if (!volumeRoot.volume) {
+        volumeRoot.volume = std::make_unique<VolumeHandle>(HandleOf(media));
+        volumeRoot.volume->provisional = true;
+    }
+    volumeRoot.volume->times = std::move(times);
+}
+
 void StampVolumes(CNode* top, const CPhysicalDisk& media) {
     if (!top) return;
     for (CNode* n = top->firstChild; n; n = n->nextSibling)

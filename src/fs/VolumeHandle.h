@@ -26,8 +26,9 @@ struct VolumeHandle {
     // Bytes of deleted files below that the allocation map shows in use by other files (only
     // files with some).
     std::unordered_map<const CNode*, uint64_t> overwrittenBytes;
-    // FAT and exFAT: the full times of the items below, as their walk read them.
-    ItemTimesMap itemTimes;
+    // The full times of the items below, as their walk read them: always for FAT and exFAT, for
+    // NTFS when the scan was asked to keep them.
+    KeptTimes times;
     // Made by a folder walk to carry the times, from the media as it was then: the driver's stamp
     // replaces the geometry (an engine may still narrow the media after its walk).
     bool provisional = false;
@@ -41,6 +42,9 @@ void SelectVolume(CPhysicalDisk& view, const VolumeHandle& volume);
 const VolumeHandle* VolumeOf(const CNode& node);
 // The handle of the one volume root directly below `top`; null when there is none or several.
 const VolumeHandle* SingleVolumeOf(const CNode* top);
+// Hands a walk's times to its volume root: to its handle, or to a provisional one made from the
+// media as it is now (the driver's stamp replaces its geometry).
+void KeepTimes(CNode& volumeRoot, const CPhysicalDisk& media, KeptTimes&& times);
 // Gives every volume root directly below `top` that has no handle yet (or a provisional one) the
 // media's selection: the driver calls it after each stage that may have added a volume.
 void StampVolumes(CNode* top, const CPhysicalDisk& media);

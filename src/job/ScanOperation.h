@@ -64,6 +64,9 @@ struct ScanOperation {
     std::atomic<int64_t> done{0};
     std::atomic<int64_t> total{0};
     std::atomic<uint8_t> deletedOnly{0};
+    // Set by a front end that will want the items' full times (a report): walks that would
+    // otherwise read them again later keep them as they go.
+    std::atomic<uint8_t> keepTimes{0};
     // Scan control block of the signature loop: current sector (written before each chunk)
     // and end sector (written once at the start).
     std::atomic<uint64_t> currentSector{0};

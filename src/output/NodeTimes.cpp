@@ -12,16 +12,10 @@ namespace kestrin {
 
 namespace {
 
-// What the walk kept for FAT and exFAT items, from the nearest handle that has the node.
-bool KeptTimes(const CNode& node, ItemTimes& out) {
-    for (const CNode* n = &node; n; n = n->parent) {
-        if (!n->volume) continue;
-        const auto& kept = n->volume->itemTimes;
-        if (auto it = kept.find(&node); it != kept.end()) {
-            out = it->second;
-            return true;
-        }
-    }
+// What the walk kept, from the nearest handle that has the node.
+bool KeptTimesOf(const CNode& node, ItemTimes& out) {
+    for (const CNode* n = &node; n; n = n->parent)
+        if (n->volume && n->volume->times.Find(node, out)) return true;
     return false;
 }
 
@@ -30,7 +24,7 @@ bool KeptTimes(const CNode& node, ItemTimes& out) {
 bool ReadNodeTimes(CPhysicalDisk& media, const CNode& node, ItemTimes& out) {
     out = {};
     if (node.carved) return false;
-    if (KeptTimes(node, out)) return out.Any();
+    if (KeptTimesOf(node, out)) return out.Any();
     const VolumeHandle* volume = VolumeOf(node);
     if ((volume ? volume->fsKind : media.GetFsKind()) != FsKind::Ntfs) return false;
     if (!volume || !media.Handle()) return NtfsReadTimes(media, node, out);
@@ -55,7 +49,7 @@ NodeTimesReader::~NodeTimesReader() = default;
 bool NodeTimesReader::Read(const CNode& node, ItemTimes& out) {
     out = {};
     if (node.carved) return false;
-    if (KeptTimes(node, out)) return out.Any();
+    if (KeptTimesOf(node, out)) return out.Any();
     const VolumeHandle* volume = VolumeOf(node);
     State& s = *m_state;
     if (!volume || !s.media.Handle()) return ReadNodeTimes(s.media, node, out);

@@ -56,9 +56,12 @@ struct ReportItem {
     std::vector<ByteRun> runs;
 };
 
-// Reads the content once, feeding the digests asked for and noting where its runs lie when the
-// engine hands them by their place on the source.
+// Follows the content through its engine, noting where each run lies on the source (the byte
+// runs), and, when digests are asked for, reads it once to feed them. Without digests nothing is
+// read that lies on the source: the engine is told each run is taken care of. Runs are kept only
+// when every byte of the content was accounted for.
 void ReadContent(CPhysicalDisk& media, ReportItem& item, const ReportDigests& want) {
+    const bool digests = want.Any();
     Md5 md5;
     Sha1 sha1;
     Sha256 sha256;
@@ -76,18 +79,20 @@ void ReadContent(CPhysicalDisk& media, ReportItem& item, const ReportDigests& wa
             last->len += len;
         else
             item.runs.push_back({position, offset, len});
-        // Not copied: the engine reads the run and hands its bytes to `write`.
-        return ContentSink::Copy::NotDone;
+        // With digests the engine reads the run and hands its bytes to `write`.
+        if (digests) return ContentSink::Copy::NotDone;
+        position += len;
+        return ContentSink::Copy::Done;
     };
-    const ContentResult r = WriteNodeContent(media, *item.node, ContentSink(write, place));
-    item.read = true;
-    item.unreadable = r.unreadable + r.beyondVolume;
+    const ContentResult r = WriteNodeContent(media, *item.node, ContentSink(write, place, true));
+    uint64_t unreadable = r.unreadable + r.beyondVolume;
     // Nothing read and nothing missing: no engine of this build reads the item.
-    if (!r.ok && item.unreadable == 0) item.unreadable = std::max<uint64_t>(item.node->size, 1);
-    if (!r.ok || item.unreadable) {
-        item.runs.clear();
-        return;
-    }
+    if (!r.ok && unreadable == 0) unreadable = std::max<uint64_t>(item.node->size, 1);
+    if (!r.ok || unreadable) item.runs.clear();
+    if (!digests) return;
+    item.read = true;
+    item.unreadable = unreadable;
+    if (unreadable) return;
     if (want.md5) item.md5 = ToHex(md5.Finish());
     if (want.sha1) item.sha1 = ToHex(sha1.Finish());
     if (want.sha256) item.sha256 = ToHex(sha256.Finish());
@@ -258,7 +263,17 @@ std::string CsvField(const std::string& s) {
 
 constexpr const char* kCsvHeader = "partition,volume_offset,file_system,path,type,deleted,carved,size,condition,location,"
                                    "record,first_sector,created,modified,accessed,changed,md5,sha1,sha256,"
-                                   "unreadable_bytes\r\n";
+                                   "unreadable_bytes,byte_runs\r\n";
+
+// The byte runs as "file_offset:img_offset:len" triples joined by ';'.
+std::string CsvRuns(const std::vector<ByteRun>& runs) {
+    std::string o;
+    for (const ByteRun& r : runs) {
+        if (!o.empty()) o += ';';
+        o += Number(r.fileOffset) + ':' + Number(r.imageOffset) + ':' + Number(r.len);
+    }
+    return o;
+}
 
 void CsvLine(std::ostream& out, const ReportItem& it, uint32_t sectorSize) {
     const CNode& n = *it.node;
@@ -286,6 +301,7 @@ void CsvLine(std::ostream& out, const ReportItem& it, uint32_t sectorSize) {
         it.sha1,
         it.sha256,
         it.read && it.unreadable ? Number(it.unreadable) : "",
+        CsvRuns(it.runs),
     };
     bool first = true;
     for (const std::string& f : fields) {
@@ -366,10 +382,13 @@ bool WriteReport(std::ostream& out, const ReportOptions& options, const std::vec
             }
             times.Read(*n, it.times);
             if (!n->IsFolder()) {
-                if (options.digests.Any()) {
+                // A body file has no place for runs: its content is followed only for digests.
+                if (options.digests.Any() || (options.format != ReportFormat::Bodyfile && !n->carved)) {
                     ReadContent(*rv.media, it, options.digests);
-                    if (it.unreadable) ++totals.unreadableFiles;
-                    else ++totals.hashed;
+                    if (it.read) {
+                        if (it.unreadable) ++totals.unreadableFiles;
+                        else ++totals.hashed;
+                    }
                 }
                 // A carved file is one run from its first byte, whether or not it was read.
                 if (n->carved && it.runs.empty() && n->size && !(it.read && it.unreadable))

@@ -17,6 +17,7 @@
 #include "ScratchDir.h"
 #include "TestImages.h"
 #include "cli/CliRun.h"
+#include "util/Digest.h"
 
 namespace {
 
@@ -134,13 +135,33 @@ TEST(CliReport, BodyFileCarriesEachFilesTimesAndMakesATimeline) {
     }
 }
 
+// A scan keeps NTFS times as it reads the records; a session's tree has them read again from the
+// source: both reports agree.
+TEST(CliReport, ASessionReportsTheSameNtfsTimesAsItsSource) {
+    Scratch s("report-session");
+    const std::string img = kestrin::test::UnpackImage("ntfs-features");
+    ASSERT_FALSE(img.empty());
+    const std::string session = s / "s.tks4", fromSource = s / "a.body", fromSession = s / "b.body";
+    ASSERT_EQ(Kestrin("scan " + Quote(img) + " --quiet --session " + Quote(session)).exitCode, 0);
+    ASSERT_EQ(Kestrin("report " + Quote(img) + " --format bodyfile --quiet --out " + Quote(fromSource)).exitCode, 0);
+    ASSERT_EQ(Kestrin("report " + Quote(session) + " --format bodyfile --quiet --out " + Quote(fromSession)).exitCode, 0);
+    const auto a = ReadBody(ReadFile(fromSource)), b = ReadBody(ReadFile(fromSession));
+    ASSERT_GT(a.size(), 1000u);
+    EXPECT_EQ(a, b);
+}
+
 // The DFXML read back with the few rules its writer follows: one element per line, the
 // file objects' fields as the first text of their element.
+struct ByteRun {
+    uint64_t fileOffset = 0, imageOffset = 0, len = 0;
+    bool operator==(const ByteRun&) const = default;
+};
+
 struct FileObject {
     std::string filename, sha256;
     uint64_t filesize = 0;
     int alloc = -1;
-    int runs = 0;
+    std::vector<ByteRun> runs;
 };
 
 std::string XmlText(const std::string& s) {
@@ -175,7 +196,9 @@ std::vector<FileObject> ReadDfxml(const std::string& text) {
         if (line.find("<filename>") != std::string::npos) cur->filename = XmlText(Between(line, "<filename>", "</filename>"));
         if (line.find("<filesize>") != std::string::npos) cur->filesize = std::stoull(Between(line, "<filesize>", "</filesize>"));
         if (line.find("<alloc>") != std::string::npos) cur->alloc = std::stoi(Between(line, "<alloc>", "</alloc>"));
-        if (line.find("<byte_run ") != std::string::npos) ++cur->runs;
+        if (line.find("<byte_run ") != std::string::npos)
+            cur->runs.push_back({std::stoull(Between(line, "file_offset=\"", "\"")),
+                                 std::stoull(Between(line, "img_offset=\"", "\"")), std::stoull(Between(line, "len=\"", "\""))});
         if (line.find("type=\"sha256\"") != std::string::npos) cur->sha256 = Between(line, "\">", "</hashdigest>");
         if (line.find("</fileobject>") != std::string::npos) cur = nullptr;
     }
@@ -250,6 +273,87 @@ std::vector<std::vector<std::string>> ReadCsv(const std::string& text) {
     }
     if (rows.back().size() == 1 && rows.back()[0].empty()) rows.pop_back();
     return rows;
+}
+
+// The byte runs of every file whose content lies plainly on the volume are where the image was
+// made to put it (its manifest's extents), and the bytes there are the content; following the
+// content for digests finds the same runs as following it for its places only.
+TEST(CliReport, ByteRunsPlaceEachFilesContentOnTheImage) {
+    Scratch s("report-runs");
+    for (const char* name : kVolumes) {
+        SCOPED_TRACE(name);
+        const std::string img = kestrin::test::UnpackImage(name);
+        ASSERT_FALSE(img.empty());
+        const std::string placed = s / (std::string(name) + ".xml"), hashed = s / (std::string(name) + "-h.xml");
+        const std::string csv = s / (std::string(name) + ".csv");
+        ASSERT_EQ(Kestrin("report " + Quote(img) + " --format dfxml --quiet --out " + Quote(placed)).exitCode, 0);
+        ASSERT_EQ(Kestrin("report " + Quote(img) + " --format dfxml --hash sha256 --quiet --out " + Quote(hashed)).exitCode, 0);
+        ASSERT_EQ(Kestrin("report " + Quote(img) + " --format csv --quiet --out " + Quote(csv)).exitCode, 0);
+        const auto objects = ReadDfxml(ReadFile(placed)), withDigests = ReadDfxml(ReadFile(hashed));
+        ASSERT_EQ(objects.size(), withDigests.size());
+        std::map<std::string, const FileObject*> byName;
+        for (size_t i = 0; i < objects.size(); ++i) {
+            EXPECT_EQ(objects[i].runs, withDigests[i].runs) << objects[i].filename;
+            byName[objects[i].filename] = &objects[i];
+        }
+        std::map<std::string, std::string> csvRuns;
+        const auto rows = ReadCsv(ReadFile(csv));
+        ASSERT_FALSE(rows.empty());
+        const size_t pathCol = size_t(std::find(rows[0].begin(), rows[0].end(), "path") - rows[0].begin());
+        const size_t runsCol = size_t(std::find(rows[0].begin(), rows[0].end(), "byte_runs") - rows[0].begin());
+        ASSERT_LT(runsCol, rows[0].size());
+        for (size_t i = 1; i < rows.size(); ++i) csvRuns[rows[i][pathCol]] = rows[i][runsCol];
+
+        std::ifstream image(img, std::ios::binary);
+        size_t compared = 0, fragmented = 0;
+        // Flags the manifests give as true, false or null.
+        auto flag = [](const json& f, const char* key) { return f.contains(key) && f[key].is_boolean() && f[key].get<bool>(); };
+        const json manifest = Manifest(name);
+        for (const auto& f : manifest["partitions"][0]["files"]) {
+            if (f["type"] != "file" || flag(f, "deleted") || !flag(f, "content_intact") || f["size"] == 0 ||
+                flag(f, "resident") || flag(f, "compressed") || !f.contains("extents"))
+                continue;
+            SCOPED_TRACE(f["path"].get<std::string>());
+            auto it = byName.find(f["path"]);
+            ASSERT_NE(it, byName.end());
+            const auto& runs = it->second->runs;
+            // The manifest's extents with neighbours on the image joined, as the report joins them.
+            std::vector<std::pair<uint64_t, uint64_t>> want, got;
+            for (const auto& e : f["extents"]) {
+                const uint64_t at = e[0], len = e[1];
+                if (!want.empty() && want.back().first + want.back().second == at) want.back().second += len;
+                else want.emplace_back(at, len);
+            }
+            for (const ByteRun& r : runs) got.emplace_back(r.imageOffset, r.len);
+            // A sparse file's last extent may reach past its initialised size, which reads as zeros
+            // and is no run.
+            if (flag(f, "sparse") && got.size() == want.size() && !got.empty() && got.back().second < want.back().second)
+                want.back().second = got.back().second;
+            EXPECT_EQ(got, want);
+            ++compared;
+            std::string joined;
+            for (const ByteRun& r : runs)
+                joined += (joined.empty() ? "" : ";") + std::to_string(r.fileOffset) + ":" + std::to_string(r.imageOffset) +
+                          ":" + std::to_string(r.len);
+            EXPECT_EQ(csvRuns[f["path"]], joined);
+            if (!flag(f, "fragmented")) continue;
+            ++fragmented;
+            EXPECT_GT(runs.size(), 1u);
+            // What is not in a run reads as zeros (a sparse file's holes).
+            std::string content(size_t(f["size"].get<uint64_t>()), '\0');
+            for (const ByteRun& r : runs) {
+                ASSERT_LE(r.fileOffset + r.len, content.size());
+                image.seekg(std::streamoff(r.imageOffset));
+                image.read(content.data() + r.fileOffset, std::streamsize(r.len));
+                ASSERT_TRUE(image.good());
+            }
+            kestrin::Sha256 digest;
+            digest.Update(reinterpret_cast<const uint8_t*>(content.data()), content.size());
+            EXPECT_EQ(kestrin::ToHex(digest.Finish()), f["sha256"]);
+        }
+        EXPECT_GT(compared, 0u);
+        EXPECT_GT(fragmented, 0u);
+    }
 }
 
 TEST(CliReport, CsvQuotesHostileNamesAndKeepsEveryItem) {

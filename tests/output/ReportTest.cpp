@@ -3,6 +3,7 @@
 #include <sstream>
 #include <string>
 
+#include "fs/CNode.h"
 #include "fs/ItemTimes.h"
 #include "output/Report.h"
 #include "util/Digest.h"
@@ -90,6 +91,42 @@ TEST(ItemTimes, FileSystemTimesConvert) {
     EXPECT_EQ(early.tv_sec, -1);
     EXPECT_EQ(early.tv_nsec, 999'999'500);
     EXPECT_EQ(FormatIso8601(FromNtfsTime(1)), "1601-01-01T00:00:00.0000001Z");
+}
+
+// What a walk keeps: entries by node, dropped or handed to another node as the walk merges
+// entries, and entries by record for the items read from their records.
+TEST(ItemTimes, KeptTimesFollowTheWalk) {
+    CNode a, b, c, fromRecord, placeholder;
+    auto at = [](FileTime t) {
+        ItemTimes times;
+        times.modified = t;
+        return times;
+    };
+    KeptTimes kept;
+    kept.Add(&a, at(1));
+    kept.Add(&b, at(2));
+    kept.Add(&c, at(3));
+    kept.Drop(&c); // the entry just read is not listed
+    kept.Add(&c, at(4));
+    kept.Move(&a, &c); // `a` takes the newer sighting's times; `c` has none after
+    kept.Drop(&c);     // not the last added any more: nothing happens
+    kept.LimitRecords(100);
+    fromRecord.recordId = placeholder.recordId = 42;
+    fromRecord.location = 1000;
+    kept.SetRecord(42, at(5));
+    kept.SetRecord(100, at(6)); // past the MFT's records
+    kept.Seal();
+
+    ItemTimes out;
+    ASSERT_TRUE(kept.Find(a, out));
+    EXPECT_EQ(out.modified, 4);
+    ASSERT_TRUE(kept.Find(b, out));
+    EXPECT_EQ(out.modified, 2);
+    EXPECT_FALSE(kept.Find(c, out));
+    ASSERT_TRUE(kept.Find(fromRecord, out));
+    EXPECT_EQ(out.modified, 5);
+    // A node at that number that no record was read for (a folder known only by name).
+    EXPECT_FALSE(kept.Find(placeholder, out));
 }
 
 TEST(ReportOptions, NamesAreChecked) {

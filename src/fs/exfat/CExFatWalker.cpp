@@ -88,7 +88,7 @@ bool CExFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder)
             entry->createdDate = set.createdDate;
             entry->modifiedDate = set.modifiedDate;
             entry->size = set.size;
-            m_times[entry] = set.times;
+            m_times.Add(entry, set.times);
             // Where the stream extension entry lies: its sector, and its offset in that sector.
             const uint32_t sector = g.mediaSectorSize ? g.mediaSectorSize : 512;
             entry->location = set.streamAt / sector;

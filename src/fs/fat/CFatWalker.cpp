@@ -172,7 +172,7 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
     // refreshed from the newer sighting instead of being listed twice.
     if (m_mode == kFatWalkDeletedOnly) {
         if ((e->flags & kNodeInUse) && !(e->flags & kNodeFolder)) {
-            m_times.erase(e);
+            m_times.Drop(e);
             FreeScanEntries(e);
             return;
         }
@@ -186,7 +186,7 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
                     c->name = std::move(e->name);
                     c->nameLength = e->nameLength;
                 }
-                m_times.erase(e);
+                m_times.Drop(e);
                 FreeScanEntries(e);
                 return;
             }
@@ -205,7 +205,7 @@ void CFatWalker::AddEntry(ScanEntry* folder, ScanEntry* e) {
                 known->modifiedDate = e->modifiedDate;
                 TakeTimes(known, e);
             }
-            m_times.erase(e);
+            m_times.Drop(e);
             FreeScanEntries(e);
             return;
         }
@@ -276,10 +276,11 @@ bool CFatWalker::ParseEntries(std::span<const uint8_t> buf, ScanEntry* folder) {
         entry->createdDate = CreationDate::At(e.data());
         // The last-access date is shown as the modified date, on purpose.
         entry->modifiedDate = AccessDate::At(e.data());
-        ItemTimes& times = m_times[entry];
+        ItemTimes times;
         times.created = FromDosDateTime(CreationDate::At(e.data()), CreationTime::At(e.data()), CreationTenths::At(e.data()));
         times.modified = FromDosDateTime(WriteDate::At(e.data()), WriteTime::At(e.data()));
         times.accessed = FromDosDateTime(AccessDate::At(e.data()), 0);
+        m_times.Add(entry, times);
         entry->size = isFolder || noData ? 0 : FileSize::At(e.data());
         AddEntry(folder, entry);
     }

@@ -18,22 +18,12 @@ CFolderWalker::~CFolderWalker() {
 ScanEntry* CFolderWalker::TakeRoot() {
     ScanEntry* r = m_root;
     m_root = nullptr;
-    if (r && !m_times.empty() && !r->volume) {
-        auto handle = std::make_unique<VolumeHandle>(HandleOf(m_vol.Media()));
-        handle->provisional = true;
-        handle->itemTimes = std::move(m_times);
-        r->volume = std::move(handle);
-    }
-    m_times.clear();
+    if (r && !m_times.Empty() && !r->volume) KeepTimes(*r, m_vol.Media(), std::move(m_times));
+    m_times = {};
     return r;
 }
 
-void CFolderWalker::TakeTimes(const ScanEntry* to, const ScanEntry* from) {
-    auto it = m_times.find(from);
-    if (it == m_times.end()) return;
-    m_times[to] = it->second;
-    m_times.erase(from);
-}
+void CFolderWalker::TakeTimes(const ScanEntry* to, const ScanEntry* from) { m_times.Move(to, from); }
 
 bool CFolderWalker::MustStop() { return m_ctx && m_ctx->MustStop(m_vol.Media()); }
 

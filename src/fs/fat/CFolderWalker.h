@@ -43,7 +43,7 @@ protected:
     ScanContext* m_ctx;
     ScanEntry* m_root = nullptr;
     // The full times of the entries read; handed to the volume root with the tree.
-    ItemTimesMap m_times;
+    KeptTimes m_times;
 
 private:
     bool MustStop();

@@ -116,6 +116,8 @@ public:
             uint64_t readableEnd = std::min(end, start + inVolume * bpc);
             while (m_pos < readableEnd) {
                 size_t n = size_t(std::min<uint64_t>(buf.size(), readableEnd - m_pos));
+                // A piece ends at the initialised size, so that what lies below it can be placed.
+                if (m_pos < initializedSize && initializedSize - m_pos < n) n = size_t(initializedSize - m_pos);
                 // Below the initialised size the clusters are the content: copied from file to
                 // file by the kernel where it can, else read and written.
                 if (m_pos + n <= initializedSize) {

@@ -8,6 +8,8 @@
 #include "fs/ntfs/CNtfsRecordSearch.h"
 #include "fs/ntfs/CNtfsTreeBuilder.h"
 #include "fs/ntfs/CNtfsVolume.h"
+#include "fs/ntfs/NtfsTimes.h"
+#include "fs/VolumeHandle.h"
 #include "storage/PartitionTable.h"
 
 namespace kestrin {
@@ -23,7 +25,8 @@ constexpr uint32_t kSearchStepBytes = 4u << 20;
 // False when the record is malformed; records formatted but never used are not. Extension
 // records are left to their base.
 bool TakeRecord(std::span<uint8_t> rec, uint32_t recordSize, uint32_t runningIndex, uint64_t location,
-                INtfsRecordSource* source, CNtfsTreeBuilder& builder, NtfsRecordExtras& extras) {
+                INtfsRecordSource* source, CNtfsTreeBuilder& builder, NtfsRecordExtras& extras,
+                KeptTimes* times) {
     if (file_record::BaseRecord::At(rec.data()) != 0) return true;
     NtfsRecordCheck check = ExamineFileRecord(rec, recordSize);
     if (check != NtfsRecordCheck::Sound) return check == NtfsRecordCheck::Unused;
@@ -34,6 +37,7 @@ bool TakeRecord(std::span<uint8_t> rec, uint32_t recordSize, uint32_t runningInd
         return true;
     }
     e->location = location;
+    if (ItemTimes t; times && NtfsRecordTimes(rec.first(recordSize), t)) times->SetRecord(e->recordId, t);
     builder.AddRecord(e, extras);
     return true;
 }
@@ -55,6 +59,10 @@ Outcome NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
     const int64_t total = int64_t(vol.ExpectedRecords());
     const uint32_t mediaSector = vol.MediaSectorSize();
     std::vector<uint8_t> buffer(size_t(batch) * recordSize);
+    // The items' full times, by record number, when the front end will want them.
+    KeptTimes kept;
+    const bool keepTimes = ctx.op.keepTimes.load(std::memory_order_relaxed);
+    if (keepTimes) kept.LimitRecords(records);
     // Set when a record was skipped as malformed: one that failed its check, or one the file
     // system itself marked bad.
     bool corrupt = false;
@@ -80,12 +88,14 @@ Outcome NtfsScanVolume(CPhysicalDisk& media, int /*mode*/, ScanContext& ctx) {
             uint64_t at = vol.MapMft(index * recordSize);
             if (at == ~0ull) continue;
             uint64_t location = (vol.VolumeStartByte() + at) / mediaSector;
-            if (bad || !TakeRecord(rec, recordSize, uint32_t(index), location, &vol, builder, extras)) corrupt = true;
+            KeptTimes* times = keepTimes ? &kept : nullptr;
+            if (bad || !TakeRecord(rec, recordSize, uint32_t(index), location, &vol, builder, extras, times)) corrupt = true;
         }
         ctx.Progress(int64_t(first + n), total);
         if (stopped) break;
     }
-    builder.Finish(ctx.top);
+    CNode* root = builder.Finish(ctx.top);
+    if (root && keepTimes) KeepTimes(*root, media, std::move(kept));
     return watch.Finish(ctx, corrupt);
 }
 
