@@ -9,8 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "fs/CNode.h"
 #include "output/NodeTimes.h"
 #include "output/OutputTarget.h"
@@ -48,40 +46,6 @@ int WriteAll(WriteFn write, int fd, const uint8_t* p, size_t len) {
     return 0;
 }
 
-// Runs of at least this many whole blocks' bytes are written past the page cache (see
-// WriteUnbuffered); shorter ones cost a round trip to the disk each and are copied by the kernel.
-constexpr size_t kUnbufferedMin = 64u << 10;
-// What one unbuffered write takes at most (a longer run is read and written in pieces).
-constexpr size_t kUnbufferedPiece = 4u << 20;
-
-// The alignment unbuffered writes into the open file `fd` need (of the file position, the length
-// and the memory), or 0 when its file system takes none.
-uint32_t UnbufferedAlignment(int fd) {
-#if defined(__linux__) && defined(STATX_DIOALIGN)
-    struct statx sx = {};
-    if (::statx(fd, "", AT_EMPTY_PATH, STATX_DIOALIGN, &sx) != 0 || !(sx.stx_mask & STATX_DIOALIGN)) return 0;
-    uint32_t align = std::max(sx.stx_dio_offset_align, sx.stx_dio_mem_align);
-    // The piece buffer is page-aligned and a piece a whole number of pages.
-    if (align == 0 || align > 4096 || (align & (align - 1))) return 0;
-    return sx.stx_dio_offset_align;
-#else
-    (void)fd;
-    return 0;
-#endif
-}
-
-bool SetUnbuffered(int fd, bool on) {
-#ifdef O_DIRECT
-    int flags = ::fcntl(fd, F_GETFL);
-    if (flags < 0) return false;
-    int want = on ? flags | O_DIRECT : flags & ~O_DIRECT;
-    return want == flags || ::fcntl(fd, F_SETFL, want) == 0;
-#else
-    (void)fd;
-    return !on;
-#endif
-}
-
 class CFolderTarget final : public COutputTarget {
 public:
     CFolderTarget(std::string root, WriteFn write) : m_root(std::move(root)), m_write(write ? write : &SystemWrite) {}
@@ -89,7 +53,6 @@ public:
         if (m_file >= 0) ::close(m_file);
         if (m_log >= 0) ::close(m_log);
         for (int fd : m_dirs) ::close(fd);
-        platform::FreeLargeBuffer(m_piece, kUnbufferedPiece);
     }
 
     uint32_t Open() override {
@@ -125,7 +88,6 @@ public:
         if (fd < 0) return CodeOfErrno(errno, false);
         m_file = fd;
         m_fileName = n;
-        m_fileAlign = UINT32_MAX; // asked for when the file's first long run comes
         return 0;
     }
 
@@ -150,15 +112,13 @@ public:
         // and written instead, so a failure is found and counted as it always was. A write
         // function given by a test always sees every byte.
         auto copy = [&](ByteSource& source, uint64_t offset, size_t len) {
-            if (!WriteUnbuffered(source, offset, len, position)) {
-                if (m_noCopy) return ContentSink::Copy::NotDone;
-                int err = 0;
-                long long n = source.CopyTo(m_file, position, len, offset, err);
-                if (n < 0 || size_t(n) != len) {
-                    if (err == EXDEV || err == EINVAL || err == ENOSYS || err == EOPNOTSUPP || err == EBADF)
-                        m_noCopy = true;
-                    return ContentSink::Copy::NotDone;
-                }
+            if (m_noCopy) return ContentSink::Copy::NotDone;
+            int err = 0;
+            long long n = source.CopyTo(m_file, position, len, offset, err);
+            if (n < 0 || size_t(n) != len) {
+                if (err == EXDEV || err == EINVAL || err == ENOSYS || err == EOPNOTSUPP || err == EBADF)
+                    m_noCopy = true;
+                return ContentSink::Copy::NotDone;
             }
             if (::lseek(m_file, off_t(position + len), SEEK_SET) < 0) {
                 m_noCopy = true;
@@ -250,68 +210,6 @@ public:
 
 private:
     int Current() const { return m_dirs.back(); }
-
-    // A long run of the source is read into one buffer and written past the page cache, in whole
-    // blocks of the destination (its last part, under a block, through the page cache). Taking
-    // fresh pages for the cache and copying into them was most of a save's processor time; this
-    // way the only copy is the read, and the disk takes the blocks from the buffer. Each write
-    // waits for the disk, so short runs (small files) are left to the kernel's copy. False, with
-    // nothing counted as written, when the run is not taken this way or a read or write failed:
-    // the caller then copies or reads and writes it (what was written here is written over).
-    bool WriteUnbuffered(ByteSource& source, uint64_t offset, size_t len, uint64_t position) {
-        if (m_noUnbuffered || len < kUnbufferedMin || source.NeedsAlignment()) return false;
-        if (m_fileAlign == UINT32_MAX) m_fileAlign = UnbufferedAlignment(m_file);
-        const uint32_t align = m_fileAlign;
-        if (align == 0 || position % align || len / align * align < kUnbufferedMin) return false;
-        if (!m_piece) {
-            m_piece = static_cast<uint8_t*>(platform::AllocateLargeBuffer(kUnbufferedPiece));
-            if (!m_piece) {
-                m_noUnbuffered = true;
-                return false;
-            }
-        }
-        bool ok = true;
-        for (size_t done = 0; ok && done < len;) {
-            const size_t n = std::min(len - done, kUnbufferedPiece);
-            long long got = source.ReadAt(m_piece, n, offset + done);
-            if (got < 0 || size_t(got) != n) {
-                ok = false;
-                break;
-            }
-            const size_t whole = n / align * align;
-            if (whole && !SetUnbuffered(m_file, true)) {
-                m_noUnbuffered = true;
-                ok = false;
-                break;
-            }
-            for (size_t w = 0; ok && w < n;) {
-                // The part under a block goes through the page cache.
-                if (w == whole && !SetUnbuffered(m_file, false)) {
-                    ok = false;
-                    break;
-                }
-                const size_t end = w < whole ? whole : n;
-                ssize_t put = ::pwrite(m_file, m_piece + w, end - w, off_t(position + done + w));
-                if (put < 0 && errno == EINTR) continue;
-                if (put <= 0) {
-                    if (put < 0 && w < whole && (errno == EINVAL || errno == EOPNOTSUPP)) m_noUnbuffered = true;
-                    ok = false;
-                    break;
-                }
-                // A short unbuffered write leaves the rest of the block run unaligned: the rest of
-                // the piece goes through the page cache.
-                w += size_t(put);
-                if (w < whole && w % align) {
-                    ok = false;
-                    break;
-                }
-            }
-            done += n;
-        }
-        SetUnbuffered(m_file, false);
-        return ok;
-    }
-
     std::string m_root;
     std::vector<int> m_dirs;
     std::vector<std::string> m_names;
@@ -322,11 +220,6 @@ private:
     WriteFn m_write;
     // Set once the kernel refused to copy from the source into this destination.
     bool m_noCopy = false;
-    // Unbuffered writes: the open file's alignment (UINT32_MAX: not asked yet), the piece
-    // buffer (made at the first such write), set once the destination refused them.
-    uint32_t m_fileAlign = UINT32_MAX;
-    uint8_t* m_piece = nullptr;
-    bool m_noUnbuffered = false;
 };
 
 } // namespace

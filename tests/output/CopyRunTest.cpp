@@ -193,11 +193,9 @@ TEST(CopyRun, FileSystemItemsSaveWhatReadingGives) {
             }
             SaveResult done;
             target->Finish(done);
-            // A source that cannot copy is never asked to. (Where the destination takes writes
-            // past the page cache, the long runs are read and written that way instead of copied,
-            // so a source that can copy need not have been asked.)
-            if (!c.canCopy) {
-                EXPECT_EQ(source.copied, 0u);
+            // (With the failing stretch the one long run may be the only one there is.)
+            if (c.failTo == 0) {
+                EXPECT_EQ(source.copied > 0, c.canCopy);
             }
             EXPECT_EQ(unreadableTotal > 0, c.failTo > 0);
             std::string cmd = std::string("rm -rf '") + dir + "'";
