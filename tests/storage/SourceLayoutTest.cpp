@@ -186,7 +186,7 @@ TEST(SourceLayout, OtherSystemsPartitionsAreListed) {
     const Case cases[] = {
         {"disk-gpt-other", Layout::Gpt,
          {{FsKind::Fat16, TableType::Data}, {FsKind::None, TableType::Linux}, {FsKind::None, TableType::LinuxSwap},
-          {FsKind::None, TableType::LinuxLvm}, {FsKind::None, TableType::EfiSystem}, // FAT12: not read here
+          {FsKind::None, TableType::LinuxLvm}, {FsKind::Fat12, TableType::EfiSystem}, // its FAT12 volume is read
           {FsKind::None, TableType::AppleHfs}, {FsKind::None, TableType::AppleApfs}}},
         // The encrypted volume sits in an NTFS slot of the primary table; the EFI partition is FAT16.
         {"disk-mbr-other", Layout::Mbr,
