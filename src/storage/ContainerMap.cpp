@@ -117,6 +117,17 @@ std::vector<uint64_t> TopLevel(const std::vector<uint8_t>& bytes, uint32_t entry
 
 } // namespace
 
+std::unique_ptr<ContainerMap> ContainerMap::WholeDisk(std::unique_ptr<Table> table, uint64_t diskSize) {
+    auto map = std::unique_ptr<ContainerMap>(new ContainerMap);
+    map->m_size = diskSize;
+    Piece piece;
+    piece.bytes = diskSize;
+    piece.kind = VmdkExtent::Kind::Sparse;
+    piece.table = std::move(table);
+    map->m_pieces.push_back(std::move(piece));
+    return map;
+}
+
 std::unique_ptr<ContainerMap> ContainerMap::Qcow(std::unique_ptr<ByteSource> file, uint64_t diskSize) {
     namespace q = layout::qcow;
     if (!file || diskSize == 0) return nullptr;
@@ -159,14 +170,7 @@ std::unique_ptr<ContainerMap> ContainerMap::Qcow(std::unique_ptr<ByteSource> fil
     t->units = diskSize / cluster + (diskSize % cluster ? 1 : 0);
     t->entryBytes = q::kEntryBytes;
     t->kind = EntryKind::QcowL2;
-    auto map = std::unique_ptr<ContainerMap>(new ContainerMap);
-    map->m_size = diskSize;
-    Piece piece;
-    piece.bytes = diskSize;
-    piece.kind = VmdkExtent::Kind::Sparse;
-    piece.table = std::move(t);
-    map->m_pieces.push_back(std::move(piece));
-    return map;
+    return WholeDisk(std::move(t), diskSize);
 }
 
 namespace {
@@ -273,14 +277,7 @@ std::unique_ptr<ContainerMap> ContainerMap::DynamicVhd(std::unique_ptr<ByteSourc
     t->perTable = 1;
     t->units = needed;
     t->entryBytes = v::kEntryBytes;
-    auto map = std::unique_ptr<ContainerMap>(new ContainerMap);
-    map->m_size = diskSize;
-    Piece piece;
-    piece.bytes = diskSize;
-    piece.kind = VmdkExtent::Kind::Sparse;
-    piece.table = std::move(t);
-    map->m_pieces.push_back(std::move(piece));
-    return map;
+    return WholeDisk(std::move(t), diskSize);
 }
 
 void ContainerMap::DataRun(uint64_t offset, uint64_t& start, uint64_t& end) {

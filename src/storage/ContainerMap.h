@@ -51,6 +51,8 @@ private:
         std::unique_ptr<Table> table; // Sparse only
     };
     ContainerMap() = default;
+    // A map whose one table covers the whole disk (QCOW2, dynamic VHD).
+    static std::unique_ptr<ContainerMap> WholeDisk(std::unique_ptr<Table> table, uint64_t diskSize);
     std::vector<Piece> m_pieces;
     uint64_t m_size = 0;
 };
