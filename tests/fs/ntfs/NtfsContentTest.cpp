@@ -26,6 +26,14 @@ void Attach(CPhysicalDisk& media, std::vector<uint8_t> image) {
     media.SetFirstSector(0);
 }
 
+// Every item of the found tree as "path size flags", sorted.
+std::vector<std::string> SortedPaths(CNode* vol) {
+    std::vector<std::string> paths;
+    for (auto& l : ListTree(vol)) paths.push_back(l.path + " " + std::to_string(l.size) + " " + std::to_string(l.flags));
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
 std::vector<uint8_t> Content(CPhysicalDisk& media, CNode* n, ContentResult* result = nullptr) {
     std::vector<uint8_t> out;
     ContentResult r = NtfsWriteContent(media, *n, [&](const uint8_t* p, size_t len) {
@@ -95,9 +103,7 @@ TEST(NtfsScan, TreeAndContentOfEveryKind) {
     NtfsScanVolume(media, 1, h.ctx);
     CNode* vol = h.Volume();
     ASSERT_NE(vol, nullptr);
-    std::vector<std::string> paths;
-    for (auto& l : ListTree(vol)) paths.push_back(l.path + " " + std::to_string(l.size) + " " + std::to_string(l.flags));
-    std::sort(paths.begin(), paths.end());
+    const std::vector<std::string> paths = SortedPaths(vol);
     std::vector<std::string> expected = {
         "/Docs 0 3",        "/Docs/frag.bin 12188 1", "/Docs/small.txt 3 1",
         "/Lost 0 2",          "/Lost/#27 1 1",    "/Lost/#60 0 2",    "/Lost/#60/orphan.txt 1 1", "/Old 0 2",
@@ -244,9 +250,7 @@ TEST(NtfsScan, EveryNameAndStreamOfARecord) {
     NtfsScanVolume(media, 1, h.ctx);
     CNode* vol = h.Volume();
     ASSERT_NE(vol, nullptr);
-    std::vector<std::string> paths;
-    for (auto& l : ListTree(vol)) paths.push_back(l.path + " " + std::to_string(l.size) + " " + std::to_string(l.flags));
-    std::sort(paths.begin(), paths.end());
+    const std::vector<std::string> paths = SortedPaths(vol);
     const std::vector<std::string> expected = {
         "/$Thing 1 1",        "/$Thing:user 1 9",        "/BOTH.TXT 1 1",      "/Docs 0 3",
         "/Docs/a.txt 4 0",    "/Docs/a.txt:s 2 8",       "/Docs/link.txt 1 1", "/Docs/link.txt:far 5000 9",
