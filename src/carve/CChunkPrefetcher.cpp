@@ -39,17 +39,18 @@ CChunkPrefetcher::CChunkPrefetcher(CSectorReader& reader, uint64_t first, uint64
     m_reach = std::max(kMinReach, ahead);
     const uint64_t chunkBytes = uint64_t(chunkSectors) * std::max<uint32_t>(m_sectorSize, 1);
     uint64_t slots = 1 + std::max(m_reach, std::max<uint64_t>(1, kReadAheadBytes / std::max<uint64_t>(chunkBytes, 1)));
-    m_slots.resize(size_t(std::max<uint64_t>(1, std::min(slots, m_chunkCount))));
-    m_slotOf.assign(m_slots.size(), 0);
-    for (size_t i = m_slots.size(); i-- > 0;) m_free.push_back(uint32_t(i));
+    m_slotCount = size_t(std::max<uint64_t>(1, std::min(slots, m_chunkCount)));
+    m_slots = std::make_unique<Slot[]>(m_slotCount);
+    m_slotOf.assign(m_slotCount, 0);
+    for (size_t i = m_slotCount; i-- > 0;) m_free.push_back(uint32_t(i));
     if (m_chunkCount > 0) {
         constexpr size_t kAlign = 4096;
         m_slotBytes = size_t(std::min<uint64_t>(m_chunkSectors, m_end - m_first)) * m_sectorSize;
         m_slotBytes = (m_slotBytes + kAlign - 1) / kAlign * kAlign;
-        m_bufferBytes = m_slotBytes * m_slots.size();
+        m_bufferBytes = m_slotBytes * m_slotCount;
         m_buffers = static_cast<uint8_t*>(platform::AllocateLargeBuffer(m_bufferBytes));
         if (!m_buffers) throw std::bad_alloc();
-        for (size_t i = 0; i < m_slots.size(); ++i) m_slots[i].buffer = m_buffers + i * m_slotBytes;
+        for (size_t i = 0; i < m_slotCount; ++i) m_slots[i].buffer = m_buffers + i * m_slotBytes;
     }
     if (m_threaded && m_chunkCount > 1) m_thread = std::thread([this] { Run(); });
     else m_threaded = false;
@@ -59,7 +60,7 @@ CChunkPrefetcher::CChunkPrefetcher(CSectorReader& reader, uint64_t first, uint64
     // would only wait for them, makes the pages of the last ones present, from the back, until
     // the reader comes near.
     if (m_threaded)
-        for (size_t i = m_slots.size(); i-- > 2 && m_nextToRead.load(std::memory_order_relaxed) + 1 < i;)
+        for (size_t i = m_slotCount; i-- > 2 && m_nextToClaim.load(std::memory_order_relaxed) + 1 < i;)
             Prefault(m_slots[i].buffer, m_slotBytes);
 }
 
@@ -75,27 +76,41 @@ CChunkPrefetcher::~CChunkPrefetcher() {
     platform::FreeLargeBuffer(m_buffers, m_bufferBytes);
 }
 
-// One read of the whole chunk; the part past the source's end is zero, as the loop clears its
-// buffer before each read. A chunk that lies wholly in a hole of the source is not read at all.
-void CChunkPrefetcher::ReadChunk(uint64_t index, Slot& slot) {
+uint64_t CChunkPrefetcher::Claim() {
+    const uint64_t index = m_nextToClaim.load(std::memory_order_relaxed);
+    m_slotOf[index % m_slotOf.size()] = m_free.back();
+    m_free.pop_back();
+    Slot& slot = SlotOf(index);
     uint64_t start = m_first + index * m_chunkSectors;
     uint32_t sectors = uint32_t(std::min<uint64_t>(m_chunkSectors, m_end - start));
-    uint32_t bytes = sectors * m_sectorSize;
     slot.chunk.sectors = sectors;
     slot.chunk.error = 0;
     if (start >= m_runEnd) m_reader.DataRun(start, m_runFirst, m_runEnd);
     slot.chunk.hole = m_runFirst >= start + sectors;
+    // The slot is recorded before the count is raised (WaitFor looks without the lock).
+    m_nextToClaim.store(index + 1, std::memory_order_release);
     if (slot.chunk.hole) {
         slot.chunk.data = nullptr;
         slot.chunk.ok = true;
-        return;
+        slot.ready.store(index + 1, std::memory_order_release);
     }
+    return index;
+}
+
+// One read of the whole chunk; the part past the source's end is zero, as the loop clears its
+// buffer before each read. A chunk that lies wholly in a hole of the source is not read at all.
+void CChunkPrefetcher::Fill(uint64_t index) {
+    Slot& slot = SlotOf(index);
+    if (slot.chunk.hole) return;
+    uint64_t start = m_first + index * m_chunkSectors;
+    uint32_t bytes = slot.chunk.sectors * m_sectorSize;
     slot.chunk.data = slot.buffer;
-    slot.chunk.ok = m_reader.Read(slot.buffer, bytes, start, slot.chunk.error);
+    slot.chunk.ok = m_reader.ReadAhead(slot.buffer, bytes, start, slot.chunk.error);
     if (slot.chunk.ok) {
         uint64_t present = m_reader.BytesFrom(start * m_sectorSize);
         if (present < bytes) std::memset(slot.buffer + present, 0, bytes - size_t(present));
     }
+    slot.ready.store(index + 1, std::memory_order_release);
 }
 
 // A slot is free once the loop has moved past the chunk it held; the chunk being scanned
@@ -105,14 +120,15 @@ void CChunkPrefetcher::ReadChunk(uint64_t index, Slot& slot) {
 // through each of those and leave the loop waiting for every chunk after it. When the loop keeps
 // up, the reader is never far ahead and the chunks are still in the processor's cache.
 uint64_t CChunkPrefetcher::ReadLimit() const {
-    return std::min<uint64_t>(m_chunkCount, m_nextToGive + m_slots.size() - 1);
+    return std::min<uint64_t>(m_chunkCount, m_nextToGive + m_slotCount - 1);
 }
 
-// Either thread sleeps until a batch of chunks can be read or scanned: waking a thread costs
-// more than scanning a chunk.
+// The reader sleeps until a batch of chunks can be read: waking a thread costs more than
+// scanning a chunk.
 bool CChunkPrefetcher::ReaderHasWork() const {
     uint64_t target = ReadLimit();
-    return m_nextToRead < target && (m_mainWaiting || target - m_nextToRead >= m_batch || target == m_chunkCount);
+    uint64_t next = m_nextToClaim.load(std::memory_order_relaxed);
+    return next < target && (m_mainWaiting || target - next >= kReadBatch || target == m_chunkCount);
 }
 
 void CChunkPrefetcher::Run() {
@@ -124,49 +140,44 @@ void CChunkPrefetcher::Run() {
             m_readerCv.wait(lk, [&] { return m_stop || ReaderHasWork(); });
             m_readerWaiting = false;
             if (m_stop) return;
-            index = m_nextToRead;
-            Take(index);
+            index = Claim();
         }
-        ReadChunk(index, SlotOf(index));
+        Fill(index);
         bool wake;
         {
             std::lock_guard lk(m_mutex);
-            ++m_nextToRead;
-            wake = m_mainWaiting && m_nextToRead > m_mainWaitsFor;
+            wake = m_mainWaiting && IsReady(m_mainWaitsFor);
         }
         if (wake) m_mainCv.notify_one();
     }
 }
 
 const CChunkPrefetcher::Chunk& CChunkPrefetcher::WaitFor(uint64_t index) {
-    if (!m_threaded) {
-        while (m_nextToRead <= index) {
-            Take(m_nextToRead);
-            ReadChunk(m_nextToRead, SlotOf(m_nextToRead));
-            ++m_nextToRead;
+    // Mostly the chunk is there already: no lock for that.
+    if (m_nextToClaim.load(std::memory_order_acquire) > index && IsReady(index)) return SlotOf(index).chunk;
+    std::unique_lock lk(m_mutex, std::defer_lock);
+    if (m_threaded) lk.lock();
+    for (;;) {
+        if (m_nextToClaim.load(std::memory_order_relaxed) > index && IsReady(index)) break;
+        // Rather than wait for the reading thread, read the next chunk that may be read: the one
+        // asked for, or one the loop needs soon after it while the reader is at this one.
+        if (m_nextToClaim.load(std::memory_order_relaxed) < ReadLimit()) {
+            uint64_t claimed = Claim();
+            if (m_threaded) lk.unlock();
+            Fill(claimed);
+            if (m_threaded) lk.lock();
+            continue;
         }
-        return SlotOf(index).chunk;
-    }
-    // Mostly the chunk is there already: no lock for that (its slot was recorded before the
-    // count was raised).
-    if (m_nextToRead.load(std::memory_order_acquire) > index) return SlotOf(index).chunk;
-    std::unique_lock lk(m_mutex);
-    if (m_nextToRead <= index) {
-        // Woken once a batch is there rather than for every chunk.
-        m_mainWaitsFor = std::max(index, std::min(index + m_batch, ReadLimit()) - 1);
+        // Only the reading thread can still be reading it (without a thread, everything up to
+        // the limit has been read above).
+        m_mainWaitsFor = index;
         m_mainWaiting = true;
         if (m_readerWaiting) m_readerCv.notify_one();
-        m_mainCv.wait(lk, [&] { return m_nextToRead > index; });
+        m_mainCv.wait(lk, [&] { return IsReady(index); });
         m_mainWaiting = false;
+        break;
     }
     return SlotOf(index).chunk;
-}
-
-// Called with the lock held (or without a thread): `index` is below ReadLimit, so fewer than
-// all slots are held and one is free.
-void CChunkPrefetcher::Take(uint64_t index) {
-    m_slotOf[index % m_slotOf.size()] = m_free.back();
-    m_free.pop_back();
 }
 
 CChunkPrefetcher::Chunk CChunkPrefetcher::Next() {
@@ -192,10 +203,10 @@ std::span<const uint8_t> CChunkPrefetcher::View(uint64_t sector, uint32_t count,
     const uint64_t a = (sector - m_first) / m_chunkSectors;
     const uint64_t b = (sector + count - 1 - m_first) / m_chunkSectors;
     if (a < current || b > current + m_reach) return {};
-    const Chunk& lastChunk = WaitFor(b);
-    if (!lastChunk.ok || lastChunk.hole) return {};
-    for (uint64_t i = a; i < b; ++i)
-        if (!SlotOf(i).chunk.ok || SlotOf(i).chunk.hole) return {};
+    for (uint64_t i = a; i <= b; ++i) {
+        const Chunk& c = WaitFor(i);
+        if (!c.ok || c.hole) return {};
+    }
 
     const size_t bps = m_sectorSize;
     auto at = [&](uint64_t s) {

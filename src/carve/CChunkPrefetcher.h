@@ -1,6 +1,8 @@
 #pragma once
 // Reads the loop's chunks ahead on a second thread: the chunks after chunk i are read while it
-// is scanned, so neither side waits for the other on every chunk. The chunks form a window that
+// is scanned, so neither side waits for the other on every chunk. When the loop's thread gets
+// to a chunk that is still being read, it reads the next ones itself instead of waiting: the
+// two threads then share the reading. The chunks form a window that
 // scanners may look into (View): a scanner that wants sectors ahead of the scan position gets
 // them from the chunks the loop will scan next, read once, in large sequential reads. All reads
 // go through the same CSectorReader as the scanners' own reads, so the media still sees one
@@ -56,33 +58,39 @@ private:
     struct Slot {
         uint8_t* buffer = nullptr; // in m_buffers
         Chunk chunk;
+        // index + 1 of the chunk whose read into this slot is complete; 0 while none is.
+        std::atomic<uint64_t> ready{0};
     };
-    void ReadChunk(uint64_t index, Slot& slot);
-    // The slot that holds chunk `index` (read, or being read, and not yet given back).
+    // The slot that holds chunk `index` (taken for reading, and not yet given back).
     Slot& SlotOf(uint64_t index) { return m_slots[m_slotOf[index % m_slotOf.size()]]; }
-    // Chunk `index` is read (the loop has taken chunk index - window + 1 or later).
+    bool IsReady(uint64_t index) { return SlotOf(index).ready.load(std::memory_order_acquire) == index + 1; }
+    // With the lock held (or without a thread): takes the next chunk for reading into a free
+    // slot and returns its index. A chunk wholly in a hole of the source is complete at once.
+    uint64_t Claim();
+    // Reads a claimed chunk, without the lock, and marks it complete.
+    void Fill(uint64_t index);
+    // Chunk `index` is read (the loop has taken chunk index - slots + 1 or later).
     const Chunk& WaitFor(uint64_t index);
-    void Take(uint64_t index);
     // Chunks that may be read now: past the one being scanned, within the slots.
     uint64_t ReadLimit() const;
     bool ReaderHasWork() const;
     void Run();
 
     CSectorReader& m_reader;
-    // The run of data the last chunks fell in (see CSectorReader::DataRun); only the thread that
-    // reads chunks uses it.
+    // The run of data the last chunks fell in (see CSectorReader::DataRun); used under the lock.
     uint64_t m_runFirst = 0, m_runEnd = 0;
     uint64_t m_first, m_end;
     uint32_t m_chunkSectors, m_sectorSize;
     uint64_t m_chunkCount;
     uint64_t m_nextToGive = 0;
     // How far View reaches past the scanned chunk at least, the read-ahead when no scanner
-    // looks further, and the fewest chunks a sleeping thread is woken for.
+    // looks further, and the fewest chunks a sleeping reader is woken for.
     static constexpr uint64_t kMinReach = 4;
     static constexpr uint64_t kReadAheadBytes = 8u << 20;
     static constexpr uint64_t kReadBatch = 2;
     uint64_t m_reach = kMinReach; // chunks past the scanned one that View may reach
-    std::vector<Slot> m_slots;
+    std::unique_ptr<Slot[]> m_slots;
+    size_t m_slotCount = 0;
     // One page-aligned region for the buffers of all slots (an unbuffered device reads straight
     // into it), not cleared (see the constructor for how its pages are made present).
     uint8_t* m_buffers = nullptr;
@@ -93,10 +101,11 @@ private:
     std::vector<uint32_t> m_free;
     bool m_threaded;
     bool m_stop = false;
-    std::atomic<uint64_t> m_nextToRead{0};
+    // Chunks below it are taken for reading (by the reading thread, or by the loop's thread
+    // while it would otherwise wait); they complete in any order.
+    std::atomic<uint64_t> m_nextToClaim{0};
     bool m_readerWaiting = false, m_mainWaiting = false;
     uint64_t m_mainWaitsFor = 0; // the chunk the loop's thread waits for, while m_mainWaiting
-    uint64_t m_batch = kReadBatch;
     std::mutex m_mutex;
     // Each side is woken only when it sleeps and has something to do.
     std::condition_variable m_readerCv, m_mainCv;

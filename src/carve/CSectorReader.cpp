@@ -36,6 +36,14 @@ bool CSectorReader::Read(void* buffer, uint32_t byteCount, uint64_t sector, uint
     return false;
 }
 
+bool CSectorReader::ReadAhead(void* buffer, uint32_t byteCount, uint64_t sector, uint32_t& error) {
+    if (m_media.ReadSectorsBeside(buffer, byteCount, sector)) {
+        error = 0;
+        return true;
+    }
+    return Read(buffer, byteCount, sector, error);
+}
+
 bool CSectorReader::StopRequested() const { return m_scan && m_scan->StopRequested(); }
 
 void CSectorReader::DataRun(uint64_t sector, uint64_t& first, uint64_t& end) const {

@@ -24,6 +24,10 @@ public:
     // The same, with the system code of a failure in `error` (taken under the lock: the loop's
     // reading thread and the scanners read at the same time).
     bool Read(void* buffer, uint32_t byteCount, uint64_t sector, uint32_t& error);
+    // The read-ahead's read: the same as Read, but where the source allows it the bytes are read
+    // without waiting for the scanners' reads (only a read that fails or comes up short takes
+    // the lock and is read again as above, so failures are found and kept as before).
+    bool ReadAhead(void* buffer, uint32_t byteCount, uint64_t sector, uint32_t& error);
     // `count` sectors at absolute sector `sector` for a scanner, as one Read of them would give
     // them, with the part past the source's end zero. Taken from the loop's read-ahead window when
     // it holds them (no read at all, often no copy), else read into `scratch`. Empty when the read
@@ -72,13 +76,20 @@ public:
         std::vector<uint8_t> codes;
     };
     SectorMarks& CompoundSectorMarks() { return m_sectorMarks; }
-    // The allocation-table sector the compound-document size rule read last (C bytes at
-    // `sector`, past the source's end zero).
+    // The allocation-table sectors the compound-document size rule read last (C bytes at
+    // `sector`, past the source's end zero). The rule counts the sector from the start of the
+    // source, so the documents of a disk mostly name the same few; kept in the order read, the
+    // oldest replaced first.
     struct TableSector {
         uint64_t sector = UINT64_MAX;
         std::vector<uint8_t> data;
     };
-    TableSector& CompoundTableSector() { return m_tableSector; }
+    static constexpr size_t kTableSectorsKept = 4;
+    struct TableSectors {
+        TableSector kept[kTableSectorsKept];
+        size_t next = 0; // the one replaced next
+    };
+    TableSectors& CompoundTableSectors() { return m_tableSectors; }
 
 private:
     CPhysicalDisk& m_media;
@@ -91,7 +102,7 @@ private:
     bool m_goneInScannerRead = false;
     DirectoryWalk m_directoryWalk;
     SectorMarks m_sectorMarks;
-    TableSector m_tableSector;
+    TableSectors m_tableSectors;
     CChunkPrefetcher* m_window = nullptr;
     ScanContext* m_scan = nullptr;
 };

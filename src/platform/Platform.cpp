@@ -179,6 +179,14 @@ long long File::ReadAt(void* buf, size_t len, uint64_t offset) {
     }
     return got;
 }
+long long File::ReadAtQuietly(void* buf, size_t len, uint64_t offset) const {
+    OVERLAPPED ov{};
+    ov.Offset = DWORD(offset);
+    ov.OffsetHigh = DWORD(offset >> 32);
+    DWORD got = 0;
+    if (!ReadFile(m_handle, buf, DWORD(len), &got, &ov)) return GetLastError() == ERROR_HANDLE_EOF ? 0 : -1;
+    return got;
+}
 long long File::WriteAt(const void* buf, size_t len, uint64_t offset) {
     OVERLAPPED ov{};
     ov.Offset = DWORD(offset);
@@ -291,6 +299,21 @@ long long File::ReadAt(void* buf, size_t len, uint64_t offset) {
             if (errno == EINTR) continue;
             m_lastError = SysCodeFromErrno(errno);
             return got ? (long long)got : -1;
+        }
+        if (n == 0) break;
+        got += size_t(n);
+    }
+    return (long long)got;
+}
+
+long long File::ReadAtQuietly(void* buf, size_t len, uint64_t offset) const {
+    size_t got = 0;
+    auto* p = static_cast<uint8_t*>(buf);
+    while (got < len) {
+        ssize_t n = ::pread(m_handle, p + got, len - got, off_t(offset + got));
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return -1;
         }
         if (n == 0) break;
         got += size_t(n);

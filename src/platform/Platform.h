@@ -54,6 +54,9 @@ public:
     void Close();
     // Number of bytes read, or -1 with LastError() set. Short only at the end of the file.
     long long ReadAt(void* buf, size_t len, uint64_t offset);
+    // The same for a thread reading beside others: nothing of this object changes, so no
+    // failure code is kept (-1 on any failure; the caller asks ReadAt again for the code).
+    long long ReadAtQuietly(void* buf, size_t len, uint64_t offset) const;
     long long WriteAt(const void* buf, size_t len, uint64_t offset);
     // Byte size of a regular file or block device; 0 when unknown.
     uint64_t Size() const;

@@ -19,6 +19,10 @@ public:
     virtual long long WriteAt(const void*, size_t, uint64_t) { return -1; }
     virtual uint64_t Size() const = 0;
     virtual uint32_t LastError() const { return 0; }
+    // ReadAt for a second thread reading at the same time as ReadAt's caller: changes nothing in
+    // the source. -1 when the source cannot be read that way or the read failed; the caller then
+    // reads through ReadAt, which keeps the failure's code.
+    virtual long long ReadAtBeside(void*, size_t, uint64_t) const { return -1; }
     // True when reads must be whole aligned sectors (unbuffered devices).
     virtual bool NeedsAlignment() const { return false; }
     // The first run of data at or after byte `offset`, as [start, end): what lies outside the
@@ -45,6 +49,11 @@ public:
     long long WriteAt(const void* buf, size_t len, uint64_t offset) override { return m_file.WriteAt(buf, len, offset); }
     uint64_t Size() const override { return m_file.Size(); }
     uint32_t LastError() const override { return m_file.LastError(); }
+    // An unbuffered device reads only whole aligned blocks into aligned memory.
+    long long ReadAtBeside(void* buf, size_t len, uint64_t offset) const override {
+        if (m_aligned && (reinterpret_cast<uintptr_t>(buf) | len | offset) % 4096) return -1;
+        return m_file.ReadAtQuietly(buf, len, offset);
+    }
     bool NeedsAlignment() const override { return m_aligned; }
     void DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const override { m_file.DataRun(offset, start, end); }
     // Only a plain file is copied by the kernel: a device's unbuffered handle takes no part in it.

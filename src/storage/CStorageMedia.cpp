@@ -72,6 +72,11 @@ bool CStorageMedia::ReadSectors(void* buffer, uint32_t byteCount, uint64_t start
     return Transfer(buffer, byteCount, startSector, seek, false);
 }
 
+bool CStorageMedia::ReadSectorsBeside(void* buffer, uint32_t byteCount, uint64_t startSector) const {
+    if (!m_handle || m_sectorSize == 0 || startSector > UINT64_MAX / m_sectorSize) return false;
+    return m_handle->ReadAtBeside(buffer, byteCount, startSector * m_sectorSize) == (long long)byteCount;
+}
+
 bool CStorageMedia::WriteSectors(const void* buffer, uint32_t byteCount, uint64_t startSector, bool seek) {
     return Transfer(const_cast<void*>(buffer), byteCount, startSector, seek, true);
 }

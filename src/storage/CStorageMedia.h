@@ -26,6 +26,10 @@ public:
     // on where the last one ended. A short read at the end counts as success and leaves the rest
     // of the buffer as it was.
     bool ReadSectors(void* buffer, uint32_t byteCount, uint64_t startSector, bool seek);
+    // All `byteCount` bytes at `startSector` from a second thread while ReadSectors may run on
+    // another: nothing of the media changes (no position, count or code). False when the source
+    // cannot be read that way, the read failed or came up short: read through ReadSectors then.
+    bool ReadSectorsBeside(void* buffer, uint32_t byteCount, uint64_t startSector) const;
     bool WriteSectors(const void* buffer, uint32_t byteCount, uint64_t startSector, bool seek);
     // Probes the smallest read size that succeeds (512, 1024, ... up to 66,048) from the current
     // position and takes it as the sector size.

@@ -3,9 +3,11 @@
 // reading every byte once.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <random>
+#include <thread>
 
 #include "CarveTestUtil.h"
 #include "carve/CChunkPrefetcher.h"
@@ -101,6 +103,73 @@ void CheckWindow(bool threaded) {
 TEST(ReadAhead, WindowGivesWhatTheScannersOwnReadsGive) {
     CheckWindow(true);
     CheckWindow(false);
+}
+
+// A source the reading thread finds slow: its reads beside the loop take a while unless they are
+// made on the loop's own thread, so the loop gets to chunks still being read and must read the
+// next ones itself. Which thread read what is recorded; one chunk's read beside fails and one
+// comes up short, both read again through ReadAt.
+class SlowBesideSource final : public ByteSource {
+public:
+    SlowBesideSource(std::vector<uint8_t> data, uint64_t failAt) : m_source(std::move(data)), m_failAt(failAt) {}
+    long long ReadAt(void* buf, size_t len, uint64_t offset) override {
+        std::lock_guard lk(m_mutex);
+        ++plainReads[offset];
+        return m_source.ReadAt(buf, len, offset);
+    }
+    long long ReadAtBeside(void* buf, size_t len, uint64_t offset) const override {
+        const bool loop = std::this_thread::get_id() == loopThread;
+        if (!loop) std::this_thread::sleep_for(std::chrono::milliseconds(3));
+        {
+            std::lock_guard lk(m_mutex);
+            ++(loop ? byLoop : byReader)[offset];
+        }
+        if (offset == m_failAt) return -1;
+        return const_cast<MemorySource&>(m_source).ReadAt(buf, len, offset);
+    }
+    uint64_t Size() const override { return m_source.Size(); }
+    std::thread::id loopThread = std::this_thread::get_id();
+    mutable std::map<uint64_t, int> byLoop, byReader;
+    std::map<uint64_t, int> plainReads;
+
+private:
+    MemorySource m_source;
+    uint64_t m_failAt;
+    mutable std::mutex m_mutex;
+};
+
+TEST(ReadAhead, LoopReadsAheadItselfRatherThanWait) {
+    constexpr uint32_t kChunk = 8;
+    // 30 chunks, the last one 4.5 sectors long (short at the source's end).
+    auto image = Pattern((29 * kChunk + 4) * kSector + kSector / 2, 7);
+    auto owned = std::make_unique<SlowBesideSource>(image, 12 * kChunk * kSector);
+    SlowBesideSource* source = owned.get();
+    CPhysicalDisk disk;
+    AttachMemory(disk, std::move(owned));
+    disk.SetSectorCount(29 * kChunk + 5);
+    CSectorReader reader(disk);
+    const uint64_t end = 29 * kChunk + 5;
+    CChunkPrefetcher chunks(reader, 0, end, kChunk, true, 3 * kChunk);
+    for (uint64_t c = 0; c < 30; ++c) {
+        auto chunk = chunks.Next();
+        ASSERT_TRUE(chunk.ok) << c;
+        ASSERT_EQ(chunk.sectors, c < 29 ? kChunk : 5u);
+        std::vector<uint8_t> want(size_t(chunk.sectors) * kSector, 0);
+        size_t have = std::min(want.size(), image.size() - size_t(c * kChunk * kSector));
+        std::copy_n(image.begin() + ptrdiff_t(c * kChunk * kSector), have, want.begin());
+        ASSERT_EQ(std::vector<uint8_t>(chunk.data, chunk.data + want.size()), want) << "chunk " << c;
+    }
+    EXPECT_TRUE(chunks.Next().data == nullptr);
+    // Every chunk read beside exactly once, by one thread or the other; both took part.
+    for (uint64_t c = 0; c < 30; ++c) {
+        uint64_t at = c * kChunk * kSector;
+        EXPECT_EQ(source->byLoop[at] + source->byReader[at], 1) << "chunk " << c;
+    }
+    EXPECT_GT(source->byLoop.size(), 5u);
+    EXPECT_GT(source->byReader.size(), 0u);
+    // The failed and the short read were read again, once each, the way a scanner reads.
+    EXPECT_EQ(source->plainReads, (std::map<uint64_t, int>{{12 * kChunk * kSector, 1}, {29 * kChunk * kSector, 1}}));
+    EXPECT_EQ(disk.BytesPastEnd(), kSector / 2);
 }
 
 // Counts the source's reads by length.

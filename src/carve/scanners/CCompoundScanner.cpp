@@ -82,9 +82,17 @@ uint64_t CCompoundScanner::SizeFromAllocationTable(std::span<const uint8_t> sect
     uint64_t at = (uint64_t(last) + 1) * c / bps;
     if (at >= r->EndSector()) return 0;
     // The three document classes ask for the same sector for one hit, and the files of one
-    // writer mostly name the same one: the last one read is kept (the source does not change
-    // while it is scanned). Reading it again would also wait for the loop's read-ahead.
-    CSectorReader::TableSector& table = r->CompoundTableSector();
+    // writer mostly name the same one: the last ones read are kept (the source does not change
+    // while it is scanned).
+    CSectorReader::TableSectors& tables = r->CompoundTableSectors();
+    CSectorReader::TableSector* found = nullptr;
+    for (CSectorReader::TableSector& t : tables.kept)
+        if (t.sector == at && t.data.size() == c) found = &t;
+    if (!found) {
+        found = &tables.kept[tables.next];
+        tables.next = (tables.next + 1) % CSectorReader::kTableSectorsKept;
+    }
+    CSectorReader::TableSector& table = *found;
     if (table.sector != at || table.data.size() != c) {
         table.sector = UINT64_MAX;
         table.data.assign(size_t(c), 0);
