@@ -349,8 +349,12 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
         ctx.Progress(int64_t(at - base), int64_t(count), ss);
         uint64_t n = std::min<uint64_t>(chunkSectors, end - at);
         size_t want = std::min<uint64_t>(buf.size(), (end - at) * ss);
-        std::fill(buf.begin(), buf.end(), 0);
+        // What the read does not deliver reads as zeros: past `want`, and past the source's end.
+        std::fill(buf.begin() + ptrdiff_t(want), buf.end(), 0);
+        const uint64_t pastEndBefore = media.BytesPastEnd();
         if (!media.ReadSectors(buf.data(), uint32_t(want), at, true)) continue; // unreadable: skipped
+        const size_t missing = size_t(std::min<uint64_t>(media.BytesPastEnd() - pastEndBefore, want));
+        std::fill(buf.begin() + ptrdiff_t(want - missing), buf.begin() + ptrdiff_t(want), 0);
         for (uint64_t i = 0; i < n && candidates.size() < kMaxCandidates; ++i) {
             const uint8_t* p = buf.data() + i * ss;
             // Every sector of the chunk holds at least a boot sector's bytes.
