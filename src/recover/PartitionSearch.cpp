@@ -10,6 +10,7 @@
 #include "storage/BootSector.h"
 #include "storage/BootSectorLayout.h"
 #include "storage/SourceLayout.h"
+#include "storage/SplitRead.h"
 #include "util/Bytes.h"
 
 namespace kestrin {
@@ -331,6 +332,7 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
     const uint32_t chunkSectors = kChunkBytes / ss;
     std::vector<uint8_t> buf(size_t(chunkSectors) * ss + kTailBytes);
     std::vector<PartitionCandidate> candidates;
+    CSplitReader split(media);
     ctx.op.endSector.store(end);
     // Holes of a sparse image hold no boot sector and no record: chunks wholly inside one are
     // not read. The chunks keep their places, so what is read is read as it always was.
@@ -352,7 +354,7 @@ size_t SearchLostPartitions(CPhysicalDisk& media, ScanContext& ctx) {
         // What the read does not deliver reads as zeros: past `want`, and past the source's end.
         std::fill(buf.begin() + ptrdiff_t(want), buf.end(), 0);
         const uint64_t pastEndBefore = media.BytesPastEnd();
-        if (!media.ReadSectors(buf.data(), uint32_t(want), at, true)) continue; // unreadable: skipped
+        if (!split.Read(buf.data(), uint32_t(want), at)) continue; // unreadable: skipped
         const size_t missing = size_t(std::min<uint64_t>(media.BytesPastEnd() - pastEndBefore, want));
         std::fill(buf.begin() + ptrdiff_t(want - missing), buf.begin() + ptrdiff_t(want), 0);
         for (uint64_t i = 0; i < n && candidates.size() < kMaxCandidates; ++i) {

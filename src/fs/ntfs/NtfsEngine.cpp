@@ -11,6 +11,7 @@
 #include "fs/ntfs/NtfsTimes.h"
 #include "fs/VolumeHandle.h"
 #include "storage/PartitionTable.h"
+#include "storage/SplitRead.h"
 
 namespace kestrin {
 
@@ -115,6 +116,7 @@ Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t e
     std::vector<uint8_t> buffer(size_t(std::min<uint64_t>(uint64_t(stepSectors) + tailSectors, rangeSectors)) * mediaSector);
     const int64_t total = int64_t(rangeSectors);
     uint64_t carried = 0; // sectors at the start of the buffer already read for this step
+    CSplitReader split(media);
 
     for (uint64_t s = firstSector; s < endSector; s += stepSectors) {
         if (ctx.MustStop(media)) break;
@@ -126,7 +128,7 @@ Outcome NtfsSearchRecords(CPhysicalDisk& media, uint64_t firstSector, uint64_t e
             uint8_t* at = buffer.data() + size_t(carried) * mediaSector;
             const size_t want = readBytes - size_t(carried) * mediaSector;
             const uint64_t pastEndBefore = media.BytesPastEnd();
-            readOk = media.ReadSectors(at, uint32_t(want), base + s + carried, true);
+            readOk = split.Read(at, uint32_t(want), base + s + carried);
             // What lies past the source's end does not come back: it reads as zeros.
             const size_t missing = size_t(std::min<uint64_t>(media.BytesPastEnd() - pastEndBefore, want));
             if (readOk && missing) std::memset(at + want - missing, 0, missing);
