@@ -113,13 +113,19 @@ uint64_t CJpgScanner::ScanForEnd(uint64_t startSector, uint64_t current, uint32_
     CSectorReader* r = Reader();
     uint32_t bps = r->SectorSize();
     uint64_t endSector = r->EndSector();
-    uint8_t* buf = m_work.data();
+    // The search looks at the sectors where they are (usually the loop's read-ahead): a view
+    // holds all of them, the part past the source's end zero, so nothing needs clearing or copying.
+    const uint8_t* buf = nullptr;
     auto load = [&]() {
         // A failed read skips ten sectors and starts again at their first byte.
         for (;;) {
             if (current >= endSector || (current - startSector) * bps >= kMaxFileSize) return false;
-            std::memset(buf, 0, m_work.size());
-            if (ReadInto(current, kWorkSectors)) return true;
+            std::span<const uint8_t> data = r->ReadView(current, kWorkSectors, m_scratch);
+            if (!data.empty()) {
+                buf = data.data();
+                return true;
+            }
+            r->CountScannerFailure();
             current += kSkipAfterFailedRead;
             position = 0;
         }
