@@ -1,5 +1,7 @@
 #include "output/FileWriters.h"
 
+#include <system_error>
+
 #include "output/ContentCopy.h"
 
 namespace kestrin {
@@ -42,7 +44,7 @@ CFileWriters::Job& CFileWriters::Next() {
 }
 
 void CFileWriters::Submit() {
-    if (!m_thread.joinable()) {
+    if (!m_thread.joinable() && !m_noHelper) {
         // The helper reads through a media of its own over the same source, narrowed the same way.
         m_helperMedia = std::make_unique<CPhysicalDisk>();
         m_helperMedia->Attach(std::make_unique<BorrowedSource>(*m_media.Handle()));
@@ -52,7 +54,11 @@ void CFileWriters::Submit() {
         m_helperMedia->SetFsKind(m_media.GetFsKind());
         m_helperMedia->SetPartitionParams(m_media.GetPartitionParams());
         m_helperMedia->SetSourceKind(m_media.GetSourceKind());
-        m_thread = std::thread([this] { Helper(); });
+        try {
+            m_thread = std::thread([this] { Helper(); });
+        } catch (const std::system_error&) {
+            m_noHelper = true; // no thread to be had: the walk writes every file itself
+        }
     }
     {
         std::lock_guard lk(m_mutex);

@@ -79,6 +79,7 @@ private:
     std::condition_variable m_queued;  // the helper waits for work
     std::condition_variable m_written; // the walk waits for the oldest file
     bool m_quit = false;
+    bool m_noHelper = false; // the system gave no thread: the walk writes every file
     std::thread m_thread;
 };
 
