@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <mutex>
 #include <vector>
 
 #include <fcntl.h>
@@ -277,6 +278,9 @@ bool LocalTimeOfDosDate(uint16_t dosDate, int64_t& seconds) {
     t.tm_mon = month - 1;
     t.tm_mday = day;
     t.tm_isdst = -1;
+    // The time zone is process-wide state that mktime reloads; files are dated on two threads.
+    static std::mutex zone;
+    std::lock_guard lk(zone);
     time_t v = ::mktime(&t);
     if (v == time_t(-1)) return false;
     seconds = int64_t(v);
