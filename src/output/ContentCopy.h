@@ -14,6 +14,7 @@ public:
     uint64_t Size() const override { return m_base.Size(); }
     uint32_t LastError() const override { return m_base.LastError(); }
     bool NeedsAlignment() const override { return m_base.NeedsAlignment(); }
+    bool ConcurrentReads() const override { return m_base.ConcurrentReads(); }
     void DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const override { m_base.DataRun(offset, start, end); }
     long long CopyTo(platform::NativeHandle to, uint64_t toOffset, size_t len, uint64_t offset, int& err) override {
         return m_base.CopyTo(to, toOffset, len, offset, err);

@@ -1,8 +1,10 @@
 // Saving into a folder tree. Every object is made relative to an open directory descriptor of its
 // folder and never through a path, so nothing that lies in the destination (a planted symbolic
 // link, a folder renamed under us) can send a write outside it.
+#include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <mutex>
 #include <vector>
 
 #include <fcntl.h>
@@ -93,66 +95,32 @@ public:
 
     FileOutcome WriteFile(CPhysicalDisk& media, const CNode& node, ContentWriter content,
                           const AdvanceFn& advance) override {
-        FileOutcome out;
-        uint64_t position = 0; // bytes of the file written so far
-        auto write = [&](const uint8_t* data, size_t len) {
-            if (int err = WriteAll(m_write, m_file, data, len)) {
-                out.writeError = err;
-                return false;
-            }
-            position += len;
-            if (!advance(len)) {
-                out.cancelled = true;
-                return false;
-            }
-            return true;
-        };
-        // Runs of the source go from file to file in the kernel while it can. A copy that fails is
-        // undone (the file position goes back; what it wrote is written over) and the run is read
-        // and written instead, so a failure is found and counted as it always was. A write
-        // function given by a test always sees every byte.
-        auto copy = [&](ByteSource& source, uint64_t offset, size_t len) {
-            if (m_noCopy) return ContentSink::Copy::NotDone;
-            int err = 0;
-            long long n = source.CopyTo(m_file, position, len, offset, err);
-            if (n < 0 || size_t(n) != len) {
-                if (err == EXDEV || err == EINVAL || err == ENOSYS || err == EOPNOTSUPP || err == EBADF)
-                    m_noCopy = true;
-                return ContentSink::Copy::NotDone;
-            }
-            if (::lseek(m_file, off_t(position + len), SEEK_SET) < 0) {
-                m_noCopy = true;
-                ::lseek(m_file, off_t(position), SEEK_SET);
-                return ContentSink::Copy::NotDone;
-            }
-            position += len;
-            if (!advance(len)) {
-                out.cancelled = true;
-                return ContentSink::Copy::Stop;
-            }
-            return ContentSink::Copy::Done;
-        };
-        ContentSink sink = m_write == &SystemWrite ? ContentSink(write, copy) : ContentSink(write);
-        ContentResult r = content ? content(media, node, sink) : ContentResult{};
-        if (!out.writeError && !out.cancelled) {
-            // The file system's own times when they are known; else midnight of the shown date.
-            struct timespec times[2] = {{0, UTIME_OMIT}, {0, UTIME_OMIT}};
-            if (ItemTimes full; ReadNodeTimes(media, node, full) && full.modified != kNoTime) {
-                times[1] = ToTimespec(full.modified);
-                if (full.accessed != kNoTime) times[0] = ToTimespec(full.accessed);
-            } else if (int64_t t; LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), t)) {
-                times[1] = {time_t(t), 0};
-            }
-            if (times[1].tv_nsec != UTIME_OMIT) ::futimens(m_file, times);
-        }
-        // Some file systems (network ones) report a failed write only when the file is closed.
-        if (::close(m_file) != 0 && !out.writeError && !out.cancelled && errno != EINTR) out.writeError = errno;
+        FileOutcome out = Write(m_file, Current(), m_fileName, media, node, content, advance);
         m_file = -1;
-        out.unreadable = r.unreadable + r.beyondVolume;
-        out.complete = r.ok && !out.writeError && !out.cancelled;
-        // A file cut short by a cancel or a failed write would pass for a recovered one; it goes.
-        if (out.cancelled || out.writeError) ::unlinkat(Current(), m_fileName.c_str(), 0);
         return out;
+    }
+
+    bool DetachFile(DetachedFile& file) override {
+        if (m_file < 0) return false;
+        file.file = m_file;
+        file.folder = Current();
+        file.name = m_fileName;
+        m_file = -1;
+        return true;
+    }
+
+    FileOutcome WriteDetached(DetachedFile& file, CPhysicalDisk& media, const CNode& node, ContentWriter content,
+                              const AdvanceFn& advance) override {
+        FileOutcome out = Write(file.file, file.folder, file.name, media, node, content, advance);
+        file.file = -1;
+        return out;
+    }
+
+    void DiscardDetached(DetachedFile& file) override {
+        if (file.file < 0) return;
+        ::close(file.file);
+        file.file = -1;
+        ::unlinkat(file.folder, file.name.c_str(), 0);
     }
 
     void RemoveRegularFile(const std::u16string& name) override {
@@ -209,6 +177,72 @@ public:
     }
 
 private:
+    // Fills the new file `fd` named `name` in `folder`, then closes it; one that was cut short
+    // goes. Touches nothing of the target but the write function and the copy switch, so files
+    // may be written this way on two threads at once.
+    FileOutcome Write(int fd, int folder, const std::string& name, CPhysicalDisk& media, const CNode& node,
+                      ContentWriter content, const AdvanceFn& advance) {
+        FileOutcome out;
+        uint64_t position = 0; // bytes of the file written so far
+        auto write = [&](const uint8_t* data, size_t len) {
+            if (int err = WriteAll(m_write, fd, data, len)) {
+                out.writeError = err;
+                return false;
+            }
+            position += len;
+            if (!advance(len)) {
+                out.cancelled = true;
+                return false;
+            }
+            return true;
+        };
+        // Runs of the source go from file to file in the kernel while it can. A copy that fails is
+        // undone (the file position goes back; what it wrote is written over) and the run is read
+        // and written instead, so a failure is found and counted as it always was. A write
+        // function given by a test always sees every byte.
+        auto copy = [&](ByteSource& source, uint64_t offset, size_t len) {
+            if (m_noCopy.load(std::memory_order_relaxed)) return ContentSink::Copy::NotDone;
+            int err = 0;
+            long long n = source.CopyTo(fd, position, len, offset, err);
+            if (n < 0 || size_t(n) != len) {
+                if (err == EXDEV || err == EINVAL || err == ENOSYS || err == EOPNOTSUPP || err == EBADF)
+                    m_noCopy.store(true, std::memory_order_relaxed);
+                return ContentSink::Copy::NotDone;
+            }
+            if (::lseek(fd, off_t(position + len), SEEK_SET) < 0) {
+                m_noCopy.store(true, std::memory_order_relaxed);
+                ::lseek(fd, off_t(position), SEEK_SET);
+                return ContentSink::Copy::NotDone;
+            }
+            position += len;
+            if (!advance(len)) {
+                out.cancelled = true;
+                return ContentSink::Copy::Stop;
+            }
+            return ContentSink::Copy::Done;
+        };
+        ContentSink sink = m_write == &SystemWrite ? ContentSink(write, copy) : ContentSink(write);
+        ContentResult r = content ? content(media, node, sink) : ContentResult{};
+        if (!out.writeError && !out.cancelled) {
+            // The file system's own times when they are known; else midnight of the shown date.
+            struct timespec times[2] = {{0, UTIME_OMIT}, {0, UTIME_OMIT}};
+            if (ItemTimes full; ReadNodeTimes(media, node, full) && full.modified != kNoTime) {
+                times[1] = ToTimespec(full.modified);
+                if (full.accessed != kNoTime) times[0] = ToTimespec(full.accessed);
+            } else if (int64_t t; LocalTimeOfDosDate(SaveDateOf(node.modifiedDate, node.createdDate), t)) {
+                times[1] = {time_t(t), 0};
+            }
+            if (times[1].tv_nsec != UTIME_OMIT) ::futimens(fd, times);
+        }
+        // Some file systems (network ones) report a failed write only when the file is closed.
+        if (::close(fd) != 0 && !out.writeError && !out.cancelled && errno != EINTR) out.writeError = errno;
+        out.unreadable = r.unreadable + r.beyondVolume;
+        out.complete = r.ok && !out.writeError && !out.cancelled;
+        // A file cut short by a cancel or a failed write would pass for a recovered one; it goes.
+        if (out.cancelled || out.writeError) ::unlinkat(folder, name.c_str(), 0);
+        return out;
+    }
+
     int Current() const { return m_dirs.back(); }
     std::string m_root;
     std::vector<int> m_dirs;
@@ -219,7 +253,7 @@ private:
     std::string m_logName;
     WriteFn m_write;
     // Set once the kernel refused to copy from the source into this destination.
-    bool m_noCopy = false;
+    std::atomic<bool> m_noCopy{false};
 };
 
 } // namespace
@@ -244,6 +278,9 @@ bool LocalTimeOfDosDate(uint16_t dosDate, int64_t& seconds) {
     t.tm_mon = month - 1;
     t.tm_mday = day;
     t.tm_isdst = -1;
+    // The time zone is process-wide state that mktime reloads; files are dated on two threads.
+    static std::mutex zone;
+    std::lock_guard lk(zone);
     time_t v = ::mktime(&t);
     if (v == time_t(-1)) return false;
     seconds = int64_t(v);

@@ -32,6 +32,14 @@ struct FileOutcome {
 // Called with each delivered run of content bytes; false stops the copy (a cancel).
 using AdvanceFn = std::function<bool(uint64_t len)>;
 
+// A file made by CreateFile and handed out of the target (DetachFile), to be written while the
+// walk goes on making the next ones.
+struct DetachedFile {
+    int file = -1;    // the new file, open for writing
+    int folder = -1;  // its folder, open until the walk leaves it
+    std::string name; // its name in that folder
+};
+
 class COutputTarget {
 public:
     virtual ~COutputTarget() = default;
@@ -44,6 +52,17 @@ public:
     virtual uint32_t CreateFile(const std::u16string& name) = 0;
     virtual FileOutcome WriteFile(CPhysicalDisk& media, const CNode& node, ContentWriter content,
                                   const AdvanceFn& advance) = 0;
+    // Hands the file made by the last CreateFile out, to be written by WriteDetached on another
+    // thread; false when this target writes one file at a time (WriteFile then writes it). Its
+    // folder stays open until LeaveFolder: the walk finishes every detached file before that.
+    virtual bool DetachFile(DetachedFile&) { return false; }
+    // WriteFile for a detached file: closes it, and removes it when it was cut short. Safe beside
+    // the walk's own calls and beside another WriteDetached of another file.
+    virtual FileOutcome WriteDetached(DetachedFile&, CPhysicalDisk&, const CNode&, ContentWriter, const AdvanceFn&) {
+        return {false, true};
+    }
+    // Closes and removes a detached file that is not to be written (the save was stopped).
+    virtual void DiscardDetached(DetachedFile&) {}
     // Removes a regular file of that name from the current folder, nothing else.
     virtual void RemoveRegularFile(const std::u16string& name) = 0;
     // Path of the current folder, for the log.

@@ -1,6 +1,8 @@
 #include "output/Saver.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -9,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <unordered_set>
 
@@ -20,6 +23,7 @@
 #include <unistd.h>
 
 #include "fs/SystemFolders.h"
+#include "output/FileWriters.h"
 #include "output/OutputTarget.h"
 #include "platform/FileIdentity.h"
 #include "platform/Platform.h"
@@ -34,6 +38,9 @@ constexpr long kFuseMagic = 0x65735546;
 // Progress is reported at most once per this many bytes inside one file.
 constexpr uint64_t kProgressStep = 4u << 20;
 constexpr uint32_t kProgressFiles = 64;
+// How often the walk looks at the stop button and shows progress while it waits for a file
+// written on the helper thread.
+constexpr std::chrono::milliseconds kWaitStep{50};
 
 bool IsNameGroupError(uint32_t code) {
     return code == platform::kErrPathNotFound || code == platform::kErrInvalidName || code == 161 ||
@@ -82,6 +89,7 @@ public:
     SaveResult Run(const CNode* start, bool fatDestination) {
         m_result.started = true;
         m_fat = fatDestination;
+        m_shareReads = CFileWriters::CanShare(m_media);
         CollectIncluded(start);
         m_total = CountForSave(start, m_req.deletedOnly).bytes;
         m_ctx.Progress(0, int64_t(m_total), 1);
@@ -98,15 +106,18 @@ public:
         std::vector<Frame> stack{{start->firstChild, false}};
         while (!stack.empty()) {
             Frame& f = stack.back();
-            if (!f.next || m_result.cancelled) {
-                if (f.entered) m_target.LeaveFolder();
+            if (!f.next || m_stop.load()) {
+                if (f.entered) {
+                    Drain(); // the folder's files are written before it is closed
+                    m_target.LeaveFolder();
+                }
                 stack.pop_back();
                 continue;
             }
             const CNode* n = f.next;
             f.next = n->nextSibling;
             if (m_ctx.StopRequested()) {
-                m_result.cancelled = true;
+                m_stop = true;
                 continue;
             }
             if (!Included(n)) continue;
@@ -120,6 +131,7 @@ public:
             if (n->IsFolder()) {
                 std::u16string name = SavedName(n->name);
                 if (IsVolumeRoot(n)) name = u"Volume " + Utf16Of(std::to_string(++volumeNumber));
+                Drain(); // log lines name the current folder
                 if (CreateObject(*n, name, true)) {
                     ++m_result.folders;
                     stack.push_back({n->firstChild, true});
@@ -137,37 +149,32 @@ public:
                 ++m_result.skipped;
                 continue;
             }
-            const uint64_t doneBefore = m_done;
-            FileOutcome out = m_target.WriteFile(m_media, *n, m_req.content, [&](uint64_t len) { return Advance(len); });
-            if (out.cancelled) {
-                m_result.cancelled = true;
-            } else if (out.writeError) {
-                // Not saved at all: the partial file is gone. A full disk is told apart from
-                // other write errors, and from unreadable source sectors.
-                ++m_result.writeErrors;
-                m_lostBytes += m_done - doneBefore; // written, then removed with the partial file
-                if (out.writeError == ENOSPC || out.writeError == EDQUOT) m_result.diskFull = true;
-                std::string text = platform::ErrnoText(out.writeError);
-                if (m_result.writeErrorText.empty()) m_result.writeErrorText = text;
-                LogLine(u"Not saved, could not be written (" + Utf16Of(text) + u"): ");
-            } else {
-                ++m_result.files;
-                if (!out.complete) {
-                    ++m_result.incomplete;
-                    m_result.unreadableBytes += out.unreadable;
-                    LogLine(u"Saved with unreadable parts (" + Utf16Of(std::to_string(out.unreadable)) + u" of " +
-                            Utf16Of(std::to_string(n->size)) + u" bytes could not be read): ");
+            // Carved items are byte ranges of the source: they may be written on the helper thread
+            // while the walk goes on. Anything else is written here, after those under way.
+            if (m_shareReads && n->carved && m_req.content == &WriteNodeContent) {
+                if (!m_writers) m_writers.emplace(m_target, m_media, m_req.content, m_done, m_stop);
+                MakeRoom();
+                CFileWriters::Job& job = m_writers->Next();
+                if (m_target.DetachFile(job.file)) {
+                    job.node = n;
+                    job.name = m_createdName;
+                    m_writers->Submit();
+                    TakeOutcomes();
+                    continue;
                 }
+                m_shareReads = false; // this target writes one file at a time
             }
-            // Many small files move the byte count little; report by item count as well.
-            if (++m_filesSinceReport >= kProgressFiles) {
-                m_filesSinceReport = 0;
-                m_ctx.Progress(int64_t(m_done), int64_t(m_total), 1);
-            }
+            Drain();
+            const uint64_t doneBefore = m_done.load();
+            FileOutcome out = m_target.WriteFile(m_media, *n, m_req.content, [&](uint64_t len) { return Advance(len); });
+            Account(out, *n, m_createdName, m_done.load() - doneBefore);
         }
+        Drain();
+        m_writers.reset();
+        m_result.cancelled = m_stop.load();
         m_target.Finish(m_result);
-        m_result.bytes = m_done - m_lostBytes;
-        m_ctx.Progress(int64_t(m_done), int64_t(m_total), 1);
+        m_result.bytes = m_done.load() - m_lostBytes;
+        m_ctx.Progress(int64_t(m_done.load()), int64_t(m_total), 1);
         return m_result;
     }
 
@@ -192,15 +199,81 @@ private:
     }
 
     bool Advance(uint64_t len) {
-        m_done += len;
-        m_sinceReport += len;
-        if (m_sinceReport >= kProgressStep) {
-            m_sinceReport = 0;
-            m_ctx.Progress(int64_t(m_done), int64_t(m_total), 1);
-            if (m_ctx.StopRequested()) return false;
-        }
-        return true;
+        m_done.fetch_add(len, std::memory_order_relaxed);
+        return Tick();
     }
+
+    // On the walk's thread, after content was written on either thread: progress at most once
+    // per step, and the stop button. False once the save is to stop.
+    bool Tick() {
+        uint64_t done = m_done.load(std::memory_order_relaxed);
+        if (done - m_reported >= kProgressStep) {
+            m_reported = done;
+            m_ctx.Progress(int64_t(done), int64_t(m_total), 1);
+            if (m_ctx.StopRequested()) m_stop = true;
+        }
+        return !m_stop.load();
+    }
+
+    // What came of one file, counted and logged in the order the files were made.
+    void Account(const FileOutcome& out, const CNode& node, const std::u16string& name, uint64_t bytes) {
+        if (out.cancelled) {
+            m_stop = true;
+        } else if (out.writeError) {
+            // Not saved at all: the partial file is gone. A full disk is told apart from
+            // other write errors, and from unreadable source sectors.
+            ++m_result.writeErrors;
+            m_lostBytes += bytes; // written, then removed with the partial file
+            if (out.writeError == ENOSPC || out.writeError == EDQUOT) m_result.diskFull = true;
+            std::string text = platform::ErrnoText(out.writeError);
+            if (m_result.writeErrorText.empty()) m_result.writeErrorText = text;
+            LogLine(u"Not saved, could not be written (" + Utf16Of(text) + u"): ", name);
+        } else {
+            ++m_result.files;
+            if (!out.complete) {
+                ++m_result.incomplete;
+                m_result.unreadableBytes += out.unreadable;
+                LogLine(u"Saved with unreadable parts (" + Utf16Of(std::to_string(out.unreadable)) + u" of " +
+                            Utf16Of(std::to_string(node.size)) + u" bytes could not be read): ",
+                        name);
+            }
+        }
+        // Many small files move the byte count little; report by item count as well.
+        if (++m_filesSinceReport >= kProgressFiles) {
+            m_filesSinceReport = 0;
+            m_ctx.Progress(int64_t(m_done.load()), int64_t(m_total), 1);
+        }
+    }
+
+    // Outcomes of the files written so far, oldest first, up to the first still under way.
+    void TakeOutcomes() {
+        if (!m_writers) return;
+        while (CFileWriters::Job* job = m_writers->Oldest()) {
+            Account(job->out, *job->node, job->name, job->bytes);
+            m_writers->Pop();
+        }
+    }
+
+    // Works on the files under way (writes one here, or waits for the helper) until `enough`.
+    template <class Enough>
+    void WorkUntil(Enough enough) {
+        if (!m_writers) return;
+        const std::function<bool()> tick = [this] { return Tick(); };
+        for (;;) {
+            TakeOutcomes();
+            if (enough()) return;
+            if (m_writers->WriteOne(tick)) continue;
+            if (m_writers->WaitOldest(kWaitStep)) continue;
+            // A long file on the helper: the walk still shows progress and hears the stop button.
+            m_ctx.Progress(int64_t(m_done.load()), int64_t(m_total), 1);
+            if (m_ctx.StopRequested()) m_stop = true;
+        }
+    }
+    // Room for one more file under way.
+    void MakeRoom() { WorkUntil([&] { return !m_writers->Full(); }); }
+    // Every file under way written and accounted for: before a folder changes, a log line of the
+    // walk's own, or a file written on this thread.
+    void Drain() { WorkUntil([&] { return m_writers->Empty(); }); }
 
     void Inform(const char* id) {
         if (m_req.messages)
@@ -220,6 +293,7 @@ private:
             }
             if (!IsNameGroupError(code) && !IsExistsError(code)) {
                 // Refusals other than names (no room for the entry, no rights) are write errors.
+                Drain(); // the first write error's text is that of the first in walk order
                 if (code == platform::kErrDiskFull) m_result.diskFull = true;
                 ++m_result.writeErrors;
                 if (m_result.writeErrorText.empty()) m_result.writeErrorText = platform::SysErrorText(code);
@@ -261,6 +335,7 @@ private:
     }
 
     void Log(const std::u16string& lastName) {
+        Drain();
         if (!m_renameHeader) {
             if (!m_logOpen) m_logOpen = m_target.OpenLog();
             if (!m_logOpen) return;
@@ -272,10 +347,10 @@ private:
     }
 
     // One line for a file that was written in part or not at all: `what`, then its path.
-    void LogLine(const std::u16string& what) {
+    void LogLine(const std::u16string& what, const std::u16string& name) {
         if (!m_logOpen) m_logOpen = m_target.OpenLog();
         if (!m_logOpen) return; // no room left even for the log
-        m_target.WriteLog(what + Utf16Of(m_target.CurrentFolder()) + kPathSeparator + m_createdName + u"\n");
+        m_target.WriteLog(what + Utf16Of(m_target.CurrentFolder()) + kPathSeparator + name + u"\n");
     }
 
     CPhysicalDisk& m_media;
@@ -289,7 +364,12 @@ private:
     std::u16string m_createdName;
     bool m_itemStarted = false;
     std::unordered_set<const CNode*> m_folders;
-    uint64_t m_total = 0, m_done = 0, m_sinceReport = 0;
+    uint64_t m_total = 0;
+    std::atomic<uint64_t> m_done{0}; // content bytes written, on either thread
+    uint64_t m_reported = 0;         // m_done when progress was last shown
+    std::atomic<bool> m_stop{false}; // the save is stopping: nothing more is begun
+    bool m_shareReads = false;       // carved items may be written on the helper thread
+    std::optional<CFileWriters> m_writers;
     uint64_t m_lostBytes = 0; // bytes of files that failed to write
     uint32_t m_filesSinceReport = 0;
     SaveResult m_result;

@@ -119,7 +119,7 @@ NativeHandle InvalidHandle() { return -1; }
 #endif
 
 File::~File() { Close(); }
-File::File(File&& o) noexcept : m_handle(o.m_handle), m_path(std::move(o.m_path)), m_lastError(o.m_lastError) {
+File::File(File&& o) noexcept : m_handle(o.m_handle), m_path(std::move(o.m_path)), m_lastError(o.m_lastError.load()) {
     o.m_handle = InvalidHandle();
 }
 File& File::operator=(File&& o) noexcept {
@@ -127,7 +127,7 @@ File& File::operator=(File&& o) noexcept {
         Close();
         m_handle = o.m_handle;
         m_path = std::move(o.m_path);
-        m_lastError = o.m_lastError;
+        m_lastError = o.m_lastError.load();
         o.m_handle = InvalidHandle();
     }
     return *this;

@@ -1,6 +1,7 @@
 #pragma once
 // The thin platform layer: everything that differs between Windows and POSIX lives here, so the
 // engines only see sector reads and system error codes.
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -74,13 +75,14 @@ public:
     long long CopyTo(NativeHandle to, uint64_t toOffset, size_t len, uint64_t offset, int& err) const;
     // Logical sector size reported by a block device, 0 when unknown.
     uint32_t DeviceSectorSize() const;
-    uint32_t LastError() const { return m_lastError; }
+    uint32_t LastError() const { return m_lastError.load(std::memory_order_relaxed); }
     const std::string& Path() const { return m_path; }
 
 private:
     NativeHandle m_handle = InvalidHandle();
     std::string m_path;
-    uint32_t m_lastError = 0;
+    // Positioned reads may run on two threads at once; a failure on either records its code.
+    std::atomic<uint32_t> m_lastError{0};
 };
 
 // Memory for large read buffers: page-aligned, zero-filled, in huge pages where the system has

@@ -25,6 +25,9 @@ public:
     virtual long long ReadAtBeside(void*, size_t, uint64_t) const { return -1; }
     // True when reads must be whole aligned sectors (unbuffered devices).
     virtual bool NeedsAlignment() const { return false; }
+    // True when ReadAt and CopyTo may be called from two threads at once: they keep no state
+    // between calls (positioned reads of one file). Sources with caches or maps say no.
+    virtual bool ConcurrentReads() const { return false; }
     // The first run of data at or after byte `offset`, as [start, end): what lies outside the
     // runs (the holes of a sparse image file) holds nothing but zeros, and need not be read.
     // start is UINT64_MAX when no data follows; end is UINT64_MAX when the run goes on to the
@@ -55,6 +58,7 @@ public:
         return m_file.ReadAtQuietly(buf, len, offset);
     }
     bool NeedsAlignment() const override { return m_aligned; }
+    bool ConcurrentReads() const override { return true; }
     void DataRun(uint64_t offset, uint64_t& start, uint64_t& end) const override { m_file.DataRun(offset, start, end); }
     // Only a plain file is copied by the kernel: a device's unbuffered handle takes no part in it.
     long long CopyTo(platform::NativeHandle to, uint64_t toOffset, size_t len, uint64_t offset, int& err) override {
