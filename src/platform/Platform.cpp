@@ -290,35 +290,40 @@ void File::Close() {
     m_handle = -1;
 }
 
-long long File::ReadAt(void* buf, size_t len, uint64_t offset) {
+namespace {
+// Reads until `len` bytes, the end of the file or a failure (its errno in `err`, else 0).
+size_t ReadFully(int fd, void* buf, size_t len, uint64_t offset, int& err) {
     size_t got = 0;
     auto* p = static_cast<uint8_t*>(buf);
+    err = 0;
     while (got < len) {
-        ssize_t n = ::pread(m_handle, p + got, len - got, off_t(offset + got));
+        ssize_t n = ::pread(fd, p + got, len - got, off_t(offset + got));
         if (n < 0) {
             if (errno == EINTR) continue;
-            m_lastError = SysCodeFromErrno(errno);
-            return got ? (long long)got : -1;
+            err = errno;
+            break;
         }
         if (n == 0) break;
         got += size_t(n);
+    }
+    return got;
+}
+} // namespace
+
+long long File::ReadAt(void* buf, size_t len, uint64_t offset) {
+    int err;
+    size_t got = ReadFully(m_handle, buf, len, offset, err);
+    if (err) {
+        m_lastError = SysCodeFromErrno(err);
+        return got ? (long long)got : -1;
     }
     return (long long)got;
 }
 
 long long File::ReadAtQuietly(void* buf, size_t len, uint64_t offset) const {
-    size_t got = 0;
-    auto* p = static_cast<uint8_t*>(buf);
-    while (got < len) {
-        ssize_t n = ::pread(m_handle, p + got, len - got, off_t(offset + got));
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return -1;
-        }
-        if (n == 0) break;
-        got += size_t(n);
-    }
-    return (long long)got;
+    int err;
+    size_t got = ReadFully(m_handle, buf, len, offset, err);
+    return err ? -1 : (long long)got;
 }
 
 long long File::WriteAt(const void* buf, size_t len, uint64_t offset) {
