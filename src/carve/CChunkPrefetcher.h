@@ -5,8 +5,8 @@
 // two threads then share the reading. The chunks form a window that
 // scanners may look into (View): a scanner that wants sectors ahead of the scan position gets
 // them from the chunks the loop will scan next, read once, in large sequential reads. All reads
-// go through the same CSectorReader as the scanners' own reads, so the media still sees one
-// reader at a time.
+// go through the same CSectorReader as the scanners' own reads (see CSectorReader::ReadAhead for
+// which of them take turns).
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>

@@ -1,7 +1,8 @@
 #pragma once
 // The signature scan's one way to the media: the loop's read-ahead and the scanners' own reads
-// all pass through here, one at a time, because the media object keeps a file position and has
-// no lock of its own.
+// all pass through here. Reads that go through the media object take turns, as it keeps a file
+// position and counters and has no lock of its own; only the read-ahead's reads of a source that
+// can be read from two threads at once (ReadAhead) go beside them.
 #include <atomic>
 #include <cstdint>
 #include <mutex>
